@@ -1,0 +1,47 @@
+# What every target of this project has in common.
+
+set(MORVELLACINTO_SANITIZE "" CACHE STRING
+    "Sanitizers to build everything with, such as address,undefined or thread")
+
+# Warnings, language level, hidden visibility and sanitizers: all private, so that no consumer
+# inherits them.
+function(morvellacinto_settings target)
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    set_target_properties(${target} PROPERTIES
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        POSITION_INDEPENDENT_CODE ON)
+    if(MORVELLACINTO_DEVELOPER_WARNINGS)
+        target_compile_options(${target} PRIVATE
+            -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
+            -Wconversion -Wsign-conversion -Woverloaded-virtual -Wimplicit-fallthrough -Werror)
+    endif()
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # Unique symbols would keep dlclose from ever unloading the library.
+        target_compile_options(${target} PRIVATE -fno-gnu-unique)
+    endif()
+    if(MORVELLACINTO_SANITIZE)
+        target_compile_options(${target} PRIVATE
+            -fsanitize=${MORVELLACINTO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+        target_link_options(${target} PRIVATE -fsanitize=${MORVELLACINTO_SANITIZE})
+    endif()
+endfunction()
+
+# A library that is installed: Morvellacinto::<alias>, exporting only names of its own.
+function(morvellacinto_library target alias)
+    add_library(${target})
+    add_library(Morvellacinto::${alias} ALIAS ${target})
+    morvellacinto_settings(${target})
+    set_target_properties(${target} PROPERTIES
+        EXPORT_NAME ${alias}
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR})
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "SHARED_LIBRARY")
+        set(script ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+        target_link_options(${target} PRIVATE
+            -Wl,--version-script=${script} -Wl,--no-undefined -Wl,--as-needed)
+        set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
+    endif()
+endfunction()

@@ -1,0 +1,399 @@
+#include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/foundation/Representation.h"
+#include "morvellacinto/foundation/Utf8.h"
+
+#include <array>
+#include <charconv>
+#include <vector>
+
+namespace morvellacinto {
+namespace {
+
+constexpr bool isDigit(char character) { return character >= '0' && character <= '9'; }
+
+void appendUtf8(std::string& text, std::uint32_t codePoint) {
+    const auto append = [&text](std::uint32_t byte) { text += static_cast<char>(byte); };
+    if (codePoint < 0x80) {
+        append(codePoint);
+    } else if (codePoint < 0x800) {
+        append(0xC0 | codePoint >> 6);
+        append(0x80 | (codePoint & 0x3F));
+    } else if (codePoint < 0x10000) {
+        append(0xE0 | codePoint >> 12);
+        append(0x80 | (codePoint >> 6 & 0x3F));
+        append(0x80 | (codePoint & 0x3F));
+    } else {
+        append(0xF0 | codePoint >> 18);
+        append(0x80 | (codePoint >> 12 & 0x3F));
+        append(0x80 | (codePoint >> 6 & 0x3F));
+        append(0x80 | (codePoint & 0x3F));
+    }
+}
+
+// Characters that a string can hold as they are and that need no look at their neighbours.
+constexpr auto plainCharacters = [] {
+    std::array<bool, 256> plain{};
+    for (std::size_t character = 0x20; character < 0x80; ++character) {
+        plain[character] = character != '"' && character != '\\';
+    }
+    return plain;
+}();
+
+// Whether a number that no double can hold is too large rather than too small, from the decimal
+// exponent of its first digit that is not zero. `text` follows the JSON grammar.
+bool isTooLarge(std::string_view text) {
+    std::int64_t exponent = 0;
+    bool seenPoint = false;
+    bool seenDigit = false;
+    std::size_t index = text.front() == '-' ? 1 : 0;
+    for (; index < text.size() && text[index] != 'e' && text[index] != 'E'; ++index) {
+        if (text[index] == '.') {
+            seenPoint = true;
+            continue;
+        }
+        seenDigit = seenDigit || text[index] != '0';
+        if (seenDigit && !seenPoint) {
+            ++exponent;
+        } else if (!seenDigit && seenPoint) {
+            --exponent;
+        }
+    }
+    if (index < text.size()) {
+        std::string_view digits = text.substr(index + 1);
+        const bool negative = digits.front() == '-';
+        if (negative || digits.front() == '+') {
+            digits.remove_prefix(1);
+        }
+        std::int64_t written = 0;
+        for (const char digit : digits) {
+            written = std::min<std::int64_t>(written * 10 + (digit - '0'), INT64_C(1) << 40);
+        }
+        exponent += negative ? -written : written;
+    }
+    return exponent > 0;
+}
+
+class Reader {
+public:
+    explicit Reader(std::string_view text) noexcept
+        : next_(text.data()), end_(text.data() + text.size()) {
+        if (text.starts_with("\xEF\xBB\xBF")) {
+            next_ += 3;
+        }
+    }
+
+    std::optional<Value> read() {
+        skipSpace();
+        if (next_ == end_ || (*next_ != '{' && *next_ != '[')) {
+            return std::nullopt;
+        }
+        while (readValueOrOpen()) {
+            while (true) {
+                if (depth_ == 0) {
+                    skipSpace();
+                    return next_ == end_ ? std::optional(std::move(values_.front()))
+                                         : std::nullopt;
+                }
+                skipSpace();
+                if (next_ == end_) {
+                    return std::nullopt;
+                }
+                const char character = *next_++;
+                if (character == ',') {
+                    if (top().isObject && !readKey()) {
+                        return std::nullopt;
+                    }
+                    break;
+                }
+                if (character != (top().isObject ? '}' : ']')) {
+                    return std::nullopt;
+                }
+                close();
+            }
+        }
+        return std::nullopt;
+    }
+
+private:
+    // A container whose end has not been read: its members are the values from `first` on, keys
+    // and values in turn for an object.
+    struct Frame {
+        std::size_t first;
+        bool isObject;
+    };
+
+    Frame& top() { return frames_[depth_ - 1]; }
+
+    void skipSpace() {
+        while (next_ != end_ &&
+               (*next_ == ' ' || *next_ == '\n' || *next_ == '\r' || *next_ == '\t')) {
+            ++next_;
+        }
+    }
+
+    // Reads up to the end of one complete value, going into containers that are not empty.
+    bool readValueOrOpen() {
+        while (true) {
+            skipSpace();
+            if (next_ == end_) {
+                return false;
+            }
+            switch (*next_) {
+            case '{':
+            case '[': {
+                if (depth_ == maximumJsonDepth) {
+                    return false;
+                }
+                const bool isObject = *next_++ == '{';
+                frames_[depth_++] = {values_.size(), isObject};
+                skipSpace();
+                if (next_ != end_ && *next_ == (isObject ? '}' : ']')) {
+                    ++next_;
+                    close();
+                    return true;
+                }
+                if (isObject && !readKey()) {
+                    return false;
+                }
+                break;
+            }
+            case '"':
+                return readString();
+            case 't':
+                return readWord("true", true);
+            case 'f':
+                return readWord("false", false);
+            case 'n':
+                return readWord("null", nullptr);
+            default:
+                return readNumber();
+            }
+        }
+    }
+
+    void close() {
+        const Frame frame = frames_[--depth_];
+        const std::span<Value> members = std::span(values_).subspan(frame.first);
+        Value made = frame.isObject ? ValueAccess::makeObject(members)
+                                    : ValueAccess::makeArray(members);
+        values_.resize(frame.first);
+        values_.push_back(std::move(made));
+    }
+
+    bool readKey() {
+        skipSpace();
+        if (next_ == end_ || *next_ != '"' || !readString()) {
+            return false;
+        }
+        skipSpace();
+        if (next_ == end_ || *next_ != ':') {
+            return false;
+        }
+        ++next_;
+        return true;
+    }
+
+    bool readWord(std::string_view word, Value meaning) {
+        if (!std::string_view(next_, end_).starts_with(word)) {
+            return false;
+        }
+        next_ += word.size();
+        values_.push_back(std::move(meaning));
+        return true;
+    }
+
+    bool readString() {
+        const char* start = ++next_;
+        bool unescaped = false; // the text so far stands in scratch_
+        while (true) {
+            while (next_ != end_ && plainCharacters[static_cast<unsigned char>(*next_)]) {
+                ++next_;
+            }
+            if (next_ == end_) {
+                return false;
+            }
+            if (*next_ == '"') {
+                std::string_view text(start, next_);
+                if (unescaped) {
+                    scratch_ += text;
+                    text = scratch_;
+                }
+                values_.emplace_back(text);
+                ++next_;
+                return true;
+            }
+            if (*next_ == '\\') {
+                if (!unescaped) {
+                    scratch_.clear();
+                    unescaped = true;
+                }
+                scratch_.append(start, next_);
+                if (!readEscape()) {
+                    return false;
+                }
+                start = next_;
+                continue;
+            }
+            const std::size_t length = static_cast<unsigned char>(*next_) < 0x20
+                                           ? 0
+                                           : utf8SequenceLength({next_, end_});
+            if (length == 0) {
+                return false;
+            }
+            next_ += length;
+        }
+    }
+
+    bool readEscape() {
+        ++next_;
+        if (next_ == end_) {
+            return false;
+        }
+        switch (*next_++) {
+        case '"':
+            scratch_ += '"';
+            return true;
+        case '\\':
+            scratch_ += '\\';
+            return true;
+        case '/':
+            scratch_ += '/';
+            return true;
+        case 'b':
+            scratch_ += '\b';
+            return true;
+        case 'f':
+            scratch_ += '\f';
+            return true;
+        case 'n':
+            scratch_ += '\n';
+            return true;
+        case 'r':
+            scratch_ += '\r';
+            return true;
+        case 't':
+            scratch_ += '\t';
+            return true;
+        case 'u':
+            return readCodePoint();
+        default:
+            return false;
+        }
+    }
+
+    bool readCodePoint() {
+        std::optional<std::uint32_t> unit = readFourDigits();
+        if (!unit || (*unit >= 0xDC00 && *unit <= 0xDFFF)) {
+            return false;
+        }
+        if (*unit >= 0xD800 && *unit <= 0xDBFF) {
+            if (!std::string_view(next_, end_).starts_with("\\u")) {
+                return false;
+            }
+            next_ += 2;
+            const std::optional<std::uint32_t> low = readFourDigits();
+            if (!low || *low < 0xDC00 || *low > 0xDFFF) {
+                return false;
+            }
+            unit = 0x10000 + ((*unit - 0xD800) << 10) + (*low - 0xDC00);
+        }
+        appendUtf8(scratch_, *unit);
+        return true;
+    }
+
+    std::optional<std::uint32_t> readFourDigits() {
+        if (end_ - next_ < 4) {
+            return std::nullopt;
+        }
+        std::uint32_t unit = 0;
+        const auto [stop, error] = std::from_chars(next_, next_ + 4, unit, 16);
+        if (error != std::errc() || stop != next_ + 4) {
+            return std::nullopt;
+        }
+        next_ += 4;
+        return unit;
+    }
+
+    bool readNumber() {
+        const char* const start = next_;
+        const bool negative = *next_ == '-';
+        if (negative) {
+            ++next_;
+        }
+        const char* const digits = next_;
+        skipDigits();
+        if (next_ == digits || (*digits == '0' && next_ - digits > 1)) {
+            return false;
+        }
+        bool isInteger = true;
+        if (next_ != end_ && *next_ == '.') {
+            isInteger = false;
+            ++next_;
+            if (!skipDigits()) {
+                return false;
+            }
+        }
+        if (next_ != end_ && (*next_ == 'e' || *next_ == 'E')) {
+            isInteger = false;
+            ++next_;
+            if (next_ != end_ && (*next_ == '+' || *next_ == '-')) {
+                ++next_;
+            }
+            if (!skipDigits()) {
+                return false;
+            }
+        }
+        if (isInteger && readInteger(start, negative)) {
+            return true;
+        }
+        double number = 0;
+        const auto [stop, error] = std::from_chars(start, next_, number);
+        if (error == std::errc::result_out_of_range) {
+            if (isTooLarge({start, next_})) {
+                return false;
+            }
+            number = 0;
+        }
+        values_.emplace_back(number);
+        return true;
+    }
+
+    // False when the integer needs a double: beyond 64 bits, or minus zero.
+    bool readInteger(const char* start, bool negative) {
+        if (negative) {
+            std::int64_t number = 0;
+            if (std::from_chars(start, next_, number).ec != std::errc() || number == 0) {
+                return false;
+            }
+            values_.emplace_back(number);
+            return true;
+        }
+        std::uint64_t number = 0;
+        if (std::from_chars(start, next_, number).ec != std::errc()) {
+            return false;
+        }
+        values_.emplace_back(number);
+        return true;
+    }
+
+    bool skipDigits() {
+        const char* const start = next_;
+        while (next_ != end_ && isDigit(*next_)) {
+            ++next_;
+        }
+        return next_ != start;
+    }
+
+    const char* next_;
+    const char* end_;
+    std::vector<Value> values_;
+    std::array<Frame, maximumJsonDepth> frames_;
+    std::size_t depth_ = 0;
+    std::string scratch_;
+};
+
+} // namespace
+
+std::optional<Value> readJson(std::string_view text) { return Reader(text).read(); }
+
+} // namespace morvellacinto

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "morvellacinto/foundation/Value.h"
+
+#include <initializer_list>
+#include <utility>
+
+namespace morvellacinto {
+
+/// String-keyed members in the order in which they were first set; a JSON object.
+///
+/// Copies are O(1) and share their members until one of them is changed. Look-up takes constant
+/// time at any size, whatever the keys, and does not allocate.
+class MORVELLACINTO_EXPORT Object {
+public:
+    class Member {
+    public:
+        Member(Value key, Value initial) noexcept
+            : value(std::move(initial)), key_(std::move(key)) {}
+        [[nodiscard]] std::string_view key() const noexcept;
+
+        Value value;
+
+    private:
+        friend class Object;
+        friend struct ValueAccess;
+        Value key_; // always a string
+    };
+
+    Object() noexcept = default;
+    Object(std::initializer_list<std::pair<std::string_view, Value>> members);
+    Object(const Object& other) noexcept;
+    Object(Object&& other) noexcept : rep_(std::exchange(other.rep_, nullptr)) {}
+    Object& operator=(Object other) noexcept {
+        std::swap(rep_, other.rep_);
+        return *this;
+    }
+    ~Object();
+
+    [[nodiscard]] std::size_t size() const noexcept;
+    [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+    [[nodiscard]] const Member* begin() const noexcept;
+    [[nodiscard]] const Member* end() const noexcept { return begin() + size(); }
+
+    /// The member's value, or null when there is none of that name. Valid until this object is
+    /// next changed or destroyed.
+    [[nodiscard]] const Value* find(std::string_view key) const noexcept;
+    [[nodiscard]] bool contains(std::string_view key) const noexcept {
+        return find(key) != nullptr;
+    }
+    /// Throws std::out_of_range with the name of the missing member.
+    [[nodiscard]] const Value& at(std::string_view key) const;
+
+    /// Sets a member: a new one goes last, an existing one keeps its place.
+    void set(std::string_view key, Value value);
+    /// The member's value for changing it in place, added as null when there is none. Copies made
+    /// of this object while the reference is in use would change with it: do not keep it.
+    [[nodiscard]] Value& edit(std::string_view key);
+    /// Removes a member, in time proportional to the object's size; false when there was none.
+    bool remove(std::string_view key);
+    void reserve(std::size_t count);
+
+    friend MORVELLACINTO_EXPORT bool operator==(const Object& left, const Object& right);
+
+private:
+    friend struct ValueAccess;
+    struct Rep;
+
+    Rep& detached();
+
+    Rep* rep_ = nullptr; // null for empty
+};
+
+} // namespace morvellacinto

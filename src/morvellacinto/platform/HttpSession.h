@@ -1,0 +1,128 @@
+#pragma once
+
+#include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/foundation/KRError.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace morvellacinto::platform {
+
+struct HttpHeader {
+    std::string name;
+    std::string value;
+};
+
+struct HttpRequest {
+    std::string method = "GET";
+    /// As `UrlParser` gave it; a task without a URL fails with an error.
+    std::optional<std::string> url;
+    std::vector<HttpHeader> headers;
+    /// Any bytes; absent means no body.
+    std::optional<std::string> body;
+};
+
+struct HttpResponse {
+    /// Of the last hop.
+    std::string url;
+    int status = 0;
+};
+
+/// What the host on the other side wants to be convinced of.
+struct HttpChallenge {
+    /// For example "serverTrust", "basic" or "clientCertificate".
+    std::string authenticationMethod;
+    std::string host;
+    int previousFailureCount = 0;
+};
+
+struct HttpCredential {
+    std::string user;
+    std::string password;
+};
+
+enum class HttpChallengeDisposition {
+    useCredential = 0,
+    performDefaultHandling = 1,
+    cancelChallenge = 2,
+    rejectProtectionSpace = 3,
+};
+
+/// Takes the answer to a challenge; call it once, on any thread.
+using HttpChallengeAnswer =
+    std::function<void(HttpChallengeDisposition, std::optional<HttpCredential>)>;
+
+class HttpSession;
+class HttpTask;
+
+class MORVELLACINTO_EXPORT HttpSessionDelegate {
+public:
+    HttpSessionDelegate(const HttpSessionDelegate&) = delete;
+    HttpSessionDelegate& operator=(const HttpSessionDelegate&) = delete;
+    virtual ~HttpSessionDelegate();
+
+    /// Called on the session's own queue. An implementation that always does default handling by
+    /// itself need not ask.
+    virtual void didReceiveChallenge(HttpSession& session, HttpTask& task,
+                                     const HttpChallenge& challenge,
+                                     const HttpChallengeAnswer& completionHandler) = 0;
+
+protected:
+    HttpSessionDelegate() = default;
+};
+
+struct HttpSessionConfiguration {
+    /// Sent with every request of the session; a request's own header of the same name wins.
+    std::vector<HttpHeader> additionalHeaders;
+    /// From the start of a task to its last byte, every phase included.
+    std::chrono::milliseconds resourceTimeout = std::chrono::hours(24 * 7);
+    /// A hint that an implementation may ignore.
+    bool shouldUsePipelining = false;
+};
+
+class MORVELLACINTO_EXPORT HttpTask {
+public:
+    HttpTask(const HttpTask&) = delete;
+    HttpTask& operator=(const HttpTask&) = delete;
+    virtual ~HttpTask();
+
+    /// Starts the transfer and returns at once; a second call has no effect. Any thread.
+    virtual void resume() = 0;
+
+protected:
+    HttpTask() = default;
+};
+
+/// Makes tasks that share a configuration. Created by `Platform::makeHttpSession`.
+class MORVELLACINTO_EXPORT HttpSession {
+public:
+    /// Called once with (body, response, no error) or with (whatever part of the body had come,
+    /// nothing or the response, error).
+    using Completion =
+        std::function<void(std::optional<std::string> data, std::optional<HttpResponse> response,
+                           std::optional<KRError> error)>;
+
+    HttpSession(const HttpSession&) = delete;
+    HttpSession& operator=(const HttpSession&) = delete;
+    virtual ~HttpSession();
+
+    /// A task that has not started. Its completion runs on the session's own serial queue: a
+    /// background thread, never the main one. The task lives until it has finished or, never
+    /// started, until its last holder lets go.
+    [[nodiscard]] virtual std::shared_ptr<HttpTask> dataTask(HttpRequest request,
+                                                             Completion completion) = 0;
+
+    /// Lets started tasks finish, then releases the delegate and the completions. Later tasks
+    /// do nothing when started.
+    virtual void finishTasksAndInvalidate() = 0;
+
+protected:
+    HttpSession() = default;
+};
+
+} // namespace morvellacinto::platform

@@ -1,0 +1,105 @@
+#include "morvellacinto/platform/Platform.h"
+
+#include "morvellacinto/platform/AssertionHandler.h"
+#include "morvellacinto/platform/Clock.h"
+#include "morvellacinto/platform/DeveloperLog.h"
+#include "morvellacinto/platform/Device.h"
+#include "morvellacinto/platform/Dispatch.h"
+#include "morvellacinto/platform/LocationService.h"
+#include "morvellacinto/platform/Network.h"
+#include "morvellacinto/platform/SystemVersion.h"
+#include "morvellacinto/platform/Telephony.h"
+#include "morvellacinto/platform/Tracking.h"
+#include "morvellacinto/platform/UrlParser.h"
+#include "morvellacinto/platform/UserDefaults.h"
+
+#include <mutex>
+#include <shared_mutex>
+#include <stdexcept>
+
+namespace morvellacinto::platform {
+
+// One home for each interface's type information.
+AssertionFailure::~AssertionFailure() = default;
+AssertionHandler::~AssertionHandler() = default;
+Clock::~Clock() = default;
+DeveloperLog::~DeveloperLog() = default;
+Device::~Device() = default;
+Dispatch::~Dispatch() = default;
+HttpSession::~HttpSession() = default;
+HttpSessionDelegate::~HttpSessionDelegate() = default;
+HttpTask::~HttpTask() = default;
+LocationService::~LocationService() = default;
+LocationServiceDelegate::~LocationServiceDelegate() = default;
+LocationServices::~LocationServices() = default;
+Network::~Network() = default;
+Platform::~Platform() = default;
+SystemVersion::~SystemVersion() = default;
+Telephony::~Telephony() = default;
+TelephonyInfo::~TelephonyInfo() = default;
+Tracking::~Tracking() = default;
+UrlParser::~UrlParser() = default;
+UserDefaults::~UserDefaults() = default;
+
+void AssertionHandler::handleFailureInFunction(std::string_view function, std::string_view file,
+                                               int line, std::string_view description) {
+    throw AssertionFailure(std::string(description) + " (" + std::string(function) + ", " +
+                           std::string(file) + ":" + std::to_string(line) + ")");
+}
+
+namespace {
+
+struct Installation {
+    std::shared_mutex mutex;
+    std::shared_ptr<Platform> platform;
+    bool used = false;
+};
+
+// Made at first use and never destroyed, so that neither loading the library nor leaving the
+// process without a shutdown runs any code.
+Installation& installation() {
+    static auto* const instance = new Installation;
+    return *instance;
+}
+
+} // namespace
+
+void install(std::shared_ptr<Platform> platform) {
+    if (platform == nullptr) {
+        throw std::invalid_argument("platform::install was given no platform");
+    }
+    Installation& slot = installation();
+    const std::unique_lock lock(slot.mutex);
+    if (slot.used) {
+        throw std::logic_error("platform::install was called a second time; a process installs "
+                               "its platform once");
+    }
+    slot.used = true;
+    slot.platform = std::move(platform);
+}
+
+std::shared_ptr<Platform> current() {
+    Installation& slot = installation();
+    const std::shared_lock lock(slot.mutex);
+    if (slot.platform == nullptr) {
+        throw std::logic_error(slot.used ? "the platform has been shut down"
+                                         : "no platform is installed; call "
+                                           "morvellacinto::platform::install first");
+    }
+    return slot.platform;
+}
+
+void shutdown() {
+    Installation& slot = installation();
+    std::shared_ptr<Platform> ending;
+    {
+        const std::unique_lock lock(slot.mutex);
+        ending = std::move(slot.platform);
+        slot.platform = nullptr;
+    }
+    if (ending != nullptr) {
+        ending->shutdown();
+    }
+}
+
+} // namespace morvellacinto::platform

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/platform/HttpSession.h"
+
+#include <memory>
+
+namespace morvellacinto::platform {
+
+class AssertionHandler;
+class Clock;
+class DeveloperLog;
+class Device;
+class Dispatch;
+class LocationServices;
+class Network;
+class SystemVersion;
+class Telephony;
+class Tracking;
+class UrlParser;
+class UserDefaults;
+
+/// Everything that the library needs of the system below it. Each accessor may be called on any
+/// thread; what it gives lives as long as the platform.
+class MORVELLACINTO_EXPORT Platform {
+public:
+    Platform(const Platform&) = delete;
+    Platform& operator=(const Platform&) = delete;
+    virtual ~Platform();
+
+    [[nodiscard]] virtual Dispatch& dispatch() = 0;
+    [[nodiscard]] virtual Clock& clock() = 0;
+    [[nodiscard]] virtual DeveloperLog& developerLog() = 0;
+    [[nodiscard]] virtual AssertionHandler& assertionHandler() = 0;
+    [[nodiscard]] virtual SystemVersion& systemVersion() = 0;
+    [[nodiscard]] virtual UserDefaults& standardUserDefaults() = 0;
+    [[nodiscard]] virtual UrlParser& urlParser() = 0;
+    [[nodiscard]] virtual LocationServices& locationServices() = 0;
+    [[nodiscard]] virtual Telephony& telephony() = 0;
+    [[nodiscard]] virtual Device& device() = 0;
+    [[nodiscard]] virtual Tracking& tracking() = 0;
+    [[nodiscard]] virtual Network& network() = 0;
+    /// A new session. `delegate` is asked for its opinion on authentication challenges and must
+    /// outlive the session; null means default handling.
+    [[nodiscard]] virtual std::shared_ptr<HttpSession>
+    makeHttpSession(HttpSessionConfiguration configuration, HttpSessionDelegate* delegate) = 0;
+
+    /// Ends everything that runs for the library, as `platform::shutdown` tells. Called once.
+    virtual void shutdown() = 0;
+
+protected:
+    Platform() = default;
+};
+
+/// Chooses the platform, once in the life of the process and before any other call of the library.
+/// Throws std::logic_error when one has been installed before, std::invalid_argument for null.
+MORVELLACINTO_EXPORT void install(std::shared_ptr<Platform> platform);
+
+/// The installed platform. Throws std::logic_error when there is none, or when it has been shut
+/// down. Any thread.
+[[nodiscard]] MORVELLACINTO_EXPORT std::shared_ptr<Platform> current();
+
+/// Ends the library's work for good: no callback starts afterwards, requests in flight are
+/// cancelled, blocks that wait in queues are dropped, and the platform's threads are joined. That
+/// takes at most 250 ms whatever the network does, longer only while host code runs on one of
+/// those threads or settings are being flushed. Called from a callback it does not wait for the
+/// thread that it is on. Without effect when nothing is installed; a process may exit without it.
+MORVELLACINTO_EXPORT void shutdown();
+
+} // namespace morvellacinto::platform

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "morvellacinto/foundation/Export.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace morvellacinto::platform {
+
+struct Carrier {
+    std::optional<std::string> carrierName;
+    std::optional<std::string> isoCountryCode;    ///< ISO 3166-1 alpha-2
+    std::optional<std::string> mobileNetworkCode; ///< decimal digits
+};
+
+/// Telephony information, one object a look. All operations run on the caller's thread, which may
+/// be any, and may block it shortly.
+class MORVELLACINTO_EXPORT TelephonyInfo {
+public:
+    TelephonyInfo(const TelephonyInfo&) = delete;
+    TelephonyInfo& operator=(const TelephonyInfo&) = delete;
+    virtual ~TelephonyInfo();
+
+    /// For systems before 12.0.
+    [[nodiscard]] virtual std::optional<Carrier> subscriberCellularProvider() const = 0;
+    [[nodiscard]] virtual std::optional<std::string> currentRadioAccessTechnology() const = 0;
+
+    /// From 12.0 on: one entry a service, in the platform's order; absent without telephony. An
+    /// empty entry is a service without a carrier.
+    [[nodiscard]] virtual std::optional<std::vector<std::optional<Carrier>>>
+    serviceSubscriberCellularProviders() const = 0;
+    [[nodiscard]] virtual std::optional<std::vector<std::string>>
+    serviceCurrentRadioAccessTechnology() const = 0;
+
+protected:
+    TelephonyInfo() = default;
+};
+
+class MORVELLACINTO_EXPORT Telephony {
+public:
+    Telephony(const Telephony&) = delete;
+    Telephony& operator=(const Telephony&) = delete;
+    virtual ~Telephony();
+
+    /// Never null. Any thread.
+    [[nodiscard]] virtual std::unique_ptr<TelephonyInfo> makeInfo() const = 0;
+
+protected:
+    Telephony() = default;
+};
+
+} // namespace morvellacinto::platform
