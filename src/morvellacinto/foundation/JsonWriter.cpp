@@ -40,7 +40,7 @@ public:
         while (!frames_.empty()) {
             Frame& frame = frames_.back();
             if (frame.next == frame.count) {
-                text_ += frame.object != nullptr ? '}' : ']';
+                text_ += frame.isObject ? '}' : ']';
                 frames_.pop_back();
                 continue;
             }
@@ -48,11 +48,11 @@ public:
                 text_ += ',';
             }
             const std::size_t position = frame.next++;
-            if (frame.object == nullptr) {
-                writeOne(frame.array[position]);
+            if (!frame.isObject) {
+                writeOne(frame.elements[position]);
                 continue;
             }
-            const Object::Member& member = frame.object[position];
+            const Object::Member& member = frame.members[position];
             key_ = member.key();
             writeString(key_);
             text_ += ':';
@@ -63,8 +63,9 @@ public:
 
 private:
     struct Frame {
-        const Object::Member* object; // null for an array
-        const Value* array;
+        bool isObject;
+        const Object::Member* members; // of an object
+        const Value* elements;         // of an array
         std::size_t count;
         std::size_t next;
     };
@@ -96,13 +97,13 @@ private:
         case Value::Kind::array: {
             const Array& array = value.asArray();
             text_ += '[';
-            frames_.push_back({nullptr, array.begin(), array.size(), 0});
+            frames_.push_back({false, nullptr, array.begin(), array.size(), 0});
             break;
         }
         case Value::Kind::object: {
             const Object& object = value.asObject();
             text_ += '{';
-            frames_.push_back({object.begin(), nullptr, object.size(), 0});
+            frames_.push_back({true, object.begin(), nullptr, object.size(), 0});
             break;
         }
         case Value::Kind::date:
