@@ -65,9 +65,8 @@ Array::Rep& Array::detached() {
 Value ValueAccess::makeArray(std::span<Value> elements) {
     Array made;
     if (!elements.empty()) {
-        made.rep_ = new Array::Rep(
-            std::vector<Value>(std::make_move_iterator(elements.begin()),
-                               std::make_move_iterator(elements.end())));
+        made.rep_ = new Array::Rep(std::vector<Value>(std::make_move_iterator(elements.begin()),
+                                                      std::make_move_iterator(elements.end())));
     }
     return made;
 }

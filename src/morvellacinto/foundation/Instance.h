@@ -46,8 +46,8 @@ public:
     Ref(const Ref& other) noexcept : Ref(other.object_) {}
     Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
     template <class U>
-        requires std::is_convertible_v<U*, T*>
-    Ref(const Ref<U>& other) noexcept : Ref(static_cast<T*>(other.get())) {}
+    requires std::is_convertible_v<U*, T*> Ref(const Ref<U>& other)
+    noexcept : Ref(static_cast<T*>(other.get())) {}
     Ref& operator=(Ref other) noexcept {
         std::swap(object_, other.object_);
         return *this;

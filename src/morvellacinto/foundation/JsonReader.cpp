@@ -91,8 +91,7 @@ public:
             while (true) {
                 if (depth_ == 0) {
                     skipSpace();
-                    return next_ == end_ ? std::optional(std::move(values_.front()))
-                                         : std::nullopt;
+                    return next_ == end_ ? std::optional(std::move(values_.front())) : std::nullopt;
                 }
                 skipSpace();
                 if (next_ == end_) {
@@ -174,8 +173,8 @@ private:
     void close() {
         const Frame frame = frames_[--depth_];
         const std::span<Value> members = std::span(values_).subspan(frame.first);
-        Value made = frame.isObject ? ValueAccess::makeObject(members)
-                                    : ValueAccess::makeArray(members);
+        Value made =
+            frame.isObject ? ValueAccess::makeObject(members) : ValueAccess::makeArray(members);
         values_.resize(frame.first);
         values_.push_back(std::move(made));
     }
@@ -234,9 +233,8 @@ private:
                 start = next_;
                 continue;
             }
-            const std::size_t length = static_cast<unsigned char>(*next_) < 0x20
-                                           ? 0
-                                           : utf8SequenceLength({next_, end_});
+            const std::size_t length =
+                static_cast<unsigned char>(*next_) < 0x20 ? 0 : utf8SequenceLength({next_, end_});
             if (length == 0) {
                 return false;
             }

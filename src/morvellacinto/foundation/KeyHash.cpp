@@ -17,7 +17,8 @@ Seed drawSeed() noexcept {
     try {
         std::random_device device;
         const auto draw = [&device] {
-            return static_cast<std::uint64_t>(device()) << 32 | static_cast<std::uint64_t>(device());
+            return static_cast<std::uint64_t>(device()) << 32 |
+                   static_cast<std::uint64_t>(device());
         };
         return {draw(), draw()};
     } catch (...) {

@@ -234,8 +234,7 @@ float Value::asFloat() const {
 
 std::string_view Value::asString() const {
     if (tag() == Tag::shortString) {
-        return {reinterpret_cast<const char*>(storage_ + 2),
-                static_cast<std::size_t>(storage_[1])};
+        return {reinterpret_cast<const char*>(storage_ + 2), static_cast<std::size_t>(storage_[1])};
     }
     if (tag() != Tag::longString) {
         throwNot("a string");

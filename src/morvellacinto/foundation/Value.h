@@ -56,13 +56,11 @@ public:
         put<std::uint64_t>(value ? 1 : 0);
     }
     template <std::signed_integral T>
-        requires(!std::same_as<T, char> && !std::same_as<T, wchar_t>)
-    Value(T value) noexcept : Value(Tag::signedInteger) {
-        put<std::int64_t>(value);
-    }
+    requires(!std::same_as<T, char> && !std::same_as<T, wchar_t>) Value(T value)
+    noexcept : Value(Tag::signedInteger) { put<std::int64_t>(value); }
     template <std::unsigned_integral T>
-        requires(!std::same_as<T, bool> && !std::same_as<T, char>)
-    Value(T value) noexcept
+    requires(!std::same_as<T, bool> && !std::same_as<T, char>) Value(T value)
+    noexcept
         : Value(static_cast<std::uint64_t>(value) > INT64_MAX ? Tag::unsignedInteger
                                                               : Tag::signedInteger) {
         put<std::uint64_t>(value);
@@ -132,7 +130,8 @@ public:
     /// Any number, converted to the nearest double; `asFloat` likewise to the nearest float.
     [[nodiscard]] double asDouble() const;
     [[nodiscard]] float asFloat() const;
-    /// The view is valid while this value is neither changed nor destroyed; a copy does not keep it.
+    /// The view is valid while this value is neither changed nor destroyed; a copy does not keep
+    /// it.
     [[nodiscard]] std::string_view asString() const;
     [[nodiscard]] Date asDate() const;
     [[nodiscard]] std::span<const std::byte> asBytes() const;

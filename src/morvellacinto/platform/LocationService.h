@@ -32,8 +32,8 @@ inline constexpr std::int32_t reduced = 1;
 
 class LocationService;
 
-/// Receives notifications on the main queue, never inside the creation of the service, `setDelegate`
-/// or `startUpdatingLocation`.
+/// Receives notifications on the main queue, never inside the creation of the service,
+/// `setDelegate` or `startUpdatingLocation`.
 class MORVELLACINTO_EXPORT LocationServiceDelegate {
 public:
     LocationServiceDelegate(const LocationServiceDelegate&) = delete;

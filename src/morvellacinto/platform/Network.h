@@ -31,8 +31,8 @@ public:
     Network& operator=(const Network&) = delete;
     virtual ~Network();
 
-    /// `ReachabilityFlags` of the default route (the target 0.0.0.0), or nothing when they cannot be
-    /// read. Sends no packet.
+    /// `ReachabilityFlags` of the default route (the target 0.0.0.0), or nothing when they cannot
+    /// be read. Sends no packet.
     [[nodiscard]] virtual std::optional<std::uint32_t> defaultRouteFlags() const = 0;
     /// Names of the Wi-Fi interfaces, or nothing without Wi-Fi.
     [[nodiscard]] virtual std::optional<std::vector<std::string>> supportedInterfaces() const = 0;

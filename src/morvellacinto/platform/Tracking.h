@@ -31,8 +31,8 @@ public:
     [[nodiscard]] virtual bool isAdvertisingTrackingEnabled() const = 0;
     /// From 14.0 on: a `TrackingAuthorization`. Any thread.
     [[nodiscard]] virtual std::uint64_t trackingAuthorizationStatus() const = 0;
-    /// Asks the user and returns at once; `answer` is called once, on an arbitrary thread. The status
-    /// has changed from 0 before that.
+    /// Asks the user and returns at once; `answer` is called once, on an arbitrary thread. The
+    /// status has changed from 0 before that.
     virtual void requestTrackingAuthorization(Answer answer) = 0;
 
 protected:

@@ -1,0 +1,170 @@
+#include "morvellacinto/foundation/Json.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+namespace morvellacinto {
+namespace {
+
+TEST(JsonReader, refusesWhatIsNoJson) {
+    for (const std::string_view text : {"",
+                                        " ",
+                                        "1",
+                                        "\"x\"",
+                                        "null",
+                                        "[",
+                                        "{",
+                                        "[1",
+                                        "[1,",
+                                        "[1,]",
+                                        "[,1]",
+                                        "[1 2]",
+                                        "[]]",
+                                        "[] x",
+                                        "{\"a\"}",
+                                        "{\"a\":}",
+                                        "{\"a\":1,}",
+                                        "{a:1}",
+                                        "{1:1}",
+                                        "{\"a\":1 \"b\":2}",
+                                        "[01]",
+                                        "[-]",
+                                        "[+1]",
+                                        "[.5]",
+                                        "[5.]",
+                                        "[1e]",
+                                        "[1e+]",
+                                        "[0x10]",
+                                        "[NaN]",
+                                        "[1e400]",
+                                        "[-1e400]",
+                                        "[tru]",
+                                        "[nul]",
+                                        "[\"\x01\"]",
+                                        "[\"\\x\"]",
+                                        "[\"\\u12\"]",
+                                        "[\"\\ud800\"]",
+                                        "[\"\\udc00\"]",
+                                        "[\"\\ud800\\u0041\"]",
+                                        "[\"\x80\"]",
+                                        "[\"\xC0\x80\"]",
+                                        "[\"\xED\xA0\x80\"]",
+                                        "[\"\xF4\x90\x80\x80\"]",
+                                        "[\"\xE2\x82\"]",
+                                        "[\"unended]",
+                                        "[1}",
+                                        "{\"a\":1]",
+                                        "// x\n[]",
+                                        "[]\x01"}) {
+        EXPECT_FALSE(readJson(text)) << text;
+    }
+    EXPECT_FALSE(readJson(std::string_view("[]\0", 3)));
+    EXPECT_FALSE(readJson(std::string(1'000'000, '[')));
+    EXPECT_FALSE(readJson(std::string(513, '[') + std::string(513, ']')));
+}
+
+TEST(JsonReader, readsWhatTheGrammarAllows) {
+    EXPECT_EQ(readJson("\xEF\xBB\xBF [ ] "), Value(Array()));
+    EXPECT_TRUE(readJson(std::string(512, '[') + std::string(512, ']')));
+    EXPECT_EQ(readJson("[\"\\\"\\\\\\/\\b\\f\\n\\r\\t\\u00e9\\uD83D\\uDE00 \xC3\xA9\"]"),
+              Value(Array::of({"\"\\/\b\f\n\r\t\xC3\xA9\xF0\x9F\x98\x80 \xC3\xA9"})));
+    EXPECT_EQ(readJson("[\"\\u0000\"]"), Value(Array::of({std::string_view("\0", 1)})));
+    EXPECT_EQ(readJson(" {\"a\" : [true,false , null,{}] }"),
+              Value(Object{{"a", Array::of({true, false, nullptr, Object()})}}));
+}
+
+TEST(JsonReader, lastOfEqualKeysWinsInThePlaceOfTheFirst) {
+    EXPECT_EQ(writeJson(*readJson(R"({"a":1,"b":2,"a":3})")), R"({"a":3,"b":2})");
+}
+
+TEST(JsonReader, keepsIntegersExactAndTakesDoublesBeyond) {
+    const Value numbers = *readJson("[9223372036854775807,-9223372036854775808,"
+                                    "18446744073709551615,18446744073709551616,-0,1e-400,4.9e-324,"
+                                    "0.00000000000000000000000000001e-390,1.7976931348623157e308]");
+    const Array& array = numbers.asArray();
+    EXPECT_EQ(array[0].asInt64(), INT64_MAX);
+    EXPECT_EQ(array[1].asInt64(), INT64_MIN);
+    EXPECT_EQ(array[2].asUInt64(), UINT64_MAX);
+    EXPECT_EQ(array[3].kind(), Value::Kind::float64);
+    EXPECT_EQ(array[3].asDouble(), 0x1p64);
+    EXPECT_TRUE(std::signbit(array[4].asDouble()));
+    EXPECT_EQ(array[5].asDouble(), 0);
+    EXPECT_EQ(array[6].asDouble(), std::numeric_limits<double>::denorm_min());
+    EXPECT_EQ(array[7].asDouble(), 0);
+    EXPECT_EQ(array[8].asDouble(), std::numeric_limits<double>::max());
+}
+
+TEST(JsonReader, readsAMillionMembersInLinearTime) {
+    std::string text = "{";
+    for (int key = 0; key < 1'000'000; ++key) {
+        text += "\"" + std::to_string(key) + "\":0,";
+    }
+    text += "\"0\":1}";
+    const auto read = readJson(text);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->asObject().size(), 1'000'000U);
+    EXPECT_EQ(read->asObject().at("0"), Value(1));
+}
+
+TEST(JsonReader, agreesWithASecondReaderOnMutatedText) {
+    const std::string seed =
+        R"({"tags":{"seg":["a b","\u00e9x"],"n":[1,-2.5e3,0.1,1e10]},"m":null})";
+    std::mt19937 random(7);
+    const auto pick = [&random](std::size_t bound) { return random() % bound; };
+    int valid = 0;
+    for (int round = 0; round < 20'000; ++round) {
+        std::string text = seed;
+        for (std::size_t change = 0, changes = 1 + pick(2); change < changes; ++change) {
+            constexpr std::string_view alphabet = "{}[]\",:0123456789.eE+-\\u tfn\x80\xC3";
+            const std::size_t position = pick(text.size());
+            if (pick(2) == 0) {
+                text[position] = alphabet[pick(alphabet.size())];
+            } else {
+                text.erase(position, 1 + pick(3));
+            }
+        }
+        const auto mine = readJson(text);
+        const auto theirs = nlohmann::json::parse(text, nullptr, false);
+        ASSERT_EQ(mine.has_value(), !theirs.is_discarded()) << text;
+        if (mine) {
+            ++valid;
+            ASSERT_EQ(nlohmann::json::parse(writeJson(*mine)), theirs) << text;
+        }
+    }
+    EXPECT_GT(valid, 1000);
+}
+
+TEST(JsonWriter, writesCompactTextWithShortestNumbers) {
+    const Value value(Object{{"lat", 59.329F},
+                             {"speed", 0.1},
+                             {"whole", 3.0},
+                             {"text", "a/\"\\\n\x01\xC3\xA9"},
+                             {"empty", Array::of({Object(), Array()})},
+                             {"big", UINT64_MAX}});
+    EXPECT_EQ(writeJson(value), R"({"lat":59.329,"speed":0.1,"whole":3,"text":"a/\"\\\n\u0001)"
+                                "\xC3\xA9\",\"empty\":[{},[]],\"big\":18446744073709551615}");
+}
+
+TEST(JsonWriter, throwsOnWhatJsonCannotHoldAndNamesTheMember) {
+    const auto messageFor = [](const Value& value) -> std::string {
+        try {
+            return writeJson(value);
+        } catch (const JsonWriteError& error) {
+            return error.what();
+        }
+    };
+    EXPECT_EQ(messageFor(Object{{"lat", std::nanf("")}}),
+              "JSON cannot hold not-a-number, found at or below the member \"lat\"");
+    EXPECT_EQ(messageFor(Array::of({HUGE_VAL})), "JSON cannot hold infinity");
+    EXPECT_EQ(messageFor(Array::of({Date{1}})), "JSON cannot hold a date");
+    EXPECT_EQ(messageFor(Array::of({"\xFF"})), "JSON cannot hold a string that is not valid UTF-8");
+    EXPECT_EQ(messageFor("text"),
+              "JSON text needs an object or an array at the top, found a string");
+}
+
+} // namespace
+} // namespace morvellacinto
