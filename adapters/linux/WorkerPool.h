@@ -9,6 +9,9 @@ namespace morvellacinto::native {
 /// Background threads for blocks of host and library code. Threads are made when blocks wait and no
 /// thread is free, so that a block that takes long delays no other, and end after 15 idle seconds.
 /// They block all signals.
+///
+/// Making a pool starts no thread. In a child made by fork() a pool does nothing: blocks are
+/// dropped, and shutdown and destructor return at once.
 class WorkerPool {
 public:
     using Block = std::function<void()>;
@@ -20,7 +23,8 @@ public:
     /// As `shutdown`.
     ~WorkerPool();
 
-    /// Any thread. Dropped after `shutdown`.
+    /// Any thread. Dropped after `shutdown`. Throws std::system_error when not even a first thread
+    /// can be made.
     void post(Block block);
 
     /// Drops the blocks that wait and joins the threads once the blocks that run have returned; the
@@ -28,6 +32,7 @@ public:
     void shutdown();
 
 private:
+    friend class SerialQueue;
     struct State;
     std::shared_ptr<State> state_;
 };
@@ -46,8 +51,8 @@ public:
 
 private:
     struct State;
+    struct Turn;
     std::shared_ptr<State> state_;
-    WorkerPool& pool_;
 };
 
 } // namespace morvellacinto::native
