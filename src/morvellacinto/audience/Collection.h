@@ -1,0 +1,10 @@
+#pragma once
+
+#include "morvellacinto/audience/KRAudienceManager.h"
+
+namespace morvellacinto {
+
+void collectAudience(const AudienceSettings& settings, Object& payload,
+                     KRAudienceManager::Completion completion, bool force);
+
+} // namespace morvellacinto

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "morvellacinto/foundation/KRError.h"
+#include "morvellacinto/foundation/Uuid.h"
+#include "morvellacinto/foundation/Value.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace morvellacinto {
+
+struct AudienceSettings;
+
+/// Which member of the cached answer `cachedTags` gives; any other number gives nothing.
+enum KRTagsType : std::size_t {
+    KRTagsTypeTags = 1,
+    KRTagsTypeMapping = 2,
+};
+
+/// The library's entry: fetches geo tags, uploads audience payloads and reads the cached answer.
+///
+/// An instance holds its four configuration fields and nothing else; the cache is shared by all
+/// instances and outlives the process. Creating one starts no work. Work in flight keeps what it
+/// needs, so an instance may be destroyed at any time. The fields and, but for
+/// `kovraTagsWithCompletion`, the operations may be used on any thread. Operations throw
+/// std::logic_error when no platform is installed.
+class MORVELLACINTO_EXPORT KRAudienceManager {
+public:
+    /// Receives the service's answer or an error, exactly one of the two, on the main queue and
+    /// never before the operation that was given it has returned. May be called more than once
+    /// where an operation says so.
+    using Completion = std::function<void(const std::optional<Object>& answer,
+                                          const std::optional<KRError>& error)>;
+
+    /// Without a token the uploads carry none.
+    explicit KRAudienceManager(std::optional<Uuid> apiToken);
+    KRAudienceManager(std::optional<Uuid> apiToken, std::int32_t geoFixDecimals);
+    KRAudienceManager(std::optional<Uuid> apiToken, std::int32_t geoFixDecimals,
+                      std::optional<std::string> trackId);
+    KRAudienceManager(const KRAudienceManager&) = delete;
+    KRAudienceManager& operator=(const KRAudienceManager&) = delete;
+    ~KRAudienceManager();
+
+    /// Authenticates uploads.
+    [[nodiscard]] std::optional<Uuid> apiToken() const;
+    void setApiToken(std::optional<Uuid> apiToken);
+
+    /// How many decimals of latitude and longitude leave the device; 5 by default, cut to a whole
+    /// number when used. A negative count gives not-a-number, which fails the upload.
+    [[nodiscard]] float geoFixDecimals() const noexcept;
+    void setGeoFixDecimals(float decimals) noexcept;
+
+    /// When present, stands in for the device's vendor and advertising identifiers in uploads.
+    [[nodiscard]] std::optional<std::string> trackId() const;
+    void setTrackId(std::optional<std::string> trackId);
+
+    /// Whether `kovraTagsWithCompletion` first asks the user for permission to track; false by
+    /// default.
+    [[nodiscard]] bool requestTrackingAuthorization() const noexcept;
+    void setRequestTrackingAuthorization(bool request) noexcept;
+
+    /// Waits for one device location, coarsens it, adds it to the base payload and collects that.
+    ///
+    /// Call it on the main thread when location may be used: elsewhere the platform's assertion
+    /// handler is called, which by default throws platform::AssertionFailure. Where location may
+    /// not be used the payload goes without one, from any thread; when the location service fails,
+    /// with zeros. A call made while another one still waits for its location supersedes it: the
+    /// earlier completion is dropped. When the user has to be asked for permission to track, the
+    /// whole operation runs now and once more after the answer, and the completion may be called
+    /// twice.
+    void kovraTagsWithCompletion(Completion completion);
+
+    /// Uploads `payload` and caches the answer, or, within 90 seconds of the last upload, hands out
+    /// the cached answer unless `force` is true.
+    ///
+    /// With a `trackId` the payload's "vendorId" and "advertId" are set to it first; the caller's
+    /// object shows that, copies made of it before do not. Returns before the answer has come.
+    /// Without a completion the payload is always uploaded and the answer ignored. An answer that
+    /// is no object is dropped, and the completion not called. A failure inside the call itself,
+    /// such as a payload that JSON cannot hold, is logged as "tags failed", and the completion not
+    /// called.
+    void collect(Object& payload, Completion completion, bool force = false);
+
+    /// The "tags" or "mapping" of the cached answer, of whatever age and kind, without a request;
+    /// nothing when there is no such member.
+    [[nodiscard]] std::optional<Value> cachedTags(KRTagsType type) const;
+
+    /// "key=value" pairs joined by "&": one for each string of each member, in order, keys as they
+    /// are, values percent-encoded but for ASCII letters, digits and -._~!$&'()*+,;=:[]. Throws
+    /// std::invalid_argument, which names the member, for a member that is not an array of strings.
+    [[nodiscard]] static std::string toQueryString(const Object& tags);
+
+private:
+    std::shared_ptr<AudienceSettings> settings_;
+};
+
+} // namespace morvellacinto

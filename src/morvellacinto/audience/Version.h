@@ -1,0 +1,15 @@
+#pragma once
+
+#include "morvellacinto/foundation/Export.h"
+
+namespace morvellacinto {
+
+extern "C" {
+
+/// "@(#)PROGRAM:Morvellacinto  PROJECT:Morvellacinto-1\n", zero-terminated.
+MORVELLACINTO_EXPORT extern const char MorvellacintoVersionString[];
+
+MORVELLACINTO_EXPORT extern const double MorvellacintoVersionNumber;
+}
+
+} // namespace morvellacinto

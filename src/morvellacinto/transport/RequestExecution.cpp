@@ -1,0 +1,62 @@
+#include "morvellacinto/transport/RequestExecution.h"
+
+#include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/platform/Platform.h"
+#include "morvellacinto/transport/KRNetworkDelegate.h"
+#include "morvellacinto/transport/KRRequest.h"
+
+namespace morvellacinto::KRNetworkManager {
+namespace {
+
+constexpr std::chrono::seconds resourceTimeout{10};
+constexpr const char* tokenHeader = "API_TOKEN";
+constexpr const char* fallbackBody = R"({"bundle": "se.kovra.no-bundle"})";
+
+platform::HttpSessionConfiguration sessionConfiguration() {
+    platform::HttpSessionConfiguration configuration;
+    configuration.additionalHeaders = {{"Accept-Encoding", "gzip"}};
+    configuration.resourceTimeout = resourceTimeout;
+    configuration.shouldUsePipelining = true;
+    return configuration;
+}
+
+std::optional<platform::HttpRequest> transferFor(const KRRequest& request) {
+    platform::HttpRequest transfer;
+    transfer.url = request.url();
+    switch (request.type()) {
+    case KRRequestTypeGet:
+        return transfer;
+    case KRRequestTypePost:
+        transfer.method = "POST";
+        if (request.apiToken()) {
+            transfer.headers.push_back({tokenHeader, request.apiToken()->text()});
+        }
+        transfer.body = request.payload().value_or(fallbackBody);
+        return transfer;
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+void request(const KRRequest& request, SuccessCallback success, ErrorCallback error) {
+    const auto session =
+        platform::current()->makeHttpSession(sessionConfiguration(), &KRNetworkDelegate::shared());
+    if (std::optional<platform::HttpRequest> transfer = transferFor(request)) {
+        const auto task = session->dataTask(
+            *std::move(transfer), [success = std::move(success), error = std::move(error)](
+                                      const std::optional<std::string>& data,
+                                      const std::optional<platform::HttpResponse>& /*response*/,
+                                      const std::optional<KRError>& failure) {
+                if (failure && error) {
+                    error(*failure);
+                } else if (success) {
+                    success(data && !failure ? readJson(*data) : std::nullopt);
+                }
+            });
+        task->resume();
+    }
+    session->finishTasksAndInvalidate();
+}
+
+} // namespace morvellacinto::KRNetworkManager
