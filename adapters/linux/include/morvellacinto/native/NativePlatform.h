@@ -1,0 +1,102 @@
+#pragma once
+
+#include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/platform/Platform.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace morvellacinto::native {
+
+struct NativeOptions {
+    /// Such as "com.example.host": what the device reports and what the settings are filed under.
+    /// Absent or empty: the Flatpak's identifier, and outside of Flatpak none.
+    std::optional<std::string> bundleIdentifier;
+
+    /// Where the settings live; made when it is missing. Empty: "morvellacinto" in $XDG_DATA_HOME,
+    /// else in ~/.local/share.
+    std::filesystem::path dataDirectory;
+
+    /// PEM files of certificates to trust besides the system's.
+    std::vector<std::filesystem::path> trustAnchors;
+
+    /// Receives each line of the developer log, without a line break. Absent: standard error.
+    std::function<void(std::string_view)> developerLog;
+
+    /// Receives a sentence when something underneath the library is not as it should be, such as a
+    /// damaged database that was set aside. Absent: standard error.
+    ///
+    /// Both functions are called on any thread, also on several at once, with no lock held; what
+    /// they throw is swallowed.
+    std::function<void(std::string_view)> diagnostics;
+};
+
+/// The library's platform on a Linux phone.
+///
+/// The thread that calls `create` is the main thread: its loop polls `descriptor()` and calls
+/// `drain()` when that is readable, or it has no loop of its own and calls `run()`. Nothing else
+/// may run the main queue. All other operations may be called on any thread.
+///
+/// Creating the platform starts no thread and opens nothing but one event descriptor, closed on
+/// exec; threads, files and connections come with the first use of what needs them.
+///
+/// The last reference may be let go on any thread, also by a callback that the platform is running;
+/// that shuts it down as `shutdown` does. A child made by fork() may only exec or exit.
+class MORVELLACINTO_EXPORT NativePlatform final : public platform::Platform {
+public:
+    /// Throws std::system_error when no descriptor is left, and std::invalid_argument when
+    /// `dataDirectory` is empty and neither $XDG_DATA_HOME nor $HOME is an absolute path.
+    [[nodiscard]] static std::shared_ptr<NativePlatform> create(NativeOptions options = {});
+    ~NativePlatform() override;
+
+    /// Polls readable while blocks wait for the main thread, or an exception waits to be rethrown
+    /// there. Only for polling; stays open, and silent, after shutdown until the platform is
+    /// destroyed.
+    [[nodiscard]] int descriptor() const noexcept;
+
+    /// Runs the blocks that wait at this moment, in order; those that they add are left for the
+    /// next call. Throws first of all, one a call, an exception that escaped from a block on a
+    /// background thread; an exception of a block that runs here goes to the caller too, and the
+    /// blocks after it stay queued. May be called inside a block. Does nothing after shutdown.
+    /// Throws std::logic_error on any thread but the main one.
+    void drain();
+
+    /// Runs blocks as they come, until `stop` or shutdown; throws as `drain` does, and may be
+    /// called again afterwards.
+    void run();
+
+    /// Makes `run` return once the block that it is running has ended; what waits stays queued.
+    /// With no `run` under way, the next one returns at once. Not for signal handlers.
+    void stop();
+
+    [[nodiscard]] platform::Dispatch& dispatch() override;
+    [[nodiscard]] platform::Clock& clock() override;
+    [[nodiscard]] platform::DeveloperLog& developerLog() override;
+    [[nodiscard]] platform::AssertionHandler& assertionHandler() override;
+    [[nodiscard]] platform::SystemVersion& systemVersion() override;
+    [[nodiscard]] platform::UserDefaults& standardUserDefaults() override;
+    [[nodiscard]] platform::UrlParser& urlParser() override;
+    [[nodiscard]] platform::LocationServices& locationServices() override;
+    [[nodiscard]] platform::Telephony& telephony() override;
+    [[nodiscard]] platform::Device& device() override;
+    [[nodiscard]] platform::Tracking& tracking() override;
+    [[nodiscard]] platform::Network& network() override;
+    [[nodiscard]] std::shared_ptr<platform::HttpSession>
+    makeHttpSession(platform::HttpSessionConfiguration configuration,
+                    platform::HttpSessionDelegate* delegate) override;
+
+    /// See `platform::shutdown`, which calls it. Further calls have no effect.
+    void shutdown() override;
+
+private:
+    struct Services;
+    explicit NativePlatform(NativeOptions options);
+    std::unique_ptr<Services> services_;
+};
+
+} // namespace morvellacinto::native
