@@ -1,0 +1,69 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace morvellacinto::native {
+
+/// The host's queue: blocks that wait until the host's loop, on the thread that made the queue,
+/// runs them. Its public contract is told in NativePlatform.h.
+///
+/// A block may let go of the queue's owner, so whoever calls `drain` or `run` holds a reference for
+/// that time.
+class MainQueue {
+public:
+    using Block = std::function<void()>;
+
+    /// Throws std::system_error when no descriptor is left.
+    MainQueue();
+    MainQueue(const MainQueue&) = delete;
+    MainQueue& operator=(const MainQueue&) = delete;
+    ~MainQueue();
+
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+    [[nodiscard]] bool isMainThread() const noexcept;
+
+    /// Any thread. Dropped after `shutdown`.
+    void post(Block block);
+    /// Any thread. Keeps `exception` for the next `drain` or `run` to rethrow.
+    void rethrowLater(std::exception_ptr exception);
+
+    void drain();
+    void run();
+    void stop();
+
+    /// Drops what waits; no block starts afterwards. A `run` under way returns.
+    void shutdown();
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+
+    struct Waiting {
+        Block block;
+        std::uint64_t number;
+    };
+
+    void requireMainThread(const char* operation) const;
+    void rethrowEscaped(Lock& lock);
+    Block takeFirst();
+    void showState() noexcept;
+
+    const std::thread::id mainThread_ = std::this_thread::get_id();
+    const int descriptor_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Waiting> waiting_;
+    std::deque<std::exception_ptr> escaped_;
+    std::uint64_t nextNumber_ = 0;
+    bool readable_ = false;
+    bool stopRequested_ = false;
+    bool ended_ = false;
+};
+
+} // namespace morvellacinto::native

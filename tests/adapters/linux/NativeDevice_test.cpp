@@ -1,0 +1,103 @@
+#include "device/NativeDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+namespace morvellacinto::native {
+namespace {
+
+// A folder that stands for "/", with the files that a test puts there.
+class Root {
+public:
+    Root() {
+        std::string name = (std::filesystem::temp_directory_path() / "device-XXXXXX").string();
+        path_ = mkdtemp(name.data());
+    }
+    Root(const Root&) = delete;
+    Root& operator=(const Root&) = delete;
+    ~Root() { std::filesystem::remove_all(path_); }
+
+    void write(const std::string& file, const std::string& text) const {
+        std::filesystem::create_directories((path_ / file).parent_path());
+        std::ofstream(path_ / file, std::ios::binary) << text;
+    }
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+std::string kernelRelease() {
+    utsname names{};
+    uname(&names);
+    return names.release;
+}
+
+TEST(NativeDevice, GivesLocaleIdentifiersWithoutCodesetAndModifier) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"sv_SE.UTF-8", "sv_SE"},
+        {"sv_SE", "sv_SE"},
+        {"de_AT.ISO-8859-15@euro", "de_AT"},
+        {"sr_RS@latin", "sr_RS"},
+        {"en", "en"},
+        {"C", "en_US_POSIX"},
+        {"C.UTF-8", "en_US_POSIX"},
+        {"POSIX", "en_US_POSIX"},
+        {"", "en_US_POSIX"},
+        {".UTF-8", "en_US_POSIX"},
+        {"a/b", "en_US_POSIX"},
+        {"s\xc3", "en_US_POSIX"},
+    };
+    for (const auto& [name, identifier] : cases) {
+        EXPECT_EQ(localeIdentifierOf(name), identifier) << name;
+    }
+}
+
+TEST(NativeDevice, TakesTheFirstLocaleVariableThatIsNotEmpty) {
+    setenv("LC_ALL", "", 1);
+    setenv("LC_MESSAGES", "nb_NO.UTF-8", 1);
+    setenv("LANG", "sv_SE.UTF-8", 1);
+    EXPECT_EQ(NativeDevice({}).localeIdentifier(), "nb_NO");
+    setenv("LC_ALL", "fi_FI", 1);
+    EXPECT_EQ(NativeDevice({}).localeIdentifier(), "fi_FI");
+    unsetenv("LC_ALL");
+    unsetenv("LC_MESSAGES");
+    EXPECT_EQ(NativeDevice({}).localeIdentifier(), "sv_SE");
+    unsetenv("LANG");
+    EXPECT_EQ(NativeDevice({}).localeIdentifier(), "en_US_POSIX");
+}
+
+TEST(NativeDevice, ReadsTheSystemsVersionAndFallsBackOnTheKernels) {
+    const Root root;
+    const NativeDevice device({}, root.path());
+    EXPECT_EQ(device.systemVersion(), kernelRelease()) << "no file at all";
+    root.write("usr/lib/os-release", "NAME=\"Some\"\nVERSION_ID=\"12\"\n");
+    EXPECT_EQ(device.systemVersion(), "12");
+    root.write("etc/os-release", "XVERSION_ID=9\nVERSION_ID=24.06.1");
+    EXPECT_EQ(device.systemVersion(), "24.06.1");
+    root.write("etc/os-release", "VERSION_ID=''\nVERSION_ID_LIKE=3\n");
+    root.write("usr/lib/os-release", "VERSION_ID=\"\xff\"\n");
+    EXPECT_EQ(device.systemVersion(), kernelRelease());
+}
+
+TEST(NativeDevice, TakesTheBundleFromTheHostThenFromFlatpak) {
+    const Root root;
+    unsetenv("FLATPAK_ID");
+    EXPECT_EQ(NativeDevice({}, root.path()).bundleIdentifier(), std::nullopt);
+    root.write(".flatpak-info", "name=wrong\n[Application]\nruntime=a\nname=org.example.File\n"
+                                "[Instance]\nname=org.example.Wrong\n");
+    EXPECT_EQ(NativeDevice({}, root.path()).bundleIdentifier(), "org.example.File");
+    EXPECT_EQ(NativeDevice("", root.path()).bundleIdentifier(), "org.example.File");
+    setenv("FLATPAK_ID", "org.example.Variable", 1);
+    EXPECT_EQ(NativeDevice({}, root.path()).bundleIdentifier(), "org.example.Variable");
+    EXPECT_EQ(NativeDevice("com.example.host", root.path()).bundleIdentifier(), "com.example.host");
+}
+
+} // namespace
+} // namespace morvellacinto::native
