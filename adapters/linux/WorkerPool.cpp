@@ -1,10 +1,11 @@
 #include "WorkerPool.h"
 
+#include "SignalsBlocked.h"
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cxxabi.h>
 #include <deque>
 #include <list>
@@ -26,22 +27,6 @@ constexpr std::chrono::seconds idleLimit(15);
 // What a block may wait for a busy thread before the pool grows. Growth is bound to one thread in
 // this time, so that a burst of short blocks is worked off by few threads.
 constexpr std::chrono::milliseconds patience(2);
-
-// All signals are blocked while it lives; a thread made meanwhile inherits that.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-private:
-    sigset_t before_{};
-};
 
 } // namespace
 
