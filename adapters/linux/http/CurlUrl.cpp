@@ -1,0 +1,101 @@
+#include "CurlUrl.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <new>
+
+namespace morvellacinto::native {
+
+namespace {
+
+std::string lowerCase(std::string text) {
+    for (char& character : text) {
+        if (character >= 'A' && character <= 'Z') {
+            character = static_cast<char>(character - 'A' + 'a');
+        }
+    }
+    return text;
+}
+
+} // namespace
+
+std::optional<CurlUrl> CurlUrl::parse(std::string_view text) {
+    const bool printable = std::all_of(text.begin(), text.end(), [](char character) {
+        return character > ' ' && character < 0x7f;
+    });
+    if (!printable) {
+        return std::nullopt;
+    }
+    CurlUrl url(curl_url());
+    if (curl_url_set(url.handle(), CURLUPART_URL, std::string(text).c_str(),
+                     CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+        return std::nullopt;
+    }
+    return url;
+}
+
+std::optional<CurlUrl> CurlUrl::resolve(const std::string& reference) const {
+    CurlUrl url(curl_url_dup(handle()));
+    // As lenient as browsers are: what must be escaped and is not, libcurl escapes.
+    if (curl_url_set(url.handle(), CURLUPART_URL, reference.c_str(),
+                     CURLU_NON_SUPPORT_SCHEME | CURLU_ALLOW_SPACE | CURLU_URLENCODE) != CURLUE_OK) {
+        return std::nullopt;
+    }
+    return url;
+}
+
+std::string CurlUrl::text() const { return part(CURLUPART_URL); }
+
+std::string CurlUrl::shown() const {
+    const CurlUrl bare(curl_url_dup(handle()));
+    for (const CURLUPart removed : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_OPTIONS,
+                                    CURLUPART_QUERY, CURLUPART_FRAGMENT}) {
+        curl_url_set(bare.handle(), removed, nullptr, 0);
+    }
+    return bare.text();
+}
+
+std::string CurlUrl::origin() const {
+    return lowerCase(part(CURLUPART_SCHEME) + "://" + part(CURLUPART_HOST) + ":" + port());
+}
+
+bool CurlUrl::hasScheme(std::string_view scheme) const {
+    return lowerCase(part(CURLUPART_SCHEME)) == scheme;
+}
+
+bool CurlUrl::isLocalhost() const { return lowerCase(part(CURLUPART_HOST)) == "localhost"; }
+
+bool CurlUrl::isLoopback() const {
+    const std::string host = part(CURLUPART_HOST);
+    in_addr address{};
+    if (inet_pton(AF_INET, host.c_str(), &address) == 1) {
+        return ntohl(address.s_addr) >> 24U == 127;
+    }
+    return host == "[::1]" || isLocalhost();
+}
+
+bool CurlUrl::hasCredentials() const {
+    return !part(CURLUPART_USER).empty() || !part(CURLUPART_PASSWORD).empty();
+}
+
+std::string CurlUrl::port() const { return part(CURLUPART_PORT, CURLU_DEFAULT_PORT); }
+
+CurlUrl::CurlUrl(CURLU* handle) : handle_(handle) {
+    if (handle == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+std::string CurlUrl::part(CURLUPart part, unsigned flags) const {
+    char* text = nullptr;
+    if (curl_url_get(handle(), part, &text, flags) != CURLUE_OK) {
+        return {};
+    }
+    const std::unique_ptr<char, decltype(&curl_free)> owned(text, &curl_free);
+    return owned.get();
+}
+
+} // namespace morvellacinto::native

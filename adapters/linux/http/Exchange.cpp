@@ -1,0 +1,198 @@
+#include "Exchange.h"
+
+#include "RequestHeaders.h"
+#include "Route.h"
+#include "TrustStore.h"
+
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+
+#include <new>
+#include <stdexcept>
+
+namespace morvellacinto::native {
+
+Exchange::Exchange(ExchangeContext& context, const Route& route,
+                   const platform::HttpRequest& request,
+                   const std::vector<platform::HttpHeader>& sessionHeaders,
+                   std::chrono::milliseconds timeout)
+    : route_(route), handle_(curl_easy_init()) {
+    if (!handle_) {
+        throw std::bad_alloc();
+    }
+    setUpTransport(context, timeout);
+    setUpRequest(request);
+    setUpHeaders(context, request, sessionHeaders);
+}
+
+void Exchange::finish(CURLcode result) const {
+    if (failure_) {
+        throw HttpFailure(*failure_);
+    }
+    if (result != CURLE_OK) {
+        throw HttpFailure::ofCurl(result, route_.url().shown(), detail_.data());
+    }
+    if (decoder_) {
+        decoder_->finish();
+    }
+}
+
+long Exchange::status() const {
+    long status = 0;
+    curl_easy_getinfo(handle(), CURLINFO_RESPONSE_CODE, &status);
+    return status;
+}
+
+std::optional<std::string> Exchange::redirectTarget() const {
+    if (Route::isRedirect(status())) {
+        if (std::string location = header("Location"); !location.empty()) {
+            return location;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string Exchange::takeBody() { return decoder_ ? decoder_->take() : std::string(); }
+
+template <class T>
+void Exchange::set(CURLoption option, T value) {
+    const CURLcode result = curl_easy_setopt(handle(), option, value);
+    if (result == CURLE_OUT_OF_MEMORY) {
+        throw std::bad_alloc();
+    }
+    if (result != CURLE_OK) {
+        throw std::logic_error("libcurl lacks option " + std::to_string(option));
+    }
+}
+
+void Exchange::append(List& list, const std::string& line) {
+    curl_slist* const longer = curl_slist_append(list.get(), line.c_str());
+    if (longer == nullptr) {
+        throw std::bad_alloc();
+    }
+    static_cast<void>(list.release());
+    list.reset(longer);
+}
+
+void Exchange::setUpTransport(ExchangeContext& context, std::chrono::milliseconds timeout) {
+    set(CURLOPT_CURLU, route_.url().handle());
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    set(CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
+    set(CURLOPT_MAXAGE_CONN, 15L);
+    set(CURLOPT_NOSIGNAL, 1L);
+    // A look-up that hangs is left to end by itself instead of being waited for.
+    set(CURLOPT_QUICK_EXIT, 1L);
+    set(CURLOPT_ERRORBUFFER, detail_.data());
+    set(CURLOPT_SHARE, context.share);
+    set(CURLOPT_COOKIEFILE, ""); // cookies in memory
+    set(CURLOPT_OPENSOCKETFUNCTION, &Exchange::onOpenSocket);
+
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    set(CURLOPT_SSL_CTX_FUNCTION, &Exchange::onTlsContext);
+    set(CURLOPT_SSL_CTX_DATA, &context.trust);
+    const char* const none = nullptr; // not libcurl's own store but the one set on the context
+    for (const CURLoption option :
+         {CURLOPT_CAINFO, CURLOPT_CAPATH, CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAPATH}) {
+        set(option, none);
+    }
+
+    set(CURLOPT_HEADEROPT, static_cast<long>(CURLHEADER_SEPARATE)); // no token for a proxy
+    if (route_.url().isLoopback()) {
+        set(CURLOPT_PROXY, "");
+    }
+    if (route_.url().isLocalhost()) {
+        append(pinnedNames_, "localhost:" + route_.url().port() + ":127.0.0.1,[::1]");
+        set(CURLOPT_RESOLVE, pinnedNames_.get());
+    }
+}
+
+void Exchange::setUpRequest(const platform::HttpRequest& request) {
+    const std::string& method = route_.method();
+    if (!isHttpToken(method)) {
+        throw HttpFailure{HttpErrorCode::invalidRequest, "The method is no HTTP method."};
+    }
+    if (method == "HEAD") {
+        set(CURLOPT_NOBODY, 1L);
+    } else if (route_.carriesBody() || method == "POST") {
+        const bool hasBody = route_.carriesBody() && request.body;
+        set(CURLOPT_POSTFIELDSIZE_LARGE,
+            static_cast<curl_off_t>(hasBody ? request.body->size() : 0));
+        set(CURLOPT_POSTFIELDS, hasBody ? request.body->data() : "");
+    }
+    if (method != "HEAD") {
+        set(CURLOPT_CUSTOMREQUEST, method.c_str());
+    }
+    set(CURLOPT_WRITEFUNCTION, &Exchange::onBody);
+    set(CURLOPT_WRITEDATA, this);
+}
+
+void Exchange::setUpHeaders(const ExchangeContext& context, const platform::HttpRequest& request,
+                            const std::vector<platform::HttpHeader>& sessionHeaders) {
+    static const std::vector<platform::HttpHeader> none;
+    const auto headers = mergedHeaders(
+        sessionHeaders, route_.carriesOwnHeaders() ? request.headers : none, context.userAgent);
+    for (const platform::HttpHeader& header : headers) {
+        // libcurl sends a header without a value only when it is written with a semicolon.
+        append(headers_,
+               header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
+    }
+    if (!hasHeader(headers, "Expect")) {
+        append(headers_, "Expect:"); // waiting for a "100 Continue" can cost a second
+    }
+    set(CURLOPT_HTTPHEADER, headers_.get());
+}
+
+void Exchange::receive(std::string_view bytes) {
+    if (redirectTarget()) {
+        discardedBytes_ += bytes.size();
+        if (discardedBytes_ > BodyDecoder::maximumBytes) {
+            throw HttpFailure{HttpErrorCode::answerTooLarge, "A redirect's body is too large."};
+        }
+        return;
+    }
+    if (!decoder_) {
+        decoder_.emplace(header("Content-Encoding"));
+    }
+    decoder_->append(bytes);
+}
+
+std::string Exchange::header(const char* name) const {
+    std::string values;
+    curl_header* found = nullptr;
+    for (std::size_t index = 0;
+         curl_easy_header(handle(), name, index, CURLH_HEADER, -1, &found) == CURLHE_OK; ++index) {
+        values += (values.empty() ? "" : ", ") + std::string(found->value);
+    }
+    return values;
+}
+
+std::size_t Exchange::onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept {
+    Exchange& exchange = *static_cast<Exchange*>(self);
+    try {
+        exchange.receive({bytes, count});
+        return count;
+    } catch (const HttpFailure& failure) {
+        exchange.failure_ = failure;
+    } catch (...) {
+        exchange.failure_ = HttpFailure{HttpErrorCode::other, "The answer could not be kept."};
+    }
+    return CURL_WRITEFUNC_ERROR;
+}
+
+CURLcode Exchange::onTlsContext(CURL*, void* tlsContext, void* trust) noexcept {
+    try {
+        SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(tlsContext),
+                                static_cast<TrustStore*>(trust)->store());
+        return CURLE_OK;
+    } catch (...) {
+        return CURLE_OUT_OF_MEMORY;
+    }
+}
+
+curl_socket_t Exchange::onOpenSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
+    // A program that the host starts must not inherit it.
+    return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
+} // namespace morvellacinto::native

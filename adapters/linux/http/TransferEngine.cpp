@@ -1,0 +1,122 @@
+#include "TransferEngine.h"
+
+#include <algorithm>
+#include <exception>
+#include <new>
+#include <utility>
+
+namespace morvellacinto::native {
+
+namespace {
+
+// More than ever run at a time, so that none is closed to make room for another.
+constexpr long maximumConnections = 2 * static_cast<long>(TransferQueue::maximumRunning);
+
+// What fails in `step` fails for this one transfer.
+template <class Step>
+bool attempt(const std::shared_ptr<Transfer>& transfer, Step step) {
+    try {
+        step();
+        return true;
+    } catch (const HttpFailure& failure) {
+        transfer->fail(failure);
+    } catch (const std::exception& exception) {
+        transfer->fail(
+            {HttpErrorCode::other, std::string("The transfer failed (") + exception.what() + ")."});
+    }
+    return false;
+}
+
+} // namespace
+
+TransferEngine::TransferEngine(ExchangeContext context)
+    : context_(context), multi_(curl_multi_init()) {
+    if (!multi_) {
+        throw std::bad_alloc();
+    }
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, maximumConnections);
+}
+
+void TransferEngine::add(std::shared_ptr<Transfer> transfer) {
+    attempt(transfer, [&] {
+        transfer->openRoute();
+        queue_.add(transfer, Clock::now());
+    });
+}
+
+bool TransferEngine::step() {
+    startWaiting();
+    int running = 0;
+    curl_multi_perform(handle(), &running);
+    bool anyEnded = false;
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(handle(), &left)) {
+        if (message->msg == CURLMSG_DONE) {
+            end(message->easy_handle, message->data.result);
+            anyEnded = true;
+        }
+    }
+    return anyEnded;
+}
+
+void TransferEngine::wait(Clock::time_point limit) {
+    const Clock::time_point until = std::min(limit, queue_.nextEvent().value_or(limit));
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+    const auto bounded = std::clamp(left, std::chrono::milliseconds(0),
+                                    std::chrono::milliseconds(std::chrono::minutes(1)));
+    curl_multi_poll(handle(), nullptr, 0, static_cast<int>(bounded.count()), nullptr);
+}
+
+TransferEngine::Transfers TransferEngine::abandon() {
+    Transfers all = queue_.takeAll();
+    for (auto& [handle, running] : running_) {
+        curl_multi_remove_handle(multi_.get(), handle);
+        running.transfer->dropExchange();
+        all.push_back(std::move(running.transfer));
+    }
+    running_.clear();
+    return all;
+}
+
+void TransferEngine::startWaiting() {
+    const Clock::time_point now = Clock::now();
+    while (const std::shared_ptr<Transfer> expired = queue_.nextExpired(now)) {
+        expired->fail({HttpErrorCode::timedOut,
+                       "The request timed out while it waited for a free connection."});
+    }
+    while (const std::shared_ptr<Transfer> next = queue_.nextToStart(now)) {
+        begin(next);
+    }
+}
+
+void TransferEngine::begin(const std::shared_ptr<Transfer>& transfer) {
+    const std::string origin = transfer->origin();
+    const bool begun = attempt(transfer, [&] {
+        CURL* const easy = transfer->beginExchange(context_, Clock::now());
+        running_.emplace(easy, Running{transfer, origin});
+        if (curl_multi_add_handle(handle(), easy) != CURLM_OK) {
+            running_.erase(easy);
+            throw std::bad_alloc();
+        }
+    });
+    if (!begun) {
+        queue_.finished(origin, Clock::now());
+    }
+}
+
+void TransferEngine::end(CURL* easy, CURLcode result) {
+    curl_multi_remove_handle(handle(), easy);
+    const auto place = running_.find(easy);
+    const Running running = std::move(place->second);
+    running_.erase(place);
+    queue_.finished(running.origin, Clock::now());
+    attempt(running.transfer, [&] {
+        if (running.transfer->endExchange(result)) {
+            queue_.add(running.transfer, Clock::now());
+        } else {
+            running.transfer->succeed();
+        }
+    });
+}
+
+} // namespace morvellacinto::native

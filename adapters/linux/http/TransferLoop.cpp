@@ -1,0 +1,168 @@
+#include "TransferLoop.h"
+
+#include "CurlLibrary.h"
+#include "SignalsBlocked.h"
+#include "TransferEngine.h"
+
+#include <new>
+#include <pthread.h>
+#include <unistd.h>
+#include <utility>
+
+namespace morvellacinto::native {
+
+TransferLoop::TransferLoop(HttpOptions options)
+    : options_(std::move(options)), process_(getpid()), trust_(options_.trustAnchors) {}
+
+void TransferLoop::submit(std::shared_ptr<Transfer> transfer) {
+    transfer->start(Transfer::Clock::now());
+    std::unique_lock lock(mutex_);
+    if (stopped_) {
+        lock.unlock(); // dropping the transfer drops the host's completion
+        return;
+    }
+    submitted_.push_back(transfer);
+    if (threadTakesMore_) {
+        if (wakeable_ != nullptr && submitted_.size() == 1) {
+            curl_multi_wakeup(wakeable_);
+        }
+        return;
+    }
+    try {
+        startThread();
+    } catch (const std::exception&) {
+        submitted_.pop_back();
+        lock.unlock();
+        transfer->fail({HttpErrorCode::other, "The thread for transfers could not be started."});
+    }
+}
+
+void TransferLoop::halt() {
+    if (inForkedChild()) {
+        return;
+    }
+    std::thread thread;
+    {
+        const std::lock_guard lock(mutex_);
+        stopped_ = true;
+        if (wakeable_ != nullptr) {
+            curl_multi_wakeup(wakeable_);
+        }
+        thread.swap(thread_);
+    }
+    if (thread.get_id() == std::this_thread::get_id()) {
+        thread.detach();
+    } else if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+void TransferLoop::stop() {
+    if (inForkedChild()) {
+        // The child has this object but not its thread: leave all as it is, for good.
+        static_cast<void>(new std::shared_ptr<TransferLoop>(shared_from_this()));
+        return;
+    }
+    halt();
+    Transfers released; // with no lock held: the completions in it are the host's
+    {
+        const std::lock_guard lock(mutex_);
+        released.swap(abandoned_);
+    }
+}
+
+bool TransferLoop::inForkedChild() const noexcept { return getpid() != process_; }
+
+void TransferLoop::startThread() {
+    const SignalsBlocked blocked;
+    // The thread before this one has taken its last look and is cleaning up.
+    const auto previous = std::make_shared<std::thread>(std::move(thread_));
+    try {
+        thread_ = std::thread([self = shared_from_this(), previous] {
+            if (previous->joinable()) {
+                previous->join();
+            }
+            self->run();
+        });
+    } catch (...) {
+        thread_ = std::move(*previous);
+        throw;
+    }
+    threadTakesMore_ = true;
+}
+
+void TransferLoop::run() noexcept {
+    pthread_setname_np(pthread_self(), "morvellacinto");
+    try {
+        work();
+    } catch (const std::exception& exception) {
+        Transfers failed;
+        {
+            const std::lock_guard lock(mutex_);
+            threadTakesMore_ = false;
+            failed.swap(submitted_);
+        }
+        for (const std::shared_ptr<Transfer>& transfer : failed) {
+            transfer->fail({HttpErrorCode::other,
+                            std::string("Transfers are not possible (") + exception.what() + ")."});
+        }
+    }
+}
+
+void TransferLoop::work() {
+    useCurl(shared_from_this());
+    makeShare();
+    TransferEngine engine({share_.get(), trust_, options_.userAgent});
+    auto idleSince = Transfer::Clock::now();
+    bool idleTooLong = false;
+    while (!takeSubmitted(engine, idleTooLong)) {
+        const bool anyEnded = engine.step();
+        const auto now = Transfer::Clock::now();
+        if (!engine.isIdle()) {
+            idleSince = now;
+        }
+        idleTooLong = now >= idleSince + options_.idleTime;
+        if (!anyEnded && !idleTooLong) {
+            engine.wait(engine.isIdle() ? idleSince + options_.idleTime
+                                        : Transfer::Clock::time_point::max());
+        }
+    }
+}
+
+void TransferLoop::makeShare() {
+    if (share_) {
+        return;
+    }
+    share_.reset(curl_share_init());
+    if (!share_) {
+        throw std::bad_alloc();
+    }
+    curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+    curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+}
+
+bool TransferLoop::takeSubmitted(TransferEngine& engine, bool idleTooLong) {
+    Transfers taken;
+    {
+        const std::lock_guard lock(mutex_);
+        if (stopped_) {
+            abandoned_ = engine.abandon();
+            std::move(submitted_.begin(), submitted_.end(), std::back_inserter(abandoned_));
+            submitted_.clear();
+        } else {
+            taken.swap(submitted_);
+        }
+        const bool over = stopped_ || (taken.empty() && idleTooLong);
+        threadTakesMore_ = !over;
+        wakeable_ = over ? nullptr : engine.handle();
+        if (over) {
+            return true;
+        }
+    }
+    for (std::shared_ptr<Transfer>& transfer : taken) {
+        engine.add(std::move(transfer));
+    }
+    return false;
+}
+
+} // namespace morvellacinto::native
