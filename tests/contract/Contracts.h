@@ -11,7 +11,7 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -35,8 +35,9 @@ public:
 
     /// Lets main queue, background work and transfers go on until `done` holds; false when it does
     /// not within any reasonable time. An exception that escaped from a block leaves through here.
-    /// With a `done` that never holds it may return as soon as nothing is left to do.
     [[nodiscard]] virtual bool pumpUntil(const std::function<bool()>& done) = 0;
+    /// Lets happen what is due at this moment, for tests that nothing does; also after shutdown.
+    virtual void settle() = 0;
 
     /// An absolute URL at which each request is recorded and answered with `answer`.
     [[nodiscard]] virtual std::string serve(Answer answer) = 0;
@@ -47,9 +48,16 @@ public:
     [[nodiscard]] virtual std::string deadUrl() = 0;
 };
 
-using MakeSubject = std::function<std::unique_ptr<Subject>()>;
+struct Implementation {
+    const char* name;
+    std::function<std::unique_ptr<Subject>()> makeSubject;
 
-class Contract : public ::testing::TestWithParam<MakeSubject> {
+    friend std::ostream& operator<<(std::ostream& out, const Implementation& shown) {
+        return out << shown.name;
+    }
+};
+
+class Contract : public ::testing::TestWithParam<Implementation> {
 protected:
     [[nodiscard]] Subject& subject() { return *subject_; }
     [[nodiscard]] platform::Platform& platform() { return subject_->platform(); }
@@ -58,7 +66,7 @@ protected:
     }
 
 private:
-    const std::unique_ptr<Subject> subject_ = GetParam()();
+    const std::unique_ptr<Subject> subject_ = GetParam().makeSubject();
 };
 
 class DispatchContract : public Contract {};
@@ -72,12 +80,12 @@ class DeviceContract : public Contract {};
 
 #define MORVELLACINTO_INSTANTIATE_CONTRACTS(name, ...)                                             \
     namespace morvellacinto::contract {                                                            \
-    static const MakeSubject makeSubject = __VA_ARGS__;                                            \
-    INSTANTIATE_TEST_SUITE_P(name, DispatchContract, ::testing::Values(makeSubject));              \
-    INSTANTIATE_TEST_SUITE_P(name, UserDefaultsContract, ::testing::Values(makeSubject));          \
-    INSTANTIATE_TEST_SUITE_P(name, HttpSessionContract, ::testing::Values(makeSubject));           \
-    INSTANTIATE_TEST_SUITE_P(name, UrlParserContract, ::testing::Values(makeSubject));             \
-    INSTANTIATE_TEST_SUITE_P(name, LocationContract, ::testing::Values(makeSubject));              \
-    INSTANTIATE_TEST_SUITE_P(name, DeviceContract, ::testing::Values(makeSubject));                \
+    static const Implementation implementation{#name, __VA_ARGS__};                                \
+    INSTANTIATE_TEST_SUITE_P(name, DispatchContract, ::testing::Values(implementation));           \
+    INSTANTIATE_TEST_SUITE_P(name, UserDefaultsContract, ::testing::Values(implementation));       \
+    INSTANTIATE_TEST_SUITE_P(name, HttpSessionContract, ::testing::Values(implementation));        \
+    INSTANTIATE_TEST_SUITE_P(name, UrlParserContract, ::testing::Values(implementation));          \
+    INSTANTIATE_TEST_SUITE_P(name, LocationContract, ::testing::Values(implementation));           \
+    INSTANTIATE_TEST_SUITE_P(name, DeviceContract, ::testing::Values(implementation));             \
     }                                                                                              \
     static_assert(true)

@@ -20,8 +20,8 @@ TEST_P(UrlParserContract, GivesAbsoluteUrlsAndNothingForOtherText) {
         << "which schemes are opened is the session's business";
     for (const auto text :
          {""sv, " "sv, "audience.example"sv, "/v5/audience/"sv, "5/audience/"sv, "https://"sv,
-          "https:///path"sv, "https://exa mple/"sv, "https://example/\0"sv, "https://example/\n"sv,
-          "://example"sv, "https://example:99999/"sv, "{\"a\":1}/audience/"sv}) {
+          "https://exa mple/"sv, "https://example/\0"sv, "https://example/\n"sv, "://example"sv,
+          "https://example:99999/"sv, "{\"a\":1}/audience/"sv}) {
         EXPECT_EQ(parser.parse(text), std::nullopt) << text;
     }
 }
