@@ -4,6 +4,9 @@
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/platform/UserDefaults.h"
 
+#include <algorithm>
+#include <array>
+
 namespace morvellacinto::KRSettingsManager {
 namespace {
 
@@ -12,15 +15,34 @@ constexpr std::string_view absentKeyText = "(null)";
 constexpr std::string_view storingFailed = "storing failed";
 constexpr std::string_view removingFailed = "removing failed";
 
+// A full key on the stack unless it is long: a read of a cached value does not allocate.
+class FullKey {
+public:
+    explicit FullKey(std::optional<std::string_view> key) {
+        const std::string_view text = key.value_or(absentKeyText);
+        length_ = keyPrefix.size() + text.size();
+        char* start = short_.data();
+        if (length_ > short_.size()) {
+            long_.resize(length_);
+            start = long_.data();
+        }
+        std::copy(text.begin(), text.end(), std::copy(keyPrefix.begin(), keyPrefix.end(), start));
+    }
+
+    operator std::string_view() const {
+        return {long_.empty() ? short_.data() : long_.data(), length_};
+    }
+
+private:
+    std::size_t length_;
+    std::array<char, 64> short_;
+    std::string long_;
+};
+
 } // namespace
 
 std::string fullKey(std::optional<std::string_view> key) {
-    const std::string_view text = key.value_or(absentKeyText);
-    std::string full;
-    full.reserve(keyPrefix.size() + text.size());
-    full += keyPrefix;
-    full += text;
-    return full;
+    return std::string(std::string_view(FullKey(key)));
 }
 
 bool setLocalSetting(std::optional<Value> setting, std::optional<std::string_view> key) {
@@ -33,7 +55,7 @@ bool setLocalSetting(std::optional<Value> setting, std::optional<std::string_vie
         if (setting->isNull()) {
             return;
         }
-        platform->standardUserDefaults().setObjectForKey(*std::move(setting), fullKey(key));
+        platform->standardUserDefaults().setObjectForKey(*std::move(setting), FullKey(key));
         stored = platform->standardUserDefaults().synchronize();
     });
     return stored;
@@ -43,7 +65,7 @@ bool removeLocalSettingForKey(std::optional<std::string_view> key) {
     const auto platform = platform::current();
     bool removed = true;
     platform::guarded(platform->developerLog(), removingFailed, [&] {
-        const std::string full = fullKey(key);
+        const FullKey full(key);
         if (!platform->standardUserDefaults().objectForKey(full)) {
             return;
         }
@@ -54,7 +76,7 @@ bool removeLocalSettingForKey(std::optional<std::string_view> key) {
 }
 
 std::optional<Value> localSettingForKey(std::optional<std::string_view> key) {
-    return platform::current()->standardUserDefaults().objectForKey(fullKey(key));
+    return platform::current()->standardUserDefaults().objectForKey(FullKey(key));
 }
 
 } // namespace morvellacinto::KRSettingsManager
