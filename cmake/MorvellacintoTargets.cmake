@@ -21,6 +21,9 @@ function(morvellacinto_settings target)
         # Unique symbols would keep dlclose from ever unloading the library.
         target_compile_options(${target} PRIVATE -fno-gnu-unique)
     endif()
+    if(MORVELLACINTO_BUILD_FUZZERS)
+        target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+    endif()
     if(MORVELLACINTO_SANITIZE)
         target_compile_options(${target} PRIVATE
             -fsanitize=${MORVELLACINTO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
@@ -41,7 +44,11 @@ function(morvellacinto_library target alias)
     if(type STREQUAL "SHARED_LIBRARY")
         set(script ${PROJECT_SOURCE_DIR}/cmake/exports.map)
         target_link_options(${target} PRIVATE
-            -Wl,--version-script=${script} -Wl,--no-undefined -Wl,--as-needed)
+            -Wl,--version-script=${script} -Wl,--as-needed)
+        if(NOT MORVELLACINTO_SANITIZE AND NOT MORVELLACINTO_BUILD_FUZZERS)
+            # The run-time libraries of sanitizers stand in the program alone.
+            target_link_options(${target} PRIVATE -Wl,--no-undefined)
+        endif()
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
     endif()
 endfunction()
