@@ -23,7 +23,6 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::size_t maximumThreads = 256;
-constexpr std::chrono::seconds idleLimit(15);
 // What a block may wait for a busy thread before the pool grows. Growth is bound to one thread in
 // this time, so that a burst of short blocks is worked off by few threads.
 constexpr std::chrono::milliseconds patience(2);
@@ -41,8 +40,8 @@ struct WorkerPool::State : std::enable_shared_from_this<State> {
     };
     using Threads = std::list<std::thread>;
 
-    explicit State(std::function<void(std::exception_ptr)> handler)
-        : escaped(std::move(handler)), process(getpid()) {}
+    State(std::function<void(std::exception_ptr)> handler, std::chrono::milliseconds limit)
+        : escaped(std::move(handler)), idleTime(limit), process(getpid()) {}
 
     [[nodiscard]] bool inForkedChild() const { return getpid() != process; }
     bool post(Block& block);
@@ -56,6 +55,7 @@ struct WorkerPool::State : std::enable_shared_from_this<State> {
     void ensureWatcher();
 
     const std::function<void(std::exception_ptr)> escaped;
+    const std::chrono::milliseconds idleTime;
     const pid_t process;
     std::atomic<bool> stopping = false;
 
@@ -173,7 +173,7 @@ void WorkerPool::State::work(Threads::iterator self) {
     while (!stopping) {
         if (waiting.empty()) {
             ++idle;
-            const bool woken = workOrStop.wait_for(lock, idleLimit,
+            const bool woken = workOrStop.wait_for(lock, idleTime,
                                                    [this] { return stopping || !waiting.empty(); });
             --idle;
             if (!woken) {
@@ -239,8 +239,9 @@ void WorkerPool::State::ensureWatcher() {
     }
 }
 
-WorkerPool::WorkerPool(std::function<void(std::exception_ptr)> escaped)
-    : state_(std::make_shared<State>(std::move(escaped))) {}
+WorkerPool::WorkerPool(std::function<void(std::exception_ptr)> escaped,
+                       std::chrono::milliseconds idleTime)
+    : state_(std::make_shared<State>(std::move(escaped), idleTime)) {}
 
 WorkerPool::~WorkerPool() {
     if (state_->inForkedChild()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -7,8 +8,8 @@
 namespace morvellacinto::native {
 
 /// Background threads for blocks of host and library code. Threads are made when blocks wait and no
-/// thread is free, so that a block that takes long delays no other, and end after 15 idle seconds.
-/// They block all signals.
+/// thread is free, so that a block that takes long delays no other, and end once they have been
+/// idle for a while. They block all signals.
 ///
 /// Making a pool starts no thread. In a child made by fork() a pool does nothing: blocks are
 /// dropped, and shutdown and destructor return at once.
@@ -17,7 +18,8 @@ public:
     using Block = std::function<void()>;
 
     /// `escaped` receives, on the worker, each exception that escapes from a block.
-    explicit WorkerPool(std::function<void(std::exception_ptr)> escaped);
+    explicit WorkerPool(std::function<void(std::exception_ptr)> escaped,
+                        std::chrono::milliseconds idleTime = std::chrono::seconds(15));
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
     /// As `shutdown`.

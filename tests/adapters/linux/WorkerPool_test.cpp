@@ -6,7 +6,9 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <future>
+#include <iterator>
 #include <latch>
 #include <memory>
 #include <mutex>
@@ -33,7 +35,7 @@ bool ready(const std::future<T>& future) {
 
 // Posts to its pool when it is destroyed, as the captured objects of a host might.
 struct PostsWhenDestroyed {
-    explicit PostsWhenDestroyed(WorkerPool& to) : pool(to) {}
+    PostsWhenDestroyed(WorkerPool& to, std::atomic<int>& counter) : pool(to), destroyed(counter) {}
     PostsWhenDestroyed(const PostsWhenDestroyed&) = delete;
     PostsWhenDestroyed& operator=(const PostsWhenDestroyed&) = delete;
     ~PostsWhenDestroyed() {
@@ -41,7 +43,7 @@ struct PostsWhenDestroyed {
         ++destroyed;
     }
     WorkerPool& pool;
-    static inline std::atomic<int> destroyed = 0;
+    std::atomic<int>& destroyed;
 };
 
 TEST(WorkerPool, ABlockThatBlocksDelaysNoOther) {
@@ -67,20 +69,40 @@ TEST(WorkerPool, ABurstOfShortBlocksIsWorkedOffByFewThreads) {
     std::mutex mutex;
     std::set<std::thread::id> threads;
     for (int burst = 0; burst < 20; ++burst) {
-        std::latch done(1000);
+        const auto done = std::make_shared<std::latch>(1000);
         for (int i = 0; i < 1000; ++i) {
-            pool.post([&] {
+            pool.post([&, done] {
                 {
                     const std::lock_guard lock(mutex);
                     threads.insert(std::this_thread::get_id());
                 }
-                done.count_down();
+                done->count_down();
             });
         }
-        done.wait();
+        done->wait();
     }
     pool.shutdown();
     EXPECT_LT(threads.size(), 64U);
+}
+
+TEST(WorkerPool, IdleThreadsEndAndLaterBlocksGetNewOnes) {
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    const auto before = threads();
+    WorkerPool pool(ignore, std::chrono::milliseconds(1));
+    for (int round = 0; round < 20; ++round) {
+        const auto together = std::make_shared<std::latch>(3);
+        for (int i = 0; i < 3; ++i) {
+            pool.post([together] { together->arrive_and_wait(); });
+        }
+        const auto deadline = std::chrono::steady_clock::now() + generous;
+        // One that has ended may stay until its successor or the shutdown joins it.
+        while (threads() > before && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        ASSERT_LE(threads(), before);
+    }
 }
 
 TEST(WorkerPool, WorkersBlockAllSignalsAndTheHostsThreadKeepsItsMask) {
@@ -123,6 +145,7 @@ TEST(WorkerPool, ShutdownDropsWaitingBlocksWithoutALockAndJoinsRunningOnes) {
     SerialQueue queue(pool);
     std::promise<void> running;
     std::promise<void> goOn;
+    std::atomic<int> destroyed = 0;
     std::atomic<bool> finished = false;
     std::atomic<bool> ranAfterwards = false;
     queue.post([&] {
@@ -132,8 +155,9 @@ TEST(WorkerPool, ShutdownDropsWaitingBlocksWithoutALockAndJoinsRunningOnes) {
     });
     running.get_future().wait();
     for (int i = 0; i < 3; ++i) {
-        queue.post(
-            [&, posts = std::make_shared<PostsWhenDestroyed>(pool)] { ranAfterwards = true; });
+        queue.post([&, posts = std::make_shared<PostsWhenDestroyed>(pool, destroyed)] {
+            ranAfterwards = true;
+        });
     }
     std::thread ending([&] { pool.shutdown(); });
     // Blocks are dropped as soon as shutdown has begun, whether or not the running one returns.
@@ -151,7 +175,7 @@ TEST(WorkerPool, ShutdownDropsWaitingBlocksWithoutALockAndJoinsRunningOnes) {
     ending.join();
     EXPECT_TRUE(finished);
     EXPECT_FALSE(ranAfterwards);
-    EXPECT_EQ(PostsWhenDestroyed::destroyed, 3);
+    EXPECT_EQ(destroyed, 3);
     queue.post([&] { ranAfterwards = true; });
     pool.post([&] { ranAfterwards = true; });
     pool.shutdown();
