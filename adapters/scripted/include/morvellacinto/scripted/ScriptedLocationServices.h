@@ -1,0 +1,55 @@
+#pragma once
+
+#include "morvellacinto/platform/Dispatch.h"
+#include "morvellacinto/platform/LocationService.h"
+#include "morvellacinto/scripted/SharedScript.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace morvellacinto::scripted {
+
+/// Runs a block once, on any thread, when the delay has passed.
+using Scheduler =
+    std::function<void(std::chrono::duration<double> delay, std::function<void()> block)>;
+
+/// A location service that answers each start with the script's fixes or its error, once, after
+/// the script's delay; and that a test can make speak by hand.
+///
+/// Delegates are notified by blocks of the main queue alone. Clients may outlive this object; they
+/// fall silent with it.
+class MORVELLACINTO_EXPORT ScriptedLocationServices final : public platform::LocationServices {
+public:
+    /// `dispatch` must outlive this object; `scheduler` is kept as long as this object.
+    ScriptedLocationServices(ScriptPointer script, platform::Dispatch& dispatch,
+                             Scheduler scheduler);
+    ~ScriptedLocationServices() override;
+
+    [[nodiscard]] std::shared_ptr<platform::LocationService> makeService() override;
+    [[nodiscard]] bool locationServicesEnabled() const override;
+    [[nodiscard]] std::int32_t authorizationStatus() const override;
+
+    /// Queue a delivery to every client that is still updating when the main queue comes to it.
+    /// Any thread.
+    void deliver(std::vector<platform::LocationFix> fixes);
+    void fail(KRError error);
+    /// Puts `status` into the script; on systems from 14.0 on, every client is notified. Any thread.
+    void changeAuthorization(std::int32_t status);
+
+    /// Calls of all clients together since the beginning, those without effect included.
+    [[nodiscard]] int startCount() const;
+    [[nodiscard]] int stopCount() const;
+    [[nodiscard]] int serviceCount() const;
+    /// Whether any client is updating.
+    [[nodiscard]] bool isUpdating() const;
+
+private:
+    class Hub;
+    class Service;
+
+    std::shared_ptr<Hub> hub_;
+};
+
+} // namespace morvellacinto::scripted

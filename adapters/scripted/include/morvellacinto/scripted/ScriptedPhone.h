@@ -1,0 +1,90 @@
+#pragma once
+
+#include "morvellacinto/platform/Platform.h"
+#include "morvellacinto/scripted/ScriptedAssertionHandler.h"
+#include "morvellacinto/scripted/ScriptedClock.h"
+#include "morvellacinto/scripted/ScriptedDeveloperLog.h"
+#include "morvellacinto/scripted/ScriptedDeviceServices.h"
+#include "morvellacinto/scripted/ScriptedDispatch.h"
+#include "morvellacinto/scripted/ScriptedHttp.h"
+#include "morvellacinto/scripted/ScriptedUrlParser.h"
+#include "morvellacinto/scripted/ScriptedUserDefaults.h"
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace morvellacinto::scripted {
+
+/// A phone made of a script, for tests: services answer what the script says and record what they
+/// were asked, and nothing happens before the test says so. Time passes in `clock().advance`,
+/// blocks run in `settle` and its parts, the service answers in `http().plan` or `http().answer`.
+///
+///     auto phone = ScriptedPhone::create();
+///     platform::install(phone);
+///     phone->script()->carriers = std::nullopt;
+///     phone->http().plan({.body = R"({"tags": {}})"});
+///     ... // call the library
+///     phone->settle();
+class MORVELLACINTO_EXPORT ScriptedPhone final : public platform::Platform {
+public:
+    /// The calling thread becomes the main thread.
+    [[nodiscard]] static std::shared_ptr<ScriptedPhone> create(PhoneScript script = {});
+    ~ScriptedPhone() override;
+
+    /// May be changed at any time: `phone->script()->batteryLevel = 0.5F`.
+    [[nodiscard]] SharedScript& script() noexcept { return services_.script(); }
+    [[nodiscard]] ScriptedHttp& http() noexcept { return http_; }
+
+    // `ScriptedDispatch` tells what these do.
+    std::size_t drainMain() { return dispatch_->drainMain(); }
+    std::size_t runBackground() { return dispatch_->runBackground(); }
+    /// Runs what is due, the main queue and the background queue in turn until all of them rest.
+    /// No time passes. Main thread; throws what `drainMain` throws.
+    void settle();
+
+    /// The developer log since the last call.
+    [[nodiscard]] std::vector<std::string> takeLog() { return developerLog_.takeLines(); }
+
+    [[nodiscard]] ScriptedDispatch& dispatch() override { return *dispatch_; }
+    [[nodiscard]] ScriptedClock& clock() override { return *clock_; }
+    [[nodiscard]] ScriptedDeveloperLog& developerLog() override { return developerLog_; }
+    [[nodiscard]] ScriptedAssertionHandler& assertionHandler() override {
+        return assertionHandler_;
+    }
+    [[nodiscard]] ScriptedSystemVersion& systemVersion() override {
+        return services_.systemVersion();
+    }
+    [[nodiscard]] ScriptedUserDefaults& standardUserDefaults() override { return userDefaults_; }
+    [[nodiscard]] ScriptedUrlParser& urlParser() override { return urlParser_; }
+    [[nodiscard]] ScriptedLocationServices& locationServices() override {
+        return services_.locationServices();
+    }
+    [[nodiscard]] ScriptedTelephony& telephony() override { return services_.telephony(); }
+    [[nodiscard]] ScriptedDevice& device() override { return services_.device(); }
+    [[nodiscard]] ScriptedTracking& tracking() override { return services_.tracking(); }
+    [[nodiscard]] ScriptedNetwork& network() override { return services_.network(); }
+    [[nodiscard]] std::shared_ptr<platform::HttpSession>
+    makeHttpSession(platform::HttpSessionConfiguration configuration,
+                    platform::HttpSessionDelegate* delegate) override;
+
+    /// Drops blocks, scheduled ones included, and cancels tasks; nothing starts afterwards.
+    void shutdown() override;
+    [[nodiscard]] bool isShutDown() const noexcept { return isShutDown_; }
+
+private:
+    explicit ScriptedPhone(PhoneScript script);
+
+    std::shared_ptr<ScriptedDispatch> dispatch_;
+    std::shared_ptr<ScriptedClock> clock_;
+    ScriptedDeveloperLog developerLog_;
+    ScriptedAssertionHandler assertionHandler_;
+    ScriptedUserDefaults userDefaults_;
+    ScriptedUrlParser urlParser_;
+    ScriptedDeviceServices services_;
+    ScriptedHttp http_;
+    std::atomic<bool> isShutDown_{false};
+};
+
+} // namespace morvellacinto::scripted

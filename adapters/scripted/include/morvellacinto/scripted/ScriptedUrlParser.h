@@ -1,0 +1,20 @@
+#pragma once
+
+#include "morvellacinto/platform/UrlParser.h"
+
+namespace morvellacinto::scripted {
+
+/// A small syntax check of absolute URLs, which come back as they are.
+///
+/// A URL is "scheme://host" with an optional user part, port, path, query and fragment. The scheme
+/// is a letter, then letters, digits, "+", "-" or "."; the host is not empty, or an address in
+/// brackets; the port has digits alone and is at most 65535; nothing is a blank or a control
+/// character.
+class MORVELLACINTO_EXPORT ScriptedUrlParser final : public platform::UrlParser {
+public:
+    ScriptedUrlParser();
+
+    [[nodiscard]] std::optional<std::string> parse(std::string_view text) const override;
+};
+
+} // namespace morvellacinto::scripted
