@@ -49,7 +49,8 @@ struct PhoneScript {
     std::optional<Uuid> advertisingId = Uuid::parse("A1B2C3D4-0000-4000-8000-1234567890AB");
     bool advertisingTrackingEnabled = true;
     std::uint64_t trackingAuthorization = platform::TrackingAuthorization::authorized;
-    /// The user's answer when asked for permission to track, never 0; empty: the user never answers.
+    /// The user's answer when asked for permission to track, never 0; empty: the user never
+    /// answers.
     std::optional<std::uint64_t> trackingAnswer = platform::TrackingAuthorization::authorized;
     std::optional<std::string> model = "phone14,2";
     float batteryLevel = 0.75F;
@@ -67,8 +68,8 @@ struct PhoneScript {
     /// Reads the members of a phone file; those that are missing keep their defaults.
     ///
     /// Null stands for no answer; where a service always answers, it gives what the platform says
-    /// when it does not know: battery level -1, status 0, false, full accuracy. A fix needs latitude
-    /// and longitude, a Wi-Fi interface its name, an error both of its members. Throws
+    /// when it does not know: battery level -1, status 0, false, full accuracy. A fix needs
+    /// latitude and longitude, a Wi-Fi interface its name, an error both of its members. Throws
     /// std::invalid_argument with the member's path, such as "location.fixes[0].latitude", what
     /// stands there and what was expected; a member of another name is refused too.
     [[nodiscard]] MORVELLACINTO_EXPORT static PhoneScript read(const Object& file);

@@ -11,14 +11,15 @@ namespace morvellacinto::scripted {
 
 class ScriptedClock;
 class ScriptedDispatch;
+class ScriptedHttpService;
 
 /// What the service answers to one request.
 struct HttpAnswer {
     int status = 200;
     /// Absent is an empty body; next to an error it is no body at all.
-    std::optional<std::string> body;
+    std::optional<std::string> body = std::nullopt;
     /// Fails the transfer; a body then is the part that had come before.
-    std::optional<KRError> error;
+    std::optional<KRError> error = std::nullopt;
 };
 
 /// One task and what became of it, as far as can be told when asked for.
@@ -82,11 +83,7 @@ public:
     void cancelAll();
 
 private:
-    class Service;
-    class Session;
-    class Task;
-
-    std::shared_ptr<Service> service_;
+    std::shared_ptr<ScriptedHttpService> service_;
 };
 
 } // namespace morvellacinto::scripted

@@ -33,9 +33,10 @@ public:
 
     /// Queue a delivery to every client that is still updating when the main queue comes to it.
     /// Any thread.
-    void deliver(std::vector<platform::LocationFix> fixes);
-    void fail(KRError error);
-    /// Puts `status` into the script; on systems from 14.0 on, every client is notified. Any thread.
+    void deliver(const std::vector<platform::LocationFix>& fixes);
+    void fail(const KRError& error);
+    /// Puts `status` into the script; on systems from 14.0 on, every client is notified. Any
+    /// thread.
     void changeAuthorization(std::int32_t status);
 
     /// Calls of all clients together since the beginning, those without effect included.

@@ -1,0 +1,64 @@
+#include "morvellacinto/scripted/ScriptedHttp.h"
+
+#include "ScriptedHttpService.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace morvellacinto::scripted {
+
+namespace {
+
+bool isSameName(std::string_view left, std::string_view right) {
+    const auto lower = [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    };
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [&](char a, char b) { return lower(a) == lower(b); });
+}
+
+} // namespace
+
+std::optional<std::string> RecordedRequest::header(std::string_view name) const {
+    for (const auto* headers : {&request.headers, &configuration.additionalHeaders}) {
+        for (const platform::HttpHeader& header : *headers) {
+            if (isSameName(header.name, name)) {
+                return header.value;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+ScriptedHttp::ScriptedHttp(std::shared_ptr<ScriptedDispatch> dispatch,
+                           std::shared_ptr<ScriptedClock> clock)
+    : service_(std::make_shared<ScriptedHttpService>(std::move(dispatch), std::move(clock))) {}
+
+ScriptedHttp::~ScriptedHttp() { cancelAll(); }
+
+void ScriptedHttp::plan(HttpAnswer answer) { service_->plan(std::move(answer)); }
+
+void ScriptedHttp::answer(HttpAnswer answer) { service_->answer(std::move(answer)); }
+
+void ScriptedHttp::setChallenges(std::vector<platform::HttpChallenge> challenges) {
+    service_->setChallenges(std::move(challenges));
+}
+
+std::vector<RecordedRequest> ScriptedHttp::requests() const { return service_->requests(); }
+
+std::size_t ScriptedHttp::waitingCount() const { return service_->waitingCount(); }
+
+std::size_t ScriptedHttp::plannedCount() const { return service_->plannedCount(); }
+
+std::size_t ScriptedHttp::sessionCount() const { return service_->sessionCount(); }
+
+std::shared_ptr<platform::HttpSession>
+ScriptedHttp::makeSession(platform::HttpSessionConfiguration configuration,
+                          platform::HttpSessionDelegate* delegate) {
+    return service_->makeSession(std::move(configuration), delegate);
+}
+
+void ScriptedHttp::cancelAll() { service_->cancelAll(); }
+
+} // namespace morvellacinto::scripted
