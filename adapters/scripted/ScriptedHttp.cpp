@@ -18,17 +18,28 @@ bool isSameName(std::string_view left, std::string_view right) {
                       [&](char a, char b) { return lower(a) == lower(b); });
 }
 
+auto find(const std::vector<platform::HttpHeader>& headers, std::string_view name) {
+    return std::find_if(headers.begin(), headers.end(), [&](const platform::HttpHeader& header) {
+        return isSameName(header.name, name);
+    });
+}
+
 } // namespace
 
-std::optional<std::string> RecordedRequest::header(std::string_view name) const {
-    for (const auto* headers : {&request.headers, &configuration.additionalHeaders}) {
-        for (const platform::HttpHeader& header : *headers) {
-            if (isSameName(header.name, name)) {
-                return header.value;
-            }
+std::vector<platform::HttpHeader> RecordedRequest::sentHeaders() const {
+    std::vector<platform::HttpHeader> sent = request.headers;
+    for (const platform::HttpHeader& header : configuration.additionalHeaders) {
+        if (find(request.headers, header.name) == request.headers.end()) {
+            sent.push_back(header);
         }
     }
-    return std::nullopt;
+    return sent;
+}
+
+std::optional<std::string> RecordedRequest::sentHeader(std::string_view name) const {
+    const std::vector<platform::HttpHeader> sent = sentHeaders();
+    const auto found = find(sent, name);
+    return found == sent.end() ? std::nullopt : std::optional(found->value);
 }
 
 ScriptedHttp::ScriptedHttp(std::shared_ptr<ScriptedDispatch> dispatch,

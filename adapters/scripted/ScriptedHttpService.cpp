@@ -128,6 +128,7 @@ void ScriptedHttpService::start(const TaskPointer& task) {
             return;
         }
         active_.push_back(task);
+        records_[task->record].isSent = hasUrl;
         if (hasUrl && !planned_.empty()) {
             answer = std::move(planned_.front());
             planned_.pop_front();

@@ -29,12 +29,16 @@ struct RecordedRequest {
     /// Sessions are numbered from 0 as they are made.
     std::size_t session = 0;
     int resumeCount = 0;
+    /// Whether the request left the phone.
+    bool isSent = false;
     /// How often the session was told to finish and invalidate itself.
     int invalidationCount = 0;
 
-    /// A header as it is sent, the session's additional ones included; the name in any case.
+    /// The session's additional headers included, as far as the request has none of that name.
+    [[nodiscard]] MORVELLACINTO_EXPORT std::vector<platform::HttpHeader> sentHeaders() const;
+    /// The value of one of them; the name in any case.
     [[nodiscard]] MORVELLACINTO_EXPORT std::optional<std::string>
-    header(std::string_view name) const;
+    sentHeader(std::string_view name) const;
 };
 
 /// The service behind the scripted sessions: records every task and answers as planned.

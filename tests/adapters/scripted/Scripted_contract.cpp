@@ -1,0 +1,66 @@
+#include "contract/Contracts.h"
+
+#include "morvellacinto/scripted/ScriptedPhone.h"
+
+#include <utility>
+
+namespace morvellacinto::contract {
+namespace {
+
+using namespace std::chrono_literals;
+
+class ScriptedSubject final : public Subject {
+public:
+    [[nodiscard]] platform::Platform& platform() override { return *phone_; }
+
+    [[nodiscard]] bool pumpUntil(const std::function<bool()>& done) override {
+        for (int round = 0; round < 20; ++round) {
+            phone_->settle();
+            if (done()) {
+                return true;
+            }
+            phone_->clock().advance(100ms);
+        }
+        return false;
+    }
+
+    void settle() override {
+        phone_->settle();
+        phone_->clock().advance(1s); // past the script's delays
+        phone_->settle();
+    }
+
+    [[nodiscard]] std::string serve(Answer answer) override {
+        phone_->http().plan({answer.status, std::move(answer.body)});
+        return "https://service.example/";
+    }
+
+    [[nodiscard]] std::vector<platform::HttpRequest> received() override {
+        std::vector<platform::HttpRequest> received;
+        for (scripted::RecordedRequest& record : phone_->http().requests()) {
+            if (record.isSent) {
+                record.request.headers = record.sentHeaders();
+                received.push_back(std::move(record.request));
+            }
+        }
+        return received;
+    }
+
+    [[nodiscard]] std::string deadUrl() override {
+        std::string url = "https://nobody.example/";
+        phone_->http().plan(
+            {.error =
+                 KRError{"test", 1, {{KRError::urlKey, url}, {KRError::messageKey, "Dead."}}}});
+        return url;
+    }
+
+private:
+    const std::shared_ptr<scripted::ScriptedPhone> phone_ = scripted::ScriptedPhone::create();
+};
+
+} // namespace
+} // namespace morvellacinto::contract
+
+MORVELLACINTO_INSTANTIATE_CONTRACTS(Scripted, [] {
+    return std::make_unique<morvellacinto::contract::ScriptedSubject>();
+});
