@@ -2,9 +2,11 @@
 #include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/foundation/Utf8.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 namespace morvellacinto {
@@ -33,6 +35,50 @@ constexpr auto stringActions = [] {
     return actions;
 }();
 
+// True when none of the eight bytes is a control character, a quotation mark, a backslash or
+// outside ASCII.
+bool isPlain(std::uint64_t bytes) {
+    constexpr std::uint64_t each = 0x0101010101010101U;
+    constexpr std::uint64_t high = 0x80 * each;
+    const auto hasZero = [](std::uint64_t word) { return (word - each) & ~word; };
+    const std::uint64_t found = bytes | (bytes - 0x20 * each) | hasZero(bytes ^ ('"' * each)) |
+                                hasZero(bytes ^ ('\\' * each));
+    return (found & high) == 0;
+}
+
+// Text that grows at its end, written through a pointer.
+class Text {
+public:
+    Text() : text_(smallest, '\0') {}
+
+    /// A place for `count` bytes; what was written of them is told to `wrote`.
+    char* room(std::size_t count) {
+        if (text_.size() - length_ < count) {
+            text_.resize(std::max(text_.size() * 2, length_ + count));
+        }
+        return text_.data() + length_;
+    }
+    void wrote(const char* end) { length_ = static_cast<std::size_t>(end - text_.data()); }
+
+    void append(std::string_view text) {
+        wrote(std::copy(text.begin(), text.end(), room(text.size())));
+    }
+    void append(char character) {
+        *room(1) = character;
+        ++length_;
+    }
+    std::string take() {
+        text_.resize(length_);
+        return std::move(text_);
+    }
+
+private:
+    static constexpr std::size_t smallest = 512;
+
+    std::string text_;
+    std::size_t length_ = 0;
+};
+
 class Writer {
 public:
     std::string write(const Value& top) {
@@ -40,30 +86,30 @@ public:
         while (!frames_.empty()) {
             Frame& frame = frames_.back();
             if (frame.next == frame.count) {
-                text_ += frame.isObject ? '}' : ']';
+                text_.append(frame.members != nullptr ? '}' : ']');
                 frames_.pop_back();
                 continue;
             }
             if (frame.next > 0) {
-                text_ += ',';
+                text_.append(',');
             }
             const std::size_t position = frame.next++;
-            if (!frame.isObject) {
+            if (frame.members == nullptr) {
                 writeOne(frame.elements[position]);
                 continue;
             }
             const Object::Member& member = frame.members[position];
-            key_ = member.key();
+            key_ = ValueAccess::key(member);
             writeString(key_);
-            text_ += ':';
+            text_.append(':');
             writeOne(member.value);
         }
-        return std::move(text_);
+        return text_.take();
     }
 
 private:
+    // A container that holds something and is not written to its end.
     struct Frame {
-        bool isObject;
         const Object::Member* members; // of an object
         const Value* elements;         // of an array
         std::size_t count;
@@ -73,39 +119,35 @@ private:
     void writeOne(const Value& value) {
         switch (value.kind()) {
         case Value::Kind::null:
-            text_ += "null";
-            break;
+            return text_.append("null");
         case Value::Kind::boolean:
-            text_ += value.asBool() ? "true" : "false";
-            break;
+            return text_.append(value.asBool() ? "true" : "false");
         case Value::Kind::integer:
-            if (ValueAccess::isUnsignedInteger(value)) {
-                writeNumber(value.asUInt64());
-            } else {
-                writeNumber(value.asInt64());
-            }
-            break;
+            return ValueAccess::isUnsignedInteger(value)
+                       ? writeNumber(ValueAccess::number<std::uint64_t>(value))
+                       : writeNumber(ValueAccess::number<std::int64_t>(value));
         case Value::Kind::float32:
-            writeFloating(value.asFloat());
-            break;
+            return writeFloating(ValueAccess::number<float>(value));
         case Value::Kind::float64:
-            writeFloating(value.asDouble());
-            break;
+            return writeFloating(ValueAccess::number<double>(value));
         case Value::Kind::string:
-            writeString(value.asString());
-            break;
-        case Value::Kind::array: {
-            const Array& array = value.asArray();
-            text_ += '[';
-            frames_.push_back({false, nullptr, array.begin(), array.size(), 0});
-            break;
-        }
-        case Value::Kind::object: {
-            const Object& object = value.asObject();
-            text_ += '{';
-            frames_.push_back({true, object.begin(), nullptr, object.size(), 0});
-            break;
-        }
+            return writeString(ValueAccess::string(value));
+        case Value::Kind::array:
+            if (const auto* elements = ValueAccess::elements(value);
+                elements != nullptr && !elements->empty()) {
+                text_.append('[');
+                frames_.push_back({nullptr, elements->data(), elements->size(), 0});
+                return;
+            }
+            return text_.append("[]");
+        case Value::Kind::object:
+            if (const auto* members = ValueAccess::members(value);
+                members != nullptr && !members->empty()) {
+                text_.append('{');
+                frames_.push_back({members->data(), nullptr, members->size(), 0});
+                return;
+            }
+            return text_.append("{}");
         case Value::Kind::date:
         case Value::Kind::bytes:
         case Value::Kind::instance:
@@ -115,9 +157,9 @@ private:
 
     template <class Number>
     void writeNumber(Number number) {
-        std::array<char, 32> buffer;
-        const auto written = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number);
-        text_.append(buffer.data(), written.ptr);
+        constexpr std::size_t longest = 32;
+        char* start = text_.room(longest);
+        text_.wrote(std::to_chars(start, start + longest, number).ptr);
     }
 
     template <class Floating>
@@ -129,40 +171,56 @@ private:
     }
 
     void writeString(std::string_view string) {
-        text_ += '"';
-        std::size_t pending = 0; // from here on nothing has been copied
-        std::size_t next = 0;
-        while (next < string.size()) {
-            const char action = stringActions[static_cast<unsigned char>(string[next])];
-            if (action == 0) {
-                ++next;
-                continue;
+        constexpr std::size_t step = sizeof(std::uint64_t);
+        // Room for all that is left when none of it needs an escape, for one escape, and for
+        // copying a whole step at the end.
+        constexpr std::size_t spare = 2 + 6 + step;
+        char* out = text_.room(string.size() + spare);
+        *out++ = '"';
+        while (!string.empty()) {
+            std::uint64_t bytes = 0;
+            if (string.size() >= step) {
+                std::memcpy(&bytes, string.data(), step);
+                if (isPlain(bytes)) {
+                    std::memcpy(out, &bytes, step);
+                    out += step;
+                    string.remove_prefix(step);
+                    continue;
+                }
             }
-            if (action == 'x') {
-                const std::size_t length = utf8SequenceLength(string.substr(next));
+            const char action = stringActions[static_cast<unsigned char>(string.front())];
+            if (action == 0) {
+                *out++ = string.front();
+                string.remove_prefix(1);
+            } else if (action == 'x') {
+                const std::size_t length = utf8SequenceLength(string);
                 if (length == 0) {
                     refuse("a string that is not valid UTF-8");
                 }
-                next += length;
-                continue;
+                out = std::copy_n(string.data(), length, out);
+                string.remove_prefix(length);
+            } else {
+                out = writeEscape(out, string.front(), action);
+                string.remove_prefix(1);
+                text_.wrote(out);
+                out = text_.room(string.size() + spare);
             }
-            text_.append(string, pending, next - pending);
-            writeEscape(string[next], action);
-            pending = ++next;
         }
-        text_.append(string, pending, next - pending);
-        text_ += '"';
+        *out++ = '"';
+        text_.wrote(out);
     }
 
-    void writeEscape(char character, char action) {
-        text_ += '\\';
-        text_ += action;
+    static char* writeEscape(char* out, char character, char action) {
+        *out++ = '\\';
+        *out++ = action;
         if (action == 'u') {
             constexpr std::string_view hexadecimal = "0123456789abcdef";
-            text_ += "00";
-            text_ += hexadecimal[static_cast<unsigned char>(character) >> 4];
-            text_ += hexadecimal[static_cast<unsigned char>(character) & 0xF];
+            *out++ = '0';
+            *out++ = '0';
+            *out++ = hexadecimal[static_cast<unsigned char>(character) >> 4];
+            *out++ = hexadecimal[static_cast<unsigned char>(character) & 0xF];
         }
+        return out;
     }
 
     [[noreturn]] void refuse(std::string_view what) const {
@@ -173,7 +231,7 @@ private:
         throw JsonWriteError(message);
     }
 
-    std::string text_;
+    Text text_;
     std::vector<Frame> frames_;
     std::string_view key_; // the member last begun
 };

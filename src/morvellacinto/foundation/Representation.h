@@ -88,6 +88,31 @@ struct ValueAccess {
     [[nodiscard]] static bool isUnsignedInteger(const Value& value) noexcept {
         return value.tag() == Value::Tag::unsignedInteger;
     }
+    /// As `Value::asString` of what is known to be a string, without a call.
+    [[nodiscard]] static std::string_view string(const Value& value) noexcept {
+        if (value.tag() == Value::Tag::shortString) {
+            return {reinterpret_cast<const char*>(value.storage_ + 2),
+                    static_cast<std::size_t>(value.storage_[1])};
+        }
+        auto* bytes = value.get<CountedBytes*>();
+        return {bytes->data(), bytes->length};
+    }
+    [[nodiscard]] static std::string_view key(const Object::Member& member) noexcept {
+        return string(member.key_);
+    }
+    [[nodiscard]] static const std::vector<Value>* elements(const Value& array) noexcept {
+        auto* rep = static_cast<ArrayRep*>(container(array));
+        return rep == nullptr ? nullptr : &rep->elements;
+    }
+    [[nodiscard]] static const std::vector<Object::Member>* members(const Value& object) noexcept {
+        auto* rep = static_cast<ObjectRep*>(container(object));
+        return rep == nullptr ? nullptr : &rep->members;
+    }
+    /// The payload of a number or boolean, unconverted.
+    template <class T>
+    [[nodiscard]] static T number(const Value& value) noexcept {
+        return value.get<T>();
+    }
     /// Moves the values out of `elements`.
     [[nodiscard]] static Value makeArray(std::span<Value> elements);
     /// Moves keys and values, which alternate, out of `keysAndValues`; the last of equal keys wins
