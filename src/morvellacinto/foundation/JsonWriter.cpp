@@ -46,37 +46,78 @@ bool isPlain(std::uint64_t bytes) {
     return (found & high) == 0;
 }
 
+// Copies what stands at the start of `text`, up to eight bytes, when none of them needs a second
+// look; tells how many. May write eight bytes whatever it tells.
+std::size_t copyPlain(std::string_view text, char* out) {
+    std::uint64_t bytes = 0;
+    std::size_t length = sizeof bytes;
+    if (text.size() >= length) {
+        std::memcpy(&bytes, text.data(), sizeof bytes);
+    } else if (text.size() >= 4) {
+        // Two halves that overlap.
+        std::uint32_t first = 0;
+        std::uint32_t last = 0;
+        length = text.size();
+        std::memcpy(&first, text.data(), sizeof first);
+        std::memcpy(&last, text.data() + length - sizeof last, sizeof last);
+        bytes = static_cast<std::uint64_t>(last) << 32 | first;
+        if (!isPlain(bytes)) {
+            return 0;
+        }
+        std::memcpy(out, &first, sizeof first);
+        std::memcpy(out + length - sizeof last, &last, sizeof last);
+        return length;
+    } else {
+        return 0;
+    }
+    if (!isPlain(bytes)) {
+        return 0;
+    }
+    std::memcpy(out, &bytes, sizeof bytes);
+    return length;
+}
+
 // Text that grows at its end, written through a pointer.
 class Text {
 public:
-    Text() : text_(smallest, '\0') {}
-
-    /// A place for `count` bytes; what was written of them is told to `wrote`.
+    /// A place for `count` bytes; the end of what was written there is told to `wrote`.
     char* room(std::size_t count) {
-        if (text_.size() - length_ < count) {
-            text_.resize(std::max(text_.size() * 2, length_ + count));
+        if (static_cast<std::size_t>(end_ - next_) < count) {
+            grow(count);
         }
-        return text_.data() + length_;
+        return next_;
     }
-    void wrote(const char* end) { length_ = static_cast<std::size_t>(end - text_.data()); }
+    void wrote(char* end) { next_ = end; }
 
     void append(std::string_view text) {
-        wrote(std::copy(text.begin(), text.end(), room(text.size())));
+        next_ = std::copy(text.begin(), text.end(), room(text.size()));
     }
     void append(char character) {
-        *room(1) = character;
-        ++length_;
+        room(1);
+        *next_++ = character;
     }
     std::string take() {
-        text_.resize(length_);
+        text_.resize(length());
         return std::move(text_);
     }
 
 private:
-    static constexpr std::size_t smallest = 512;
+    static constexpr std::size_t smallest = 1024;
+
+    [[nodiscard]] std::size_t length() const {
+        return next_ == nullptr ? 0 : static_cast<std::size_t>(next_ - text_.data());
+    }
+
+    void grow(std::size_t count) {
+        const std::size_t written = length();
+        text_.resize(std::max({text_.size() * 2, written + count, smallest}));
+        next_ = text_.data() + written;
+        end_ = text_.data() + text_.size();
+    }
 
     std::string text_;
-    std::size_t length_ = 0;
+    char* next_ = nullptr;
+    char* end_ = nullptr;
 };
 
 class Writer {
@@ -178,15 +219,10 @@ private:
         char* out = text_.room(string.size() + spare);
         *out++ = '"';
         while (!string.empty()) {
-            std::uint64_t bytes = 0;
-            if (string.size() >= step) {
-                std::memcpy(&bytes, string.data(), step);
-                if (isPlain(bytes)) {
-                    std::memcpy(out, &bytes, step);
-                    out += step;
-                    string.remove_prefix(step);
-                    continue;
-                }
+            if (const std::size_t plain = copyPlain(string, out)) {
+                out += plain;
+                string.remove_prefix(plain);
+                continue;
             }
             const char action = stringActions[static_cast<unsigned char>(string.front())];
             if (action == 0) {
