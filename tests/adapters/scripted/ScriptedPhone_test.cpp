@@ -86,11 +86,19 @@ TEST_F(ScriptedLocationTest, SpeaksByHandToClientsThatUpdateAndOfPermissionToAll
     EXPECT_EQ(service->authorizationStatus(), 3);
 }
 
-TEST(ScriptedLocationServices, AClientThatOutlivesThePhoneIsSilent) {
-    auto phone = ScriptedPhone::create();
-    const auto service = phone->locationServices().makeService();
-    phone = nullptr;
+TEST(ScriptedLocationServices, AClientThatOutlivesThemIsSilent) {
+    ScriptedDispatch dispatch;
+    const Scheduler atOnce = [](auto, const auto& block) { block(); };
+    auto services = std::make_unique<ScriptedLocationServices>(std::make_shared<SharedScript>(),
+                                                               dispatch, atOnce);
+    const auto service = services->makeService();
     service->startUpdatingLocation();
+    EXPECT_EQ(dispatch.waitingCount(), 1U);
+    dispatch.drainMain();
+    service->stopUpdatingLocation();
+    services = nullptr;
+    service->startUpdatingLocation();
+    EXPECT_EQ(dispatch.waitingCount(), 0U);
     EXPECT_EQ(service->authorizationStatus(), 4);
 }
 
