@@ -114,15 +114,18 @@ void WorkerPool::State::shutdown() {
         const std::lock_guard lock(mutex);
         stopping = true;
         dropped.swap(waiting);
-        for (auto thread = threads.begin(); thread != threads.end();) {
-            const auto next = std::next(thread);
-            if (thread->get_id() != std::this_thread::get_id()) {
-                ending.splice(ending.end(), threads, thread);
+        // Two workers that shut down side by side must not join each other.
+        if (!onWorker || joining == 0) {
+            for (auto thread = threads.begin(); thread != threads.end();) {
+                const auto next = std::next(thread);
+                if (thread->get_id() != std::this_thread::get_id()) {
+                    ending.splice(ending.end(), threads, thread);
+                }
+                thread = next;
             }
-            thread = next;
-        }
-        if (lastEnded.joinable()) {
-            ending.push_back(std::move(lastEnded));
+            if (lastEnded.joinable()) {
+                ending.push_back(std::move(lastEnded));
+            }
         }
         ++joining;
         workOrStop.notify_all();

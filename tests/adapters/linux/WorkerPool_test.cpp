@@ -1,14 +1,14 @@
 #include "WorkerPool.h"
 
+#include "support/ProcessCounts.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <future>
-#include <iterator>
 #include <latch>
 #include <memory>
 #include <mutex>
@@ -86,10 +86,7 @@ TEST(WorkerPool, ABurstOfShortBlocksIsWorkedOffByFewThreads) {
 }
 
 TEST(WorkerPool, IdleThreadsEndAndLaterBlocksGetNewOnes) {
-    const auto threads = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-    };
-    const auto before = threads();
+    const int before = testing::threadCount();
     WorkerPool pool(ignore, std::chrono::milliseconds(1));
     for (int round = 0; round < 20; ++round) {
         const auto together = std::make_shared<std::latch>(3);
@@ -98,10 +95,10 @@ TEST(WorkerPool, IdleThreadsEndAndLaterBlocksGetNewOnes) {
         }
         const auto deadline = std::chrono::steady_clock::now() + generous;
         // One that has ended may stay until its successor or the shutdown joins it.
-        while (threads() > before && std::chrono::steady_clock::now() < deadline) {
+        while (testing::threadCount() > before && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::yield();
         }
-        ASSERT_LE(threads(), before);
+        ASSERT_LE(testing::threadCount(), before);
     }
 }
 
@@ -164,10 +161,9 @@ TEST(WorkerPool, ShutdownDropsWaitingBlocksWithoutALockAndJoinsRunningOnes) {
     const auto deadline = std::chrono::steady_clock::now() + generous;
     bool dropped = false;
     while (!dropped && std::chrono::steady_clock::now() < deadline) {
-        const auto probe = std::make_shared<int>();
-        const std::weak_ptr<int> alive = probe;
-        pool.post([probe] {});
-        dropped = alive.use_count() == 1;
+        const auto ran = std::make_shared<std::atomic<bool>>(false);
+        pool.post([ran] { *ran = true; });
+        dropped = ran.use_count() == 1 && !*ran;
         std::this_thread::yield();
     }
     EXPECT_TRUE(dropped);
