@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace morvellacinto::bench {
+
+/// An answer of the service's shape, of at least `size` bytes: lists of short tags, some numbers.
+[[nodiscard]] std::string answerText(std::size_t size);
+/// `count` doubles of full precision.
+[[nodiscard]] std::string numbersText(std::size_t count);
+/// An object of `count` members with short keys.
+[[nodiscard]] std::string membersText(std::size_t count);
+/// The body of a geo-tags upload.
+[[nodiscard]] std::string payloadText();
+
+} // namespace morvellacinto::bench

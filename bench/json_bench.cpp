@@ -1,0 +1,264 @@
+// Reading and writing JSON text, beside the bare cost of building the value and four libraries that
+// fill the same value.
+
+#include "JsonTexts.h"
+#include "ValueBuilder.h"
+
+#include "morvellacinto/foundation/Json.h"
+
+#include <benchmark/benchmark.h>
+#include <boost/json.hpp>
+#include <boost/json/src.hpp>
+#include <nlohmann/json.hpp>
+#include <rapidjson/document.h>
+#include <rapidjson/reader.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <simdjson.h>
+
+#include <functional>
+#include <map>
+
+namespace morvellacinto::bench {
+namespace {
+
+// The events of a text, so that they can be replayed without reading it.
+struct Event {
+    enum class Kind { begin, end, key, leaf } kind;
+    bool isObject;
+    Value value;
+};
+
+void record(const Value& value, std::vector<Event>& events) {
+    if (value.isArray() || value.isObject()) {
+        events.push_back({Event::Kind::begin, value.isObject(), nullptr});
+        if (value.isObject()) {
+            for (const Object::Member& member : value.asObject()) {
+                events.push_back({Event::Kind::key, false, member.key()});
+                record(member.value, events);
+            }
+        } else {
+            for (const Value& element : value.asArray()) {
+                record(element, events);
+            }
+        }
+        events.push_back({Event::Kind::end, false, nullptr});
+    } else {
+        events.push_back({Event::Kind::leaf, false, value});
+    }
+}
+
+Value replay(const std::vector<Event>& events) {
+    ValueBuilder builder;
+    for (const Event& event : events) {
+        switch (event.kind) {
+        case Event::Kind::begin:
+            builder.begin(event.isObject);
+            break;
+        case Event::Kind::end:
+            builder.end();
+            break;
+        case Event::Kind::key:
+            builder.key(event.value.asString());
+            break;
+        case Event::Kind::leaf:
+            // Strings anew, as a reader would make them.
+            builder.leaf(event.value.isString() ? Value(event.value.asString()) : event.value);
+            break;
+        }
+    }
+    return builder.take();
+}
+
+struct NlohmannEvents : nlohmann::json_sax<nlohmann::json> {
+    ValueBuilder builder;
+    bool null() override { return leaf(nullptr); }
+    bool boolean(bool value) override { return leaf(value); }
+    bool number_integer(std::int64_t value) override { return leaf(value); }
+    bool number_unsigned(std::uint64_t value) override { return leaf(value); }
+    bool number_float(double value, const std::string&) override { return leaf(value); }
+    bool string(std::string& value) override { return leaf(value); }
+    bool binary(nlohmann::json::binary_t&) override { return false; }
+    bool start_object(std::size_t) override { return builder.begin(true), true; }
+    bool key(std::string& value) override { return builder.key(value), true; }
+    bool end_object() override { return builder.end(), true; }
+    bool start_array(std::size_t) override { return builder.begin(false), true; }
+    bool end_array() override { return builder.end(), true; }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+        return false;
+    }
+    bool leaf(Value value) { return builder.leaf(std::move(value)), true; }
+};
+
+struct RapidEvents : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RapidEvents> {
+    ValueBuilder builder;
+    bool Null() { return leaf(nullptr); }
+    bool Bool(bool value) { return leaf(value); }
+    bool Int(int value) { return leaf(value); }
+    bool Uint(unsigned value) { return leaf(value); }
+    bool Int64(std::int64_t value) { return leaf(value); }
+    bool Uint64(std::uint64_t value) { return leaf(value); }
+    bool Double(double value) { return leaf(value); }
+    bool String(const char* text, rapidjson::SizeType length, bool) {
+        return leaf(std::string_view(text, length));
+    }
+    bool StartObject() { return builder.begin(true), true; }
+    bool Key(const char* text, rapidjson::SizeType length, bool) {
+        return builder.key({text, length}), true;
+    }
+    bool EndObject(rapidjson::SizeType) { return builder.end(), true; }
+    bool StartArray() { return builder.begin(false), true; }
+    bool EndArray(rapidjson::SizeType) { return builder.end(), true; }
+    bool leaf(Value value) { return builder.leaf(std::move(value)), true; }
+};
+
+void walk(const boost::json::value& from, ValueBuilder& builder) {
+    switch (from.kind()) {
+    case boost::json::kind::object:
+        builder.begin(true);
+        for (const auto& member : from.get_object()) {
+            builder.key(std::string_view(member.key().data(), member.key().size()));
+            walk(member.value(), builder);
+        }
+        return builder.end();
+    case boost::json::kind::array:
+        builder.begin(false);
+        for (const auto& element : from.get_array()) {
+            walk(element, builder);
+        }
+        return builder.end();
+    case boost::json::kind::string:
+        return builder.leaf(std::string_view(from.get_string().data(), from.get_string().size()));
+    case boost::json::kind::int64:
+        return builder.leaf(from.get_int64());
+    case boost::json::kind::uint64:
+        return builder.leaf(from.get_uint64());
+    case boost::json::kind::double_:
+        return builder.leaf(from.get_double());
+    case boost::json::kind::bool_:
+        return builder.leaf(from.get_bool());
+    case boost::json::kind::null:
+        return builder.leaf(nullptr);
+    }
+}
+
+void walk(const simdjson::dom::element& from, ValueBuilder& builder) {
+    switch (from.type()) {
+    case simdjson::dom::element_type::OBJECT:
+        builder.begin(true);
+        for (const auto member : simdjson::dom::object(from)) {
+            builder.key(member.key);
+            walk(member.value, builder);
+        }
+        return builder.end();
+    case simdjson::dom::element_type::ARRAY:
+        builder.begin(false);
+        for (const auto element : simdjson::dom::array(from)) {
+            walk(element, builder);
+        }
+        return builder.end();
+    case simdjson::dom::element_type::STRING:
+        return builder.leaf(std::string_view(from));
+    case simdjson::dom::element_type::INT64:
+        return builder.leaf(std::int64_t(from));
+    case simdjson::dom::element_type::UINT64:
+        return builder.leaf(std::uint64_t(from));
+    case simdjson::dom::element_type::DOUBLE:
+        return builder.leaf(double(from));
+    case simdjson::dom::element_type::BOOL:
+        return builder.leaf(bool(from));
+    case simdjson::dom::element_type::NULL_VALUE:
+        return builder.leaf(nullptr);
+    }
+}
+
+Value readByNlohmann(const std::string& text) {
+    NlohmannEvents events;
+    nlohmann::json::sax_parse(text, &events);
+    return events.builder.take();
+}
+
+Value readByRapid(const std::string& text) {
+    RapidEvents events;
+    rapidjson::StringStream stream(text.c_str());
+    rapidjson::Reader().Parse<rapidjson::kParseFullPrecisionFlag>(stream, events);
+    return events.builder.take();
+}
+
+Value readByBoost(const std::string& text) {
+    boost::json::monotonic_resource memory;
+    ValueBuilder builder;
+    walk(boost::json::parse(text, &memory), builder);
+    return builder.take();
+}
+
+Value readBySimd(const std::string& text) {
+    simdjson::dom::parser parser;
+    ValueBuilder builder;
+    walk(parser.parse(text), builder);
+    return builder.take();
+}
+
+void measureReading(const std::string& row, const std::string& text) {
+    const auto measure = [&](const std::string& who, std::function<Value()> read) {
+        benchmark::RegisterBenchmark((row + "/" + who).c_str(), [=](benchmark::State& state) {
+            for (auto _ : state) {
+                Value value = read();
+                benchmark::DoNotOptimize(value);
+            }
+            state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+        });
+    };
+    const auto events = std::make_shared<std::vector<Event>>();
+    record(*readJson(text), *events);
+    measure("floor: replayed events", [events] { return replay(*events); });
+    measure("ours", [text] { return *readJson(text); });
+    measure("nlohmann", [text] { return readByNlohmann(text); });
+    measure("RapidJSON", [text] { return readByRapid(text); });
+    measure("Boost.JSON", [text] { return readByBoost(text); });
+    measure("simdjson", [text] { return readBySimd(text); });
+}
+
+void measureWriting(const std::string& row, const std::string& text) {
+    const auto measure = [&](const std::string& who, std::function<std::size_t()> write) {
+        benchmark::RegisterBenchmark((row + "/" + who).c_str(), [=](benchmark::State& state) {
+            for (auto _ : state) {
+                benchmark::DoNotOptimize(write());
+            }
+            state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+        });
+    };
+    const auto bytes = std::make_shared<std::string>(text);
+    measure("floor: memcpy", [bytes] { return std::string(*bytes).size(); });
+    const auto value = std::make_shared<Value>(*readJson(text));
+    measure("ours", [value] { return writeJson(*value).size(); });
+    const auto nlohmann = std::make_shared<nlohmann::json>(nlohmann::json::parse(text));
+    measure("nlohmann", [nlohmann] { return nlohmann->dump().size(); });
+    const auto rapid = std::make_shared<rapidjson::Document>();
+    rapid->Parse(text.c_str());
+    measure("RapidJSON", [rapid] {
+        rapidjson::StringBuffer buffer;
+        rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+        rapid->Accept(writer);
+        return buffer.GetSize();
+    });
+    const auto boost = std::make_shared<boost::json::value>(boost::json::parse(text));
+    measure("Boost.JSON", [boost] { return boost::json::serialize(*boost).size(); });
+}
+
+} // namespace
+} // namespace morvellacinto::bench
+
+int main(int count, char** arguments) {
+    using namespace morvellacinto::bench;
+    measureReading("read 600 B", answerText(600));
+    measureReading("read 100 KB", answerText(100'000));
+    measureReading("read 5 MB", answerText(5'000'000));
+    measureReading("read numbers", numbersText(100'000));
+    measureReading("read 1e6 members", membersText(1'000'000));
+    measureWriting("write payload", payloadText());
+    measureWriting("write 5 MB", answerText(5'000'000));
+    benchmark::Initialize(&count, arguments);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
