@@ -1,0 +1,297 @@
+#include "SettingsDatabase.h"
+
+#include "ValueBlob.h"
+
+#include <algorithm>
+#include <chrono>
+#include <sqlite3.h>
+#include <sys/random.h>
+#include <thread>
+#include <unistd.h>
+#include <xxhash.h>
+
+namespace morvellacinto::native {
+
+namespace {
+
+constexpr std::int64_t applicationId = 0x4D564331;
+constexpr std::int64_t layoutVersion = 1;
+
+constexpr std::chrono::microseconds firstBusyPause(100);
+constexpr std::chrono::microseconds longestBusyPause(5000);
+constexpr int mostBusyPauses = 1000; // about 5 seconds
+
+// Keys are blobs: compared byte by byte, and whatever bytes a damaged file has read back as such.
+constexpr const char* createTable = "CREATE TABLE entry (space INTEGER NOT NULL, key BLOB NOT NULL,"
+                                    " stamp INTEGER NOT NULL, sum INTEGER NOT NULL,"
+                                    " value BLOB NOT NULL, PRIMARY KEY (space, key)) WITHOUT ROWID";
+
+// SQLite's own pauses are many times as long as a commit takes.
+int waitWhileBusy(void* /*context*/, int calls) {
+    if (calls >= mostBusyPauses) {
+        return 0;
+    }
+    std::this_thread::sleep_for(
+        std::min(firstBusyPause * (1 << std::min(calls, 6)), longestBusyPause));
+    return 1;
+}
+
+bool isDamage(int result) {
+    switch (result & 0xFF) {
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+    case SQLITE_FORMAT:
+    case SQLITE_SCHEMA:
+    case SQLITE_ERROR: // our own words are fine, so the tables are not ours
+        return true;
+    default:
+        return false;
+    }
+}
+
+std::int64_t randomStamp() {
+    std::int64_t stamp = 0;
+    while (stamp == 0) {
+        if (getrandom(&stamp, sizeof stamp, 0) != static_cast<ssize_t>(sizeof stamp)) {
+            stamp = 0;
+        }
+    }
+    return stamp;
+}
+
+// Over all columns, so that no part of one row passes for that of another.
+std::int64_t checksum(Space space, std::string_view key, std::int64_t stamp,
+                      std::string_view blob) {
+    XXH64_hash_t hash = static_cast<XXH64_hash_t>(stamp) ^ static_cast<XXH64_hash_t>(space);
+    hash = XXH3_64bits_withSeed(key.data(), key.size(), hash);
+    return static_cast<std::int64_t>(XXH3_64bits_withSeed(blob.data(), blob.size(), hash));
+}
+
+std::string_view blobColumn(sqlite3_stmt* statement, int column) {
+    const void* bytes = sqlite3_column_blob(statement, column);
+    const int length = sqlite3_column_bytes(statement, column);
+    return {static_cast<const char*>(bytes), bytes == nullptr ? 0 : static_cast<std::size_t>(length)};
+}
+
+void bindBlob(sqlite3_stmt* statement, int parameter, std::string_view bytes) {
+    // An empty view may have no address, which SQLite would take for NULL. The bytes outlive the
+    // statement's run.
+    sqlite3_bind_blob64(statement, parameter, bytes.empty() ? "" : bytes.data(), bytes.size(),
+                        SQLITE_STATIC);
+}
+
+// A statement that stays in mid-run would keep its transaction open.
+class Reset {
+public:
+    explicit Reset(sqlite3_stmt* statement) : statement_(statement) {}
+    Reset(const Reset&) = delete;
+    Reset& operator=(const Reset&) = delete;
+    ~Reset() {
+        sqlite3_reset(statement_);
+        sqlite3_clear_bindings(statement_);
+    }
+
+private:
+    sqlite3_stmt* statement_;
+};
+
+} // namespace
+
+void SettingsDatabase::Finalizer::operator()(sqlite3_stmt* statement) const noexcept {
+    sqlite3_finalize(statement);
+}
+
+void SettingsDatabase::Closer::operator()(sqlite3* connection) const noexcept {
+    sqlite3_close(connection);
+}
+
+SettingsDatabase::SettingsDatabase(const std::filesystem::path& file) : file_(file) {
+    sqlite3* opened = nullptr;
+    const int result =
+        sqlite3_open_v2(file.c_str(), &opened,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE |
+                            SQLITE_OPEN_PRIVATECACHE,
+                        nullptr);
+    connection_.reset(opened);
+    if (result != SQLITE_OK) {
+        fail("opened", result);
+    }
+    sqlite3_busy_handler(opened, waitWhileBusy, nullptr);
+    // Closing must be quick: what is in the write-ahead log is durable and stays there.
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    run("PRAGMA cell_size_check = ON");
+
+    const std::int64_t version = queryNumber("PRAGMA user_version");
+    if (version == 0) {
+        createLayout();
+    } else if (version != layoutVersion ||
+               queryNumber("PRAGMA application_id") != applicationId) {
+        throw DamageError(file_.string() + " is no settings database");
+    }
+    if (sqlite3_db_readonly(opened, "main") == 1 && access(file.c_str(), W_OK) == 0) {
+        throw DamageError(file_.string() + " forbids to be written, which its file does not");
+    }
+    run("PRAGMA journal_mode = WAL");
+    run("PRAGMA synchronous = FULL");
+    begin_ = prepare("BEGIN");
+    beginWrite_ = prepare("BEGIN IMMEDIATE");
+    commit_ = prepare("COMMIT");
+    version_ = prepare("PRAGMA data_version");
+    list_ = prepare("SELECT space, key, stamp FROM entry");
+    load_ = prepare("SELECT sum, value FROM entry WHERE space = ?1 AND key = ?2");
+    store_ = prepare("INSERT INTO entry (space, key, stamp, sum, value) VALUES (?1, ?2, ?3, ?4, ?5)"
+                     " ON CONFLICT (space, key) DO UPDATE"
+                     " SET stamp = ?3, sum = ?4, value = ?5");
+    remove_ = prepare("DELETE FROM entry WHERE space = ?1 AND key = ?2");
+}
+
+SettingsDatabase::~SettingsDatabase() = default;
+
+bool SettingsDatabase::wasMoved() const {
+    int moved = 0;
+    return sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) ==
+               SQLITE_OK &&
+           moved != 0;
+}
+
+std::int64_t SettingsDatabase::version() {
+    const Reset reset(version_.get());
+    step(version_, "read");
+    return sqlite3_column_int64(version_.get(), 0);
+}
+
+void SettingsDatabase::read(const std::function<std::int64_t(Space, std::string_view)>& known,
+                            std::vector<Row>& rows) {
+    try {
+        {
+            const Reset reset(begin_.get());
+            step(begin_, "read");
+        }
+        const Reset reset(list_.get());
+        while (step(list_, "read")) {
+            const int space = sqlite3_column_int(list_.get(), 0);
+            if (space != static_cast<int>(Space::settings) &&
+                space != static_cast<int>(Space::adapter)) {
+                continue;
+            }
+            Row row{Space{space}, std::string(blobColumn(list_.get(), 1)),
+                    sqlite3_column_int64(list_.get(), 2), false, std::nullopt};
+            if (known(row.space, row.key) != row.stamp) {
+                loadValue(row);
+            }
+            rows.push_back(std::move(row));
+        }
+    } catch (...) {
+        rollBack();
+        throw;
+    }
+    rollBack();
+}
+
+std::int64_t SettingsDatabase::write(std::span<const Change> changes) {
+    const std::int64_t stamp = randomStamp();
+    try {
+        {
+            const Reset reset(beginWrite_.get());
+            step(beginWrite_, "locked");
+        }
+        for (const Change& change : changes) {
+            const Statement& statement = change.blob == nullptr ? remove_ : store_;
+            const Reset reset(statement.get());
+            sqlite3_bind_int(statement.get(), 1, static_cast<int>(change.space));
+            bindBlob(statement.get(), 2, change.key);
+            if (change.blob != nullptr) {
+                sqlite3_bind_int64(statement.get(), 3, stamp);
+                sqlite3_bind_int64(statement.get(), 4,
+                                   checksum(change.space, change.key, stamp, *change.blob));
+                bindBlob(statement.get(), 5, *change.blob);
+            }
+            step(statement, "written");
+        }
+        const Reset reset(commit_.get());
+        step(commit_, "written");
+    } catch (...) {
+        rollBack();
+        throw;
+    }
+    return stamp;
+}
+
+void SettingsDatabase::fail(const char* doing, int result) const {
+    const std::string sentence = "the settings in " + file_.string() + " could not be " + doing +
+                                 ": " + sqlite3_errmsg(connection_.get());
+    if (isDamage(result)) {
+        throw DamageError(sentence);
+    }
+    throw std::runtime_error(sentence);
+}
+
+void SettingsDatabase::run(const char* sql) {
+    const int result = sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr);
+    if (result != SQLITE_OK) {
+        fail("opened", result);
+    }
+}
+
+std::int64_t SettingsDatabase::queryNumber(const char* sql) {
+    const Statement statement = prepare(sql);
+    step(statement, "opened");
+    return sqlite3_column_int64(statement.get(), 0);
+}
+
+SettingsDatabase::Statement SettingsDatabase::prepare(const char* sql) {
+    sqlite3_stmt* statement = nullptr;
+    const int result = sqlite3_prepare_v3(connection_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT,
+                                          &statement, nullptr);
+    if (result != SQLITE_OK) {
+        fail("opened", result);
+    }
+    return Statement(statement);
+}
+
+void SettingsDatabase::createLayout() {
+    try {
+        run("PRAGMA journal_mode = WAL");
+        run("PRAGMA synchronous = FULL");
+        run("BEGIN IMMEDIATE");
+        run(createTable);
+        run(("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
+        run(("PRAGMA user_version = " + std::to_string(layoutVersion)).c_str());
+        run("COMMIT");
+    } catch (...) {
+        rollBack();
+        throw;
+    }
+}
+
+bool SettingsDatabase::step(const Statement& statement, const char* doing) {
+    const int result = sqlite3_step(statement.get());
+    if (result != SQLITE_ROW && result != SQLITE_DONE) {
+        fail(doing, result);
+    }
+    return result == SQLITE_ROW;
+}
+
+void SettingsDatabase::loadValue(Row& row) {
+    const Reset reset(load_.get());
+    sqlite3_bind_int(load_.get(), 1, static_cast<int>(row.space));
+    bindBlob(load_.get(), 2, row.key);
+    row.loaded = true;
+    if (!step(load_, "read")) {
+        return; // listed but not found: damage has put the keys out of order
+    }
+    const std::string_view blob = blobColumn(load_.get(), 1);
+    if (checksum(row.space, row.key, row.stamp, blob) == sqlite3_column_int64(load_.get(), 0)) {
+        row.value = decodeValue(blob);
+    }
+}
+
+void SettingsDatabase::rollBack() noexcept {
+    if (sqlite3_get_autocommit(connection_.get()) == 0) {
+        sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
+} // namespace morvellacinto::native

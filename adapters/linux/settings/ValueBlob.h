@@ -1,0 +1,25 @@
+#pragma once
+
+#include "morvellacinto/foundation/Value.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace morvellacinto::native {
+
+/// The largest blob that `encodeValue` makes.
+inline constexpr std::size_t maximumBlobBytes = std::size_t{256} * 1024 * 1024;
+
+/// The bytes that a value is stored as, the same on every machine; docs/storage.md has the layout.
+///
+/// Throws std::invalid_argument when null or an instance stands at any depth, or when the blob
+/// would be larger than `maximumBlobBytes`.
+[[nodiscard]] std::string encodeValue(const Value& value);
+
+/// The value that was stored as `blob`, of the same kinds at every depth; nothing for bytes that
+/// `encodeValue` does not make. Takes memory in proportion to the blob, whatever is in it.
+[[nodiscard]] std::optional<Value> decodeValue(std::string_view blob);
+
+} // namespace morvellacinto::native
