@@ -70,8 +70,7 @@ std::shared_ptr<ChangeSignal> ChangeSignal::attach(const FileLock& lock) {
             if (void* memory = shmat(identifier, nullptr, 0); memory != failed) {
                 auto* segment = static_cast<Segment*>(memory);
                 if (segment->nonce == table[*known].nonce) {
-                    return std::shared_ptr<ChangeSignal>(
-                        new ChangeSignal(segment, table[*known]));
+                    return std::shared_ptr<ChangeSignal>(new ChangeSignal(segment, table[*known]));
                 }
                 shmdt(memory);
             }

@@ -1,6 +1,5 @@
 #include "FileLock.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -8,26 +7,53 @@
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace morvellacinto::native {
 
 namespace {
 
-constexpr std::chrono::microseconds firstPause(100);
-constexpr std::chrono::microseconds longestPause(5000);
+// Short beside a commit: what holds the lock mostly is one.
+constexpr std::chrono::microseconds pause(300);
+
+int openLockFile(const std::filesystem::path& file) {
+    const int descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), "opening " + file.string());
+    }
+    return descriptor;
+}
+
+// Whether the open file still has its name: newcomers would lock another one.
+bool isNamed(int descriptor, const std::filesystem::path& file) {
+    struct stat locked {};
+    struct stat named {};
+    return fstat(descriptor, &locked) == 0 && stat(file.c_str(), &named) == 0 &&
+           locked.st_dev == named.st_dev && locked.st_ino == named.st_ino;
+}
 
 } // namespace
 
-FileLock::FileLock(const std::filesystem::path& file, std::chrono::milliseconds patience) {
+FileLock::FileLock(const std::filesystem::path& file, std::chrono::milliseconds patience)
+    : descriptor_(openLockFile(file)) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
-    std::chrono::microseconds pause = firstPause;
-    while (!tryLock(file)) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            throw std::system_error(std::make_error_code(std::errc::timed_out),
-                                    "waiting for " + file.string());
+    while (true) {
+        if (flock(descriptor_, LOCK_EX | LOCK_NB) == 0) {
+            if (isNamed(descriptor_, file)) {
+                return;
+            }
+            ::close(std::exchange(descriptor_, -1));
+            descriptor_ = openLockFile(file);
+            continue;
+        }
+        const int error = errno;
+        const bool mayStillCome = error == EWOULDBLOCK || error == EINTR;
+        if (!mayStillCome || std::chrono::steady_clock::now() >= deadline) {
+            ::close(descriptor_);
+            throw std::system_error(mayStillCome ? ETIMEDOUT : error, std::generic_category(),
+                                    "locking " + file.string());
         }
         std::this_thread::sleep_for(pause);
-        pause = std::min(pause * 2, longestPause);
     }
 }
 
@@ -35,28 +61,6 @@ FileLock::~FileLock() {
     // Unlocked by name: a child made by fork() meanwhile shares the lock, and keeps it on close.
     flock(descriptor_, LOCK_UN);
     ::close(descriptor_);
-}
-
-bool FileLock::tryLock(const std::filesystem::path& file) {
-    descriptor_ = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (descriptor_ < 0) {
-        throw std::system_error(errno, std::generic_category(), "opening " + file.string());
-    }
-    // What is locked may have been deleted since it was opened; newcomers would lock another file.
-    struct stat locked {};
-    struct stat named {};
-    errno = 0;
-    if (flock(descriptor_, LOCK_EX | LOCK_NB) == 0 && fstat(descriptor_, &locked) == 0 &&
-        stat(file.c_str(), &named) == 0 && locked.st_dev == named.st_dev &&
-        locked.st_ino == named.st_ino) {
-        return true;
-    }
-    const int error = errno;
-    ::close(descriptor_);
-    if (error != EWOULDBLOCK && error != EINTR && error != ENOENT && error != 0) {
-        throw std::system_error(error, std::generic_category(), "locking " + file.string());
-    }
-    return false;
 }
 
 } // namespace morvellacinto::native

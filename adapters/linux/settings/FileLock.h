@@ -20,9 +20,7 @@ public:
     [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
 
 private:
-    bool tryLock(const std::filesystem::path& file);
-
-    int descriptor_ = -1;
+    int descriptor_;
 };
 
 } // namespace morvellacinto::native

@@ -8,6 +8,8 @@
 #include <sys/random.h>
 #include <thread>
 #include <unistd.h>
+
+#define XXH_INLINE_ALL
 #include <xxhash.h>
 
 namespace morvellacinto::native {
@@ -70,7 +72,8 @@ std::int64_t checksum(Space space, std::string_view key, std::int64_t stamp,
 std::string_view blobColumn(sqlite3_stmt* statement, int column) {
     const void* bytes = sqlite3_column_blob(statement, column);
     const int length = sqlite3_column_bytes(statement, column);
-    return {static_cast<const char*>(bytes), bytes == nullptr ? 0 : static_cast<std::size_t>(length)};
+    return {static_cast<const char*>(bytes),
+            bytes == nullptr ? 0 : static_cast<std::size_t>(length)};
 }
 
 void bindBlob(sqlite3_stmt* statement, int parameter, std::string_view bytes) {
@@ -107,11 +110,10 @@ void SettingsDatabase::Closer::operator()(sqlite3* connection) const noexcept {
 
 SettingsDatabase::SettingsDatabase(const std::filesystem::path& file) : file_(file) {
     sqlite3* opened = nullptr;
-    const int result =
-        sqlite3_open_v2(file.c_str(), &opened,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE |
-                            SQLITE_OPEN_PRIVATECACHE,
-                        nullptr);
+    const int result = sqlite3_open_v2(file.c_str(), &opened,
+                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX |
+                                           SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_PRIVATECACHE,
+                                       nullptr);
     connection_.reset(opened);
     if (result != SQLITE_OK) {
         fail("opened", result);
@@ -126,8 +128,7 @@ SettingsDatabase::SettingsDatabase(const std::filesystem::path& file) : file_(fi
     const std::int64_t version = queryNumber("PRAGMA user_version");
     if (version == 0) {
         createLayout();
-    } else if (version != layoutVersion ||
-               queryNumber("PRAGMA application_id") != applicationId) {
+    } else if (version != layoutVersion || queryNumber("PRAGMA application_id") != applicationId) {
         throw DamageError(file_.string() + " is no settings database");
     }
     if (sqlite3_db_readonly(opened, "main") == 1 && access(file.c_str(), W_OK) == 0) {
@@ -221,7 +222,8 @@ std::int64_t SettingsDatabase::write(std::span<const Change> changes) {
 
 void SettingsDatabase::fail(const char* doing, int result) const {
     const std::string sentence = "the settings in " + file_.string() + " could not be " + doing +
-                                 ": " + sqlite3_errmsg(connection_.get());
+                                 ": " + sqlite3_errmsg(connection_.get()) + " (" +
+                                 std::to_string(result) + ")";
     if (isDamage(result)) {
         throw DamageError(sentence);
     }

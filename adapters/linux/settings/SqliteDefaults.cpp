@@ -6,6 +6,7 @@
 #include "SettingsFiles.h"
 #include "ValueBlob.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <ctime>
@@ -28,7 +29,7 @@ using Milliseconds = std::chrono::milliseconds;
 constexpr Milliseconds lookInterval(100);
 constexpr Milliseconds retryInterval(1000);
 constexpr Milliseconds flushPatience(5000);
-constexpr Milliseconds readPatience(250);
+constexpr Milliseconds readPatience(500);
 
 // The kernel's tick, a few milliseconds wide, at a quarter of the price of the exact time.
 Milliseconds coarseNow() {
@@ -58,19 +59,26 @@ using Entries = std::unordered_map<std::string, Entry, KeyHash, std::equal_to<>>
 // Sentences gathered under locks, told after.
 using Report = std::vector<std::string>;
 
-// Tells a lasting failure once.
-class Failure {
+// Tells a failure that lasts once, also when reading and writing fail for the same reason.
+class Failures {
 public:
-    void happened(const std::string& sentence, Report& report) {
-        if (sentence != told_) {
+    enum Of { reading, writing };
+
+    void happened(Of which, const std::string& sentence, Report& report) {
+        const std::lock_guard lock(mutex_);
+        if (std::find(last_.begin(), last_.end(), sentence) == last_.end()) {
             report.push_back(sentence);
-            told_ = sentence;
         }
+        last_[which] = sentence;
     }
-    void ended() { told_.clear(); }
+    void ended(Of which) {
+        const std::lock_guard lock(mutex_);
+        last_[which].clear();
+    }
 
 private:
-    std::string told_;
+    std::mutex mutex_;
+    std::array<std::string, 2> last_;
 };
 
 } // namespace
@@ -119,14 +127,14 @@ private:
     [[nodiscard]] std::vector<SettingsDatabase::Change> knownValues() const;
     [[nodiscard]] std::shared_ptr<ChangeSignal> currentSignal() const;
 
+    Failures failures;
+
     std::mutex writing;
     Connection writer;
-    Failure writeFailure;
 
     std::mutex reading;
     Connection reader;
     std::int64_t readVersion = 0;
-    Failure readFailure;
 
     // Guards everything below.
     mutable std::shared_mutex memory;
@@ -246,10 +254,10 @@ void SqliteDefaults::State::look(Report& report) {
     bool failed = false;
     try {
         readChanges(report);
-        readFailure.ended();
+        failures.ended(Failures::reading);
     } catch (const std::exception& error) {
         reader.reset();
-        readFailure.happened(error.what(), report);
+        failures.happened(Failures::reading, error.what(), report);
         failed = true;
     }
     const std::unique_lock done(memory);
@@ -384,12 +392,12 @@ bool SqliteDefaults::State::flush(Report& report) {
             }
         }
         committed(pending, stamp);
-        writeFailure.ended();
+        failures.ended(Failures::writing);
         return true;
     } catch (const std::exception& error) {
         // After a failed flush to disk nothing is known of the connection's files: open them anew.
         writer.reset();
-        writeFailure.happened(error.what(), report);
+        failures.happened(Failures::writing, error.what(), report);
         return false;
     }
 }
@@ -509,8 +517,7 @@ std::vector<SettingsDatabase::Change> SqliteDefaults::State::knownValues() const
         for (const auto& [key, entry] : entries[static_cast<std::size_t>(space)]) {
             if (entry.value) {
                 known.push_back(
-                    {space, key,
-                     std::make_shared<const std::string>(encodeValue(*entry.value))});
+                    {space, key, std::make_shared<const std::string>(encodeValue(*entry.value))});
             }
         }
     }

@@ -203,23 +203,23 @@ private:
 };
 
 template <class To, class From>
-std::optional<Value> valueOf(std::optional<From> bits) {
-    return bits ? std::optional<Value>(std::bit_cast<To>(*bits)) : std::nullopt;
+Value valueOf(std::optional<From> bits) {
+    return bits ? Value(std::bit_cast<To>(*bits)) : Value();
 }
 
-std::optional<Value> readScalar(Reader& in, Mark mark) {
+// Null when the blob is at fault.
+Value readScalar(Reader& in, Mark mark) {
     switch (mark) {
     case Mark::no:
     case Mark::yes:
-        return Value(mark == Mark::yes);
+        return mark == Mark::yes;
     case Mark::natural:
         return valueOf<std::uint64_t>(in.varint());
     case Mark::negative: {
         const std::optional<std::uint64_t> complement = in.varint();
-        if (!complement || *complement > INT64_MAX) {
-            return std::nullopt;
-        }
-        return Value(static_cast<std::int64_t>(~*complement));
+        return complement && *complement <= INT64_MAX
+                   ? Value(static_cast<std::int64_t>(~*complement))
+                   : Value();
     }
     case Mark::float32:
         return valueOf<float>(in.fixed<std::uint32_t>());
@@ -231,7 +231,7 @@ std::optional<Value> readScalar(Reader& in, Mark mark) {
     case Mark::bytes: {
         const std::optional<std::string_view> text = in.text();
         if (!text) {
-            return std::nullopt;
+            return nullptr;
         }
         return mark == Mark::string ? Value(*text) : Value(std::as_bytes(std::span(*text)));
     }
@@ -239,7 +239,7 @@ std::optional<Value> readScalar(Reader& in, Mark mark) {
     case Mark::object:
         break;
     }
-    return std::nullopt;
+    return nullptr;
 }
 
 // A container that still waits for elements, or for members of which `key` is the next.
@@ -248,6 +248,17 @@ struct PartlyRead {
     std::string_view key;
     std::uint64_t missing;
 };
+
+Value emptyContainer(Mark mark, std::size_t room) {
+    if (mark == Mark::array) {
+        Array array;
+        array.reserve(room);
+        return array;
+    }
+    Object object;
+    object.reserve(room);
+    return object;
+}
 
 // False when an object holds the key already.
 bool add(PartlyRead& parent, Value child) {
@@ -292,46 +303,32 @@ std::optional<Value> decodeValue(std::string_view blob) {
         return std::nullopt;
     }
     std::vector<PartlyRead> open;
-    // Elements and members that open containers still wait for. Each takes a byte at least, so
-    // that no count can make us reserve more than the blob has bytes for.
+    // What open containers still wait for. Each element or member takes a byte at least, so that
+    // no count makes us reserve more than the blob has bytes for.
     std::uint64_t owed = 0;
     while (true) {
-        const std::optional<unsigned char> byte = in.byte();
-        if (!byte) {
-            return std::nullopt;
-        }
-        const Mark mark{*byte};
-        std::optional<Value> finished;
+        const Mark mark{in.byte().value_or(0)};
+        Value finished;
         if (mark == Mark::array || mark == Mark::object) {
             const std::optional<std::uint64_t> count = in.varint();
+            // Of what is owed, as many as containers are open have begun.
             if (!count || *count > in.left() || (owed += *count) > in.left() + open.size()) {
                 return std::nullopt;
             }
-            Value container = mark == Mark::array ? Value(Array()) : Value(Object());
+            finished = emptyContainer(mark, static_cast<std::size_t>(*count));
             if (*count > 0) {
-                if (mark == Mark::array) {
-                    container.asArray().reserve(static_cast<std::size_t>(*count));
-                } else {
-                    container.asObject().reserve(static_cast<std::size_t>(*count));
-                }
-                open.push_back({std::move(container), {}, *count});
-            } else {
-                finished = std::move(container);
+                open.push_back({std::exchange(finished, Value()), {}, *count});
             }
-        } else {
-            finished = readScalar(in, mark);
-            if (!finished) {
-                return std::nullopt;
-            }
+        } else if (finished = readScalar(in, mark); finished.isNull()) {
+            return std::nullopt;
         }
-        while (finished) {
+        while (!finished.isNull()) {
             if (open.empty()) {
-                return in.left() == 0 ? std::move(finished) : std::nullopt;
+                return in.left() == 0 ? std::optional<Value>(std::move(finished)) : std::nullopt;
             }
-            if (!add(open.back(), std::move(*finished))) {
+            if (!add(open.back(), std::exchange(finished, Value()))) {
                 return std::nullopt;
             }
-            finished.reset();
             --owed;
             if (open.back().missing == 0) {
                 finished = std::move(open.back().container);

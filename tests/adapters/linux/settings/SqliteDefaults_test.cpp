@@ -1,0 +1,454 @@
+#include "SettingsFixture.h"
+
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+
+#include <atomic>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <set>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+std::atomic<bool> flushesFail = false;
+
+int flushToDisk(long call, int descriptor) {
+    if (flushesFail) {
+        errno = EIO;
+        return -1;
+    }
+    return static_cast<int>(syscall(call, descriptor));
+}
+} // namespace
+
+// What the database calls to flush: these come before the C library's.
+extern "C" __attribute__((visibility("default"))) int fsync(int descriptor) {
+    return flushToDisk(SYS_fsync, descriptor);
+}
+extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
+    return flushToDisk(SYS_fdatasync, descriptor);
+}
+
+namespace morvellacinto::native {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class SqliteDefaultsTest : public SettingsFixture {
+protected:
+    // Moves everything from the write-ahead log to the database file.
+    void checkpoint() const {
+        sqlite3* connection = nullptr;
+        ASSERT_EQ(sqlite3_open(database().c_str(), &connection), SQLITE_OK);
+        EXPECT_EQ(
+            sqlite3_exec(connection, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+        sqlite3_close(connection);
+    }
+    [[nodiscard]] static std::string contentOf(const std::filesystem::path& file) {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    static void write(const std::filesystem::path& file, std::string_view content) {
+        std::ofstream(file, std::ios::binary) << content;
+    }
+    [[nodiscard]] static mode_t modeOf(const std::filesystem::path& path) {
+        struct stat status {};
+        return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777U : 0;
+    }
+};
+
+TEST_F(SqliteDefaultsTest, MakesItsFilesForThisUserAloneAndNotBeforeTheFirstUse) {
+    const auto defaults = open();
+    EXPECT_TRUE(defaults->synchronize()) << "with nothing to write";
+    EXPECT_FALSE(std::filesystem::exists(directory().parent_path()));
+    EXPECT_EQ(defaults->objectForKey("key"), std::nullopt);
+    EXPECT_EQ(modeOf(directory().parent_path()), 0700U);
+    EXPECT_EQ(modeOf(directory()), 0700U);
+    for (const auto& file : std::filesystem::directory_iterator(directory())) {
+        EXPECT_EQ(modeOf(file), 0600U) << file;
+    }
+    EXPECT_TRUE(std::filesystem::exists(database()));
+}
+
+TEST_F(SqliteDefaultsTest, KeepsWhatWasFlushedAndNothingElse) {
+    {
+        const auto defaults = open();
+        defaults->setObjectForKey(Date{1.5}, "kept");
+        defaults->setObjectForKey(1, "removed");
+        EXPECT_TRUE(defaults->setAdapterValue("kept", "adapter's"));
+        defaults->removeObjectForKey("removed");
+        EXPECT_TRUE(defaults->synchronize());
+        defaults->setObjectForKey(2, "dropped");
+        EXPECT_EQ(defaults->objectForKey("dropped"), Value(2));
+    }
+    const auto defaults = open();
+    EXPECT_EQ(defaults->objectForKey("kept"), Value(Date{1.5}));
+    EXPECT_EQ(defaults->adapterValue("kept"), "adapter's");
+    EXPECT_EQ(defaults->objectForKey("removed"), std::nullopt);
+    EXPECT_EQ(defaults->objectForKey("dropped"), std::nullopt);
+    EXPECT_EQ(defaults->adapterValue("dropped"), std::nullopt);
+    EXPECT_THAT(told(), IsEmpty());
+}
+
+TEST_F(SqliteDefaultsTest, SeesWhatAnotherHasFlushedAtTheNextRead) {
+    const auto mine = open();
+    const auto theirs = open();
+    for (int round = 0; round < 200; ++round) {
+        theirs->setObjectForKey(round, "key");
+        ASSERT_TRUE(theirs->synchronize());
+        ASSERT_EQ(mine->objectForKey("key"), Value(round));
+        mine->removeObjectForKey("key");
+        ASSERT_TRUE(mine->synchronize());
+        ASSERT_EQ(theirs->objectForKey("key"), std::nullopt);
+    }
+}
+
+TEST_F(SqliteDefaultsTest, APendingChangeHidesWhatOthersFlushAndWinsWhenFlushedLast) {
+    const auto mine = open();
+    const auto theirs = open();
+    theirs->setObjectForKey("theirs", "changed");
+    theirs->setObjectForKey("theirs", "removed");
+    ASSERT_TRUE(theirs->synchronize());
+    mine->setObjectForKey("mine", "changed");
+    mine->removeObjectForKey("removed");
+    theirs->setObjectForKey("theirs again", "changed");
+    theirs->setObjectForKey("theirs again", "removed");
+    theirs->setObjectForKey("theirs", "other");
+    ASSERT_TRUE(theirs->synchronize());
+    EXPECT_EQ(mine->objectForKey("changed"), Value("mine"));
+    EXPECT_EQ(mine->objectForKey("removed"), std::nullopt);
+    EXPECT_EQ(mine->objectForKey("other"), Value("theirs"));
+    ASSERT_TRUE(mine->synchronize());
+    EXPECT_EQ(theirs->objectForKey("changed"), Value("mine"));
+    EXPECT_EQ(theirs->objectForKey("removed"), std::nullopt);
+    EXPECT_EQ(theirs->objectForKey("other"), Value("theirs"));
+}
+
+TEST_F(SqliteDefaultsTest, SurvivesTheLossOfAnyFileWhileInUse) {
+    const auto mine = open();
+    const auto theirs = open();
+    const std::filesystem::path lock = directory() / "se.kovra.test%2F1.v1.lock";
+    const std::function<void()> losses[] = {
+        [&] { std::filesystem::resize_file(lock, 0); },
+        [&] { std::filesystem::remove(lock); },
+        [&] { std::filesystem::remove(database()); },
+        [&] { std::filesystem::remove_all(directory()); },
+    };
+    int round = 0;
+    for (const std::function<void()>& lose : losses) {
+        mine->setObjectForKey(++round, "key");
+        ASSERT_TRUE(mine->synchronize());
+        ASSERT_EQ(theirs->objectForKey("key"), Value(round));
+        lose();
+        theirs->setObjectForKey(-round, "key");
+        EXPECT_TRUE(theirs->synchronize());
+        const auto newcomer = open();
+        EXPECT_EQ(newcomer->objectForKey("key"), Value(-round));
+        newcomer->setObjectForKey(round, "new");
+        EXPECT_TRUE(newcomer->synchronize());
+        // What no signal reaches is looked for every 100 ms.
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (mine->objectForKey("new") != Value(round) &&
+               std::chrono::steady_clock::now() < limit) {
+        }
+        EXPECT_EQ(mine->objectForKey("new"), Value(round)) << "after loss " << round;
+        EXPECT_EQ(mine->objectForKey("key"), Value(-round));
+    }
+}
+
+TEST_F(SqliteDefaultsTest, SetsADamagedDatabaseAsideAndBeginsANewOne) {
+    const std::function<std::string(std::string)> damages[] = {
+        [](const std::string& sound) { return std::string(sound.size(), 'g'); },
+        [](const std::string& sound) { return sound.substr(0, sound.size() / 2); },
+        [](const std::string& sound) { return sound.substr(0, 100); },
+        // The layout's version; a format that forbids to be written.
+        [](const std::string& sound) { return sound.substr(0, 63) + '\x02' + sound.substr(64); },
+        [](const std::string& sound) { return sound.substr(0, 18) + '\x09' + sound.substr(19); },
+    };
+    std::size_t damaged = 0;
+    for (const auto& damage : damages) {
+        auto defaults = open();
+        defaults->setObjectForKey(std::string(10'000, 'v'), "key");
+        ASSERT_TRUE(defaults->synchronize());
+        defaults.reset();
+        checkpoint();
+        write(database(), damage(contentOf(database())));
+        const std::string content = contentOf(database());
+        defaults = open();
+        if (damaged % 2 == 0) {
+            EXPECT_EQ(defaults->objectForKey("key"), std::nullopt);
+        }
+        defaults->setObjectForKey("new", "key");
+        EXPECT_TRUE(defaults->synchronize());
+        EXPECT_EQ(open()->objectForKey("key"), Value("new"));
+        ++damaged;
+        ASSERT_THAT(told(), SizeIs(damaged));
+        EXPECT_THAT(told().back(), HasSubstr(databaseName));
+        EXPECT_THAT(setAside(), SizeIs(std::min<std::size_t>(damaged, 3)));
+        std::set<std::string> kept;
+        for (const std::filesystem::path& file : setAside()) {
+            kept.insert(contentOf(file));
+        }
+        EXPECT_TRUE(kept.contains(content)) << "the newest is kept as it was";
+    }
+}
+
+TEST_F(SqliteDefaultsTest, DamageUnderAnOpenDatabaseCostsNoValueThatIsKnown) {
+    const auto mine = open();
+    const auto theirs = open();
+    mine->setObjectForKey("first", "one");
+    mine->setObjectForKey(2, "two");
+    ASSERT_TRUE(mine->setAdapterValue("name", "text"));
+    ASSERT_EQ(theirs->objectForKey("two"), Value(2));
+    checkpoint();
+    write(database(), std::string(std::filesystem::file_size(database()), 'g'));
+    mine->setObjectForKey("changed", "one");
+    EXPECT_TRUE(mine->synchronize());
+    theirs->setObjectForKey(3, "three");
+    EXPECT_TRUE(theirs->synchronize());
+    EXPECT_THAT(setAside(), SizeIs(1));
+    const auto newcomer = open();
+    EXPECT_EQ(newcomer->objectForKey("one"), Value("changed"));
+    EXPECT_EQ(newcomer->objectForKey("two"), Value(2));
+    EXPECT_EQ(newcomer->objectForKey("three"), Value(3));
+    EXPECT_EQ(newcomer->adapterValue("name"), "text");
+}
+
+TEST_F(SqliteDefaultsTest, AFlippedBitAnywhereGivesTheValueOrNothingAndNewValuesCanBeStored) {
+    const Value value = Object{{"text", std::string(300, 'v')}, {"number", 1}};
+    auto defaults = open();
+    for (int key = 0; key < 20; ++key) {
+        defaults->setObjectForKey(value, "key" + std::to_string(key));
+    }
+    defaults->setObjectForKey(std::string(20'000, 'l'), "long");
+    ASSERT_TRUE(defaults->synchronize());
+    defaults.reset();
+    checkpoint();
+    const std::string sound = contentOf(database());
+    std::mt19937 random(7);
+    for (unsigned round = 0; round < 250; ++round) {
+        // The header and the layout's page byte by byte in the first rounds, then anything.
+        const std::size_t offset = round < 110 ? round : random() % sound.size();
+        std::string damaged = sound;
+        damaged[offset] ^= static_cast<char>(1U << (random() % 8));
+        std::filesystem::remove_all(directory());
+        std::filesystem::create_directories(directory());
+        write(database(), damaged);
+        defaults = open();
+        for (int key = 0; key < 20; ++key) {
+            const auto read = defaults->objectForKey("key" + std::to_string(key));
+            EXPECT_TRUE(!read || *read == value) << "byte " << offset;
+        }
+        const auto read = defaults->objectForKey("long");
+        EXPECT_TRUE(!read || *read == Value(std::string(20'000, 'l'))) << "byte " << offset;
+        defaults->setObjectForKey("new", "key3");
+        defaults->setObjectForKey(std::string(30'000, 'n'), "long");
+        ASSERT_TRUE(defaults->synchronize()) << "byte " << offset << ": " << told().back();
+        defaults.reset();
+        defaults = open();
+        ASSERT_EQ(defaults->objectForKey("key3"), Value("new")) << "byte " << offset;
+        ASSERT_EQ(defaults->objectForKey("long"), Value(std::string(30'000, 'n')));
+        defaults.reset();
+    }
+}
+
+TEST_F(SqliteDefaultsTest, ADamagedValueCountsAsAbsentAndIsToldOnce) {
+    auto defaults = open();
+    defaults->setObjectForKey(std::string(300, 'a'), "damaged");
+    defaults->setObjectForKey(std::string(300, 'b'), "sound");
+    ASSERT_TRUE(defaults->synchronize());
+    defaults.reset();
+    checkpoint();
+    std::string content = contentOf(database());
+    content[content.find("aaaa") + 100] = 'A';
+    write(database(), content);
+    defaults = open();
+    const auto other = open();
+    for (int read = 0; read < 3; ++read) {
+        EXPECT_EQ(defaults->objectForKey("damaged"), std::nullopt);
+        EXPECT_EQ(defaults->objectForKey("sound"), Value(std::string(300, 'b')));
+        EXPECT_THAT(told(), SizeIs(1));
+        // Another's commit makes it read again.
+        other->setObjectForKey(read, "other");
+        ASSERT_TRUE(other->synchronize());
+    }
+    defaults->setObjectForKey("healed", "damaged");
+    ASSERT_TRUE(defaults->synchronize());
+    EXPECT_EQ(other->objectForKey("damaged"), Value("healed"));
+}
+
+TEST_F(SqliteDefaultsTest, AFailingFlushIsToldOnceLeavesTheValueReadableAndIsTriedAgain) {
+    struct Trouble {
+        const char* name;
+        std::function<void()> begin;
+        std::function<void()> end;
+    };
+    const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+    std::signal(SIGXFSZ, SIG_IGN);
+    const Trouble troubles[] = {
+        {"a file in place of the directory",
+         [this] {
+             std::filesystem::remove_all(directory());
+             write(directory(), "");
+         },
+         [this] { std::filesystem::remove(directory()); }},
+        {"a full disk",
+         [] {
+             const rlimit small{64 * 1024, RLIM_INFINITY};
+             ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+         },
+         [&] { ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &unlimited), 0); }},
+        {"a disk that cannot flush", [] { flushesFail = true; }, [] { flushesFail = false; }},
+    };
+    const auto defaults = open();
+    std::size_t toldBefore = 0;
+    for (const Trouble& trouble : troubles) {
+        SCOPED_TRACE(trouble.name);
+        defaults->setObjectForKey("before", "key");
+        ASSERT_TRUE(defaults->synchronize());
+        trouble.begin();
+        const Value large = std::string(200'000, 'l') + trouble.name;
+        defaults->setObjectForKey(large, "key");
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            EXPECT_FALSE(defaults->synchronize());
+            EXPECT_EQ(defaults->objectForKey("key"), large);
+        }
+        const std::vector<std::string> now = told();
+        EXPECT_GT(now.size(), toldBefore);
+        EXPECT_EQ(std::set<std::string>(now.begin(), now.end()).size(), now.size())
+            << testing::PrintToString(now);
+        toldBefore = now.size();
+        trouble.end();
+        EXPECT_TRUE(defaults->synchronize());
+        EXPECT_EQ(open()->objectForKey("key"), large);
+    }
+}
+
+TEST_F(SqliteDefaultsTest, WaitsForAWriterOfItsOwnFormatThatTakesLong) {
+    const auto defaults = open();
+    defaults->setObjectForKey(1, "key");
+    ASSERT_TRUE(defaults->synchronize());
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(database().c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    defaults->setObjectForKey(2, "key");
+    std::thread flusher([&] { EXPECT_TRUE(defaults->synchronize()); });
+    EXPECT_EQ(defaults->objectForKey("key"), Value(2)) << "reads do not wait for the flush";
+    ASSERT_EQ(sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    flusher.join();
+    sqlite3_close(other);
+}
+
+TEST_F(SqliteDefaultsTest, ThreadsThatReadWriteAndFlushAtOnceLoseNothing) {
+    const auto mine = open();
+    const auto theirs = open();
+    for (const auto* defaults : {mine.get(), theirs.get()}) {
+        ASSERT_EQ(defaults->objectForKey("key0"), std::nullopt);
+    }
+    std::vector<std::thread> threads;
+    constexpr int writers = 4;
+    constexpr int rounds = 60;
+    for (int writer = 0; writer < writers; ++writer) {
+        SqliteDefaults& defaults = writer % 2 == 0 ? *mine : *theirs;
+        threads.emplace_back([&defaults, writer] {
+            const std::string key = "key" + std::to_string(writer);
+            for (int round = 1; round <= rounds; ++round) {
+                defaults.setObjectForKey(round, key);
+                EXPECT_EQ(defaults.objectForKey(key), Value(round));
+                EXPECT_TRUE(defaults.synchronize());
+                EXPECT_EQ(defaults.objectForKey(key), Value(round));
+                if (round % 3 == 0) {
+                    defaults.removeObjectForKey(key);
+                    EXPECT_EQ(defaults.objectForKey(key), std::nullopt);
+                    EXPECT_TRUE(defaults.synchronize());
+                    EXPECT_EQ(defaults.objectForKey(key), std::nullopt);
+                }
+            }
+            defaults.setObjectForKey("last", key);
+            EXPECT_TRUE(defaults.synchronize());
+        });
+    }
+    std::atomic<bool> done = false;
+    std::thread reader([&] {
+        while (!done) {
+            for (const auto* defaults : {mine.get(), theirs.get()}) {
+                static_cast<void>(defaults->objectForKey("key0"));
+                static_cast<void>(defaults->adapterValue("none"));
+            }
+        }
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    done = true;
+    reader.join();
+    for (int writer = 0; writer < writers; ++writer) {
+        const std::string key = "key" + std::to_string(writer);
+        EXPECT_EQ(mine->objectForKey(key), Value("last"));
+        EXPECT_EQ(theirs->objectForKey(key), Value("last"));
+    }
+    EXPECT_THAT(told(), IsEmpty());
+}
+
+TEST_F(SqliteDefaultsTest, DiagnosticsMayUseTheDefaultsThemselves) {
+    std::filesystem::create_directories(directory());
+    write(database(), "garbage");
+    std::unique_ptr<SqliteDefaults> defaults;
+    std::optional<Value> read;
+    defaults = std::make_unique<SqliteDefaults>(directory(), bundle, [&](std::string_view) {
+        defaults->setObjectForKey(5, "from inside");
+        EXPECT_TRUE(defaults->synchronize());
+        read = defaults->objectForKey("from inside");
+    });
+    EXPECT_EQ(defaults->objectForKey("key"), std::nullopt);
+    EXPECT_EQ(read, Value(5));
+}
+
+TEST_F(SqliteDefaultsTest, OnceClosedThereIsNothingToReadAndFlushesFail) {
+    const auto defaults = open();
+    defaults->setObjectForKey(1, "key");
+    ASSERT_TRUE(defaults->synchronize());
+    defaults->setObjectForKey(2, "pending");
+    defaults->close();
+    defaults->close();
+    defaults->setObjectForKey(3, "late");
+    defaults->removeObjectForKey("key");
+    EXPECT_FALSE(defaults->synchronize());
+    EXPECT_FALSE(defaults->setAdapterValue("name", "text"));
+    EXPECT_EQ(defaults->objectForKey("key"), std::nullopt);
+    const auto newcomer = open();
+    EXPECT_EQ(newcomer->objectForKey("key"), Value(1));
+    EXPECT_EQ(newcomer->objectForKey("pending"), std::nullopt);
+}
+
+TEST_F(SqliteDefaultsTest, AForkedChildThatExitsHarmsNothing) {
+    auto defaults = open();
+    defaults->setObjectForKey(1, "key");
+    ASSERT_TRUE(defaults->synchronize());
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        defaults.reset();
+        std::exit(0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    defaults->setObjectForKey(2, "key");
+    EXPECT_TRUE(defaults->synchronize());
+    EXPECT_EQ(open()->objectForKey("key"), Value(2));
+}
+
+} // namespace
+} // namespace morvellacinto::native

@@ -1,0 +1,142 @@
+#include "settings/ValueBlob.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace morvellacinto::native {
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr std::byte someBytes[] = {std::byte{0}, std::byte{0x80}, std::byte{255}};
+
+std::vector<Value> samples() {
+    Object large;
+    for (int i = 0; i < 100; ++i) {
+        large.set("member" + std::to_string(i), i % 2 == 0 ? Value(i) : Value(std::to_string(i)));
+    }
+    return {
+        true,
+        false,
+        0,
+        -1,
+        127,
+        128,
+        std::numeric_limits<std::int64_t>::min(),
+        std::numeric_limits<std::int64_t>::max(),
+        static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) + 1,
+        std::numeric_limits<std::uint64_t>::max(),
+        59.329F,
+        -0.0F,
+        0.1,
+        -std::numeric_limits<double>::infinity(),
+        std::numeric_limits<double>::denorm_min(),
+        Date{-1e-9},
+        Date{1'700'000'000.123456},
+        "",
+        "a\0\xFF"sv,
+        std::string(100'000, 'x'),
+        Value(std::span(someBytes)),
+        Value(std::span(someBytes).first(0)),
+        Array(),
+        Object(),
+        Object{{"", Array::of({1, Object{{"z", Array()}, {"a\0b"sv, 0.5F}}, "last"})}, {"b", 1}},
+        large,
+    };
+}
+
+TEST(ValueBlob, EveryKindComesBackAsItWas) {
+    for (const Value& value : samples()) {
+        const std::string blob = encodeValue(value);
+        const std::optional<Value> decoded = decodeValue(blob);
+        ASSERT_TRUE(decoded.has_value());
+        EXPECT_EQ(decoded->kind(), value.kind());
+        EXPECT_EQ(*decoded, value);
+        EXPECT_EQ(encodeValue(*decoded), blob) << "kinds inside and the order of members";
+    }
+    const auto nan = std::bit_cast<double>(0x7FF80000DEADBEEFULL);
+    const std::optional<Value> decoded = decodeValue(encodeValue(nan));
+    ASSERT_TRUE(decoded.has_value());
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(decoded->asDouble()), 0x7FF80000DEADBEEFULL);
+}
+
+TEST(ValueBlob, BytesOnDiskAreTheSameInEveryVersion) {
+    const Value value = Object{{"k", Array::of({-2, 300, 1.0F, 1.0, Date{1}, "s", true})}};
+    EXPECT_EQ(encodeValue(value), "\x01\x0B\x01\x01k\x0A\x07\x04\x01\x03\xAC\x02"
+                                  "\x05\0\0\x80\x3F\x06\0\0\0\0\0\0\xF0\x3F"
+                                  "\x07\0\0\0\0\0\0\xF0\x3F\x08\x01s\x02"sv);
+}
+
+TEST(ValueBlob, NullsAndInstancesAreRefusedAtAnyDepth) {
+    for (const Value& value : {Value(), Value(makeInstance<Instance>()),
+                               Value(Object{{"a", Array::of({1, nullptr})}})}) {
+        EXPECT_THROW(static_cast<void>(encodeValue(value)), std::invalid_argument);
+    }
+}
+
+TEST(ValueBlob, AMillionLevelsCostNoStack) {
+    Value deep = "bottom";
+    for (int level = 0; level < 1'000'000; ++level) {
+        deep = level % 2 == 0 ? Value(Array::of({std::move(deep)}))
+                              : Value(Object{{"k", std::move(deep)}});
+    }
+    const std::string blob = encodeValue(deep);
+    const std::optional<Value> decoded = decodeValue(blob);
+    ASSERT_TRUE(decoded.has_value());
+    EXPECT_EQ(*decoded, deep);
+    EXPECT_EQ(decodeValue(std::string_view(blob).substr(0, blob.size() - 1)), std::nullopt);
+}
+
+TEST(ValueBlob, WhatWasNeverEncodedGivesNothing) {
+    const std::string_view broken[] = {
+        ""sv,
+        "\x01"sv,
+        "\x02\x01"sv,                                             // another version
+        "\x01\x00"sv,                                             // no such kind
+        "\x01\x0C"sv,                                             // no such kind
+        "\x01\x01\x01"sv,                                         // something behind the value
+        "\x01\x04\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x01"sv,     // below INT64_MIN
+        "\x01\x03\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x02"sv,     // over 64 bits
+        "\x01\x08\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x01s"sv,    // a length past the end
+        "\x01\x0A\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x01\x01"sv, // a count past the end
+        "\x01\x0A\x03\x0A\x03\x0A\x03\x01\x01\x01"sv,             // counts past it in sum
+        "\x01\x0B\x02\x01k\x01\x01k\x01"sv,                       // one key twice
+    };
+    for (const std::string_view blob : broken) {
+        EXPECT_EQ(decodeValue(blob), std::nullopt) << testing::PrintToString(std::string(blob));
+    }
+    for (const Value& value : samples()) {
+        const std::string blob = encodeValue(value);
+        const std::size_t stride = blob.size() / 500 + 1;
+        for (std::size_t length = 0; length < blob.size(); length += stride) {
+            EXPECT_EQ(decodeValue(std::string_view(blob).substr(0, length)), std::nullopt);
+        }
+    }
+}
+
+TEST(ValueBlob, DamagedBytesGiveNothingOrSomeValueThatCanBeStored) {
+    std::mt19937 random(1);
+    for (const Value& value : samples()) {
+        const std::string blob = encodeValue(value);
+        for (int round = 0; round < 300; ++round) {
+            std::string damaged = blob;
+            for (int flips = 0; flips < 3; ++flips) {
+                damaged[random() % damaged.size()] ^= static_cast<char>(1U << (random() % 8));
+            }
+            if (const std::optional<Value> decoded = decodeValue(damaged)) {
+                EXPECT_LE(encodeValue(*decoded).size(), damaged.size());
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace morvellacinto::native
