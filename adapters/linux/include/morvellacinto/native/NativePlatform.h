@@ -15,7 +15,8 @@ namespace morvellacinto::native {
 
 struct NativeOptions {
     /// Such as "com.example.host": what the device reports and what the settings are filed under.
-    /// Absent or empty: the Flatpak's identifier, and outside of Flatpak none.
+    /// Absent or empty: the Flatpak's identifier. Outside of Flatpak the device then reports none,
+    /// and the settings are filed under the program's name.
     std::optional<std::string> bundleIdentifier;
 
     /// Where the settings live; made when it is missing. Empty: "morvellacinto" in $XDG_DATA_HOME,
@@ -43,14 +44,16 @@ struct NativeOptions {
 /// may run the main queue. All other operations may be called on any thread.
 ///
 /// Creating the platform starts no thread and opens nothing but one event descriptor, closed on
-/// exec; threads, files and connections come with the first use of what needs them.
+/// exec, and the files in `NativeOptions::trustAnchors`, to read them; threads, other files and
+/// connections come with the first use of what needs them.
 ///
 /// The last reference may be let go on any thread, also by a callback that the platform is running;
 /// that shuts it down as `shutdown` does. A child made by fork() may only exec or exit.
 class MORVELLACINTO_EXPORT NativePlatform final : public platform::Platform {
 public:
-    /// Throws std::system_error when no descriptor is left, and std::invalid_argument when
-    /// `dataDirectory` is empty and neither $XDG_DATA_HOME nor $HOME is an absolute path.
+    /// Throws std::system_error when no descriptor is left, std::runtime_error for a trust anchor
+    /// that cannot be read, and std::invalid_argument when `dataDirectory` is empty and neither
+    /// $XDG_DATA_HOME nor $HOME is an absolute path.
     [[nodiscard]] static std::shared_ptr<NativePlatform> create(NativeOptions options = {});
     ~NativePlatform() override;
 
@@ -90,7 +93,7 @@ public:
     makeHttpSession(platform::HttpSessionConfiguration configuration,
                     platform::HttpSessionDelegate* delegate) override;
 
-    /// See `platform::shutdown`, which calls it. Further calls have no effect.
+    /// See `platform::shutdown`, which calls it. Any thread, more than once if need be.
     void shutdown() override;
 
 private:
