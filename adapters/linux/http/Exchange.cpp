@@ -4,7 +4,6 @@
 #include "Route.h"
 #include "TrustStore.h"
 
-#include <openssl/ssl.h>
 #include <sys/socket.h>
 
 #include <new>
@@ -31,6 +30,9 @@ void Exchange::finish(CURLcode result) const {
     }
     if (result != CURLE_OK) {
         throw HttpFailure::ofCurl(result, route_.url().shown(), detail_.data());
+    }
+    if (!headersComplete_) { // which libcurl takes for an answer without a body
+        throw HttpFailure::ofCurl(CURLE_GOT_NOTHING, route_.url().shown(), {});
     }
     if (decoder_) {
         decoder_->finish();
@@ -123,6 +125,8 @@ void Exchange::setUpRequest(const platform::HttpRequest& request) {
     if (method != "HEAD") {
         set(CURLOPT_CUSTOMREQUEST, method.c_str());
     }
+    set(CURLOPT_HEADERFUNCTION, &Exchange::onHeader);
+    set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &Exchange::onBody);
     set(CURLOPT_WRITEDATA, this);
 }
@@ -167,6 +171,12 @@ std::string Exchange::header(const char* name) const {
     return values;
 }
 
+std::size_t Exchange::onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept {
+    const std::string_view text(line, length);
+    static_cast<Exchange*>(self)->headersComplete_ = text == "\r\n" || text == "\n";
+    return length;
+}
+
 std::size_t Exchange::onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept {
     Exchange& exchange = *static_cast<Exchange*>(self);
     try {
@@ -182,8 +192,7 @@ std::size_t Exchange::onBody(char* bytes, std::size_t, std::size_t count, void* 
 
 CURLcode Exchange::onTlsContext(CURL*, void* tlsContext, void* trust) noexcept {
     try {
-        SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(tlsContext),
-                                static_cast<TrustStore*>(trust)->store());
+        static_cast<TrustStore*>(trust)->applyTo(static_cast<SSL_CTX*>(tlsContext));
         return CURLE_OK;
     } catch (...) {
         return CURLE_OUT_OF_MEMORY;

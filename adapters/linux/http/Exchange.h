@@ -68,6 +68,7 @@ private:
     void receive(std::string_view bytes);
     [[nodiscard]] std::string header(const char* name) const;
 
+    static std::size_t onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept;
     static std::size_t onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
     static CURLcode onTlsContext(CURL*, void* tlsContext, void* trust) noexcept;
     static curl_socket_t onOpenSocket(void*, curlsocktype, curl_sockaddr* address) noexcept;
@@ -76,6 +77,7 @@ private:
     List headers_;
     List pinnedNames_;
     std::array<char, CURL_ERROR_SIZE> detail_{};
+    bool headersComplete_ = false;
     std::optional<BodyDecoder> decoder_;
     std::size_t discardedBytes_ = 0;
     std::optional<HttpFailure> failure_;

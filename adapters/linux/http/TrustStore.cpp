@@ -24,6 +24,16 @@ std::filesystem::file_time_type timeOfSystemFile() {
     return std::filesystem::last_write_time(systemFile(), absent);
 }
 
+int verify(X509_STORE_CTX* chain, void*) {
+    const int result = X509_verify_cert(chain);
+    if (result != 1) {
+        // What is left in the queue, a bad signature for example, would hide from libcurl that
+        // it was the verification that failed.
+        ERR_clear_error();
+    }
+    return result;
+}
+
 } // namespace
 
 TrustStore::TrustStore(const std::vector<std::filesystem::path>& anchors) {
@@ -47,13 +57,14 @@ TrustStore::TrustStore(const std::vector<std::filesystem::path>& anchors) {
     }
 }
 
-X509_STORE* TrustStore::store() {
+void TrustStore::applyTo(SSL_CTX* context) {
     const std::filesystem::file_time_type time = timeOfSystemFile();
     if (!store_ || time != systemFileTime_) {
         load();
         systemFileTime_ = time;
     }
-    return store_.get();
+    SSL_CTX_set1_cert_store(context, store_.get());
+    SSL_CTX_set_cert_verify_callback(context, &verify, nullptr);
 }
 
 void TrustStore::load() {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <openssl/x509.h>
+#include <openssl/ssl.h>
 
 #include <filesystem>
 #include <memory>
@@ -16,8 +16,9 @@ public:
     /// certificate in PEM.
     explicit TrustStore(const std::vector<std::filesystem::path>& anchors);
 
-    /// Owned by this object. Read at the first call, and again once the system's file has changed.
-    [[nodiscard]] X509_STORE* store();
+    /// Makes connections of `context` judge servers by these certificates. Reads the system's at
+    /// the first call, and again once their file has changed.
+    void applyTo(SSL_CTX* context);
 
 private:
     struct Free {

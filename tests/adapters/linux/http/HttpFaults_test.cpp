@@ -1,0 +1,246 @@
+#include "HttpFixture.h"
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <fstream>
+
+namespace morvellacinto::native {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Connection = FaultServer::Connection;
+using Request = FaultServer::Request;
+
+struct Fault {
+    const char* name;
+    void (*happen)(Connection&);
+    bool stalls = false;
+};
+
+const Fault faults[] = {
+    {"stalls", [](Connection& connection) { connection.stall(); }, true},
+    {"closes", [](Connection& connection) { connection.close(); }},
+    {"resets", [](Connection& connection) { connection.reset(); }},
+};
+
+enum class Phase { accepted, beforeAnswer, inHeaders, inBody, inChunk };
+
+const Phase phases[] = {Phase::accepted, Phase::beforeAnswer, Phase::inHeaders, Phase::inBody,
+                        Phase::inChunk};
+
+FaultServer::Script scriptOf(Phase phase, const Fault& fault) {
+    if (phase == Phase::accepted) {
+        return {.onAccept = fault.happen};
+    }
+    return {.onRequest = [phase, fault](Connection& connection, const Request&) {
+        if (phase == Phase::inHeaders) {
+            connection.write("HTTP/1.1 200 OK\r\nContent-Le");
+        } else if (phase == Phase::inBody) {
+            connection.write("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n{}");
+        } else if (phase == Phase::inChunk) {
+            connection.write("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\n{}");
+        }
+        fault.happen(connection);
+    }};
+}
+
+class HttpFaultsTest : public HttpTest {};
+
+TEST_F(HttpFaultsTest, AServerThatBreaksOffInAnyPhaseIsAnErrorAndOneThatStallsATimeout) {
+    for (const bool encrypted : {true, false}) {
+        for (const Phase phase : phases) {
+            for (const Fault& fault : faults) {
+                SCOPED_TRACE(std::string(encrypted ? "TLS, phase " : "plain, phase ") +
+                             std::to_string(static_cast<int>(phase)) + ", " + fault.name);
+                FaultServer server(encrypted ? tls() : nullptr, scriptOf(phase, fault));
+                const auto start = Clock::now();
+                const Ending ending = result(post(server.url("/"), fault.stalls ? 100ms : 30s));
+                const bool inHandshake = encrypted && phase == Phase::accepted;
+                EXPECT_EQ(ending.code(), fault.stalls  ? HttpErrorCode::timedOut
+                                         : inHandshake ? HttpErrorCode::tlsFailed
+                                                       : HttpErrorCode::connectionLost)
+                    << ending.message();
+                EXPECT_LT(Clock::now() - start, 5s);
+                if (phase >= Phase::inBody && fault.stalls) {
+                    EXPECT_EQ(ending.data, "{}"); // as far as it had come
+                    EXPECT_EQ(ending.response.value().status, 200);
+                }
+            }
+        }
+    }
+}
+
+TEST_F(HttpFaultsTest, WhatIsNoHttpAnswerIsAnErrorAndNobodyListeningToo) {
+    const struct {
+        const char* bytes;
+        HttpErrorCode code;
+    } cases[] = {
+        {"SSH-2.0-server\r\n\r\n", HttpErrorCode::malformedAnswer},
+        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n",
+         HttpErrorCode::connectionLost},
+    };
+    for (const auto& each : cases) {
+        FaultServer server(nullptr, {.onRequest = [&](Connection& connection, const Request&) {
+                               connection.write(each.bytes);
+                               connection.close();
+                           }});
+        EXPECT_EQ(result(get(server.url("/"))).code(), each.code) << each.bytes;
+    }
+    std::string url;
+    {
+        const FaultServer gone(nullptr, {});
+        url = gone.url("/");
+    }
+    EXPECT_EQ(result(get(url)).code(), HttpErrorCode::cannotConnect);
+}
+
+TEST_F(HttpFaultsTest, TheTimeoutCoversADrippingBodyAndAllRedirectsTogether) {
+    FaultServer server(nullptr, {.onRequest = [](Connection& connection, const Request& request) {
+                           if (request.path() == "/drip") {
+                               connection.write("HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n");
+                               for (int i = 0; i < 500; ++i) {
+                                   connection.pause(20ms);
+                                   connection.write(" ");
+                               }
+                           } else {
+                               connection.pause(60ms);
+                               connection.write(answer(302, "", "Location: /\r\n"));
+                           }
+                       }});
+    for (const char* path : {"/drip", "/"}) {
+        const auto start = Clock::now();
+        EXPECT_EQ(result(get(server.url(path), 300ms)).code(), HttpErrorCode::timedOut) << path;
+        EXPECT_GE(Clock::now() - start, 300ms) << path;
+        EXPECT_LT(Clock::now() - start, 2s) << path;
+    }
+}
+
+TEST_F(HttpFaultsTest, AStalledHostDelaysNoOtherAndTimesOutAlsoWhatWaitsForAConnection) {
+    FaultServer stalled(tls(), scriptOf(Phase::accepted, faults[0]));
+    FaultServer healthy(tls(), {}, "127.0.0.2");
+    const auto start = Clock::now();
+    std::vector<std::future<Ending>> waiting;
+    for (int i = 0; i < 200; ++i) {
+        waiting.push_back(post(stalled.url("/"), 2s));
+    }
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(result(post(healthy.url("/", "127.0.0.2"))).data, "{}");
+    }
+    EXPECT_LT(Clock::now() - start, 2s);
+    for (auto& each : waiting) {
+        EXPECT_EQ(result(std::move(each)).code(), HttpErrorCode::timedOut);
+    }
+    EXPECT_GE(Clock::now() - start, 2s);
+    EXPECT_LT(Clock::now() - start, 6s);
+    EXPECT_LE(stalled.connections(), 64);
+}
+
+TEST_F(HttpFaultsTest, RequestsToASlowServerDoNotWaitForOneAnother) {
+    FaultServer server(nullptr, scriptOf(Phase::beforeAnswer, faults[0]));
+    for (int i = 0; i < 40; ++i) {
+        post(server.url("/"));
+    }
+    EXPECT_TRUE(server.waitForRequests(40));
+    transport().shutdown();
+}
+
+TEST_F(HttpFaultsTest, ShutdownCancelsInEveryPhaseAndReleasesTheCompletions) {
+    for (const Phase phase : phases) {
+        SCOPED_TRACE(static_cast<int>(phase));
+        FaultServer server(tls(), scriptOf(phase, faults[0]));
+        HttpTransport mine(options, pool);
+        std::atomic<int> called = 0;
+        const auto witness = std::make_shared<int>();
+        std::vector<std::shared_ptr<platform::HttpTask>> tasks;
+        const auto session = mine.makeSession(configuration(), nullptr);
+        for (int i = 0; i < 100; ++i) {
+            tasks.push_back(session->dataTask({"POST", server.url("/"), {}, "body"},
+                                              [&called, witness](auto, auto, auto) { ++called; }));
+            if (i > 0) {
+                tasks.back()->resume();
+            }
+        }
+        ASSERT_TRUE(phase == Phase::accepted ? server.waitForConnections(2)
+                                             : server.waitForRequests(2));
+        const auto start = Clock::now();
+        mine.shutdown();
+        const auto took = Clock::now() - start;
+        EXPECT_LT(took, 2s);
+        RecordProperty("milliseconds" + std::to_string(static_cast<int>(phase)),
+                       static_cast<int>(took / 1ms));
+        EXPECT_EQ(witness.use_count(), 2); // here and in the task that was not started
+        tasks.front()->resume();           // too late
+        EXPECT_EQ(witness.use_count(), 1);
+        EXPECT_EQ(called, 0);
+        mine.shutdown();
+    }
+}
+
+// This thread, and those it makes, get a network of their own in which one name server swallows
+// all questions. Empty when the test may not do that.
+std::shared_ptr<int> swallowNameLookups() {
+    if (unshare(CLONE_NEWNS | CLONE_NEWNET) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        return nullptr;
+    }
+    const std::string file = std::filesystem::temp_directory_path() / "resolv-to-nowhere.conf";
+    std::ofstream(file) << "nameserver 127.0.0.1\noptions timeout:5 attempts:2\n";
+    const int mounted = mount(file.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr);
+    std::filesystem::remove(file);
+    const std::shared_ptr<int> server(new int(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+                                      [](const int* descriptor) {
+                                          close(*descriptor);
+                                          delete descriptor;
+                                      });
+    ifreq loopback{{"lo"}, {}};
+    loopback.ifr_flags = IFF_UP | IFF_RUNNING;
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_port = htons(53);
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool works = mounted == 0 && ioctl(*server, SIOCSIFFLAGS, &loopback) == 0 &&
+                       bind(*server, reinterpret_cast<sockaddr*>(&place), sizeof place) == 0;
+    return works ? server : nullptr;
+}
+
+TEST_F(HttpFaultsTest, NameLookupsThatHangHoldUpNeitherOtherRequestsNorTheShutdown) {
+    const std::shared_ptr<int> nameServer = swallowNameLookups();
+    if (!nameServer) {
+        GTEST_SKIP() << "needs the right to make a network namespace";
+    }
+    FaultServer healthy(tls(), {});
+    std::vector<std::future<Ending>> hanging;
+    for (int i = 0; i < 10; ++i) {
+        hanging.push_back(post("https://audience.test/", 500ms));
+    }
+    char question[512];
+    ASSERT_GT(recv(*nameServer, question, sizeof question, 0), 0);
+    const auto start = Clock::now();
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(result(post(healthy.url("/"))).data, "{}");
+    }
+    for (auto& each : hanging) {
+        EXPECT_EQ(result(std::move(each)).code(), HttpErrorCode::timedOut);
+    }
+    EXPECT_LT(Clock::now() - start, 3s);
+
+    post("https://audience2.test/");
+    ASSERT_GT(recv(*nameServer, question, sizeof question, 0), 0);
+    const auto shutdown = Clock::now();
+    transport().shutdown();
+    const auto took = Clock::now() - shutdown;
+    EXPECT_LT(took, 2s);
+    RecordProperty("milliseconds", static_cast<int>(took / 1ms));
+}
+
+} // namespace
+
+} // namespace morvellacinto::native

@@ -1,0 +1,204 @@
+#include "HttpFixture.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <latch>
+#include <thread>
+
+namespace morvellacinto::native {
+
+namespace {
+
+class HttpThreadsTest : public HttpTest {};
+
+TEST_F(HttpThreadsTest, AThousandRequestsFromFiftyThreadsAllEnd) {
+    FaultServer server(tls(), {.onRequest = [](Connection& connection, const Request& request) {
+                           connection.write(answer(200, request.body));
+                       }});
+    HttpTransport& shared = transport();
+    constexpr int threads = 50;
+    constexpr int requestsEach = 20;
+    std::latch all(threads * requestsEach);
+    std::atomic<int> right = 0;
+    std::latch begin(threads);
+    std::vector<std::thread> senders;
+    const auto start = std::chrono::steady_clock::now();
+    for (int thread = 0; thread < threads; ++thread) {
+        senders.emplace_back([&, thread] {
+            begin.arrive_and_wait();
+            for (int i = 0; i < requestsEach; ++i) {
+                const std::string body = std::to_string(thread) + "/" + std::to_string(i);
+                const auto session = shared.makeSession(configuration(60s), nullptr);
+                session
+                    ->dataTask({"POST", server.url("/"), {}, body},
+                               [&, body](auto data, auto, auto) {
+                                   right += data == body ? 1 : 0;
+                                   all.count_down();
+                               })
+                    ->resume();
+                session->finishTasksAndInvalidate();
+            }
+        });
+    }
+    for (std::thread& sender : senders) {
+        sender.join();
+    }
+    all.wait();
+    RecordProperty("milliseconds",
+                   static_cast<int>((std::chrono::steady_clock::now() - start) / 1ms));
+    RecordProperty("connections", server.connections());
+    EXPECT_EQ(right, threads * requestsEach);
+}
+
+TEST_F(HttpThreadsTest, CompletionsRunInOrderOnWorkersAndABlockedOneDelaysNoOtherSession) {
+    FaultServer server(nullptr, {});
+    std::promise<void> release;
+    const std::shared_future<void> released(release.get_future());
+    std::promise<std::thread::id> blocked;
+    std::promise<void> second;
+    const auto session = transport().makeSession(configuration(), nullptr);
+    session
+        ->dataTask({"GET", server.url("/"), {}, {}},
+                   [&](auto, auto, auto) {
+                       blocked.set_value(std::this_thread::get_id());
+                       released.wait();
+                   })
+        ->resume();
+    EXPECT_NE(blocked.get_future().get(), std::this_thread::get_id());
+    session
+        ->dataTask({"GET", server.url("/"), {}, {}}, [&](auto, auto, auto) { second.set_value(); })
+        ->resume();
+    EXPECT_EQ(result(get(server.url("/"))).data, "{}");
+
+    std::future<void> after = second.get_future();
+    EXPECT_TRUE(server.waitForRequests(3));
+    EXPECT_EQ(after.wait_for(50ms), std::future_status::timeout); // its session's queue is taken
+    release.set_value();
+    EXPECT_EQ(after.wait_for(30s), std::future_status::ready);
+}
+
+TEST_F(HttpThreadsTest, AnExceptionOfACompletionReachesThePoolsHandlerAndHarmsNothing) {
+    FaultServer server(nullptr, {});
+    const auto session = transport().makeSession(configuration(), nullptr);
+    session
+        ->dataTask({"GET", server.url("/"), {}, {}},
+                   [](auto, auto, auto) { throw std::runtime_error("by the host"); })
+        ->resume();
+    EXPECT_THROW(std::rethrow_exception(escaped.get_future().get()), std::runtime_error);
+    EXPECT_EQ(result(get(server.url("/"))).data, "{}");
+}
+
+TEST_F(HttpThreadsTest, ACompletionMayShutTheTransportDown) {
+    FaultServer server(nullptr, {});
+    std::promise<void> done;
+    const auto session = transport().makeSession(configuration(), nullptr);
+    session
+        ->dataTask({"GET", server.url("/"), {}, {}},
+                   [&](auto, auto, auto) {
+                       transport().shutdown();
+                       done.set_value();
+                   })
+        ->resume();
+    EXPECT_EQ(done.get_future().wait_for(30s), std::future_status::ready);
+}
+
+TEST_F(HttpThreadsTest, TasksStartOnceAndNotAfterInvalidation) {
+    FaultServer server(nullptr, {});
+    std::atomic<int> called = 0;
+    const auto witness = std::make_shared<int>();
+    const auto session = transport().makeSession(configuration(), nullptr);
+    const auto task = session->dataTask({"GET", server.url("/"), {}, {}},
+                                        [&, witness](auto, auto, auto) { ++called; });
+    const auto late = session->dataTask({"GET", server.url("/"), {}, {}},
+                                        [&, witness](auto, auto, auto) { ++called; });
+    task->resume();
+    task->resume();
+    session->finishTasksAndInvalidate();
+    late->resume();
+    EXPECT_EQ(result(get(server.url("/"))).data, "{}");
+    EXPECT_TRUE(server.waitForRequests(2));
+    pool.shutdown();
+    EXPECT_EQ(called, 1);
+    EXPECT_EQ(server.requests().size(), 2U);
+    EXPECT_EQ(witness.use_count(), 1);
+}
+
+TEST_F(HttpThreadsTest, SignalsAreLeftToTheHostsThreads) {
+    // With SIGPIPE at its default any write to a broken connection would end this process; with
+    // signals blocked here, one sent to the process waits unless another thread takes it.
+    static std::atomic<int> taken;
+    taken = 0;
+    std::signal(SIGUSR1, [](int) { ++taken; });
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, SIGUSR1);
+    FaultServer server(
+        tls(), {.onRequest = [](Connection& connection, const Request&) { connection.reset(); }});
+    pthread_sigmask(SIG_BLOCK, &one, nullptr);
+    const Ending ending = result(send({"POST", server.url("/"), {}, std::string(8 << 20, 'x')}));
+    EXPECT_EQ(ending.code(), HttpErrorCode::connectionLost);
+    kill(getpid(), SIGUSR1);
+    get(server.url("/")).wait();
+    int signal = 0;
+    sigwait(&one, &signal);
+    EXPECT_EQ(taken, 0);
+}
+
+TEST_F(HttpThreadsTest, AForkedChildThatDoesNotUseTheLibraryEndsInPeace) {
+    FaultServer server(tls(), {});
+    EXPECT_EQ(result(post(server.url("/"))).data, "{}");
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        transport().shutdown();
+        std::exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(result(post(server.url("/"))).data, "{}");
+}
+
+TEST_F(HttpThreadsTest, AProcessMayExitWhileHandshakesAreUnderWay) {
+    // The server has a process of its own: its threads would not survive their process's exit.
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t serving = fork();
+    if (serving == 0) {
+        FaultServer server(tls(), {});
+        const std::string url = server.url("/");
+        alarm(60);
+        static_cast<void>(write(ready[1], url.c_str(), url.size()));
+        pause();
+    }
+    char text[64]{};
+    ASSERT_GT(read(ready[0], text, sizeof text - 1), 0);
+    for (int round = 0; round < 10; ++round) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            for (int i = 0; i < 50; ++i) {
+                post(text);
+            }
+            if (round % 2 == 0) {
+                get(text).wait();
+            }
+            std::exit(0);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    kill(serving, SIGKILL);
+    waitpid(serving, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+}
+
+} // namespace
+
+} // namespace morvellacinto::native

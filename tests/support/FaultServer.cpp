@@ -1,0 +1,206 @@
+#include "support/FaultServer.h"
+
+#include <arpa/inet.h>
+#include <csignal>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace morvellacinto::testing {
+
+namespace {
+
+// So that SIGPIPE still ends a test whose code under test lets it through.
+void blockSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+}
+
+std::size_t contentLength(const std::string& head) {
+    constexpr std::string_view name = "\r\nContent-Length: ";
+    const std::size_t found = head.find(name);
+    return found == std::string::npos ? 0 : std::stoul(head.substr(found + name.size()));
+}
+
+} // namespace
+
+std::string answer(int status, std::string_view body, std::string_view extraHeaders) {
+    return "HTTP/1.1 " + std::to_string(status) +
+           " Status\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" +
+           std::string(extraHeaders) + "\r\n" + std::string(body);
+}
+
+std::string FaultServer::Request::path() const {
+    const std::size_t start = head.find(' ') + 1;
+    return head.substr(start, head.find(' ', start) - start);
+}
+
+void FaultServer::Connection::write(std::string_view bytes) {
+    while (!bytes.empty() && !ended) {
+        const int chunk = static_cast<int>(std::min<std::size_t>(bytes.size(), 1 << 20));
+        const ssize_t written =
+            tls != nullptr ? SSL_write(tls, bytes.data(), chunk)
+                           : ::send(socket, bytes.data(), static_cast<std::size_t>(chunk), 0);
+        if (written <= 0) {
+            ended = true;
+            return;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+void FaultServer::Connection::stall() { pause(std::chrono::hours(1)); }
+
+void FaultServer::Connection::pause(std::chrono::milliseconds duration) {
+    std::unique_lock lock(server->mutex_);
+    ended |= server->changed_.wait_for(lock, duration, [this] { return server->stopping_; });
+}
+
+void FaultServer::Connection::close() {
+    ::shutdown(socket, SHUT_RDWR);
+    ended = true;
+}
+
+void FaultServer::Connection::reset() {
+    const linger abortive{1, 0};
+    setsockopt(socket, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
+    // Disconnecting with SO_LINGER at zero sends the RST at once and keeps the descriptor.
+    sockaddr none{};
+    none.sa_family = AF_UNSPEC;
+    ::connect(socket, &none, sizeof none);
+    ended = true;
+}
+
+FaultServer::FaultServer(std::shared_ptr<SSL_CTX> tls, Script script, const char* address)
+    : tls_(std::move(tls)), script_(std::move(script)),
+      listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    inet_pton(AF_INET, address, &place.sin_addr);
+    socklen_t length = sizeof place;
+    if (::bind(listener_, reinterpret_cast<sockaddr*>(&place), length) != 0 ||
+        ::listen(listener_, SOMAXCONN) != 0 ||
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&place), &length) != 0) {
+        throw std::runtime_error("cannot listen on loopback");
+    }
+    port_ = ntohs(place.sin_port);
+    acceptor_ = std::thread([this] { acceptAll(); });
+}
+
+FaultServer::~FaultServer() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+        for (const Connection& connection : connections_) {
+            ::shutdown(connection.socket, SHUT_RDWR);
+        }
+        changed_.notify_all();
+    }
+    ::shutdown(listener_, SHUT_RDWR);
+    acceptor_.join();
+    for (Connection& connection : connections_) {
+        connection.thread.join();
+        ::close(connection.socket);
+    }
+    ::close(listener_);
+}
+
+std::string FaultServer::url(std::string_view path, std::string_view host) const {
+    return (tls_ ? "https://" : "http://") + std::string(host) + ":" + std::to_string(port_) +
+           std::string(path);
+}
+
+std::vector<FaultServer::Request> FaultServer::requests() const {
+    const std::lock_guard lock(mutex_);
+    return requests_;
+}
+
+bool FaultServer::waitForConnections(int count) {
+    return waitFor([this, count] { return connectionCount_ >= count; });
+}
+
+bool FaultServer::waitForRequests(std::size_t count) {
+    return waitFor([this, count] { return requests_.size() >= count; });
+}
+
+bool FaultServer::waitForClosed(int count) {
+    return waitFor([this, count] { return closedCount_ >= count; });
+}
+
+bool FaultServer::waitFor(const std::function<bool()>& condition) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(30), condition);
+}
+
+void FaultServer::acceptAll() {
+    blockSignals();
+    for (int socket = 0; (socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+        const std::lock_guard lock(mutex_);
+        Connection& connection = connections_.emplace_back();
+        connection.server = this;
+        connection.socket = socket;
+        if (stopping_) {
+            ::shutdown(socket, SHUT_RDWR);
+        }
+        ++connectionCount_;
+        connection.thread = std::thread([this, &connection] { serve(connection); });
+        changed_.notify_all();
+    }
+}
+
+void FaultServer::serve(Connection& connection) {
+    std::unique_ptr<SSL, decltype(&SSL_free)> tls(nullptr, &SSL_free);
+    script_.onAccept(connection);
+    if (tls_ && !connection.ended) {
+        tls.reset(SSL_new(tls_.get()));
+        SSL_set_fd(tls.get(), connection.socket);
+        if (SSL_accept(tls.get()) != 1) {
+            connection.close();
+        }
+        connection.tls = tls.get();
+        resumed_ += SSL_session_reused(tls.get());
+    }
+    std::string buffer;
+    Request request;
+    while (!connection.ended && readRequest(connection, buffer, request)) {
+        {
+            const std::lock_guard lock(mutex_);
+            requests_.push_back(request);
+            changed_.notify_all();
+        }
+        script_.onRequest(connection, request);
+    }
+    connection.close();
+    const std::lock_guard lock(mutex_);
+    ++closedCount_;
+    changed_.notify_all();
+}
+
+bool FaultServer::readRequest(Connection& connection, std::string& buffer, Request& request) {
+    std::size_t wanted = 0;
+    for (;;) {
+        const std::size_t headEnd = buffer.find("\r\n\r\n");
+        if (headEnd != std::string::npos) {
+            request.head = buffer.substr(0, headEnd + 4);
+            wanted = request.head.size() + contentLength(request.head);
+            if (buffer.size() >= wanted) {
+                request.body = buffer.substr(request.head.size(), wanted - request.head.size());
+                buffer.erase(0, wanted);
+                return true;
+            }
+        }
+        char bytes[16384];
+        const ssize_t count = connection.tls != nullptr
+                                  ? SSL_read(connection.tls, bytes, sizeof bytes)
+                                  : ::recv(connection.socket, bytes, sizeof bytes, 0);
+        if (count <= 0) {
+            return false;
+        }
+        buffer.append(bytes, static_cast<std::size_t>(count));
+    }
+}
+
+} // namespace morvellacinto::testing

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace morvellacinto::testing {
+
+/// The status line, headers and body of an answer that leaves the connection open.
+[[nodiscard]] std::string answer(int status, std::string_view body,
+                                 std::string_view extraHeaders = {});
+
+/// An HTTP/1.1 server on a loopback address that misbehaves as told, at the level of bytes.
+class FaultServer {
+public:
+    struct Request {
+        std::string head; ///< up to and with the empty line, as it came
+        std::string body;
+
+        [[nodiscard]] std::string path() const;
+    };
+
+    /// One connection, as a handler sees it.
+    class Connection {
+    public:
+        void write(std::string_view bytes);
+        /// Returns when the server is being destroyed.
+        void stall();
+        /// Shorter when the server is being destroyed.
+        void pause(std::chrono::milliseconds duration);
+        /// Ends the connection in the middle of whatever was going on; `reset` with an RST.
+        void close();
+        void reset();
+
+    private:
+        friend class FaultServer;
+        FaultServer* server = nullptr;
+        int socket = -1;
+        SSL* tls = nullptr;
+        bool ended = false;
+        std::thread thread;
+    };
+
+    struct Script {
+        /// Called on a new connection before anything is read or, with TLS, the handshake made.
+        std::function<void(Connection&)> onAccept = [](Connection&) {};
+        /// Called for each request.
+        std::function<void(Connection&, const Request&)> onRequest =
+            [](Connection& connection, const Request&) { connection.write(answer(200, "{}")); };
+    };
+
+    /// Plain HTTP without `tls`. `address` is an IPv4 loopback address.
+    FaultServer(std::shared_ptr<SSL_CTX> tls, Script script, const char* address = "127.0.0.1");
+    FaultServer(const FaultServer&) = delete;
+    FaultServer& operator=(const FaultServer&) = delete;
+    ~FaultServer();
+
+    [[nodiscard]] std::string url(std::string_view path, std::string_view host = "127.0.0.1") const;
+    [[nodiscard]] int port() const { return port_; }
+    [[nodiscard]] std::vector<Request> requests() const;
+    [[nodiscard]] int connections() const { return connectionCount_; }
+    [[nodiscard]] int resumedTlsSessions() const { return resumed_; }
+    /// True once `count` connections have come, or requests, or connections have ended; false
+    /// when half a minute passes before that.
+    [[nodiscard]] bool waitForConnections(int count);
+    [[nodiscard]] bool waitForRequests(std::size_t count);
+    [[nodiscard]] bool waitForClosed(int count);
+
+private:
+    void acceptAll();
+    void serve(Connection& connection);
+    [[nodiscard]] bool waitFor(const std::function<bool()>& condition);
+    [[nodiscard]] bool readRequest(Connection& connection, std::string& buffer, Request& request);
+
+    const std::shared_ptr<SSL_CTX> tls_;
+    const Script script_;
+    int listener_ = -1;
+    int port_ = 0;
+    std::atomic<int> connectionCount_ = 0;
+    std::atomic<int> closedCount_ = 0;
+    std::atomic<int> resumed_ = 0;
+    std::thread acceptor_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    bool stopping_ = false;
+    std::list<Connection> connections_;
+    std::vector<Request> requests_;
+};
+
+} // namespace morvellacinto::testing
