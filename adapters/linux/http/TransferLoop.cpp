@@ -1,11 +1,12 @@
 #include "TransferLoop.h"
 
-#include "CurlLibrary.h"
+#include "ExitGuard.h"
 #include "SignalsBlocked.h"
 #include "TransferEngine.h"
 
 #include <new>
 #include <pthread.h>
+#include <stdexcept>
 #include <unistd.h>
 #include <utility>
 
@@ -74,6 +75,7 @@ void TransferLoop::stop() {
 bool TransferLoop::inForkedChild() const noexcept { return getpid() != process_; }
 
 void TransferLoop::startThread() {
+    haltAtExit(weak_from_this());
     const SignalsBlocked blocked;
     // The thread before this one has taken its last look and is cleaning up.
     const auto previous = std::make_shared<std::thread>(std::move(thread_));
@@ -110,7 +112,10 @@ void TransferLoop::run() noexcept {
 }
 
 void TransferLoop::work() {
-    useCurl(shared_from_this());
+    static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT); // never undone
+    if (initialised != CURLE_OK) {
+        throw std::runtime_error(curl_easy_strerror(initialised));
+    }
     makeShare();
     TransferEngine engine({share_.get(), trust_, options_.userAgent});
     auto idleSince = Transfer::Clock::now();

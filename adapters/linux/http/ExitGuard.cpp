@@ -1,8 +1,8 @@
-#include "CurlLibrary.h"
+#include "ExitGuard.h"
 
 #include "TransferLoop.h"
 
-#include <curl/curl.h>
+#include <openssl/crypto.h>
 
 #include <algorithm>
 #include <mutex>
@@ -16,6 +16,7 @@ namespace {
 struct Loops {
     std::mutex mutex;
     std::vector<std::weak_ptr<TransferLoop>> all;
+    bool exiting = false;
 };
 
 Loops& loops() {
@@ -23,13 +24,12 @@ Loops& loops() {
     return *loops;
 }
 
-// Made after the libraries below have registered their exit handlers, hence destroyed before those
-// run.
 struct ExitGuard {
     ~ExitGuard() {
         std::vector<std::weak_ptr<TransferLoop>> all;
         {
             const std::lock_guard lock(loops().mutex);
+            loops().exiting = true;
             all.swap(loops().all);
         }
         for (const std::weak_ptr<TransferLoop>& each : all) {
@@ -42,17 +42,19 @@ struct ExitGuard {
 
 } // namespace
 
-void useCurl(const std::shared_ptr<TransferLoop>& loop) {
-    static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (initialised != CURLE_OK) {
-        throw std::runtime_error("libcurl cannot be initialised");
-    }
+void haltAtExit(const std::weak_ptr<TransferLoop>& loop) {
+    // Registers OpenSSL's exit handler. What is registered after it runs before it.
+    OPENSSL_init_crypto(0, nullptr);
     static const ExitGuard guard;
     const std::lock_guard lock(loops().mutex);
+    if (loops().exiting) {
+        throw std::runtime_error("The process is exiting.");
+    }
     auto& all = loops().all;
-    all.erase(
-        std::remove_if(all.begin(), all.end(), [](const auto& each) { return each.expired(); }),
-        all.end());
+    const auto isGoneOrSame = [&loop](const std::weak_ptr<TransferLoop>& each) {
+        return each.expired() || !(each.owner_before(loop) || loop.owner_before(each));
+    };
+    all.erase(std::remove_if(all.begin(), all.end(), isGoneOrSame), all.end());
     all.push_back(loop);
 }
 
