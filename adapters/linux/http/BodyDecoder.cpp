@@ -73,7 +73,9 @@ void BodyDecoder::inflateAll(std::string_view bytes) {
 
 void BodyDecoder::store(std::string_view decoded) {
     if (decoded.size() > maximumBytes - body_.size()) {
-        throw HttpFailure{HttpErrorCode::answerTooLarge, "The answer is larger than 64 MiB."};
+        throw HttpFailure{HttpErrorCode::answerTooLarge, "The answer is larger than " +
+                                                             std::to_string(maximumBytes >> 20U) +
+                                                             " MiB."};
     }
     body_.append(decoded);
 }

@@ -11,6 +11,12 @@
 
 namespace morvellacinto::native {
 
+namespace {
+
+constexpr long longestIdleSeconds = 15; // of a connection that is to be used again
+
+} // namespace
+
 Exchange::Exchange(ExchangeContext& context, const Route& route,
                    const platform::HttpRequest& request,
                    const std::vector<platform::HttpHeader>& sessionHeaders,
@@ -81,7 +87,7 @@ void Exchange::setUpTransport(ExchangeContext& context, std::chrono::millisecond
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
-    set(CURLOPT_MAXAGE_CONN, 15L);
+    set(CURLOPT_MAXAGE_CONN, longestIdleSeconds);
     set(CURLOPT_NOSIGNAL, 1L);
     // A look-up that hangs is left to end by itself instead of being waited for.
     set(CURLOPT_QUICK_EXIT, 1L);

@@ -39,7 +39,8 @@ bool Route::isRedirect(long status) noexcept {
 void Route::redirect(long status, const std::string& location) {
     if (++redirects_ > maximumRedirects) {
         throw HttpFailure{HttpErrorCode::tooManyRedirects,
-                          "More than 20 redirects, the last one by " + url_.shown() + "."};
+                          "More than " + std::to_string(maximumRedirects) +
+                              " redirects, the last one by " + url_.shown() + "."};
     }
     const auto refuse = [this](const std::string& why) {
         return HttpFailure{HttpErrorCode::redirectRefused,

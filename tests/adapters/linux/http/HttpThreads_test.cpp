@@ -111,16 +111,20 @@ TEST_F(HttpThreadsTest, TasksStartOnceAndNotAfterInvalidation) {
     std::atomic<int> called = 0;
     const auto witness = std::make_shared<int>();
     const auto session = transport().makeSession(configuration(), nullptr);
-    const auto task = session->dataTask({"GET", server.url("/"), {}, {}},
-                                        [&, witness](auto, auto, auto) { ++called; });
+    std::promise<void> ended;
+    const auto task =
+        session->dataTask({"GET", server.url("/"), {}, {}}, [&, witness](auto, auto, auto) {
+            ++called;
+            ended.set_value();
+        });
     const auto late = session->dataTask({"GET", server.url("/"), {}, {}},
                                         [&, witness](auto, auto, auto) { ++called; });
     task->resume();
     task->resume();
     session->finishTasksAndInvalidate();
     late->resume();
+    EXPECT_EQ(ended.get_future().wait_for(30s), std::future_status::ready);
     EXPECT_EQ(result(get(server.url("/"))).data, "{}");
-    EXPECT_TRUE(server.waitForRequests(2));
     pool.shutdown();
     EXPECT_EQ(called, 1);
     EXPECT_EQ(server.requests().size(), 2U);
@@ -143,8 +147,8 @@ TEST_F(HttpThreadsTest, SignalsAreLeftToTheHostsThreads) {
     pthread_sigmask(SIG_BLOCK, &one, nullptr);
     kill(getpid(), SIGUSR1);
     get(server.url("/")).wait();
-    int signal = 0;
-    sigwait(&one, &signal);
+    const timespec patience{30, 0};
+    EXPECT_EQ(sigtimedwait(&one, nullptr, &patience), SIGUSR1);
     EXPECT_EQ(taken, 0);
     pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
 }
@@ -166,6 +170,9 @@ TEST_F(HttpThreadsTest, AForkedChildThatDoesNotUseTheLibraryEndsInPeaceAndHarmsN
     if (child == 0) {
         alarm(20);
         mine.reset();
+#if defined(__SANITIZE_ADDRESS__) // its search for leaks does not see the stacks left behind
+        _exit(0);
+#endif
         std::exit(0);
     }
     int status = 0;
