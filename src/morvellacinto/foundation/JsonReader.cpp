@@ -1,3 +1,4 @@
+#include "morvellacinto/foundation/DecimalText.h"
 #include "morvellacinto/foundation/Json.h"
 #include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/foundation/Utf8.h"
@@ -38,40 +39,6 @@ constexpr auto plainCharacters = [] {
     }
     return plain;
 }();
-
-// Whether a number that no double can hold is too large rather than too small, from the decimal
-// exponent of its first digit that is not zero. `text` follows the JSON grammar.
-bool isTooLarge(std::string_view text) {
-    std::int64_t exponent = 0;
-    bool seenPoint = false;
-    bool seenDigit = false;
-    std::size_t index = text.front() == '-' ? 1 : 0;
-    for (; index < text.size() && text[index] != 'e' && text[index] != 'E'; ++index) {
-        if (text[index] == '.') {
-            seenPoint = true;
-            continue;
-        }
-        seenDigit = seenDigit || text[index] != '0';
-        if (seenDigit && !seenPoint) {
-            ++exponent;
-        } else if (!seenDigit && seenPoint) {
-            --exponent;
-        }
-    }
-    if (index < text.size()) {
-        std::string_view digits = text.substr(index + 1);
-        const bool negative = digits.front() == '-';
-        if (negative || digits.front() == '+') {
-            digits.remove_prefix(1);
-        }
-        std::int64_t written = 0;
-        for (const char digit : digits) {
-            written = std::min<std::int64_t>(written * 10 + (digit - '0'), INT64_C(1) << 40);
-        }
-        exponent += negative ? -written : written;
-    }
-    return exponent > 0;
-}
 
 class Reader {
 public:
@@ -344,15 +311,11 @@ private:
         if (isInteger && readInteger(start, negative)) {
             return true;
         }
-        double number = 0;
-        const auto [stop, error] = std::from_chars(start, next_, number);
-        if (error == std::errc::result_out_of_range) {
-            if (isTooLarge({start, next_})) {
-                return false;
-            }
-            number = 0;
+        const std::optional<double> number = doubleFromDecimal({start, next_});
+        if (!number) {
+            return false;
         }
-        values_.emplace_back(number);
+        values_.emplace_back(*number);
         return true;
     }
 
