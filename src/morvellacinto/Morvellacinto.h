@@ -13,6 +13,7 @@
 #include "morvellacinto/context/DeviceFacts.h"
 #include "morvellacinto/context/Reachability.h"
 #include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/jsonmapping/AVJSON.h"
 #include "morvellacinto/location/KRLocationManager.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/settings/KRSettingsManager.h"

@@ -19,6 +19,13 @@ public:
     ~JsonWriteError() override;
 };
 
+/// A `JsonWriteError` about text that is not valid UTF-8.
+class MORVELLACINTO_EXPORT JsonTextError : public JsonWriteError {
+public:
+    using JsonWriteError::JsonWriteError;
+    ~JsonTextError() override;
+};
+
 /// Reads RFC 8259 text in UTF-8; a byte-order mark is skipped.
 ///
 /// Gives nothing when the text is no JSON: the top level must be an object or an array, nested at
@@ -33,7 +40,7 @@ public:
 ///
 /// Floats and doubles appear as the shortest text that reads back to the same number of their
 /// width. Throws JsonWriteError for anything else at the top, and at any depth for not-a-number,
-/// infinity, a date, bytes, an instance or invalid UTF-8.
+/// infinity, a date, bytes, an instance or invalid UTF-8 (a JsonTextError).
 [[nodiscard]] MORVELLACINTO_EXPORT std::string writeJson(const Value& value);
 
 /// As `writeJson`, but any value that JSON can hold may stand at the top.

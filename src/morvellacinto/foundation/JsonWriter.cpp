@@ -12,6 +12,7 @@
 namespace morvellacinto {
 
 JsonWriteError::~JsonWriteError() = default;
+JsonTextError::~JsonTextError() = default;
 
 namespace {
 
@@ -231,7 +232,7 @@ private:
             } else if (action == 'x') {
                 const std::size_t length = utf8SequenceLength(string);
                 if (length == 0) {
-                    refuse("a string that is not valid UTF-8");
+                    refuse<JsonTextError>("a string that is not valid UTF-8");
                 }
                 out = std::copy_n(string.data(), length, out);
                 string.remove_prefix(length);
@@ -259,12 +260,13 @@ private:
         return out;
     }
 
+    template <class Error = JsonWriteError>
     [[noreturn]] void refuse(std::string_view what) const {
         std::string message = "JSON cannot hold " + std::string(what);
         if (!frames_.empty() && key_.data() != nullptr) {
             message += ", found at or below the member \"" + std::string(key_) + "\"";
         }
-        throw JsonWriteError(message);
+        throw Error(message);
     }
 
     Text text_;

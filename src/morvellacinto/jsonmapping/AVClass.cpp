@@ -1,0 +1,173 @@
+#include "morvellacinto/jsonmapping/AVClass.h"
+
+#include "morvellacinto/jsonmapping/AVObject.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <stdexcept>
+#include <typeinfo>
+#include <unordered_map>
+
+namespace morvellacinto {
+namespace {
+
+struct Registry {
+    std::shared_mutex mutex;
+    std::unordered_map<std::string_view, const AVClass*> classes;
+    std::vector<AVClassDraft::Described> related;
+    std::size_t relatedDescribed = 0; // so many at the front of `related` are among the classes
+};
+
+// Made at first use and never destroyed: classes are looked up until the process has ended.
+Registry& registry() {
+    static auto* const instance = new Registry;
+    return *instance;
+}
+
+const AVClass* knownClass(std::string_view name) {
+    Registry& all = registry();
+    const std::shared_lock lock(all.mutex);
+    const auto found = all.classes.find(name);
+    return found == all.classes.end() ? nullptr : found->second;
+}
+
+/// Describes the classes that known ones refer to; false when there were none left. Descriptions
+/// are host code: no lock is held meanwhile, and what is being described on two threads stays in
+/// the list until either has finished.
+bool describeRelated() {
+    Registry& all = registry();
+    std::vector<AVClassDraft::Described> waiting;
+    std::size_t end = 0;
+    {
+        const std::shared_lock lock(all.mutex);
+        end = all.related.size();
+        waiting.assign(all.related.begin() + static_cast<std::ptrdiff_t>(all.relatedDescribed),
+                       all.related.end());
+    }
+    for (const AVClassDraft::Described describe : waiting) {
+        static_cast<void>(describe());
+    }
+    const std::unique_lock lock(all.mutex);
+    all.relatedDescribed = std::max(all.relatedDescribed, end);
+    return !waiting.empty();
+}
+
+// Names come from the host's classes, so a hash that an attacker could steer does no harm: what is
+// looked up never enters the table.
+std::uint64_t hashOf(std::string_view name) noexcept {
+    constexpr std::uint64_t multiplier = 0x9E3779B97F4A7C15U;
+    std::uint64_t hash = name.size() * multiplier;
+    const auto absorb = [&](std::uint64_t word) {
+        hash = (hash ^ word) * multiplier;
+        hash ^= hash >> 32;
+    };
+    const char* next = name.data();
+    std::size_t left = name.size();
+    for (; left >= sizeof(std::uint64_t); next += 8, left -= 8) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, next, sizeof word);
+        absorb(word);
+    }
+    std::uint64_t last = 0;
+    if (left > 0) {
+        std::memcpy(&last, next, left);
+    }
+    absorb(last);
+    return hash * multiplier;
+}
+
+constexpr std::uint64_t upperHalf = 0xFFFFFFFF00000000U;
+
+} // namespace
+
+const AVClass* AVClass::named(std::string_view name) {
+    do {
+        if (const AVClass* found = knownClass(name)) {
+            return found;
+        }
+    } while (describeRelated());
+    return knownClass(name); // another thread may have described it meanwhile
+}
+
+Ref<AVObject> AVClass::makeInstance() const {
+    if (make_ == nullptr) {
+        throw std::logic_error("the class " + name_ +
+                               " is abstract or has no public default constructor");
+    }
+    return make_();
+}
+
+const AVMember* AVClass::find(std::string_view name) const noexcept {
+    const std::uint64_t hash = hashOf(name);
+    const std::size_t mask = slots_.size() - 1;
+    for (std::size_t slot = hash & mask; slots_[slot] != 0; slot = (slot + 1) & mask) {
+        if (((slots_[slot] ^ hash) & upperHalf) == 0) {
+            const AVMember& member = members_[static_cast<std::uint32_t>(slots_[slot]) - 1];
+            if (member.name == name) {
+                return &member;
+            }
+        }
+    }
+    return nullptr;
+}
+
+const AVClass& AVClass::adopt(AVClassDraft draft) {
+    Registry& all = registry();
+    std::vector<AVClassDraft::Described> related = std::move(draft.related);
+    std::unique_ptr<AVClass> made(new AVClass(std::move(draft)));
+    const std::unique_lock lock(all.mutex);
+    const auto [entry, isNew] = all.classes.emplace(made->name_, made.get());
+    // One type described in two modules of a process is one class.
+    if (!isNew && *entry->second->type_ != *made->type_) {
+        throw std::logic_error("two mappable classes have the name " + made->name_ + ": " +
+                               entry->second->type_->name() + " and " + made->type_->name());
+    }
+    all.related.insert(all.related.end(), related.begin(), related.end());
+    return *made.release();
+}
+
+AVClass::AVClass(AVClassDraft draft)
+    : name_(std::move(draft.name)), base_(draft.base), type_(draft.type), make_(draft.make) {
+    std::vector<AVMember> own = std::move(draft.members);
+    if (base_ != nullptr) {
+        members_ = base_->members_;
+    }
+    members_.reserve(members_.size() + own.size());
+    for (AVMember& member : own) {
+        add(std::move(member));
+    }
+    buildIndex();
+}
+
+void AVClass::add(AVMember member) {
+    member.isNumber = member.attributes.find("NSNumber") != std::string::npos;
+    const auto same = std::find_if(members_.begin(), members_.end(), [&](const AVMember& other) {
+        return other.name == member.name;
+    });
+    if (same == members_.end()) {
+        members_.push_back(std::move(member));
+    } else if (member.attributes.empty()) {
+        same->read = member.read; // the property behind the name stays
+    } else {
+        *same = std::move(member);
+    }
+}
+
+void AVClass::buildIndex() {
+    slots_.assign(std::bit_ceil(std::max<std::size_t>(1, members_.size()) * 2), 0);
+    const std::size_t mask = slots_.size() - 1;
+    for (std::size_t position = 0; position < members_.size(); ++position) {
+        const std::uint64_t hash = hashOf(members_[position].name);
+        std::size_t slot = hash & mask;
+        while (slots_[slot] != 0) {
+            slot = (slot + 1) & mask;
+        }
+        slots_[slot] = (hash & upperHalf) | (position + 1);
+    }
+}
+
+} // namespace morvellacinto

@@ -1,0 +1,33 @@
+#include "morvellacinto/jsonmapping/AVJSON.h"
+
+#include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/jsonmapping/Importer.h"
+#include "morvellacinto/platform/Platform.h"
+
+namespace morvellacinto::AVJSON {
+
+Ref<AVObject> asObjectOfClass(const Object& dictionary, const NodeClass& nodeClass,
+                              const NodeMapping& nodeMapping) {
+    const auto platform = platform::current();
+    const Object kept = dictionary; // a setter may change the host's own
+    return Importer(platform->developerLog(), nodeMapping).convert(kept, nodeClass);
+}
+
+Array asObjectOfClass(const Array& array, const NodeClass& nodeClass,
+                      const NodeMapping& nodeMapping) {
+    const auto platform = platform::current();
+    const Array kept = array;
+    return Importer(platform->developerLog(), nodeMapping).convert(kept, nodeClass);
+}
+
+std::optional<std::string> toJSON(const Value& collection) {
+    try {
+        return writeJson(collection);
+    } catch (const JsonTextError&) {
+        return std::nullopt;
+    }
+}
+
+std::optional<std::string> toJSONWS(const Value& collection) { return toJSON(collection); }
+
+} // namespace morvellacinto::AVJSON

@@ -1,0 +1,91 @@
+#include "morvellacinto/jsonmapping/AVObject.h"
+
+#include "morvellacinto/jsonmapping/AVDescription.h"
+#include "morvellacinto/jsonmapping/Exporter.h"
+#include "morvellacinto/jsonmapping/Importer.h"
+#include "morvellacinto/jsonmapping/KeyValueCoding.h"
+#include "morvellacinto/platform/Platform.h"
+
+#include <stdexcept>
+
+namespace morvellacinto {
+namespace {
+
+constexpr std::string_view sourceKey = "id";
+constexpr std::string_view exceptionKey = "ident";
+
+const AVMember& memberToRead(const AVObject& object, std::string_view name) {
+    const AVMember* member = object.avClass().find(name);
+    if (member == nullptr) {
+        throw std::out_of_range(std::string(object.avClass().name()) +
+                                " has no property or reader \"" + std::string(name) + "\"");
+    }
+    return *member;
+}
+
+} // namespace
+
+AVObject::~AVObject() = default;
+
+const AVClass& AVObject::avClass() const { return AVClass::of<AVObject>(); }
+
+void AVObject::setAvValuesForKeysWithDictionary(Object dictionary, const NodeMapping& nodeMapping) {
+    const auto platform = platform::current();
+    Importer(platform->developerLog(), nodeMapping).fill(*this, dictionary);
+}
+
+Object AVObject::avDictionaryWithValuesForKeys(const std::vector<std::string>& keys) const {
+    const auto platform = platform::current();
+    return Exporter(platform->developerLog()).exported(*this, keys);
+}
+
+std::string AVObject::keyExceptionForSourceKey(std::string_view key) const {
+    return std::string(key == sourceKey ? exceptionKey : key);
+}
+
+std::string AVObject::sourceKeyForExceptionKey(std::string_view name) const {
+    return std::string(name);
+}
+
+bool AVObject::isNumberProperty(std::string_view key) const {
+    const AVMember* member = avClass().find(key);
+    return member != nullptr && member->isNumber;
+}
+
+const std::vector<std::string>& AVObject::keysForExport() const {
+    static const auto& none = *new std::vector<std::string>;
+    return none;
+}
+
+std::string AVObject::description() const { return std::string(avClass().name()); }
+
+bool AVObject::answers(std::string_view name) const { return avClass().find(name) != nullptr; }
+
+std::optional<Value> AVObject::valueForKey(std::string_view name) const {
+    return memberToRead(*this, name).read(*this);
+}
+
+std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
+    std::size_t end = path.find('.');
+    std::optional<Value> value = valueForKey(path.substr(0, end));
+    while (end != std::string_view::npos && value) {
+        path.remove_prefix(end + 1);
+        end = path.find('.');
+        const std::string_view name = path.substr(0, end);
+        if (const AVObject* object = mappableObject(*value)) {
+            value = object->valueForKey(name);
+        } else if (const Object* dictionary = value->ifObject()) {
+            value = morvellacinto::valueForKey(*dictionary, name);
+        } else {
+            throw std::out_of_range(std::string(nameOf(value->kind())) + " knows no \"" +
+                                    std::string(name) + "\"");
+        }
+    }
+    return value;
+}
+
+void AVObject::setValue(const std::optional<Value>& value, std::string_view name) {
+    morvellacinto::setValue(*this, value ? &*value : nullptr, name);
+}
+
+} // namespace morvellacinto

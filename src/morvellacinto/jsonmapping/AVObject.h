@@ -1,0 +1,97 @@
+#pragma once
+
+#include "morvellacinto/foundation/Value.h"
+#include "morvellacinto/jsonmapping/NodeMapping.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace morvellacinto {
+
+template <class T>
+class AVDescription;
+
+/// The base class of objects that fill themselves from JSON objects and export themselves back.
+///
+/// A class says what it has with `AVJSON_CLASS` and may override the operations that are virtual;
+/// the object at hand is always the one that is asked. Objects live on the heap and are shared by
+/// `Ref`: make them with `makeInstance<Station>()`. The mapping takes no lock: importing needs the
+/// object for itself, exporting only reads.
+///
+/// Importing and exporting throw std::logic_error when no platform is installed. What fails inside
+/// is reported as a line of the platform's developer log alone.
+class MORVELLACINTO_EXPORT AVObject : public Instance {
+public:
+    using AVSelf = AVObject;
+    static constexpr std::string_view avClassName() { return "AVObject"; }
+    static void avDescribe(AVDescription<AVObject>&) {}
+
+    AVObject() noexcept = default;
+    ~AVObject() override;
+
+    /// The class that the nearest `AVJSON_CLASS` describes.
+    [[nodiscard]] virtual const AVClass& avClass() const;
+
+    /// Fills this object from a JSON object, key by key in its order.
+    ///
+    /// A key that `nodeMapping` holds is a node key. A JSON object under it is converted as
+    /// `AVJSON::asObjectOfClass` tells and set, whether or not there is such a property; of an
+    /// array the converted elements are set, unless it is empty; anything else is ignored.
+    ///
+    /// Every other key is a plain key. Its value is set as it is when this object answers the
+    /// key; null and keys that it does not answer are ignored. A string under a key that
+    /// `isNumberProperty` affirms becomes the number that `numberFromText` finds, and is ignored
+    /// when there is none. A key that begins with "@" asks the JSON object itself: "@count" is the
+    /// number of its members, and others fail.
+    ///
+    /// Names of properties are `keyExceptionForSourceKey` of the key. A key that fails, such as one
+    /// whose value the property refuses, ends the import of this object: "dict init failed" is
+    /// logged, what was set stays set, the rest is left as it was, and the object around it goes on
+    /// with its next key. JSON nested deeper than `maximumJsonDepth` fails at that depth.
+    void setAvValuesForKeysWithDictionary(Object dictionary, const NodeMapping& nodeMapping = {});
+
+    /// This object as a JSON object, with the keys given in their order.
+    ///
+    /// Numbers, booleans, strings and JSON objects are copied as they are. Instances become JSON
+    /// objects of their own `keysForExport`, and so do the elements of arrays: one that is no
+    /// mappable object becomes an empty JSON object, as does null. Empty arrays and properties that
+    /// hold nothing are left out.
+    ///
+    /// A key that this object does not answer is skipped and logged, "%@ missing in %@ while
+    /// export" with the key and the `description`. A key that fails ends the export of this object:
+    /// "dict init failed" is logged, and what was exported so far is given. An object that is met
+    /// again inside itself fails so, and one nested deeper than `maximumJsonDepth`.
+    [[nodiscard]] Object avDictionaryWithValuesForKeys(const std::vector<std::string>& keys) const;
+
+    /// The property that a JSON key is set on. By default the key, with one exception: "ident" for
+    /// "id".
+    [[nodiscard]] virtual std::string keyExceptionForSourceKey(std::string_view key) const;
+    /// The JSON key that a property is exported under. By default its name; also for "ident".
+    [[nodiscard]] virtual std::string sourceKeyForExceptionKey(std::string_view name) const;
+    /// Whether strings under this JSON key are converted to numbers. By default when a property of
+    /// exactly that name has "NSNumber" in its attribute text.
+    [[nodiscard]] virtual bool isNumberProperty(std::string_view key) const;
+    /// What to export of this object where it is the value or element of a property; by default
+    /// nothing. The list must outlive the export.
+    [[nodiscard]] virtual const std::vector<std::string>& keysForExport() const;
+    /// How the developer log names this object; by default by its class. On one line.
+    [[nodiscard]] virtual std::string description() const;
+
+    /// Whether there is a property or reader of that name.
+    [[nodiscard]] bool answers(std::string_view name) const;
+    /// The value of a property or reader, or nothing when it holds none. Throws std::out_of_range
+    /// when there is no such name.
+    [[nodiscard]] std::optional<Value> valueForKey(std::string_view name) const;
+    /// Follows names joined by "." through mappable objects, JSON objects and arrays, which give an
+    /// array of what each element gives. Nothing when a value on the way holds nothing or is
+    /// missing in a JSON object; throws std::out_of_range for a name that a value does not know.
+    [[nodiscard]] std::optional<Value> valueForKeyPath(std::string_view path) const;
+    /// Sets a property, or sets it to nothing. Throws std::out_of_range when there is none of that
+    /// name that can be set, and ValueKindError, keeping the old value, when it refuses the value;
+    /// `AVType` tells which.
+    void setValue(const std::optional<Value>& value, std::string_view name);
+};
+
+} // namespace morvellacinto

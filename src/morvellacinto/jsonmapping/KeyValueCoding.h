@@ -1,0 +1,25 @@
+#pragma once
+
+#include "morvellacinto/foundation/Value.h"
+#include "morvellacinto/jsonmapping/AVClass.h"
+
+#include <optional>
+#include <string_view>
+
+namespace morvellacinto {
+
+/// What guards of imports and exports log.
+inline constexpr std::string_view initFailed = "dict init failed";
+
+/// The mappable object that a value holds, or null.
+[[nodiscard]] AVObject* mappableObject(const Value& value) noexcept;
+
+/// Key-value look-up in a JSON object: nothing when it has no such member, and for a key that
+/// begins with "@" what the object says of itself. Throws std::out_of_range for one of those other
+/// than "@count".
+[[nodiscard]] std::optional<Value> valueForKey(const Object& dictionary, std::string_view key);
+
+/// Sets a property of `object`, to nothing when `value` is null. Throws as `AVObject::setValue`.
+void setValue(AVObject& object, const Value* value, std::string_view name);
+
+} // namespace morvellacinto

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "morvellacinto/jsonmapping/AVClass.h"
+
+#include <concepts>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace morvellacinto {
+
+/// What a JSON object is turned into: a new instance of a class, or an existing object that is
+/// filled in place.
+class MORVELLACINTO_EXPORT NodeClass {
+public:
+    /// `AVClass::of<Station>()`: checked by the compiler, and never unknown.
+    NodeClass(const AVClass& described) noexcept : choice_(&described) {}
+    /// A class by its name, looked up when it is needed; `AVClass::named` tells which are known.
+    /// An unknown one converts to nothing.
+    NodeClass(std::string name) noexcept : choice_(std::move(name)) {}
+    NodeClass(std::string_view name) : choice_(std::string(name)) {}
+    NodeClass(const char* name) : choice_(std::string(name)) {}
+    /// An existing object. Throws std::invalid_argument for an empty reference.
+    template <std::derived_from<AVObject> T>
+    NodeClass(const Ref<T>& target) : NodeClass(Ref<AVObject>(target)) {}
+    NodeClass(Ref<AVObject> target);
+    NodeClass(const NodeClass& other);
+    NodeClass(NodeClass&& other) noexcept;
+    NodeClass& operator=(NodeClass other) noexcept;
+    ~NodeClass();
+
+    /// The class to make instances of; null when its name is unknown, or for an existing object.
+    [[nodiscard]] const AVClass* described() const;
+    /// The existing object, or null.
+    [[nodiscard]] AVObject* target() const noexcept;
+
+private:
+    std::variant<const AVClass*, std::string, Ref<AVObject>> choice_;
+};
+
+/// Which JSON keys hold nodes, and what each node is turned into. The same mapping serves every
+/// level of the tree, so that a key means the same at every depth.
+///
+///     const NodeMapping nodes{{"station", AVClass::of<Station>()}, {"lines", "Line"}};
+class MORVELLACINTO_EXPORT NodeMapping {
+public:
+    NodeMapping() noexcept = default;
+    NodeMapping(std::initializer_list<std::pair<std::string_view, NodeClass>> nodes);
+
+    /// Replaces what the key meant before.
+    void set(std::string_view key, NodeClass nodeClass);
+    /// Null for a key that holds no node. Valid until the mapping is next changed.
+    [[nodiscard]] const NodeClass* find(std::string_view key) const noexcept;
+
+private:
+    struct Node {
+        std::string key;
+        NodeClass nodeClass;
+    };
+
+    [[nodiscard]] std::vector<Node>::const_iterator position(std::string_view key) const noexcept;
+
+    /// By the length of the key and then by its text: most look-ups are of keys that hold no node
+    /// and end at the length.
+    std::vector<Node> nodes_;
+};
+
+} // namespace morvellacinto

@@ -1,0 +1,236 @@
+#include "jsonmapping/HostClasses.h"
+#include "support/ScriptedPhoneTest.h"
+
+#include <cmath>
+#include <latch>
+#include <limits>
+#include <thread>
+
+namespace morvellacinto {
+namespace {
+
+using Classes = testing::Test;
+
+/// Every scalar, and what is kept in C++ types.
+class Kinds : public AVObject {
+    AVJSON_CLASS(Kinds, AVObject, yes, tiny, small, whole, large, count, single, real, text, maybe,
+                 texts, flags, place, formatter)
+
+public:
+    bool yes = false;
+    std::int8_t tiny = -1;
+    std::uint16_t small = 1;
+    int whole = -1;
+    std::int64_t large = -1;
+    std::uint64_t count = 1;
+    float single = -1;
+    double real = -1;
+    std::string text = "old";
+    std::optional<int> maybe = -1;
+    std::vector<std::string> texts{"old"};
+    std::vector<bool> flags;
+    Ref<Place> place;
+    AVValue<"NSNumberFormatter"> formatter;
+};
+
+TEST_F(Classes, scalarsConvertNumbersAndStrings) {
+    constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+    const struct {
+        const char* name;
+        Value set;
+        Value held;
+    } cases[] = {
+        {"yes", 2, true},
+        {"yes", 0.0, false},
+        {"yes", "YES", true},
+        {"yes", " -07", true},
+        {"yes", "no", false},
+        {"tiny", 300, 127},
+        {"tiny", -300.5, -128},
+        {"tiny", "-200", -128},
+        {"tiny", true, 1},
+        {"small", -5, 0},
+        {"small", "-5", 0},
+        {"small", 65536.0, 65535},
+        {"whole", 3.99, 3},
+        {"whole", -3.99, -3},
+        {"whole", " 42abc", 42},
+        {"whole", "abc", 0},
+        {"whole", "+7", 7},
+        {"whole", "12.9", 12},
+        {"whole", "99999999999999999999", INT32_MAX},
+        {"whole", "-99999999999999999999", INT32_MIN},
+        {"whole", notANumber, 0},
+        {"large", UINT64_MAX, INT64_MAX},
+        {"large", "-9223372036854775808", INT64_MIN},
+        {"large", 0x1p63, INT64_MAX},
+        {"count", UINT64_MAX, UINT64_MAX},
+        {"count", "18446744073709551615", UINT64_MAX},
+        {"count", 0x1p64, UINT64_MAX},
+        {"single", 0.1, 0.1F},
+        {"single", true, 1},
+        {"real", "1e3x", 1000},
+        {"real", "-.5", -0.5},
+        {"real", "1e", 1},
+        {"real", "--5", 0},
+        {"real", "inf", 0},
+        {"real", "-1e400", -HUGE_VAL},
+        {"real", "1e-400", 0},
+    };
+    for (const auto& each : cases) {
+        auto kinds = makeInstance<Kinds>();
+        kinds->setValue(each.set, each.name);
+        EXPECT_EQ(kinds->valueForKey(each.name), each.held)
+            << each.name << " " << testing::PrintToString(&each - cases);
+    }
+}
+
+TEST_F(Classes, propertiesRefuseWhatTheyCannotHoldAndKeepTheOldValue) {
+    const std::optional<Value> strangers[] = {std::nullopt, Value(), Array(), Object(), Date{5}};
+    auto kinds = makeInstance<Kinds>();
+    for (const char* name : {"yes", "tiny", "small", "whole", "large", "count", "single", "real"}) {
+        const auto old = kinds->valueForKey(name);
+        for (const auto& stranger : strangers) {
+            EXPECT_THROW(kinds->setValue(stranger, name), ValueKindError) << name;
+        }
+        EXPECT_EQ(kinds->valueForKey(name), old);
+    }
+    const Value other = Ref<Instance>(makeInstance<Journey>());
+    EXPECT_THROW(kinds->setValue(Value(5), "text"), ValueKindError);
+    EXPECT_THROW(kinds->setValue(Value(Array()), "maybe"), ValueKindError);
+    EXPECT_THROW(kinds->setValue(Value(Array::of({"new", 5})), "texts"), ValueKindError);
+    EXPECT_THROW(kinds->setValue(other, "place"), ValueKindError);
+    EXPECT_EQ(kinds->text, "old");
+    EXPECT_EQ(kinds->maybe, -1);
+    EXPECT_THAT(kinds->texts, testing::ElementsAre("old"));
+    EXPECT_THROW(kinds->setValue(Value(1), "none"), std::out_of_range);
+    EXPECT_THROW(makeInstance<Harbour>()->setValue(Value(1), "depth"), std::out_of_range);
+    try {
+        kinds->setValue(Value("x"), "place");
+        FAIL();
+    } catch (const ValueKindError& error) {
+        EXPECT_STREQ(error.what(), "Kinds.place: a property that holds an instance of Place "
+                                   "cannot take a string");
+    }
+}
+
+TEST_F(Classes, cppTypesHoldWhatTheyAreMadeFor) {
+    auto kinds = makeInstance<Kinds>();
+    auto harbour = makeInstance<Harbour>();
+    kinds->setValue(Value(Ref<Instance>(harbour)), "place"); // an instance of a subclass
+    EXPECT_EQ(kinds->place.get(), harbour.get());
+    kinds->setValue(std::nullopt, "place");
+    kinds->setValue(Value(), "maybe");
+    kinds->setValue(Value(Array::of({true, 0})), "flags");
+    EXPECT_FALSE(kinds->place);
+    EXPECT_EQ(kinds->valueForKey("place"), std::nullopt);
+    EXPECT_EQ(kinds->maybe, std::nullopt);
+    EXPECT_THAT(kinds->flags, testing::ElementsAre(true, false));
+}
+
+TEST_F(Classes, attributeTextsFollowThePlatform) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"yes", "TB,N,V_yes"},
+        {"tiny", "Tc,N,V_tiny"},
+        {"small", "TS,N,V_small"},
+        {"whole", "Ti,N,V_whole"},
+        {"large", "Tq,N,V_large"},
+        {"count", "TQ,N,V_count"},
+        {"single", "Tf,N,V_single"},
+        {"real", "Td,N,V_real"},
+        {"text", "T@\"NSString\",&,N,V_text"},
+        {"maybe", "T@\"NSNumber\",&,N,V_maybe"},
+        {"texts", "T@\"NSArray\",&,N,V_texts"},
+        {"place", "T@\"Place\",&,N,V_place"},
+        {"formatter", "T@\"NSNumberFormatter\",&,N,V_formatter"},
+    };
+    for (const auto& [name, attributes] : cases) {
+        EXPECT_EQ(AVClass::of<Kinds>().find(name)->attributes, attributes);
+    }
+    EXPECT_EQ(AVClass::of<Harbour>().find("depth")->attributes, "Tf,R,N,V_depth");
+    EXPECT_EQ(AVClass::of<Thing>().find("other")->attributes, "T@,&,N,V_other");
+    EXPECT_EQ(AVClass::of<Thing>().find("shout")->attributes, "");
+}
+
+TEST_F(Classes, numberPropertiesAreThoseWhoseAttributesNameTheNumberType) {
+    auto kinds = makeInstance<Kinds>();
+    for (const char* name : {"maybe", "formatter"}) {
+        EXPECT_TRUE(kinds->isNumberProperty(name)) << name;
+    }
+    for (const char* name : {"count", "real", "text", "Maybe", "none", ""}) {
+        EXPECT_FALSE(kinds->isNumberProperty(name)) << name;
+    }
+    EXPECT_TRUE(makeInstance<Harbour>()->isNumberProperty("height")); // an ancestor's
+    EXPECT_TRUE(makeInstance<Harbour>()->isNumberProperty("berthCount"));
+    EXPECT_FALSE(makeInstance<Thing>()->isNumberProperty("id"));
+}
+
+TEST_F(Classes, followPathsThroughObjectsAndDictionaries) {
+    auto thing = makeInstance<Thing>();
+    auto inner = makeInstance<Thing>();
+    inner->other = object(R"({"a": {"b": 5}, "@count": 9})");
+    thing->node = Value(Ref<Instance>(inner));
+    EXPECT_EQ(thing->valueForKeyPath("node.other.a.b"), Value(5));
+    EXPECT_EQ(thing->valueForKeyPath("node.other.@count"), Value(2));
+    EXPECT_EQ(thing->valueForKeyPath("node.node.none"), std::nullopt);
+    EXPECT_EQ(thing->valueForKeyPath("node.other.none.b"), std::nullopt);
+    for (const char* path :
+         {"none", "node.none", "node.other.@max", "node.shout.length", "node."}) {
+        EXPECT_THROW(static_cast<void>(thing->valueForKeyPath(path)), std::out_of_range) << path;
+    }
+}
+
+class Island : public AVObject {
+    AVJSON_CLASS(Island, AVObject, harbour)
+
+public:
+    Ref<Harbour> harbour;
+};
+
+class Abstract : public AVObject {
+    AVJSON_CLASS(Abstract, AVObject)
+
+public:
+    virtual void nothing() = 0;
+};
+
+TEST_F(Classes, areKnownByNameFromTheFirstThatLeadsToThem) {
+    EXPECT_EQ(AVClass::named("Island"), nullptr);
+    const AVClass& island = AVClass::of<Island>();
+    EXPECT_EQ(AVClass::named("Island"), &island);
+    EXPECT_EQ(AVClass::named("Journey"), &AVClass::of<Journey>()); // by Harbour, Place, journeys
+    EXPECT_EQ(AVClass::named("AVObject")->base(), nullptr);
+    EXPECT_EQ(AVClass::named("island"), nullptr);
+    EXPECT_THROW(static_cast<void>(AVClass::of<Abstract>().makeInstance()), std::logic_error);
+}
+
+namespace other {
+class Thing : public AVObject {
+    AVJSON_CLASS(Thing, AVObject)
+};
+} // namespace other
+
+TEST_F(Classes, twoOfOneNameAreRefused) {
+    static_cast<void>(AVClass::of<Thing>());
+    EXPECT_THROW(static_cast<void>(AVClass::of<other::Thing>()), std::logic_error);
+}
+
+TEST_F(Classes, areFoundByEveryThreadThatAsksAtOnce) {
+    static_cast<void>(AVClass::of<Island>());
+    std::latch start(8);
+    std::vector<std::thread> threads;
+    std::vector<const AVClass*> found(8);
+    for (const AVClass*& each : found) {
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            each = AVClass::named("Journey");
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(found, testing::Each(&AVClass::of<Journey>()));
+}
+
+} // namespace
+} // namespace morvellacinto

@@ -1,0 +1,169 @@
+#include "jsonmapping/HostClasses.h"
+#include "support/ScriptedPhoneTest.h"
+
+#include <chrono>
+
+namespace morvellacinto {
+namespace {
+
+using Export = ScriptedPhoneTest;
+
+const std::string failed = "dict init failed";
+
+Ref<Thing> leaf(int count) {
+    auto thing = makeInstance<Thing>();
+    thing->count = count;
+    thing->exportKeys = {"count"};
+    return thing;
+}
+
+TEST_F(Export, storesEachKindAsItsRuleSays) {
+    const Value withKeys = Ref<Instance>(leaf(5));
+    const Value withoutKeys = Ref<Instance>(makeInstance<Journey>()->from);
+    const Value plain = Ref<Instance>(makeInstance<AVObject>());
+    const struct {
+        std::optional<Value> held;
+        const char* json;
+    } cases[] = {
+        {5, R"({"other":5})"},
+        {0.5F, R"({"other":0.5})"},
+        {true, R"({"other":true})"},
+        {"text", R"({"other":"text"})"},
+        {Array::of({1, "a", nullptr, Array::of({1}), Object{{"a", 1}}}),
+         R"({"other":[{},{},{},{},{}]})"},
+        {Array::of({withKeys, withKeys, plain}), R"({"other":[{"count":5},{"count":5},{}]})"},
+        {Array(), "{}"},
+        {Object{{"deep", Array::of({1})}}, R"({"other":{"deep":[1]}})"},
+        {withKeys, R"({"other":{"count":5}})"},
+        {plain, R"({"other":{}})"},
+        {withoutKeys, R"({"other":{}})"}, // null
+        {Date{1}, R"({"other":{}})"},
+        {std::nullopt, "{}"},
+    };
+    auto thing = makeInstance<Thing>();
+    for (const auto& each : cases) {
+        thing->other = each.held;
+        EXPECT_EQ(AVJSON::toJSON(thing->avDictionaryWithValuesForKeys({"other"})), each.json);
+    }
+    EXPECT_EQ(thing->avDictionaryWithValuesForKeys({}), Object());
+}
+
+TEST_F(Export, givesScalarAndComputedPropertiesInTheOrderAsked) {
+    auto harbour = makeInstance<Harbour>();
+    harbour->name = "Visby";
+    harbour->setBerths(7);
+    EXPECT_EQ(AVJSON::toJSONWS(harbour->avDictionaryWithValuesForKeys(
+                  {"depth", "berths", "name", "height", "journeys"})),
+              R"({"depth":12.5,"berths":7,"name":"HARBOUR Visby"})");
+}
+
+TEST_F(Export, keepsTheNameIdentUnlessTheClassSaysOtherwise) {
+    auto thing = makeInstance<Thing>();
+    thing->setAvValuesForKeysWithDictionary(object(R"({"id": 7})"));
+    EXPECT_EQ(thing->avDictionaryWithValuesForKeys({"ident"}), (Object{{"ident", 7}}));
+    EXPECT_EQ(makeInstance<Harbour>()->avDictionaryWithValuesForKeys({"ident"}),
+              (Object{{"id", 0}}));
+}
+
+TEST_F(Export, logsKeysThatAreMissingAndGoesOn) {
+    EXPECT_EQ(leaf(5)->avDictionaryWithValuesForKeys({"id", "count", "node.count", ""}),
+              (Object{{"count", 5}}));
+    EXPECT_TRUE(makeInstance<Harbour>()->avDictionaryWithValuesForKeys({"pier"}).empty());
+    expectLog({"id missing in Thing while export", "node.count missing in Thing while export",
+               " missing in Thing while export", "pier missing in the harbour of  while export"});
+}
+
+TEST_F(Export, followsAPathOnlyForAnObjectThatAnswersTheWholeOfIt) {
+    class Route : public Journey {
+        AVJSON_CLASS(Route, Journey)
+        static void describeMembers(AVDescription<Route>& route) {
+            for (const char* path :
+                 {"to.name", "from.name", "from.none", "to.none", "extra.@count"}) {
+                route.reader<&Route::title>(path);
+            }
+            route.property<&Route::extra>("extra");
+        }
+
+    public:
+        std::optional<Value> extra() const { return Object{{"a", 1}, {"b", 2}}; }
+    };
+    auto route = makeInstance<Route>();
+    route->to = makeInstance<Place>();
+    route->to->name = "Visby";
+    EXPECT_EQ(
+        route->avDictionaryWithValuesForKeys({"from.name", "from.none", "to.name", "extra.@count"}),
+        (Object{{"name", "Visby"}, {"@count", 2}}));
+    EXPECT_EQ(route->avDictionaryWithValuesForKeys({"extra", "to.none", "from.name"}),
+              (Object{{"extra", *route->extra()}}));
+    expectLog({failed});
+}
+
+TEST_F(Export, lastOfEqualOutputKeysWins) {
+    class Twice : public Thing {
+        AVJSON_CLASS(Twice, Thing)
+
+    public:
+        std::string sourceKeyForExceptionKey(std::string_view) const override { return "same"; }
+    };
+    auto twice = makeInstance<Twice>();
+    twice->ident = 1;
+    twice->count = 2;
+    EXPECT_EQ(twice->avDictionaryWithValuesForKeys({"ident", "count", "ident", "count"}),
+              (Object{{"same", 2}}));
+    EXPECT_EQ(twice->avDictionaryWithValuesForKeys({"count", "node"}), Object());
+}
+
+TEST_F(Export, anExceptionTruncatesOnlyTheObjectInWhichItHappens) {
+    auto inner = leaf(1);
+    inner->exportKeys = {"count", "keysAsked", "ident"};
+    inner->ident = 2;
+    auto outer = leaf(3);
+    outer->node = Value(Ref<Instance>(inner));
+    EXPECT_EQ(AVJSON::toJSON(outer->avDictionaryWithValuesForKeys({"node", "count"})),
+              R"({"node":{"count":1},"count":3})");
+    expectLog({failed});
+}
+
+TEST_F(Export, endsCyclesWhereTheyClose) {
+    auto place = makeInstance<Place>();
+    place->name = "A";
+    for (int count = 0; count < 2; ++count) {
+        auto journey = makeInstance<Journey>();
+        journey->from = place;
+        place->journeys.push_back(journey);
+    }
+    EXPECT_EQ(AVJSON::toJSON(place->avDictionaryWithValuesForKeys({"journeys", "name"})),
+              R"({"journeys":[{"title":"A-?","from":{}},{"title":"A-?","from":{}}],"name":"A"})");
+    expectLog({failed, failed});
+    place->journeys.clear();
+}
+
+TEST_F(Export, sharesObjectsThatAreMetTwiceWithoutACycle) {
+    auto shared = leaf(1);
+    auto thing = leaf(2);
+    thing->node = thing->other = Value(Ref<Instance>(shared));
+    EXPECT_EQ(AVJSON::toJSON(thing->avDictionaryWithValuesForKeys({"node", "other"})),
+              R"({"node":{"count":1},"other":{"count":1}})");
+}
+
+TEST_F(Export, goesAsDeepAsJsonAndNoDeeper) {
+    std::vector<Ref<Thing>> chain{leaf(0)};
+    for (int level = 1; level < 600; ++level) {
+        auto thing = leaf(level);
+        thing->exportKeys = {"node", "count"};
+        thing->node = Value(Ref<Instance>(chain.back()));
+        chain.push_back(thing);
+    }
+    Value inner = chain.back()->avDictionaryWithValuesForKeys(chain.back()->keysForExport());
+    expectLog({failed});
+    std::size_t levels = 0;
+    for (; inner.asObject().contains("node"); ++levels) {
+        EXPECT_TRUE(inner.asObject().contains("count"));
+        inner = Value(inner.asObject().at("node"));
+    }
+    EXPECT_EQ(levels, maximumJsonDepth);
+    EXPECT_TRUE(inner.asObject().empty());
+}
+
+} // namespace
+} // namespace morvellacinto
