@@ -1,0 +1,134 @@
+#include "Options.h"
+
+#include "ExitStatus.h"
+
+#include "morvellacinto/audience/Version.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+namespace morvellacinto::host {
+namespace {
+
+class OptionReader {
+public:
+    OptionReader() {
+        app_.require_subcommand(1);
+        app_.set_version_flag("--version", [] {
+            return MorvellacintoVersionString + std::to_string(MorvellacintoVersionNumber);
+        });
+        addGlobalOptions();
+        addAudienceCommands();
+        addSettingsCommands();
+        addOtherCommands();
+    }
+
+    std::optional<Options> read(int count, char** arguments) {
+        try {
+            app_.parse(count, arguments);
+        } catch (const CLI::Success& wanted) {
+            app_.exit(wanted, std::cout, std::cout);
+            return std::nullopt;
+        } catch (const CLI::ParseError& error) {
+            std::string line = error.what();
+            throw UsageError(line.substr(0, line.find('\n')));
+        }
+        return options_;
+    }
+
+private:
+    void addGlobalOptions() {
+        app_.add_option_function<std::string>(
+            "--token",
+            [this](const std::string& text) {
+                options_.token = Uuid::parse(text);
+                if (!options_.token) {
+                    throw UsageError("--token: \"" + text + "\" is not a UUID");
+                }
+            },
+            "API token, a UUID");
+        app_.add_option("--decimals", options_.decimals, "decimals kept of coordinates");
+        app_.add_option("--track-id", options_.trackId, "stands in for the device's identifiers");
+        app_.add_flag("--ask-tracking", options_.askTracking, "ask for permission to track first");
+        app_.add_option("--bundle", options_.bundle, "bundle identifier that the device reports");
+        app_.add_option("--service-url", options_.serviceUrl, "base URL to use from now on");
+        app_.add_option("--ca-file", options_.caFiles, "PEM file of one more trust anchor");
+        app_.add_option("--data-dir", options_.dataDirectory, "where the settings live");
+        app_.add_option("--device", options_.device, "\"native\", or the JSON file of a phone");
+        app_.add_option_function<double>(
+                "--wait",
+                [this](double seconds) { options_.wait = std::chrono::duration<double>(seconds); },
+                "seconds to wait for a completion")
+            ->check(CLI::Range(0.0, 86400.0));
+        app_.add_option("--times", options_.times, "how often to run the command")
+            ->check(CLI::PositiveNumber);
+    }
+
+    CLI::App* add(CLI::App& parent, const char* name, const char* description, Command command) {
+        CLI::App* added = parent.add_subcommand(name, description);
+        added->callback([this, command] { options_.command = command; });
+        return added;
+    }
+
+    void addAudienceCommands() {
+        add(app_, "tags", "fetch geo tags", Command::tags);
+        CLI::App* collect = add(app_, "collect", "upload a payload", Command::collect);
+        collect->add_flag("--force", options_.force, "upload whatever is cached");
+        collect->add_option("--payload", options_.file, "JSON object, default the base payload");
+        CLI::App* cached = add(app_, "cached", "show the cached answer", Command::cached);
+        cached->add_option("member", options_.member)
+            ->required()
+            ->check(CLI::IsMember({"tags", "mapping"}));
+        CLI::App* query = add(app_, "query", "make a query string", Command::query);
+        query->add_option("file", options_.file, "JSON object of string arrays");
+        add(app_, "payload", "show the base payload", Command::payload);
+        add(app_, "url", "show the base URL", Command::url);
+    }
+
+    void addSettingsCommands() {
+        CLI::App& settings = *app_.add_subcommand("settings", "look at and change the settings");
+        settings.require_subcommand(1);
+        add(settings, "list", "show all", Command::settingsList);
+        const auto withKey = [&](const char* name, const char* description, Command command) {
+            CLI::App* added = add(settings, name, description, command);
+            added->add_option("key", options_.key)->required();
+            return added;
+        };
+        withKey("get", "show one", Command::settingsGet);
+        withKey("set", "store JSON", Command::settingsSet)
+            ->add_option("json", options_.json)
+            ->required();
+        withKey("set-date", "store a date", Command::settingsSetDate)
+            ->add_option("seconds", options_.seconds, "relative to now")
+            ->required();
+        withKey("remove", "remove one", Command::settingsRemove);
+    }
+
+    void addOtherCommands() {
+        CLI::App* round = add(app_, "round", "round to decimals", Command::round);
+        round->add_option("value", options_.value)->required();
+        round
+            ->add_option_function<std::int64_t>(
+                "n", [this](std::int64_t n) { options_.count = static_cast<std::uint32_t>(n); })
+            ->required()
+            ->check(CLI::Range(std::int64_t{INT32_MIN}, std::int64_t{UINT32_MAX}));
+        CLI::App* request = add(app_, "request", "make a request", Command::request);
+        request->add_option("method", options_.method)
+            ->required()
+            ->check(CLI::IsMember({"get", "post"}));
+        request->add_option("url", options_.url)->required();
+        request->add_option("--payload", options_.file, "JSON object or array to post");
+    }
+
+    CLI::App app_{"A host of the audience service on the command line", "morvellacinto"};
+    Options options_;
+};
+
+} // namespace
+
+std::optional<Options> readOptions(int count, char** arguments) {
+    return OptionReader().read(count, arguments);
+}
+
+} // namespace morvellacinto::host

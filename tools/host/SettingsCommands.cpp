@@ -1,0 +1,58 @@
+#include "Commands.h"
+
+#include "ValueText.h"
+
+#include "morvellacinto/platform/Clock.h"
+#include "morvellacinto/settings/KRSettingsManager.h"
+
+namespace morvellacinto::host {
+namespace {
+
+ExitStatus stored(bool isStored) {
+    if (isStored) {
+        return success;
+    }
+    printError({"morvellacinto.host", 1, {{KRError::messageKey, "the setting was not changed"}}});
+    return failed;
+}
+
+// The library's own settings, under their short keys.
+Object ownSettings(native::NativePlatform& machine) {
+    const std::string prefix = KRSettingsManager::fullKey("");
+    Object own;
+    for (const Object::Member& setting : machine.storedSettings()) {
+        if (setting.key().starts_with(prefix)) {
+            own.set(setting.key().substr(prefix.size()), setting.value);
+        }
+    }
+    return own;
+}
+
+} // namespace
+
+ExitStatus runSettingsCommand(const Options& options, native::NativePlatform& machine) {
+    switch (options.command) {
+    case Command::settingsGet: {
+        const auto found = KRSettingsManager::localSettingForKey(options.key);
+        if (!found) {
+            return nothingFound;
+        }
+        print(valueText(*found));
+        return success;
+    }
+    case Command::settingsSet:
+        return stored(KRSettingsManager::setLocalSetting(
+            readValue(options.json, "\"" + options.json + "\""), options.key));
+    case Command::settingsSetDate: {
+        const double now = machine.clock().now().secondsSinceReference;
+        return stored(KRSettingsManager::setLocalSetting(Date{now + options.seconds}, options.key));
+    }
+    case Command::settingsRemove:
+        return stored(KRSettingsManager::removeLocalSettingForKey(options.key));
+    default:
+        print(valueText(ownSettings(machine)));
+        return success;
+    }
+}
+
+} // namespace morvellacinto::host

@@ -1,0 +1,78 @@
+#include "Commands.h"
+#include "DeviceOverNative.h"
+#include "Options.h"
+#include "ValueText.h"
+
+#include "morvellacinto/settings/KRSettingsManager.h"
+
+#include <iostream>
+
+namespace {
+
+using namespace morvellacinto;
+using namespace morvellacinto::host;
+
+std::function<void(std::string_view)> toStandardError(std::string prefix) {
+    return [prefix = std::move(prefix)](std::string_view text) {
+        std::cerr << prefix + std::string(text) + "\n";
+    };
+}
+
+std::shared_ptr<native::NativePlatform> makeMachine(const Options& options) {
+    native::NativeOptions native;
+    native.bundleIdentifier = options.bundle;
+    native.dataDirectory = options.dataDirectory;
+    native.trustAnchors = options.caFiles;
+    native.developerLog = toStandardError("log: ");
+    native.diagnostics = toStandardError("note: ");
+    try {
+        return native::NativePlatform::create(std::move(native));
+    } catch (const std::exception& error) { // an unreadable trust anchor, no home to keep data in
+        throw UsageError(error.what());
+    }
+}
+
+scripted::PhoneScript readPhone(const Options& options) {
+    try {
+        scripted::PhoneScript phone = scripted::PhoneScript::read(readObject(options.device));
+        if (options.bundle) {
+            phone.bundle = options.bundle;
+        }
+        return phone;
+    } catch (const std::invalid_argument& error) {
+        throw UsageError("the file \"" + options.device + "\": " + error.what());
+    }
+}
+
+int run(const Options& options) {
+    const auto machine = makeMachine(options);
+    if (options.device == "native") {
+        platform::install(machine);
+    } else {
+        platform::install(std::make_shared<DeviceOverNative>(machine, readPhone(options)));
+    }
+    if (options.serviceUrl) {
+        KRSettingsManager::setLocalSetting(*options.serviceUrl, "KRServiceURL");
+    }
+    ExitStatus status = success;
+    for (int time = 0; time < options.times && status == success; ++time) {
+        status = runCommand(options, *machine);
+    }
+    platform::shutdown();
+    return status;
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    try {
+        const auto options = readOptions(count, arguments);
+        return options ? run(*options) : success;
+    } catch (const UsageError& error) {
+        std::cerr << error.what() << '\n';
+        return wrongUsage;
+    } catch (const std::exception& error) {
+        printError({"morvellacinto.host", 2, {{KRError::messageKey, error.what()}}});
+        return failed;
+    }
+}
