@@ -172,6 +172,8 @@ NativePlatform::makeHttpSession(platform::HttpSessionConfiguration configuration
     return services_->http.makeSession(std::move(configuration), delegate);
 }
 
+Object NativePlatform::storedSettings() const { return services_->settings().contents(); }
+
 void NativePlatform::shutdown() {
     if (getpid() != services_->process) {
         return;

@@ -143,7 +143,9 @@ void printBaseUrl() {
 
 void printRounded(const Options& options) {
     const float rounded = roundToN(options.value, options.count);
-    print(std::isfinite(rounded) ? valueText(rounded) : std::to_string(rounded));
+    print(std::isnan(rounded)      ? "nan"
+          : std::isfinite(rounded) ? valueText(rounded)
+                                   : std::to_string(rounded));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "Options.h"
 
 #include "ExitStatus.h"
+#include "ValueText.h"
 
 #include "morvellacinto/audience/Version.h"
 
@@ -14,9 +15,9 @@ namespace {
 class OptionReader {
 public:
     OptionReader() {
-        app_.require_subcommand(1);
+        app_.require_subcommand(0, 1); // so that an unknown one is named
         app_.set_version_flag("--version", [] {
-            return MorvellacintoVersionString + std::to_string(MorvellacintoVersionNumber);
+            return MorvellacintoVersionString + valueText(MorvellacintoVersionNumber);
         });
         addGlobalOptions();
         addAudienceCommands();
@@ -33,6 +34,9 @@ public:
         } catch (const CLI::ParseError& error) {
             std::string line = error.what();
             throw UsageError(line.substr(0, line.find('\n')));
+        }
+        if (app_.get_subcommands().empty()) {
+            throw UsageError("a command is required; --help lists them");
         }
         return options_;
     }

@@ -10,6 +10,7 @@
 #include <array>
 #include <chrono>
 #include <ctime>
+#include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <system_error>
@@ -89,6 +90,7 @@ struct SqliteDefaults::State {
         : files(std::move(directory), bundle), diagnostics(std::move(sink)) {}
 
     [[nodiscard]] std::optional<Value> value(Space space, std::string_view key);
+    [[nodiscard]] Object contents(Space space);
     void set(Space space, std::string_view key, Value value);
     void remove(Space space, std::string_view key);
     [[nodiscard]] bool synchronize();
@@ -170,6 +172,22 @@ std::optional<Value> SqliteDefaults::State::value(Space space, std::string_view 
     }
     tell(report);
     return found;
+}
+
+Object SqliteDefaults::State::contents(Space space) {
+    static_cast<void>(value(space, {})); // brings memory up to date
+    std::map<std::string_view, Value> sorted;
+    const std::shared_lock lock(memory);
+    for (const auto& [key, entry] : entriesOf(space)) {
+        if (entry.value) {
+            sorted.emplace(key, *entry.value);
+        }
+    }
+    Object all;
+    for (const auto& [key, found] : sorted) {
+        all.set(key, found);
+    }
+    return all;
 }
 
 void SqliteDefaults::State::set(Space space, std::string_view key, Value value) {
@@ -558,6 +576,8 @@ bool SqliteDefaults::synchronize() {
     const std::shared_ptr<State> state = state_;
     return state->synchronize();
 }
+
+Object SqliteDefaults::contents() const { return state_->contents(Space::settings); }
 
 std::optional<std::string> SqliteDefaults::adapterValue(std::string_view name) const {
     const std::optional<Value> value = state_->value(Space::adapter, name);

@@ -39,6 +39,9 @@ public:
     /// Waits up to 5 seconds for other processes that write.
     [[nodiscard]] bool synchronize() override;
 
+    /// All values, sorted by key.
+    [[nodiscard]] Object contents() const;
+
     /// A text of the adapter's own, which no key of the defaults reaches; nothing when there is
     /// none.
     [[nodiscard]] std::optional<std::string> adapterValue(std::string_view name) const;

@@ -93,6 +93,10 @@ public:
     makeHttpSession(platform::HttpSessionConfiguration configuration,
                     platform::HttpSessionDelegate* delegate) override;
 
+    /// Everything in the persistent defaults, sorted by key, the host's own entries included: for
+    /// tools that show it. Any thread.
+    [[nodiscard]] Object storedSettings() const;
+
     /// See `platform::shutdown`, which calls it. Any thread, more than once if need be.
     void shutdown() override;
 
