@@ -66,7 +66,7 @@ private:
                 "seconds to wait for a completion")
             ->check(CLI::Range(0.0, 86400.0));
         app_.add_option("--times", options_.times, "how often to run the command")
-            ->check(CLI::PositiveNumber);
+            ->check(CLI::Range(1, 1'000'000));
     }
 
     CLI::App* add(CLI::App& parent, const char* name, const char* description, Command command) {
