@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <pthread.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -139,6 +140,8 @@ void FaultServer::acceptAll() {
     blockSignals();
     for (int socket = 0; (socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
         const std::lock_guard lock(mutex_);
+        const int on = 1;
+        setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         Connection& connection = connections_.emplace_back();
         connection.server = this;
         connection.socket = socket;
