@@ -1,27 +1,13 @@
 #include "ValueText.h"
 
-#include "ExitStatus.h"
-
 #include "morvellacinto/foundation/Json.h"
 
 #include <array>
 #include <cmath>
 #include <ctime>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 
 namespace morvellacinto::host {
 namespace {
-
-// Scalars are allowed, which the reader refuses at the top.
-std::optional<Value> parse(std::string_view text) {
-    const std::optional<Value> wrapped = readJson("[" + std::string(text) + "]");
-    if (!wrapped || wrapped->asArray().size() != 1) {
-        return std::nullopt;
-    }
-    return wrapped->asArray()[0];
-}
 
 // Settings hold dates at the top or in members of their own; depth here is that of what was stored.
 Value withReadableDates(const Value& value) {
@@ -67,38 +53,5 @@ std::string dateText(Date date) {
 }
 
 std::string valueText(const Value& value) { return writeJsonFragment(withReadableDates(value)); }
-
-Value readValue(std::string_view text, const std::string& source) {
-    std::optional<Value> value = parse(text);
-    if (!value) {
-        throw UsageError(source + " holds no JSON");
-    }
-    return *std::move(value);
-}
-
-std::string readFile(const std::string& path) {
-    if (path == "-") {
-        return {std::istreambuf_iterator<char>(std::cin), {}};
-    }
-    std::ifstream file(path, std::ios::binary);
-    std::string text;
-    if (file) {
-        text.assign(std::istreambuf_iterator<char>(file), {});
-    }
-    if (!file) {
-        throw UsageError("the file \"" + path + "\" cannot be read");
-    }
-    return text;
-}
-
-Object readObject(const std::string& path) {
-    const std::string source = path == "-" ? "standard input" : "the file \"" + path + "\"";
-    const Value value = readValue(readFile(path), source);
-    if (!value.isObject()) {
-        throw UsageError(source + " holds " + std::string(nameOf(value.kind())) +
-                         " where an object was expected");
-    }
-    return value.asObject();
-}
 
 } // namespace morvellacinto::host

@@ -14,14 +14,4 @@ namespace morvellacinto::host {
 /// One line of JSON; a date, at any depth, stands as {"date": "..."}. Throws JsonWriteError.
 [[nodiscard]] std::string valueText(const Value& value);
 
-/// The JSON value that `text`, an argument or a file's content named `source`, holds; may be a
-/// scalar. Throws UsageError.
-[[nodiscard]] Value readValue(std::string_view text, const std::string& source);
-
-/// The content of a file, or of standard input for "-". Throws UsageError.
-[[nodiscard]] std::string readFile(const std::string& path);
-
-/// The JSON object in a file. Throws UsageError.
-[[nodiscard]] Object readObject(const std::string& path);
-
 } // namespace morvellacinto::host

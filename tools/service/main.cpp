@@ -1,0 +1,183 @@
+#include "AudienceService.h"
+#include "CertificateAuthority.h"
+
+#include "common/Input.h"
+#include "morvellacinto/foundation/Json.h"
+
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <thread>
+
+namespace {
+
+using namespace morvellacinto;
+using namespace morvellacinto::service;
+using tools::UsageError;
+
+struct Options {
+    int port = 0;
+    std::string certificate;
+    std::string key;
+    std::string caOut;
+    std::string answer;
+    std::string scenario;
+    std::string uploads;
+};
+
+std::optional<Options> readOptions(int count, char** arguments) {
+    Options options;
+    CLI::App app("The audience service on loopback, for developers and tests",
+                 "morvellacinto-service");
+    app.add_option("--port", options.port, "port of 127.0.0.1; any that is free without it")
+        ->check(CLI::Range(0, 65535));
+    CLI::Option* certificate = app.add_option("--cert", options.certificate,
+                                              "PEM file of the certificate, chain included");
+    CLI::Option* key = app.add_option("--key", options.key, "PEM file of its private key");
+    certificate->needs(key);
+    key->needs(certificate);
+    app.add_option("--ca-out", options.caOut,
+                   "where the certificate of the throw-away authority is written")
+        ->excludes(certificate);
+    app.add_option("--answer", options.answer, "JSON file of the object to answer with");
+    app.add_option("--scenario", options.scenario, "JSON file of an array of steps, one a request");
+    app.add_option("--uploads", options.uploads, "file that gets a JSON line for each upload");
+    try {
+        app.parse(count, arguments);
+    } catch (const CLI::Success& wanted) {
+        app.exit(wanted, std::cout, std::cout);
+        return std::nullopt;
+    } catch (const CLI::ParseError& error) {
+        const std::string text = error.what();
+        throw UsageError(text.substr(0, text.find('\n')));
+    }
+    return options;
+}
+
+// The authority's certificate where the user wants it, or in a temporary file, which goes when the
+// program ends.
+class AuthorityFile {
+public:
+    AuthorityFile(const std::string& path, const std::string& pem) : path_(path) {
+        if (path_.empty()) {
+            std::string name =
+                (std::filesystem::temp_directory_path() / "morvellacinto-ca-XXXXXX").string();
+            const int descriptor = mkstemp(name.data());
+            if (descriptor >= 0) {
+                close(descriptor);
+                path_ = name;
+                isTemporary_ = true;
+            }
+        }
+        std::ofstream file(path_);
+        file << pem << std::flush;
+        if (!file) {
+            throw UsageError("the file \"" + path_.string() + "\" cannot be written");
+        }
+    }
+    AuthorityFile(const AuthorityFile&) = delete;
+    AuthorityFile& operator=(const AuthorityFile&) = delete;
+    ~AuthorityFile() {
+        if (isTemporary_) {
+            std::error_code ignored;
+            std::filesystem::remove(path_, ignored);
+        }
+    }
+
+    [[nodiscard]] std::string path() const { return std::filesystem::absolute(path_).string(); }
+
+private:
+    std::filesystem::path path_;
+    bool isTemporary_ = false;
+};
+
+std::ofstream openRecords(const std::string& path) {
+    std::ofstream file;
+    if (!path.empty()) {
+        file.open(path, std::ios::app | std::ios::binary);
+        if (!file) {
+            throw UsageError("the file \"" + path + "\" cannot be written");
+        }
+    }
+    return file;
+}
+
+std::unique_ptr<Scenario> readScenario(const std::string& path) {
+    try {
+        return std::make_unique<Scenario>(path.empty() ? Array() : tools::readArray(path));
+    } catch (const std::invalid_argument& error) {
+        throw UsageError("the file \"" + path + "\": " + error.what());
+    }
+}
+
+std::unique_ptr<httplib::SSLServer> makeServer(const Options& options,
+                                               std::unique_ptr<AuthorityFile>& authorityFile) {
+    if (!options.certificate.empty()) {
+        auto server =
+            std::make_unique<httplib::SSLServer>(options.certificate.c_str(), options.key.c_str());
+        if (!server->is_valid()) {
+            throw UsageError("the files \"" + options.certificate + "\" and \"" + options.key +
+                             "\" do not hold a certificate and its key");
+        }
+        return server;
+    }
+    const CertificateAuthority authority;
+    authorityFile = std::make_unique<AuthorityFile>(options.caOut, authority.pem());
+    const Identity identity = authority.issue("IP:127.0.0.1,IP:::1,DNS:localhost");
+    return std::make_unique<httplib::SSLServer>(identity.certificate.get(), identity.key.get());
+}
+
+// Blocks the signals that end the program, for all threads to come.
+sigset_t endingSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+void serve(const Options& options) {
+    const sigset_t signals = endingSignals();
+    std::unique_ptr<AuthorityFile> authorityFile;
+    auto server = makeServer(options, authorityFile);
+    AudienceService service(
+        std::move(server),
+        options.answer.empty() ? std::nullopt : std::optional(tools::readObject(options.answer)),
+        readScenario(options.scenario), openRecords(options.uploads));
+    const int port = service.bind(options.port);
+    std::thread([&service] { service.run(); }).detach();
+    std::cout << writeJson(
+                     Object{{"url", "https://127.0.0.1:" + std::to_string(port) + "/v5"},
+                            {"ca", authorityFile != nullptr
+                                       ? authorityFile->path()
+                                       : std::filesystem::absolute(options.certificate).string()}})
+              << std::endl;
+
+    int signal = 0;
+    sigwait(&signals, &signal);
+    authorityFile.reset();
+    // The server's threads wait for idle connections and delayed answers; what they have recorded
+    // is in its file already.
+    std::_Exit(EXIT_SUCCESS);
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    try {
+        if (const auto options = readOptions(count, arguments)) {
+            serve(*options);
+        }
+        return EXIT_SUCCESS;
+    } catch (const UsageError& error) {
+        std::cerr << error.what() << '\n';
+        return tools::wrongUsageStatus;
+    } catch (const std::exception& error) {
+        std::cerr << error.what() << '\n';
+        return EXIT_FAILURE;
+    }
+}
