@@ -5,7 +5,9 @@
 #include <openssl/crypto.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -20,7 +22,10 @@ struct Loops {
 };
 
 Loops& loops() {
-    static Loops* const loops = new Loops; // outlives exit(): other threads may still come by
+    // Never destroyed: other threads may still come by during exit(). Not on the heap, where it
+    // would be left behind each time that the library is unloaded.
+    alignas(Loops) static std::byte storage[sizeof(Loops)];
+    static Loops* const loops = new (storage) Loops;
     return *loops;
 }
 
@@ -43,8 +48,9 @@ struct ExitGuard {
 } // namespace
 
 void haltAtExit(const std::weak_ptr<TransferLoop>& loop) {
-    // Registers OpenSSL's exit handler. What is registered after it runs before it.
-    OPENSSL_init_crypto(0, nullptr);
+    // Registers OpenSSL's exit handler; what is registered after it runs before it. Asked for
+    // nothing at all, OpenSSL would not register it.
+    OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_CIPHERS, nullptr);
     static const ExitGuard guard;
     const std::lock_guard lock(loops().mutex);
     if (loops().exiting) {
