@@ -123,7 +123,7 @@ void TransferLoop::work() {
     while (!takeSubmitted(engine, idleTooLong)) {
         const bool anyEnded = engine.step();
         const auto now = Transfer::Clock::now();
-        if (!engine.isIdle()) {
+        if (anyEnded || !engine.isIdle()) {
             idleSince = now;
         }
         idleTooLong = now >= idleSince + options_.idleTime;

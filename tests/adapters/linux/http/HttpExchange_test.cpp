@@ -144,8 +144,14 @@ TEST_F(HttpExchangeTest, CookiesAreKeptBetweenSessionsOfOnePlatformOnly) {
 }
 
 TEST_F(HttpExchangeTest, ConnectionsAreReusedAndTlsSessionsResumedAfterAnIdleTime) {
-    options.idleTime = 200ms;
-    FaultServer server(tls(), {});
+    options.idleTime = 1s;
+    FaultServer server(tls(), {.onRequest = [](Connection& connection, const Request& request) {
+                           if (request.path() == "/slow") { // that long is not idle
+                               connection.pause(1200ms);
+                           }
+                           connection.write(answer(200, "{}"));
+                       }});
+    EXPECT_EQ(result(post(server.url("/slow"))).data, "{}");
     for (int upload = 0; upload < 3; ++upload) {
         EXPECT_EQ(result(post(server.url("/"))).data, "{}");
     }
