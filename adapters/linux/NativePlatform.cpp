@@ -1,6 +1,7 @@
 #include <morvellacinto/native/NativePlatform.h>
 
 #include "Diagnostics.h"
+#include "KeptValues.h"
 #include "MainQueue.h"
 #include "WorkerPool.h"
 #include "basics/NativeDeveloperLog.h"
@@ -8,14 +9,16 @@
 #include "basics/NativeSystemVersion.h"
 #include "basics/StandardError.h"
 #include "basics/SystemClock.h"
+#include "bus/Bus.h"
+#include "device/BundleIdentifier.h"
 #include "device/NativeDevice.h"
-#include "device/NativeTracking.h"
 #include "http/CurlUrlParser.h"
 #include "http/HttpTransport.h"
 #include "location/NativeLocation.h"
 #include "network/NativeNetwork.h"
 #include "settings/SqliteDefaults.h"
 #include "telephony/NativeTelephony.h"
+#include "tracking/NativeTracking.h"
 
 #include "morvellacinto/platform/AssertionHandler.h"
 
@@ -66,28 +69,55 @@ std::filesystem::path dataDirectoryOr(const std::filesystem::path& chosen) {
                                 "to an absolute path that could stand for it");
 }
 
+// The settings, made when first asked for: finding the bundle's name may open a file. Shared with
+// what may store a value late, such as the user's answer to a question.
+class Settings {
+public:
+    Settings(std::filesystem::path directory, std::function<std::optional<std::string>()> bundle,
+             Diagnostics diagnostics)
+        : directory_(std::move(directory)), bundle_(std::move(bundle)),
+          diagnostics_(std::move(diagnostics)) {}
+
+    SqliteDefaults& defaults() {
+        std::call_once(made_, [this] {
+            defaults_.emplace(directory_, bundle_().value_or(program_invocation_short_name),
+                              diagnostics_);
+        });
+        return *defaults_;
+    }
+
+private:
+    const std::filesystem::path directory_;
+    const std::function<std::optional<std::string>()> bundle_;
+    const Diagnostics diagnostics_;
+    std::once_flag made_;
+    std::optional<SqliteDefaults> defaults_;
+};
+
+KeptValues keptIn(std::shared_ptr<Settings> settings) {
+    return {[settings](std::string_view name) { return settings->defaults().adapterValue(name); },
+            [settings](std::string_view name, std::string_view text) {
+                // The store tells of a failure itself.
+                static_cast<void>(settings->defaults().setAdapterValue(name, text));
+            }};
+}
+
 } // namespace
 
 struct NativePlatform::Services {
     explicit Services(NativeOptions options)
         : diagnostics(diagnosticsTo(std::move(options.diagnostics))),
-          dataDirectory(dataDirectoryOr(options.dataDirectory)),
-          developerLog(std::move(options.developerLog)),
-          device(std::move(options.bundleIdentifier)),
+          bundle(std::move(options.bundleIdentifier)),
+          settings(std::make_shared<Settings>(dataDirectoryOr(options.dataDirectory), bundle,
+                                              diagnostics)),
+          developerLog(std::move(options.developerLog)), device(bundle, *bus, keptIn(settings)),
+          tracking(mainQueue, keptIn(settings), std::move(options.trackingQuestion)),
+          location(mainQueue, bus, {bundle, options.locationTimeout}),
           http({.trustAnchors = std::move(options.trustAnchors)}, workers) {}
 
-    // Made when first asked for: finding the bundle's name may open a file.
-    SqliteDefaults& settings() {
-        std::call_once(settingsMade, [this] {
-            defaults.emplace(dataDirectory,
-                             device.bundleIdentifier().value_or(program_invocation_short_name),
-                             diagnostics);
-        });
-        return *defaults;
-    }
-
     const Diagnostics diagnostics;
-    const std::filesystem::path dataDirectory;
+    const BundleIdentifier bundle;
+    const std::shared_ptr<Settings> settings;
     const std::shared_ptr<MainQueue> mainQueue = std::make_shared<MainQueue>();
     // Before what posts to it: it is destroyed after that.
     WorkerPool workers{[queue = mainQueue](std::exception_ptr exception) {
@@ -98,15 +128,14 @@ struct NativePlatform::Services {
     NativeDeveloperLog developerLog;
     ThrowingAssertionHandler assertionHandler;
     NativeSystemVersion systemVersion;
+    const std::shared_ptr<Bus> bus = std::make_shared<Bus>(diagnostics);
     NativeDevice device;
-    NativeTracking tracking{workers};
-    NativeTelephony telephony;
-    NativeNetwork network;
-    NativeLocation location{mainQueue};
+    NativeTracking tracking;
+    NativeTelephony telephony{*bus};
+    NativeNetwork network{*bus};
+    NativeLocation location;
     CurlUrlParser urlParser;
     HttpTransport http;
-    std::once_flag settingsMade;
-    std::optional<SqliteDefaults> defaults;
     const pid_t process = getpid();
 };
 
@@ -140,6 +169,14 @@ void NativePlatform::run() {
 
 void NativePlatform::stop() { services_->mainQueue->stop(); }
 
+void NativePlatform::resetAdvertisingIdentifier() {
+    services_->tracking.resetAdvertisingIdentifier();
+}
+
+void NativePlatform::setTrackingAuthorization(std::uint64_t status) {
+    services_->tracking.setTrackingAuthorization(status);
+}
+
 platform::Dispatch& NativePlatform::dispatch() { return services_->dispatch; }
 
 platform::Clock& NativePlatform::clock() { return services_->clock; }
@@ -152,7 +189,9 @@ platform::AssertionHandler& NativePlatform::assertionHandler() {
 
 platform::SystemVersion& NativePlatform::systemVersion() { return services_->systemVersion; }
 
-platform::UserDefaults& NativePlatform::standardUserDefaults() { return services_->settings(); }
+platform::UserDefaults& NativePlatform::standardUserDefaults() {
+    return services_->settings->defaults();
+}
 
 platform::UrlParser& NativePlatform::urlParser() { return services_->urlParser; }
 
@@ -172,18 +211,20 @@ NativePlatform::makeHttpSession(platform::HttpSessionConfiguration configuration
     return services_->http.makeSession(std::move(configuration), delegate);
 }
 
-Object NativePlatform::storedSettings() const { return services_->settings().contents(); }
+Object NativePlatform::storedSettings() const { return services_->settings->defaults().contents(); }
 
 void NativePlatform::shutdown() {
     if (getpid() != services_->process) {
         return;
     }
-    // Transfers before the workers: they hand their completions to them, and must be cancelled in
-    // time even while a worker is busy with code of the host.
+    // The bus before the workers: some may be waiting for it. Transfers before the workers: they
+    // hand their completions to them, and must be cancelled in time even while a worker is busy
+    // with code of the host.
     services_->mainQueue->shutdown();
+    services_->bus->shutdown();
     services_->http.shutdown();
     services_->workers.shutdown();
-    services_->settings().close();
+    services_->settings->defaults().close();
 }
 
 } // namespace morvellacinto::native

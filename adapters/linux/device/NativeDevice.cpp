@@ -1,17 +1,18 @@
 #include "NativeDevice.h"
 
+#include "Battery.h"
+#include "basics/KeyFile.h"
+#include "basics/VisibleText.h"
+#include "bus/Bus.h"
+
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <sys/utsname.h>
 #include <utility>
 
 namespace morvellacinto::native {
 
 namespace {
-
-// Far above what either of the files read here holds.
-constexpr std::size_t maximumLines = 1000;
 
 std::string nonEmptyVariable(std::initializer_list<const char*> names) {
     for (const char* name : names) {
@@ -21,35 +22,6 @@ std::string nonEmptyVariable(std::initializer_list<const char*> names) {
         }
     }
     return {};
-}
-
-bool isPrintableAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; });
-}
-
-std::optional<std::string> usable(std::string text) {
-    if (text.empty() || !isPrintableAscii(text)) {
-        return std::nullopt;
-    }
-    return text;
-}
-
-// The value of `key` in a file of lines KEY=VALUE; with a `section`, in that part of the file that
-// the line [section] heads.
-std::optional<std::string> readKey(const std::filesystem::path& path, std::string_view section,
-                                   std::string_view key) {
-    std::ifstream file(path);
-    bool inSection = section.empty();
-    std::string line;
-    for (std::size_t count = 0; count < maximumLines && std::getline(file, line); ++count) {
-        if (line.starts_with('[')) {
-            inSection = line == "[" + std::string(section) + "]";
-        } else if (inSection && line.starts_with(key) && line.size() > key.size() &&
-                   line[key.size()] == '=') {
-            return line.substr(key.size() + 1);
-        }
-    }
-    return std::nullopt;
 }
 
 std::string withoutQuotes(std::string text) {
@@ -80,44 +52,37 @@ std::string localeIdentifierOf(std::string_view localeName) {
     return std::string(name);
 }
 
-NativeDevice::NativeDevice(std::optional<std::string> bundle, std::filesystem::path root)
+NativeDevice::NativeDevice(BundleIdentifier bundle, Bus& bus, KeptValues kept,
+                           std::filesystem::path root)
     : locale_(localeIdentifierOf(nonEmptyVariable({"LC_ALL", "LC_MESSAGES", "LANG"}))),
-      bundle_(bundle.has_value() && !bundle->empty() ? std::move(bundle)
-                                                     : usable(nonEmptyVariable({"FLATPAK_ID"}))),
-      root_(std::move(root)) {}
+      bundle_(std::move(bundle)), root_(std::move(root)), bus_(bus),
+      vendorIdentifier_(std::move(kept)), hardwareModel_(bus, root_) {}
 
 std::optional<std::string> NativeDevice::localeIdentifier() const { return locale_; }
 
 std::optional<std::string> NativeDevice::systemVersion() const {
     for (const char* path : {"etc/os-release", "usr/lib/os-release"}) {
         if (auto value = readKey(root_ / path, "", "VERSION_ID")) {
-            if (auto version = usable(withoutQuotes(std::move(*value)))) {
+            if (auto version = asciiWord(withoutQuotes(std::move(*value)))) {
                 return version;
             }
         }
     }
     // Distributions that roll on have no version; the kernel always has one.
     const auto names = kernelNames();
-    return names ? usable(names->release) : std::nullopt;
+    return names ? asciiWord(names->release) : std::nullopt;
 }
 
-std::optional<Uuid> NativeDevice::identifierForVendor() const { return std::nullopt; }
-
-std::optional<std::string> NativeDevice::bundleIdentifier() const {
-    if (bundle_) {
-        return bundle_;
-    }
-    auto name = readKey(root_ / ".flatpak-info", "Application", "name");
-    return name ? usable(std::move(*name)) : std::nullopt;
+std::optional<Uuid> NativeDevice::identifierForVendor() const {
+    return vendorIdentifier_.of(vendorOf(bundleIdentifier().value_or(std::string())));
 }
 
-float NativeDevice::batteryLevel() const { return -1.0F; }
+std::optional<std::string> NativeDevice::bundleIdentifier() const { return bundle_(); }
 
-std::int64_t NativeDevice::batteryState() const { return 0; }
+float NativeDevice::batteryLevel() const { return readBattery(bus_).level; }
 
-std::optional<std::string> NativeDevice::hardwareMachine() const {
-    const auto names = kernelNames();
-    return names ? usable(names->machine) : std::nullopt;
-}
+std::int64_t NativeDevice::batteryState() const { return readBattery(bus_).state; }
+
+std::optional<std::string> NativeDevice::hardwareMachine() const { return hardwareModel_.text(); }
 
 } // namespace morvellacinto::native

@@ -1,5 +1,10 @@
 #pragma once
 
+#include "BundleIdentifier.h"
+#include "HardwareModel.h"
+#include "KeptValues.h"
+#include "VendorIdentifier.h"
+
 #include "morvellacinto/platform/Device.h"
 
 #include <filesystem>
@@ -13,13 +18,16 @@ namespace morvellacinto::native {
 /// gives "sv_SE"). C, POSIX and what is no locale name give "en_US_POSIX".
 [[nodiscard]] std::string localeIdentifierOf(std::string_view localeName);
 
-/// Device facts from the environment, the kernel and files of the system.
+class Bus;
+
+/// Device facts from the environment, the kernel, files of the system and services on the bus.
 class NativeDevice final : public platform::Device {
 public:
     /// Reads the environment, since the host may change it later while another thread would read
-    /// it; opens no file. `bundle` is the host's own word. `root` is the folder that the system's
-    /// files are looked up in.
-    explicit NativeDevice(std::optional<std::string> bundle, std::filesystem::path root = "/");
+    /// it; opens no file. `bus` must outlive this. `root` is the folder that the system's files
+    /// are looked up in.
+    NativeDevice(BundleIdentifier bundle, Bus& bus, KeptValues kept,
+                 std::filesystem::path root = "/");
 
     [[nodiscard]] std::optional<std::string> localeIdentifier() const override;
     [[nodiscard]] std::optional<std::string> systemVersion() const override;
@@ -31,8 +39,11 @@ public:
 
 private:
     const std::string locale_;
-    const std::optional<std::string> bundle_;
+    const BundleIdentifier bundle_;
     const std::filesystem::path root_;
+    Bus& bus_;
+    const VendorIdentifier vendorIdentifier_;
+    const HardwareModel hardwareModel_;
 };
 
 } // namespace morvellacinto::native

@@ -1,16 +1,38 @@
 #pragma once
 
+#include "InterfaceFacts.h"
+#include "WifiNetworks.h"
+
 #include "morvellacinto/platform/Network.h"
+
+#include <filesystem>
 
 namespace morvellacinto::native {
 
-/// A network about which nothing is known: this adapter has no source for it.
+class Bus;
+class Routes;
+
+/// Reachability from the kernel's routes, Wi-Fi from NetworkManager.
 class NativeNetwork final : public platform::Network {
 public:
+    /// `bus` must outlive this; `sysfs` is where the kernel's files are.
+    explicit NativeNetwork(Bus& bus, std::filesystem::path sysfs = "/sys");
+
+    /// Of the way to the Internet by IPv4, or by IPv6 where there is none. `reachable` and, on a
+    /// mobile network, `isWwan`; `connectionRequired` too while the interface waits to be let in.
+    /// A tunnel counts as what the best other default route goes by. Routes of Linux neither dial
+    /// nor wait for the user, so the other bits stay clear.
     [[nodiscard]] std::optional<std::uint32_t> defaultRouteFlags() const override;
     [[nodiscard]] std::optional<std::vector<std::string>> supportedInterfaces() const override;
     [[nodiscard]] std::optional<platform::WifiNetwork>
     currentNetworkInfo(const std::string& interface) const override;
+
+private:
+    [[nodiscard]] std::uint32_t flagsOf(Routes& routes, int family) const;
+    [[nodiscard]] bool leadsOverCellular(Routes& routes, const std::string& interface) const;
+
+    const WifiNetworks wifi_;
+    const InterfaceFacts interfaces_;
 };
 
 } // namespace morvellacinto::native

@@ -2,12 +2,30 @@
 
 #include "morvellacinto/platform/Telephony.h"
 
+#include <cstdint>
+
 namespace morvellacinto::native {
 
-/// A device without telephony: this adapter has no source for it.
+class Bus;
+
+/// The name of the newest radio technology in a set of ModemManager's access technology bits, such
+/// as "LTE"; null when it names none.
+[[nodiscard]] const char* nameOfTechnology(std::uint32_t accessTechnologies);
+
+/// Telephony by ModemManager: each modem is a service, in the order of their numbers.
+///
+/// A carrier is the one that the SIM names. A SIM that holds no name takes it from the network that
+/// it is registered with, if that is its own; without a SIM to read, the carrier is that network.
 class NativeTelephony final : public platform::Telephony {
 public:
+    /// `bus` must outlive the objects that `makeInfo` gives.
+    explicit NativeTelephony(Bus& bus);
+
+    /// An object asks the bus once, at the first question; it waits for at most two time-outs.
     [[nodiscard]] std::unique_ptr<platform::TelephonyInfo> makeInfo() const override;
+
+private:
+    Bus& bus_;
 };
 
 } // namespace morvellacinto::native

@@ -1,3 +1,4 @@
+#include "bus/Bus.h"
 #include "device/NativeDevice.h"
 
 #include <gtest/gtest.h>
@@ -33,6 +34,15 @@ private:
     std::filesystem::path path_;
 };
 
+// Facts that come from no service.
+struct DeviceIn {
+    explicit DeviceIn(std::optional<std::string> bundle, const std::filesystem::path& root = "/")
+        : device(BundleIdentifier(std::move(bundle), root), bus, {}, root) {}
+
+    Bus bus{[](std::string_view) {}};
+    NativeDevice device;
+};
+
 std::string kernelRelease() {
     utsname names{};
     uname(&names);
@@ -63,19 +73,20 @@ TEST(NativeDevice, TakesTheFirstLocaleVariableThatIsNotEmpty) {
     setenv("LC_ALL", "", 1);
     setenv("LC_MESSAGES", "nb_NO.UTF-8", 1);
     setenv("LANG", "sv_SE.UTF-8", 1);
-    EXPECT_EQ(NativeDevice({}).localeIdentifier(), "nb_NO");
+    EXPECT_EQ(DeviceIn({}).device.localeIdentifier(), "nb_NO");
     setenv("LC_ALL", "fi_FI", 1);
-    EXPECT_EQ(NativeDevice({}).localeIdentifier(), "fi_FI");
+    EXPECT_EQ(DeviceIn({}).device.localeIdentifier(), "fi_FI");
     unsetenv("LC_ALL");
     unsetenv("LC_MESSAGES");
-    EXPECT_EQ(NativeDevice({}).localeIdentifier(), "sv_SE");
+    EXPECT_EQ(DeviceIn({}).device.localeIdentifier(), "sv_SE");
     unsetenv("LANG");
-    EXPECT_EQ(NativeDevice({}).localeIdentifier(), "en_US_POSIX");
+    EXPECT_EQ(DeviceIn({}).device.localeIdentifier(), "en_US_POSIX");
 }
 
 TEST(NativeDevice, ReadsTheSystemsVersionAndFallsBackOnTheKernels) {
     const Root root;
-    const NativeDevice device({}, root.path());
+    const DeviceIn in({}, root.path());
+    const NativeDevice& device = in.device;
     EXPECT_EQ(device.systemVersion(), kernelRelease()) << "no file at all";
     root.write("usr/lib/os-release", "NAME=\"Some\"\nVERSION_ID=\"12\"\n");
     EXPECT_EQ(device.systemVersion(), "12");
@@ -89,14 +100,15 @@ TEST(NativeDevice, ReadsTheSystemsVersionAndFallsBackOnTheKernels) {
 TEST(NativeDevice, TakesTheBundleFromTheHostThenFromFlatpak) {
     const Root root;
     unsetenv("FLATPAK_ID");
-    EXPECT_EQ(NativeDevice({}, root.path()).bundleIdentifier(), std::nullopt);
+    EXPECT_EQ(DeviceIn({}, root.path()).device.bundleIdentifier(), std::nullopt);
     root.write(".flatpak-info", "name=wrong\n[Application]\nruntime=a\nname=org.example.File\n"
                                 "[Instance]\nname=org.example.Wrong\n");
-    EXPECT_EQ(NativeDevice({}, root.path()).bundleIdentifier(), "org.example.File");
-    EXPECT_EQ(NativeDevice("", root.path()).bundleIdentifier(), "org.example.File");
+    EXPECT_EQ(DeviceIn({}, root.path()).device.bundleIdentifier(), "org.example.File");
+    EXPECT_EQ(DeviceIn("", root.path()).device.bundleIdentifier(), "org.example.File");
     setenv("FLATPAK_ID", "org.example.Variable", 1);
-    EXPECT_EQ(NativeDevice({}, root.path()).bundleIdentifier(), "org.example.Variable");
-    EXPECT_EQ(NativeDevice("com.example.host", root.path()).bundleIdentifier(), "com.example.host");
+    EXPECT_EQ(DeviceIn({}, root.path()).device.bundleIdentifier(), "org.example.Variable");
+    EXPECT_EQ(DeviceIn("com.example.host", root.path()).device.bundleIdentifier(),
+              "com.example.host");
 }
 
 } // namespace

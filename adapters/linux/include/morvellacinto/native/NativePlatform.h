@@ -3,6 +3,8 @@
 #include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/platform/Platform.h"
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -35,6 +37,16 @@ struct NativeOptions {
     /// Both functions are called on any thread, also on several at once, with no lock held; what
     /// they throw is swallowed.
     std::function<void(std::string_view)> diagnostics;
+
+    /// Asks the user whether they may be tracked and, once, on any thread, hands over the answer: a
+    /// `platform::TrackingAuthorization` other than 0. Called on the main queue, when the library
+    /// is told to ask and the user has not answered in this or an earlier run. Absent: the answer
+    /// is that tracking is denied.
+    std::function<void(std::function<void(std::uint64_t status)> answer)> trackingQuestion =
+        nullptr;
+
+    /// How long a location update waits for its first fix before it fails.
+    std::chrono::milliseconds locationTimeout = std::chrono::seconds(30);
 };
 
 /// The library's platform on a Linux phone.
@@ -76,6 +88,13 @@ public:
     /// Makes `run` return once the block that it is running has ended; what waits stays queued.
     /// With no `run` under way, the next one returns at once. Not for signal handlers.
     void stop();
+
+    /// Gives the user another advertising identifier, for a host that offers them that.
+    void resetAdvertisingIdentifier();
+    /// Records that the user changed their mind about being tracked: a
+    /// `platform::TrackingAuthorization`, 0 to have them asked again. Throws std::invalid_argument
+    /// for any other number.
+    void setTrackingAuthorization(std::uint64_t status);
 
     [[nodiscard]] platform::Dispatch& dispatch() override;
     [[nodiscard]] platform::Clock& clock() override;

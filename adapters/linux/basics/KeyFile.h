@@ -1,0 +1,18 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace morvellacinto::native {
+
+/// The value of `key` in a file of lines KEY=VALUE, as it stands there; with a `section`, in that
+/// part of the file that the line [section] heads. Nothing when there is no such line or file.
+[[nodiscard]] std::optional<std::string> readKey(const std::filesystem::path& path,
+                                                 std::string_view section, std::string_view key);
+
+/// Whether there is a file or folder of that name that this process may see.
+[[nodiscard]] bool fileExists(const std::filesystem::path& path);
+
+} // namespace morvellacinto::native

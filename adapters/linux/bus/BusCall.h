@@ -1,0 +1,54 @@
+#pragma once
+
+#include "morvellacinto/foundation/Value.h"
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <string_view>
+
+struct sd_bus_message;
+
+namespace morvellacinto::native {
+
+/// What a call may take unless it says otherwise.
+inline constexpr std::chrono::milliseconds busCallTimeout(200);
+
+/// Names of errors that calls end with besides those of the services.
+namespace BusError {
+inline constexpr std::string_view accessDenied = "org.freedesktop.DBus.Error.AccessDenied";
+inline constexpr std::string_view disconnected = "org.freedesktop.DBus.Error.Disconnected";
+inline constexpr std::string_view noReply = "org.freedesktop.DBus.Error.NoReply";
+inline constexpr std::string_view serviceUnknown = "org.freedesktop.DBus.Error.ServiceUnknown";
+inline constexpr std::string_view unknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
+} // namespace BusError
+
+/// A method call on the system bus.
+struct BusCall {
+    std::string destination;
+    std::string path;
+    std::string interface;
+    std::string member;
+    /// Appends the arguments, on the bus's thread; gives a negative errno when that fails. Empty:
+    /// there are none.
+    std::function<int(sd_bus_message*)> arguments;
+    std::chrono::milliseconds timeout = busCallTimeout;
+};
+
+/// What came of a call.
+struct BusReply {
+    Array body;
+    /// The D-Bus name of the error; empty when the call succeeded.
+    std::string errorName;
+    std::string errorMessage;
+
+    [[nodiscard]] bool succeeded() const noexcept { return errorName.empty(); }
+};
+
+/// The call that reads all properties of one interface of an object.
+[[nodiscard]] BusCall readProperties(std::string destination, std::string path,
+                                     std::string_view interface);
+/// The properties that came back, or none at all.
+[[nodiscard]] Object propertiesIn(const BusReply& reply);
+
+} // namespace morvellacinto::native

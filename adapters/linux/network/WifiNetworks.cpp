@@ -1,0 +1,80 @@
+#include "WifiNetworks.h"
+
+#include "basics/VisibleText.h"
+#include "bus/Bus.h"
+#include "bus/BusValues.h"
+
+#include <systemd/sd-bus.h>
+
+namespace morvellacinto::native {
+
+namespace {
+
+constexpr const char* serviceName = "org.freedesktop.NetworkManager";
+constexpr const char* managerPath = "/org/freedesktop/NetworkManager";
+constexpr const char* deviceInterface = "org.freedesktop.NetworkManager.Device";
+constexpr const char* wirelessInterface = "org.freedesktop.NetworkManager.Device.Wireless";
+constexpr const char* accessPointInterface = "org.freedesktop.NetworkManager.AccessPoint";
+constexpr std::int64_t wifiDevice = 2;
+
+// An access point's name is bytes of no certain encoding.
+std::optional<std::string> networkName(const Object& accessPoint) {
+    const Value* name = accessPoint.find("Ssid");
+    if (name == nullptr || name->kind() != Value::Kind::bytes || name->asBytes().empty()) {
+        return std::nullopt;
+    }
+    const auto bytes = name->asBytes();
+    return visibleText({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+} // namespace
+
+WifiNetworks::WifiNetworks(Bus& bus) : bus_(bus) {}
+
+std::optional<std::vector<std::string>> WifiNetworks::interfaces() const {
+    const BusReply devices = bus_.call({serviceName, managerPath, serviceName, "GetDevices", {}});
+    const Array* paths = devices.body.empty() ? nullptr : devices.body[0].ifArray();
+    if (paths == nullptr) {
+        return std::nullopt;
+    }
+    std::vector<BusCall> calls;
+    for (const Value& path : *paths) {
+        if (path.isString()) {
+            calls.push_back(
+                readProperties(serviceName, std::string(path.asString()), deviceInterface));
+        }
+    }
+    std::vector<std::string> names;
+    for (const BusReply& reply : bus_.callAll(calls)) {
+        const Object device = propertiesIn(reply);
+        const auto name = nonEmptyMember(device, "Interface");
+        if (name && integerMember(device, "DeviceType") == wifiDevice) {
+            names.push_back(*name);
+        }
+    }
+    return names.empty() ? std::nullopt : std::optional(std::move(names));
+}
+
+std::optional<platform::WifiNetwork> WifiNetworks::networkOf(const std::string& interface) const {
+    const BusReply device =
+        bus_.call({serviceName, managerPath, serviceName, "GetDeviceByIpIface",
+                   [interface](sd_bus_message* message) {
+                       return sd_bus_message_append_basic(message, 's', interface.c_str());
+                   }});
+    if (device.body.empty() || !device.body[0].isString()) {
+        return std::nullopt;
+    }
+    const std::string path(device.body[0].asString());
+    const Object wireless =
+        propertiesIn(bus_.call(readProperties(serviceName, path, wirelessInterface)));
+    const auto accessPointPath = pathMember(wireless, "ActiveAccessPoint");
+    if (!accessPointPath) {
+        return std::nullopt;
+    }
+    const Object accessPoint = propertiesIn(
+        bus_.call(readProperties(serviceName, *accessPointPath, accessPointInterface)));
+    return platform::WifiNetwork{networkName(accessPoint),
+                                 nonEmptyMember(accessPoint, "HwAddress")};
+}
+
+} // namespace morvellacinto::native
