@@ -14,6 +14,10 @@
 
 namespace morvellacinto::native {
 
+namespace {
+const void* failedAttachment() { return reinterpret_cast<void*>(-1); }
+} // namespace
+
 struct ChangeSignal::Segment {
     std::uint64_t nonce;
     std::atomic<std::uint64_t> changes;
@@ -54,30 +58,37 @@ struct ChangeSignal::Record {
     }
 };
 
-std::shared_ptr<ChangeSignal> ChangeSignal::attach(const FileLock& lock) {
-    static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
-    const std::uint64_t ipc = Record::thisNamespace();
-    Record::Table table = Record::readTable(lock.descriptor());
-    const std::optional<std::size_t> known = Record::find(table, ipc);
-    void* const failed = reinterpret_cast<void*>(-1);
-
-    if (known) {
-        const auto identifier = static_cast<int>(table[*known].identifier);
-        shmid_ds status{};
-        // Identifiers are used again in time: a segment of others must not be mistaken for ours.
-        if (shmctl(identifier, IPC_STAT, &status) == 0 && status.shm_perm.uid == geteuid() &&
-            status.shm_segsz == sizeof(Segment)) {
-            if (void* memory = shmat(identifier, nullptr, 0); memory != failed) {
-                auto* segment = static_cast<Segment*>(memory);
-                if (segment->nonce == table[*known].nonce) {
-                    return std::shared_ptr<ChangeSignal>(new ChangeSignal(segment, table[*known]));
-                }
-                shmdt(memory);
-            }
-        }
+std::shared_ptr<ChangeSignal> ChangeSignal::find(const FileLock& lock) {
+    const Record::Table table = Record::readTable(lock.descriptor());
+    const std::optional<std::size_t> known = Record::find(table, Record::thisNamespace());
+    if (!known) {
+        return nullptr;
     }
+    const auto identifier = static_cast<int>(table[*known].identifier);
+    shmid_ds status{};
+    // Identifiers are used again in time: a segment of others must not be mistaken for ours.
+    if (shmctl(identifier, IPC_STAT, &status) != 0 || status.shm_perm.uid != geteuid() ||
+        status.shm_segsz != sizeof(Segment)) {
+        return nullptr;
+    }
+    void* memory = shmat(identifier, nullptr, 0);
+    if (memory == failedAttachment()) {
+        return nullptr;
+    }
+    auto* segment = static_cast<Segment*>(memory);
+    if (segment->nonce != table[*known].nonce) {
+        shmdt(memory);
+        return nullptr;
+    }
+    return std::shared_ptr<ChangeSignal>(new ChangeSignal(segment, table[*known]));
+}
 
-    Record record{ipc, 0, 0};
+std::shared_ptr<ChangeSignal> ChangeSignal::findOrMake(const FileLock& lock) {
+    static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+    if (std::shared_ptr<ChangeSignal> found = find(lock)) {
+        return found;
+    }
+    Record record{Record::thisNamespace(), 0, 0};
     if (getrandom(&record.nonce, sizeof record.nonce, 0) !=
         static_cast<ssize_t>(sizeof record.nonce)) {
         return nullptr;
@@ -88,19 +99,20 @@ std::shared_ptr<ChangeSignal> ChangeSignal::attach(const FileLock& lock) {
     }
     void* memory = shmat(identifier, nullptr, 0);
     shmctl(identifier, IPC_RMID, nullptr);
-    if (memory == failed) {
+    if (memory == failedAttachment()) {
         return nullptr;
     }
     record.identifier = identifier;
     auto* segment = new (memory) Segment{record.nonce, {0}};
-    std::shared_ptr<ChangeSignal> signal(new ChangeSignal(segment, record));
-    // Of namespaces that are gone nothing is known: a full table loses its first record.
-    const std::size_t place = known.value_or(Record::find(table, 0).value_or(0));
-    table[place] = record;
+    std::shared_ptr<ChangeSignal> made(new ChangeSignal(segment, record));
+    Record::Table table = Record::readTable(lock.descriptor());
+    // A full table loses its first record: which namespaces are gone cannot be told.
+    table[Record::find(table, record.ipcNamespace).value_or(Record::find(table, 0).value_or(0))] =
+        record;
     if (pwrite(lock.descriptor(), &table, sizeof table, 0) != static_cast<ssize_t>(sizeof table)) {
         return nullptr;
     }
-    return signal;
+    return made;
 }
 
 ChangeSignal::~ChangeSignal() { shmdt(segment_); }

@@ -17,9 +17,11 @@ class FileLock;
 /// in the lock file. Raising and reading may be done on any thread.
 class ChangeSignal {
 public:
-    /// The signal that the record in the locked file names, or a new one when there is none; null
-    /// when the system offers none.
-    [[nodiscard]] static std::shared_ptr<ChangeSignal> attach(const FileLock& lock);
+    /// The signal that the record in the lock file names, or null.
+    [[nodiscard]] static std::shared_ptr<ChangeSignal> find(const FileLock& lock);
+    /// The same, or a new one with its record; null when the system offers none. The lock must be
+    /// exclusive.
+    [[nodiscard]] static std::shared_ptr<ChangeSignal> findOrMake(const FileLock& lock);
     ChangeSignal(const ChangeSignal&) = delete;
     ChangeSignal& operator=(const ChangeSignal&) = delete;
     ~ChangeSignal();

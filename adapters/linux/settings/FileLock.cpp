@@ -13,7 +13,7 @@ namespace morvellacinto::native {
 
 namespace {
 
-// Short beside a commit: what holds the lock mostly is one.
+// Short beside what the lock is held for, which takes some flushes to disk.
 constexpr std::chrono::microseconds pause(300);
 
 int openLockFile(const std::filesystem::path& file) {
@@ -34,11 +34,12 @@ bool isNamed(int descriptor, const std::filesystem::path& file) {
 
 } // namespace
 
-FileLock::FileLock(const std::filesystem::path& file, std::chrono::milliseconds patience)
+FileLock::FileLock(const std::filesystem::path& file, Kind kind, std::chrono::milliseconds patience)
     : descriptor_(openLockFile(file)) {
+    const int operation = (kind == Kind::shared ? LOCK_SH : LOCK_EX) | LOCK_NB;
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (true) {
-        if (flock(descriptor_, LOCK_EX | LOCK_NB) == 0) {
+        if (flock(descriptor_, operation) == 0) {
             if (isNamed(descriptor_, file)) {
                 return;
             }
@@ -58,6 +59,9 @@ FileLock::FileLock(const std::filesystem::path& file, std::chrono::milliseconds 
 }
 
 FileLock::~FileLock() {
+    if (descriptor_ < 0) {
+        return;
+    }
     // Unlocked by name: a child made by fork() meanwhile shares the lock, and keeps it on close.
     flock(descriptor_, LOCK_UN);
     ::close(descriptor_);

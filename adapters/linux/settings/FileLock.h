@@ -2,18 +2,21 @@
 
 #include <chrono>
 #include <filesystem>
+#include <utility>
 
 namespace morvellacinto::native {
 
-/// An exclusive lock among processes, and among the threads of one, held while it lives. Freed by
-/// the system when the process dies.
+/// A lock on a file among processes, and among the threads of one, held while it lives: by one
+/// alone, or shared by those who do not mind each other. Freed by the system when the process dies.
 class FileLock {
 public:
+    enum class Kind { shared, exclusive };
+
     /// Makes the file when it is missing. Throws std::system_error: std::errc::timed_out when
-    /// others hold the lock for longer than `patience`, else why the file cannot be opened.
-    FileLock(const std::filesystem::path& file, std::chrono::milliseconds patience);
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
+    /// others hold the lock for longer than `patience`, else why the file cannot be locked.
+    FileLock(const std::filesystem::path& file, Kind kind, std::chrono::milliseconds patience);
+    FileLock(FileLock&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileLock& operator=(FileLock&&) = delete;
     ~FileLock();
 
     /// The open lock file, readable and writable.

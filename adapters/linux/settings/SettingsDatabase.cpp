@@ -20,8 +20,8 @@ constexpr std::int64_t applicationId = 0x4D564331;
 constexpr std::int64_t layoutVersion = 1;
 
 constexpr std::chrono::microseconds firstBusyPause(100);
-constexpr std::chrono::microseconds longestBusyPause(5000);
-constexpr int mostBusyPauses = 1000; // about 5 seconds
+constexpr std::chrono::microseconds longestBusyPause(1000);
+constexpr int mostBusyPauses = 5000; // about 5 seconds
 
 // Keys are blobs: compared byte by byte, and whatever bytes a damaged file has read back as such.
 constexpr const char* createTable = "CREATE TABLE entry (space INTEGER NOT NULL, key BLOB NOT NULL,"
@@ -34,7 +34,7 @@ int waitWhileBusy(void* /*context*/, int calls) {
         return 0;
     }
     std::this_thread::sleep_for(
-        std::min(firstBusyPause * (1 << std::min(calls, 6)), longestBusyPause));
+        std::min(firstBusyPause * (1 << std::min(calls, 4)), longestBusyPause));
     return 1;
 }
 
@@ -108,7 +108,7 @@ void SettingsDatabase::Closer::operator()(sqlite3* connection) const noexcept {
     sqlite3_close(connection);
 }
 
-SettingsDatabase::SettingsDatabase(const std::filesystem::path& file) : file_(file) {
+SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Layout layout) : file_(file) {
     sqlite3* opened = nullptr;
     const int result = sqlite3_open_v2(file.c_str(), &opened,
                                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX |
@@ -126,7 +126,7 @@ SettingsDatabase::SettingsDatabase(const std::filesystem::path& file) : file_(fi
     run("PRAGMA cell_size_check = ON");
 
     const std::int64_t version = queryNumber("PRAGMA user_version");
-    if (version == 0) {
+    if (version == 0 && layout == Layout::mayBeMade) {
         createLayout();
     } else if (version != layoutVersion || queryNumber("PRAGMA application_id") != applicationId) {
         throw DamageError(file_.string() + " is no settings database");

@@ -46,9 +46,11 @@ public:
         std::shared_ptr<const std::string> blob; ///< null removes
     };
 
-    /// Opens an existing file; an empty one becomes a settings database. The caller keeps others
-    /// from doing the same or replacing the file meanwhile.
-    explicit SettingsDatabase(const std::filesystem::path& file);
+    enum class Layout { mustBeThere, mayBeMade };
+
+    /// Opens an existing file. An empty one becomes a settings database when that may be; the
+    /// caller then keeps others from doing the same, and in any case from replacing the file.
+    SettingsDatabase(const std::filesystem::path& file, Layout layout);
     SettingsDatabase(const SettingsDatabase&) = delete;
     SettingsDatabase& operator=(const SettingsDatabase&) = delete;
     ~SettingsDatabase();

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <ctime>
 #include <map>
@@ -31,6 +32,7 @@ constexpr Milliseconds lookInterval(100);
 constexpr Milliseconds retryInterval(1000);
 constexpr Milliseconds flushPatience(5000);
 constexpr Milliseconds readPatience(500);
+constexpr Milliseconds alonePatience(10);
 
 // The kernel's tick, a few milliseconds wide, at a quarter of the price of the exact time.
 Milliseconds coarseNow() {
@@ -123,13 +125,19 @@ private:
     [[nodiscard]] Pending pendingChanges() const;
     void committed(const Pending& pending, std::int64_t stamp);
 
-    [[nodiscard]] FileLock lockFiles(Milliseconds patience) const;
-    void ensureOpen(Connection& connection, const FileLock& lock, Report& report);
+    [[nodiscard]] FileLock lockFiles(FileLock::Kind kind, Milliseconds patience) const;
+    [[nodiscard]] FileLock open(Connection& connection, Milliseconds patience, Report& report);
+    [[nodiscard]] bool isOpen(Connection& connection, const FileLock& lock);
+    void make(Connection& connection, const FileLock& lock, Report& report);
+    void replaceDamaged(Connection& connection, const DamageError& damage, Milliseconds patience,
+                        Report& report);
     void beginAnew(Connection& connection, const char* reason, Report& report);
+    void useSignal(std::shared_ptr<ChangeSignal> found);
     [[nodiscard]] std::vector<SettingsDatabase::Change> knownValues() const;
     [[nodiscard]] std::shared_ptr<ChangeSignal> currentSignal() const;
 
     Failures failures;
+    std::atomic<bool> noSignal = false; // the system offers none
 
     std::mutex writing;
     Connection writer;
@@ -205,17 +213,19 @@ void SqliteDefaults::State::set(Space space, std::string_view key, Value value) 
 }
 
 void SqliteDefaults::State::remove(Space space, std::string_view key) {
-    if (!value(space, key)) {
-        return;
-    }
+    static_cast<void>(value(space, key)); // sees to it that memory is current
     std::optional<Value> removed;
     const std::unique_lock lock(memory);
-    const auto entry = entriesOf(space).find(key);
-    if (entry != entriesOf(space).end() && entry->second.value) {
-        entry->second.value.swap(removed);
-        entry->second.blob.reset();
-        entry->second.change = ++changes;
+    Entries& all = entriesOf(space);
+    auto entry = all.find(key);
+    if (entry == all.end() && cannotRead && !closed) {
+        entry = all.try_emplace(std::string(key)).first; // for all we know there is one on disk
+    } else if (entry == all.end() || !entry->second.value) {
+        return;
     }
+    entry->second.value.swap(removed);
+    entry->second.blob.reset();
+    entry->second.change = ++changes;
 }
 
 bool SqliteDefaults::State::synchronize() {
@@ -287,9 +297,7 @@ void SqliteDefaults::State::readChanges(Report& report) {
     const std::shared_ptr<ChangeSignal> known = currentSignal();
     if (reader == nullptr || reader->wasMoved() ||
         (known != nullptr && !known->isNamedIn(files.lock()))) {
-        const FileLock lock = lockFiles(readPatience);
-        reader.reset();
-        ensureOpen(reader, lock, report);
+        static_cast<void>(open(reader, readPatience, report));
         readVersion = -1;
     }
     bool damagedBefore = false;
@@ -317,12 +325,7 @@ void SqliteDefaults::State::readChanges(Report& report) {
             if (std::exchange(damagedBefore, true)) {
                 throw;
             }
-            const FileLock lock = lockFiles(readPatience);
-            if (reader->wasMoved()) {
-                ensureOpen(reader, lock, report);
-            } else {
-                beginAnew(reader, damage.what(), report);
-            }
+            replaceDamaged(reader, damage, readPatience, report);
             readVersion = -1;
         }
         if (applied) {
@@ -397,17 +400,17 @@ bool SqliteDefaults::State::flush(Report& report) {
     if (pending.changes.empty()) {
         return true;
     }
+    const auto write = [&] {
+        const FileLock lock = open(writer, flushPatience, report);
+        return writer->write(pending.changes);
+    };
     try {
         std::int64_t stamp = 0;
-        {
-            const FileLock lock = lockFiles(flushPatience);
-            ensureOpen(writer, lock, report);
-            try {
-                stamp = writer->write(pending.changes);
-            } catch (const DamageError& damage) {
-                beginAnew(writer, damage.what(), report);
-                stamp = writer->write(pending.changes);
-            }
+        try {
+            stamp = write();
+        } catch (const DamageError& damage) {
+            replaceDamaged(writer, damage, flushPatience, report);
+            stamp = write();
         }
         committed(pending, stamp);
         failures.ended(Failures::writing);
@@ -462,37 +465,94 @@ void SqliteDefaults::State::committed(const Pending& pending, std::int64_t stamp
     }
 }
 
-FileLock SqliteDefaults::State::lockFiles(Milliseconds patience) const {
+FileLock SqliteDefaults::State::lockFiles(FileLock::Kind kind, Milliseconds patience) const {
     try {
-        return FileLock(files.lock(), patience);
+        return FileLock(files.lock(), kind, patience);
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::no_such_file_or_directory) {
             throw;
         }
     }
     files.createDirectory();
-    return FileLock(files.lock(), patience);
+    return FileLock(files.lock(), kind, patience);
 }
 
-// Opens the database unless the connection is to the one that bears the name now, and sees to it
-// that the signal is the one that newcomers find.
-void SqliteDefaults::State::ensureOpen(Connection& connection, const FileLock& lock,
-                                       Report& report) {
+// Connects to the database that bears the name now, and to the signal that newcomers find. While
+// the lock that it returns is held, the database is not replaced.
+FileLock SqliteDefaults::State::open(Connection& connection, Milliseconds patience,
+                                     Report& report) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    for (int made = 0; made < 4;) {
+        {
+            FileLock lock = lockFiles(FileLock::Kind::shared, patience);
+            if (isOpen(connection, lock)) {
+                return lock;
+            }
+        }
+        // While this waits to be alone, others may make what is missing.
+        try {
+            make(connection, lockFiles(FileLock::Kind::exclusive, alonePatience), report);
+            ++made;
+        } catch (const std::system_error& error) {
+            if (error.code() != std::errc::timed_out ||
+                std::chrono::steady_clock::now() >= deadline) {
+                throw;
+            }
+        }
+    }
+    throw std::runtime_error("the settings in " + files.database().string() +
+                             " are replaced time and again");
+}
+
+// Whether everything that the connection needs is there.
+bool SqliteDefaults::State::isOpen(Connection& connection, const FileLock& lock) {
     const std::shared_ptr<ChangeSignal> known = currentSignal();
     if (known == nullptr || !known->isNamedIn(lock)) {
-        std::shared_ptr<ChangeSignal> found = ChangeSignal::attach(lock);
-        const std::unique_lock noReading(memory);
-        signal.swap(found);
-        nextLook = Milliseconds(0);
+        std::shared_ptr<ChangeSignal> found = ChangeSignal::find(lock);
+        if (found == nullptr && !noSignal) {
+            return false;
+        }
+        useSignal(std::move(found));
     }
     if (connection != nullptr && !connection->wasMoved()) {
-        return;
+        return true;
+    }
+    connection.reset();
+    if (!std::filesystem::exists(files.database())) {
+        return false;
+    }
+    try {
+        connection = std::make_unique<SettingsDatabase>(files.database(),
+                                                        SettingsDatabase::Layout::mustBeThere);
+    } catch (const DamageError&) {
+        return false; // met again when nobody else is about
+    }
+    return true;
+}
+
+// With the lock to itself, makes whatever the connection needs.
+void SqliteDefaults::State::make(Connection& connection, const FileLock& lock, Report& report) {
+    std::shared_ptr<ChangeSignal> signalOfAll = ChangeSignal::findOrMake(lock);
+    noSignal = signalOfAll == nullptr;
+    const std::shared_ptr<ChangeSignal> known = currentSignal();
+    if (known == nullptr || !known->isNamedIn(lock)) {
+        useSignal(std::move(signalOfAll));
     }
     connection.reset();
     files.createDatabase();
     try {
-        connection = std::make_unique<SettingsDatabase>(files.database());
+        connection = std::make_unique<SettingsDatabase>(files.database(),
+                                                        SettingsDatabase::Layout::mayBeMade);
     } catch (const DamageError& damage) {
+        beginAnew(connection, damage.what(), report);
+    }
+}
+
+// For a connection that has met damage, unless others have replaced its database already.
+void SqliteDefaults::State::replaceDamaged(Connection& connection, const DamageError& damage,
+                                           Milliseconds patience, Report& report) {
+    const FileLock lock = lockFiles(FileLock::Kind::exclusive, patience);
+    if (connection != nullptr && !connection->wasMoved()) {
         beginAnew(connection, damage.what(), report);
     }
 }
@@ -517,7 +577,8 @@ void SqliteDefaults::State::beginAnew(Connection& connection, const char* reason
     }
     const std::filesystem::path aside = files.setAside();
     files.createDatabase();
-    connection = std::make_unique<SettingsDatabase>(files.database());
+    connection =
+        std::make_unique<SettingsDatabase>(files.database(), SettingsDatabase::Layout::mayBeMade);
     const std::vector<SettingsDatabase::Change> known = knownValues();
     connection->write(known);
     report.push_back("the settings database was damaged and is now " + aside.string() +
@@ -540,6 +601,12 @@ std::vector<SettingsDatabase::Change> SqliteDefaults::State::knownValues() const
         }
     }
     return known;
+}
+
+void SqliteDefaults::State::useSignal(std::shared_ptr<ChangeSignal> found) {
+    const std::unique_lock lock(memory);
+    signal.swap(found); // the earlier one is let go of without the lock
+    nextLook = Milliseconds(0);
 }
 
 std::shared_ptr<ChangeSignal> SqliteDefaults::State::currentSignal() const {

@@ -1,6 +1,6 @@
 #include "ValueBlob.h"
 
-#include <array>
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <span>
@@ -12,7 +12,7 @@ namespace morvellacinto::native {
 
 namespace {
 
-constexpr char blobVersion = 1;
+constexpr unsigned char blobVersion = 1;
 constexpr std::size_t longestVarint = 10;
 
 // Stored: never renumber.
@@ -32,46 +32,65 @@ enum class Mark : unsigned char {
 
 class Writer {
 public:
-    Writer() { blob_.push_back(blobVersion); }
+    void byte(unsigned char byte) {
+        makeRoom(1);
+        put(byte);
+    }
 
-    void mark(Mark mark) { blob_.push_back(static_cast<char>(mark)); }
+    void mark(Mark mark) { byte(static_cast<unsigned char>(mark)); }
 
     void varint(std::uint64_t number) {
-        std::array<char, longestVarint> buffer;
-        std::size_t length = 0;
-        for (; number >= 0x80; number >>= 7U) {
-            buffer[length++] = static_cast<char>(number | 0x80U);
-        }
-        buffer[length++] = static_cast<char>(number);
-        raw({buffer.data(), length});
+        makeRoom(longestVarint);
+        putVarint(number);
     }
 
     template <class Bits>
     void fixed(Bits bits) {
-        std::array<char, sizeof bits> buffer;
-        for (std::size_t index = 0; index < buffer.size(); ++index) {
-            buffer[index] = static_cast<char>(bits >> (8U * index));
+        makeRoom(sizeof bits);
+        for (std::size_t index = 0; index < sizeof bits; ++index) {
+            put(static_cast<unsigned char>(bits >> (8U * index)));
         }
-        raw({buffer.data(), buffer.size()});
     }
 
     void text(std::string_view text) {
-        varint(text.size());
-        raw(text);
+        makeRoom(longestVarint + text.size());
+        putVarint(text.size());
+        text.copy(blob_.data() + used_, text.size());
+        used_ += text.size();
     }
 
-    [[nodiscard]] std::string take() { return std::move(blob_); }
+    [[nodiscard]] std::string take() {
+        blob_.resize(used_);
+        return std::move(blob_);
+    }
 
 private:
-    void raw(std::string_view bytes) {
-        if (bytes.size() > maximumBlobBytes || blob_.size() > maximumBlobBytes - bytes.size()) {
+    void makeRoom(std::size_t bytes) {
+        if (bytes > blob_.size() - used_) {
+            grow(bytes);
+        }
+    }
+
+    void grow(std::size_t bytes) {
+        if (bytes > maximumBlobBytes || used_ > maximumBlobBytes - bytes) {
             throw std::invalid_argument("a stored value cannot take more than " +
                                         std::to_string(maximumBlobBytes) + " bytes");
         }
-        blob_.append(bytes);
+        blob_.resize(std::max(used_ + bytes, std::min(blob_.size() * 2, maximumBlobBytes)));
     }
 
-    std::string blob_;
+    void put(unsigned char byte) { blob_[used_++] = static_cast<char>(byte); }
+
+    void putVarint(std::uint64_t number) {
+        for (; number >= 0x80; number >>= 7U) {
+            put(static_cast<unsigned char>(number | 0x80U));
+        }
+        put(static_cast<unsigned char>(number));
+    }
+
+    // Written up to `used_`; the rest is room.
+    std::string blob_ = std::string(128, '\0');
+    std::size_t used_ = 0;
 };
 
 // A container of which the first elements or members are written. Exactly one pointer is set.
@@ -277,6 +296,7 @@ bool add(PartlyRead& parent, Value child) {
 
 std::string encodeValue(const Value& value) {
     Writer out;
+    out.byte(blobVersion);
     std::vector<PartlyWritten> open;
     write(out, value, open);
     while (!open.empty()) {
