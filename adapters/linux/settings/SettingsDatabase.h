@@ -2,6 +2,7 @@
 
 #include "morvellacinto/foundation/Value.h"
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -20,6 +21,7 @@ namespace morvellacinto::native {
 
 /// Whose keys they are: neither reaches the other's.
 enum class Space : int { settings = 0, adapter = 1 };
+inline constexpr std::array spaces{Space::settings, Space::adapter};
 
 /// The database is not what was once written: it has to be replaced.
 class DamageError : public std::runtime_error {

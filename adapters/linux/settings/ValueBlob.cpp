@@ -54,9 +54,13 @@ public:
 
     void text(std::string_view text) {
         makeRoom(longestVarint + text.size());
-        putVarint(text.size());
-        text.copy(blob_.data() + used_, text.size());
-        used_ += text.size();
+        putText(text);
+    }
+
+    void markedText(Mark mark, std::string_view text) {
+        makeRoom(1 + longestVarint + text.size());
+        put(static_cast<unsigned char>(mark));
+        putText(text);
     }
 
     [[nodiscard]] std::string take() {
@@ -88,6 +92,12 @@ private:
         put(static_cast<unsigned char>(number));
     }
 
+    void putText(std::string_view text) {
+        putVarint(text.size());
+        text.copy(blob_.data() + used_, text.size());
+        used_ += text.size();
+    }
+
     // Written up to `used_`; the rest is room.
     std::string blob_ = std::string(128, '\0');
     std::size_t used_ = 0;
@@ -112,6 +122,10 @@ void writeInteger(Writer& out, const Value& integer) {
 
 // Of a container only the head; what it holds is then at the back of `open`.
 void write(Writer& out, const Value& value, std::vector<PartlyWritten>& open) {
+    if (value.isString()) { // nearly all there is, in what services answer
+        out.markedText(Mark::string, value.asString());
+        return;
+    }
     switch (value.kind()) {
     case Value::Kind::boolean:
         out.mark(value.asBool() ? Mark::yes : Mark::no);
@@ -132,13 +146,10 @@ void write(Writer& out, const Value& value, std::vector<PartlyWritten>& open) {
         out.fixed(std::bit_cast<std::uint64_t>(value.asDate().secondsSinceReference));
         break;
     case Value::Kind::string:
-        out.mark(Mark::string);
-        out.text(value.asString());
-        break;
+        break; // written above
     case Value::Kind::bytes: {
         const std::span<const std::byte> bytes = value.asBytes();
-        out.mark(Mark::bytes);
-        out.text({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+        out.markedText(Mark::bytes, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
         break;
     }
     case Value::Kind::array: {

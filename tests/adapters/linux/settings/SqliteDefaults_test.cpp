@@ -8,7 +8,9 @@
 #include <fstream>
 #include <functional>
 #include <random>
+#include <sched.h>
 #include <set>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -98,6 +100,7 @@ TEST_F(SqliteDefaultsTest, KeepsWhatWasFlushedAndNothingElse) {
     EXPECT_EQ(defaults->objectForKey("removed"), std::nullopt);
     EXPECT_EQ(defaults->objectForKey("dropped"), std::nullopt);
     EXPECT_EQ(defaults->adapterValue("dropped"), std::nullopt);
+    EXPECT_EQ(defaults->contents(), Object({{"kept", Date{1.5}}}));
     EXPECT_THAT(told(), IsEmpty());
 }
 
@@ -333,6 +336,34 @@ TEST_F(SqliteDefaultsTest, AFailingFlushIsToldOnceLeavesTheValueReadableAndIsTri
         EXPECT_TRUE(defaults->synchronize());
         EXPECT_EQ(open()->objectForKey("key"), large);
     }
+}
+
+TEST_F(SqliteDefaultsTest, ADiskThatHasBecomeReadOnlyCanStillBeRead) {
+    std::filesystem::create_directories(directory());
+    const std::string path = directory().string();
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", path.c_str(), "tmpfs", 0, "size=8m") != 0) {
+        GTEST_SKIP() << "only root can mount a disk to try this with";
+    }
+    auto defaults = open();
+    defaults->setObjectForKey("kept", "key");
+    ASSERT_TRUE(defaults->synchronize());
+    defaults.reset();
+    ASSERT_EQ(mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    defaults = open();
+    EXPECT_EQ(defaults->objectForKey("key"), Value("kept"));
+    EXPECT_THAT(told(), IsEmpty());
+    defaults->setObjectForKey("new", "key");
+    EXPECT_FALSE(defaults->synchronize());
+    EXPECT_FALSE(defaults->synchronize());
+    EXPECT_EQ(defaults->objectForKey("key"), Value("new"));
+    EXPECT_THAT(told(), ElementsAre(HasSubstr("Read-only")));
+    ASSERT_EQ(mount(nullptr, path.c_str(), nullptr, MS_REMOUNT, nullptr), 0);
+    EXPECT_TRUE(defaults->synchronize());
+    EXPECT_EQ(open()->objectForKey("key"), Value("new"));
+    defaults.reset();
+    EXPECT_EQ(umount2(path.c_str(), MNT_DETACH), 0);
 }
 
 TEST_F(SqliteDefaultsTest, WaitsForAWriterOfItsOwnFormatThatTakesLong) {
