@@ -17,6 +17,10 @@ function(morvellacinto_settings target)
             -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
             -Wconversion -Wsign-conversion -Woverloaded-virtual -Wimplicit-fallthrough -Werror)
     endif()
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+        # From -O3 on it sees overlaps in the concatenation of strings where there are none.
+        target_compile_options(${target} PRIVATE -Wno-restrict)
+    endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         # Unique symbols would keep dlclose from ever unloading the library.
         target_compile_options(${target} PRIVATE -fno-gnu-unique)

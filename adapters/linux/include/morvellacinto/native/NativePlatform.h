@@ -19,31 +19,30 @@ struct NativeOptions {
     /// Such as "com.example.host": what the device reports and what the settings are filed under.
     /// Absent or empty: the Flatpak's identifier. Outside of Flatpak the device then reports none,
     /// and the settings are filed under the program's name.
-    std::optional<std::string> bundleIdentifier;
+    std::optional<std::string> bundleIdentifier = std::nullopt;
 
     /// Where the settings live; made when it is missing. Empty: "morvellacinto" in $XDG_DATA_HOME,
     /// else in ~/.local/share.
-    std::filesystem::path dataDirectory;
+    std::filesystem::path dataDirectory = {};
 
     /// PEM files of certificates to trust besides the system's.
-    std::vector<std::filesystem::path> trustAnchors;
+    std::vector<std::filesystem::path> trustAnchors = {};
 
     /// Receives each line of the developer log, without a line break. Absent: standard error.
-    std::function<void(std::string_view)> developerLog;
+    std::function<void(std::string_view)> developerLog = {};
 
     /// Receives a sentence when something underneath the library is not as it should be, such as a
     /// damaged database that was set aside. Absent: standard error.
     ///
     /// Both functions are called on any thread, also on several at once, with no lock held; what
     /// they throw is swallowed.
-    std::function<void(std::string_view)> diagnostics;
+    std::function<void(std::string_view)> diagnostics = {};
 
     /// Asks the user whether they may be tracked and, once, on any thread, hands over the answer: a
     /// `platform::TrackingAuthorization` other than 0. Called on the main queue, when the library
     /// is told to ask and the user has not answered in this or an earlier run. Absent: the answer
     /// is that tracking is denied.
-    std::function<void(std::function<void(std::uint64_t status)> answer)> trackingQuestion =
-        nullptr;
+    std::function<void(std::function<void(std::uint64_t status)> answer)> trackingQuestion = {};
 
     /// How long a location update waits for its first fix before it fails.
     std::chrono::milliseconds locationTimeout = std::chrono::seconds(30);
