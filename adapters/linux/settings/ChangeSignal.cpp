@@ -15,7 +15,13 @@
 namespace morvellacinto::native {
 
 namespace {
-const void* failedAttachment() { return reinterpret_cast<void*>(-1); }
+
+// Null when it cannot be attached.
+void* attached(int identifier) {
+    void* memory = shmat(identifier, nullptr, 0);
+    return reinterpret_cast<std::intptr_t>(memory) == -1 ? nullptr : memory;
+}
+
 } // namespace
 
 struct ChangeSignal::Segment {
@@ -71,8 +77,8 @@ std::shared_ptr<ChangeSignal> ChangeSignal::find(const FileLock& lock) {
         status.shm_segsz != sizeof(Segment)) {
         return nullptr;
     }
-    void* memory = shmat(identifier, nullptr, 0);
-    if (memory == failedAttachment()) {
+    void* memory = attached(identifier);
+    if (memory == nullptr) {
         return nullptr;
     }
     auto* segment = static_cast<Segment*>(memory);
@@ -97,9 +103,9 @@ std::shared_ptr<ChangeSignal> ChangeSignal::findOrMake(const FileLock& lock) {
     if (identifier < 0) {
         return nullptr;
     }
-    void* memory = shmat(identifier, nullptr, 0);
+    void* memory = attached(identifier);
     shmctl(identifier, IPC_RMID, nullptr);
-    if (memory == failedAttachment()) {
+    if (memory == nullptr) {
         return nullptr;
     }
     record.identifier = identifier;

@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -111,10 +110,8 @@ void SettingsFiles::createDatabase() const {
 std::filesystem::path SettingsFiles::setAside() const {
     const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::system_clock::now().time_since_epoch());
-    std::array<char, 48> suffix;
-    std::snprintf(suffix.data(), suffix.size(), "%s%015lld-%d", asideMark,
-                  static_cast<long long>(now.count()), static_cast<int>(getpid()));
-    const std::filesystem::path aside = with(database_, suffix.data());
+    std::filesystem::path aside =
+        with(database_, asideMark + std::to_string(now.count()) + '-' + std::to_string(getpid()));
     // The database first: whoever still has it open tells by its name that it is no longer in use.
     if (rename(database_.c_str(), aside.c_str()) != 0) {
         fail(errno, "renaming " + database_.string());

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <unistd.h>
@@ -56,6 +57,10 @@ struct SqliteDefaults::State {
 
     const pid_t process = getpid();
     SettingsMemory memory;
+
+    // Set to live on for good, within reach of leak checkers.
+    std::shared_ptr<State> itself;
+    State* keptBefore = nullptr;
 
 private:
     void look(Report& report);
@@ -199,15 +204,16 @@ void SqliteDefaults::State::tell(const Report& report) const {
     }
 }
 
-SqliteDefaults::SqliteDefaults(std::filesystem::path directory, std::string bundle,
+SqliteDefaults::SqliteDefaults(std::filesystem::path directory, const std::string& bundle,
                                Diagnostics diagnostics)
     : state_(std::make_shared<State>(std::move(directory), bundle, std::move(diagnostics))) {}
 
 SqliteDefaults::~SqliteDefaults() {
     if (getpid() != state_->process) {
         // Closing a connection that was made before fork() would harm the parent's: never do it.
-        static auto* const kept = new std::vector<std::shared_ptr<State>>;
-        kept->push_back(state_);
+        static std::atomic<State*> kept = nullptr;
+        state_->itself = state_;
+        state_->keptBefore = kept.exchange(state_.get());
         return;
     }
     close();

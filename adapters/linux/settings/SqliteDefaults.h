@@ -26,7 +26,8 @@ public:
     /// The files live in `directory`, made with its parents when it is missing, and are named for
     /// `bundle`. `diagnostics` hears of damage and failures, once for each and not once a call,
     /// inside the operation that meets them.
-    SqliteDefaults(std::filesystem::path directory, std::string bundle, Diagnostics diagnostics);
+    SqliteDefaults(std::filesystem::path directory, const std::string& bundle,
+                   Diagnostics diagnostics);
     SqliteDefaults(const SqliteDefaults&) = delete;
     SqliteDefaults& operator=(const SqliteDefaults&) = delete;
     /// As `close`.
