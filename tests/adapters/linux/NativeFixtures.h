@@ -1,10 +1,10 @@
 #pragma once
 
+#include "support/TemporaryDirectory.h"
+
 #include <morvellacinto/native/NativePlatform.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <poll.h>
@@ -15,21 +15,7 @@ namespace morvellacinto::native {
 /// More than anything here takes on the busiest machine.
 inline constexpr std::chrono::seconds generous(30);
 
-class TemporaryDirectory {
-public:
-    TemporaryDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "native-XXXXXX").string();
-        path_ = mkdtemp(name.data());
-    }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-    ~TemporaryDirectory() { std::filesystem::remove_all(path_); }
-
-    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
+using testing::TemporaryDirectory;
 
 /// Drives the platform's main queue as a host's loop does, until `done` holds.
 inline bool pumpUntil(NativePlatform& platform, const std::function<bool()>& done) {

@@ -1,0 +1,94 @@
+#include "support/ChildProcess.h"
+
+#include <sys/mman.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <system_error>
+#include <unistd.h>
+
+namespace morvellacinto::testing {
+
+namespace {
+
+std::string readAll(int descriptor) {
+    std::string text;
+    std::array<char, 4096> buffer;
+    ssize_t count = 0;
+    while ((count = read(descriptor, buffer.data(), buffer.size())) > 0) {
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+} // namespace
+
+ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::string& input)
+    : errors_(memfd_create("errors", MFD_CLOEXEC)) {
+    const int in = memfd_create("input", MFD_CLOEXEC);
+    if (write(in, input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
+        throw std::runtime_error("no memory for a program's input");
+    }
+    lseek(in, 0, SEEK_SET);
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe2");
+    }
+    output_ = ends[0];
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errors_, STDERR_FILENO);
+    std::vector<char*> words;
+    for (const std::string& word : command) {
+        words.push_back(const_cast<char*>(word.c_str()));
+    }
+    words.push_back(nullptr);
+    const int error = posix_spawn(&pid_, words[0], &actions, nullptr, words.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(in);
+    close(ends[1]);
+    if (error != 0) {
+        throw std::system_error(error, std::generic_category(), command.front());
+    }
+}
+
+ChildProcess::~ChildProcess() {
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    close(output_);
+    close(errors_);
+}
+
+std::string ChildProcess::readLine() {
+    std::string line;
+    char letter = 0;
+    while (read(output_, &letter, 1) == 1 && letter != '\n') {
+        line += letter;
+    }
+    return line;
+}
+
+void ChildProcess::send(int signal) const { kill(pid_, signal); }
+
+Finished ChildProcess::finish() {
+    Finished finished;
+    finished.output = readAll(output_);
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    finished.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    lseek(errors_, 0, SEEK_SET);
+    finished.errors = readAll(errors_);
+    return finished;
+}
+
+} // namespace morvellacinto::testing

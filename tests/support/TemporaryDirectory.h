@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace morvellacinto::testing {
+
+/// An empty folder that goes, with all that it then holds, with this object.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory() {
+        std::string name =
+            (std::filesystem::temp_directory_path() / "morvellacinto-XXXXXX").string();
+        path_ = mkdtemp(name.data());
+    }
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    ~TemporaryDirectory() { std::filesystem::remove_all(path_); }
+
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+} // namespace morvellacinto::testing
