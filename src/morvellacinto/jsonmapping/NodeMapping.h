@@ -69,3 +69,6 @@ private:
 };
 
 } // namespace morvellacinto
+
+// Whoever holds a reference to an object must know it.
+#include "morvellacinto/jsonmapping/AVObject.h" // IWYU pragma: export
