@@ -159,6 +159,8 @@ TEST(JsonWriter, throwsOnWhatJsonCannotHoldAndNamesTheMember) {
     };
     EXPECT_EQ(messageFor(Object{{"lat", std::nanf("")}}),
               "JSON cannot hold not-a-number, found at or below the member \"lat\"");
+    EXPECT_EQ(messageFor(Object{{"fixes", Array::of({Object{{"lat", 1}}, Date{1}})}}),
+              "JSON cannot hold a date, found at or below the member \"fixes\"");
     EXPECT_EQ(messageFor(Array::of({HUGE_VAL})), "JSON cannot hold infinity");
     EXPECT_EQ(messageFor(Array::of({Date{1}})), "JSON cannot hold a date");
     EXPECT_EQ(messageFor(Array::of({"\xFF"})), "JSON cannot hold a string that is not valid UTF-8");

@@ -141,8 +141,7 @@ public:
                 continue;
             }
             const Object::Member& member = frame.members[position];
-            key_ = ValueAccess::key(member);
-            writeString(key_);
+            writeString(ValueAccess::key(member));
             text_.append(':');
             writeOne(member.value);
         }
@@ -263,15 +262,18 @@ private:
     template <class Error = JsonWriteError>
     [[noreturn]] void refuse(std::string_view what) const {
         std::string message = "JSON cannot hold " + std::string(what);
-        if (!frames_.empty() && key_.data() != nullptr) {
-            message += ", found at or below the member \"" + std::string(key_) + "\"";
+        const auto object = std::find_if(frames_.rbegin(), frames_.rend(), [](const Frame& frame) {
+            return frame.members != nullptr;
+        });
+        if (object != frames_.rend()) {
+            message += ", found at or below the member \"" +
+                       std::string(object->members[object->next - 1].key()) + "\"";
         }
         throw Error(message);
     }
 
     Text text_;
     std::vector<Frame> frames_;
-    std::string_view key_; // the member last begun
 };
 
 } // namespace
