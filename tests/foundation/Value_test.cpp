@@ -122,6 +122,18 @@ TEST(Object, findsEveryMemberAtEverySizeAlsoAfterRemovals) {
     }
 }
 
+TEST(Object, isSetByAKeyOfWhatItSharesWhileTheOtherHolderLetsGo) {
+    for (int round = 0; round < 300; ++round) {
+        auto other = std::make_unique<Object>(Object{{"a", 1}, {"b", 2}});
+        Object object = *other;
+        std::thread lettingGo([&other] { other.reset(); });
+        object.set(object.begin()[1].key(), 3);
+        object.edit(object.begin()[0].key()) = 4;
+        lettingGo.join();
+        ASSERT_EQ(object, (Object{{"a", 4}, {"b", 3}}));
+    }
+}
+
 class Tracked : public Instance {
 public:
     explicit Tracked(int& alive) : alive_(alive) { ++alive_; }

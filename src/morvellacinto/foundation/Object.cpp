@@ -9,7 +9,8 @@ namespace morvellacinto {
 
 std::string_view Object::Member::key() const noexcept { return key_.asString(); }
 
-Object::Object(std::initializer_list<std::pair<std::string_view, Value>> members) {
+// Delegates, so that what was made so far is released when memory runs out.
+Object::Object(std::initializer_list<std::pair<std::string_view, Value>> members) : Object() {
     reserve(members.size());
     for (const auto& [key, value] : members) {
         set(key, value);
@@ -35,10 +36,7 @@ const Object::Member* Object::begin() const noexcept {
 }
 
 const Value* Object::find(std::string_view key) const noexcept {
-    if (rep_ == nullptr) {
-        return nullptr;
-    }
-    const std::size_t position = rep_->indexOf(key);
+    const std::size_t position = positionOf(key);
     return position == Rep::none ? nullptr : &rep_->members[position].value;
 }
 
@@ -51,23 +49,26 @@ const Value& Object::at(std::string_view key) const {
 }
 
 void Object::set(std::string_view key, Value value) {
-    Rep& rep = detached();
-    const std::size_t position = rep.indexOf(key);
+    const std::size_t position = positionOf(key);
     if (position == Rep::none) {
-        rep.add(key, std::move(value));
+        Value ownKey(key);
+        detached().add(std::move(ownKey), std::move(value));
     } else {
-        rep.members[position].value = std::move(value);
+        detached().members[position].value = std::move(value);
     }
 }
 
 Value& Object::edit(std::string_view key) {
-    Rep& rep = detached();
-    const std::size_t position = rep.indexOf(key);
-    return position == Rep::none ? rep.add(key, nullptr) : rep.members[position].value;
+    const std::size_t position = positionOf(key);
+    if (position == Rep::none) {
+        Value ownKey(key);
+        return detached().add(std::move(ownKey), nullptr);
+    }
+    return detached().members[position].value;
 }
 
 bool Object::remove(std::string_view key) {
-    const std::size_t position = rep_ == nullptr ? Rep::none : rep_->indexOf(key);
+    const std::size_t position = positionOf(key);
     if (position == Rep::none) {
         return false;
     }
@@ -81,6 +82,11 @@ void Object::reserve(std::size_t count) { detached().members.reserve(count); }
 
 bool operator==(const Object& left, const Object& right) { return Value(left) == Value(right); }
 
+std::size_t Object::positionOf(std::string_view key) const noexcept {
+    return rep_ == nullptr ? Rep::none : rep_->indexOf(key);
+}
+
+// A key may point into what this object shares and stops sharing here: use it before.
 Object::Rep& Object::detached() {
     if (rep_ == nullptr) {
         rep_ = new Rep;

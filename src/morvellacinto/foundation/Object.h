@@ -66,6 +66,7 @@ private:
     friend struct ValueAccess;
     struct Rep;
 
+    [[nodiscard]] std::size_t positionOf(std::string_view key) const noexcept;
     Rep& detached();
 
     Rep* rep_ = nullptr; // null for empty

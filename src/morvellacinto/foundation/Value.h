@@ -69,7 +69,8 @@ public:
     Value(double value) noexcept : Value(Tag::float64) { put<double>(value); }
     Value(Date value) noexcept : Value(Tag::date) { put<Date>(value); }
     Value(std::string_view text);
-    Value(const char* text) : Value(std::string_view(text)) {}
+    /// A null pointer gives null.
+    Value(const char* text) : Value(text == nullptr ? Value() : Value(std::string_view(text))) {}
     Value(const std::string& text) : Value(std::string_view(text)) {}
     explicit Value(std::span<const std::byte> bytes);
     Value(Array array) noexcept;
