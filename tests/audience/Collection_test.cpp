@@ -178,6 +178,27 @@ TEST_F(Collection, letsTheHostDropTheManagerWhileItIsInFlight) {
     EXPECT_THAT(calls, ElementsAre("{}"));
 }
 
+TEST_F(Collection, startsNothingWhenACallbackThatShutdownDropsCallsBackIn) {
+    struct Goodbye {
+        explicit Goodbye(KRAudienceManager& calls) : manager(calls) {}
+        Goodbye(const Goodbye&) = delete;
+        Goodbye& operator=(const Goodbye&) = delete;
+        ~Goodbye() {
+            Object last;
+            manager.collect(last, nullptr);
+        }
+        KRAudienceManager& manager;
+    };
+    Object payload;
+    auto goodbye = std::make_shared<Goodbye>(manager);
+    manager.collect(payload, [goodbye](const auto&, const auto&) {});
+    goodbye.reset();
+    platform::shutdown();
+    ASSERT_EQ(uploads(), 2U);
+    EXPECT_FALSE(phone->http().requests().at(1).isSent);
+    EXPECT_THROW(manager.collect(payload, nullptr), std::logic_error);
+}
+
 TEST_F(Collection, readsMembersOfACachedAnswerOfAnyAge) {
     EXPECT_EQ(manager.cachedTags(KRTagsTypeTags), std::nullopt);
     phone->http().plan({.body = R"({"tags":{"s":["1"]}})"});

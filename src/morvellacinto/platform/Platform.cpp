@@ -16,6 +16,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <stdexcept>
+#include <utility>
 
 namespace morvellacinto::platform {
 
@@ -53,6 +54,7 @@ struct Installation {
     std::shared_mutex mutex;
     std::shared_ptr<Platform> platform;
     bool used = false;
+    bool isEnding = false;
 };
 
 // Made at first use and never destroyed, so that neither loading the library nor leaving the
@@ -94,12 +96,22 @@ void shutdown() {
     std::shared_ptr<Platform> ending;
     {
         const std::unique_lock lock(slot.mutex);
-        ending = std::move(slot.platform);
-        slot.platform = nullptr;
+        if (slot.platform == nullptr || std::exchange(slot.isEnding, true)) {
+            return;
+        }
+        ending = slot.platform;
     }
-    if (ending != nullptr) {
-        ending->shutdown();
-    }
+    // What is running meanwhile still finds the platform, so that it can end what it has begun and
+    // destructors of dropped callbacks may call the library.
+    struct Ended {
+        Installation& slot;
+        ~Ended() {
+            const std::unique_lock lock(slot.mutex);
+            slot.platform = nullptr;
+        }
+    };
+    const Ended ended{slot};
+    ending->shutdown();
 }
 
 } // namespace morvellacinto::platform

@@ -64,7 +64,9 @@ MORVELLACINTO_EXPORT void install(std::shared_ptr<Platform> platform);
 /// cancelled, blocks that wait in queues are dropped, and the platform's threads are joined. That
 /// takes at most 250 ms whatever the network does, longer only while host code runs on one of
 /// those threads or settings are being flushed. Called from a callback it does not wait for the
-/// thread that it is on. Without effect when nothing is installed; a process may exit without it.
+/// thread that it is on. Calls of the library made meanwhile, such as by the destructor of a
+/// callback that is dropped, start nothing; those made afterwards throw. Without effect when
+/// nothing is installed or another call is under way; a process may exit without it.
 MORVELLACINTO_EXPORT void shutdown();
 
 } // namespace morvellacinto::platform
