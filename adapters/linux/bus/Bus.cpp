@@ -22,7 +22,6 @@ namespace {
 
 using Clock = BusConnection::Clock;
 
-constexpr std::chrono::seconds idleLimit(15);
 // How much longer than a call's time-out its caller waits for the bus's thread to tell.
 constexpr std::chrono::milliseconds grace(50);
 
@@ -68,8 +67,8 @@ struct Answers {
 
 // Shared with the thread, which may outlive the bus when it is itself the one that lets go of it.
 struct Bus::State : std::enable_shared_from_this<State> {
-    explicit State(Diagnostics diagnostics)
-        : process(getpid()), connection(silentNames, std::move(diagnostics)) {}
+    State(Diagnostics diagnostics, std::chrono::milliseconds idle)
+        : process(getpid()), idleLimit(idle), connection(silentNames, std::move(diagnostics)) {}
 
     ~State() {
         if (wakeDescriptor >= 0) {
@@ -88,6 +87,7 @@ struct Bus::State : std::enable_shared_from_this<State> {
     void waitForEvents(Clock::time_point until) const;
 
     const pid_t process;
+    const std::chrono::milliseconds idleLimit;
     SilentNames silentNames;
     BusConnection connection; // the thread's
 
@@ -202,7 +202,8 @@ void Bus::State::waitForEvents(Clock::time_point until) const {
     eventfd_read(wakeDescriptor, &count);
 }
 
-Bus::Bus(Diagnostics diagnostics) : state_(std::make_shared<State>(std::move(diagnostics))) {}
+Bus::Bus(Diagnostics diagnostics, std::chrono::milliseconds idleLimit)
+    : state_(std::make_shared<State>(std::move(diagnostics), idleLimit)) {}
 
 Bus::~Bus() {
     if (state_->inForkedChild()) {

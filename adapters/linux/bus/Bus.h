@@ -3,6 +3,7 @@
 #include "BusCall.h"
 #include "Diagnostics.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -12,8 +13,8 @@ namespace morvellacinto::native {
 class BusConnection;
 
 /// The system bus for all services: one connection, used on one thread that is started at first
-/// use, blocks all signals and ends, with the connection, after 15 seconds in which nobody waited
-/// for anything.
+/// use, blocks all signals and ends, with the connection, when nobody has waited for anything for
+/// some time.
 ///
 /// All operations may be called on any thread. In a child made by fork() a bus does nothing, and
 /// calls fail.
@@ -21,7 +22,8 @@ class Bus {
 public:
     using Task = std::function<void(BusConnection&)>;
 
-    explicit Bus(Diagnostics diagnostics);
+    explicit Bus(Diagnostics diagnostics,
+                 std::chrono::milliseconds idleLimit = std::chrono::seconds(15));
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
     /// As `shutdown`.

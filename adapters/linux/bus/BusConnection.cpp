@@ -67,8 +67,8 @@ struct BusConnection::Subscription {
         owner.due_.push_back([&owner, ticket = subscription.ticket, body = valuesIn(message)] {
             const auto found = owner.subscriptions_.find(ticket);
             if (found != owner.subscriptions_.end()) {
-                const SignalHandler handler = found->second->handler;
-                handler(body);
+                const SignalHandler handle = found->second->handler; // it may cancel itself
+                handle(body);
             }
         });
         return 0;

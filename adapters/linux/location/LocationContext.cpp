@@ -13,6 +13,8 @@ namespace morvellacinto::native {
 
 namespace {
 
+constexpr std::chrono::seconds lookInterval(2);
+
 BusCall daemonCall(const char* member) {
     return {"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", member, {}};
 }
@@ -35,12 +37,14 @@ LocationContext::LocationContext(std::shared_ptr<MainQueue> mainQueue, std::shar
     : mainQueue_(std::move(mainQueue)), bus_(std::move(bus)), options_(std::move(options)) {}
 
 LocationPermission& LocationContext::permission() {
-    std::call_once(filesSeen_, [this] { lookAtFiles(); });
+    if (!permission_.isUsable()) {
+        lookForService();
+    }
     return permission_;
 }
 
 const std::optional<std::string>& LocationContext::bundleIdentifier() {
-    std::call_once(filesSeen_, [this] { lookAtFiles(); });
+    std::call_once(bundleSeen_, [this] { bundleIdentifier_ = options_.bundleIdentifier(); });
     return bundleIdentifier_;
 }
 
@@ -63,9 +67,16 @@ void LocationContext::tellAuthorizationChange() {
     }
 }
 
-void LocationContext::lookAtFiles() {
-    bundleIdentifier_ = options_.bundleIdentifier();
-    if (!bundleIdentifier_ || !options_.files.busExists()) {
+void LocationContext::lookForService() {
+    {
+        const std::lock_guard lock(mutex_);
+        const auto now = LocationPermission::Clock::now();
+        if (lastLook_ && now - *lastLook_ < lookInterval) {
+            return;
+        }
+        lastLook_ = now;
+    }
+    if (!bundleIdentifier() || !options_.files.busExists()) {
         return;
     }
     if (options_.files.serviceExists()) {

@@ -20,8 +20,9 @@ public:
     LocationContext(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<Bus> bus,
                     LocationOptions options);
 
-    /// The first call looks at the files of the system. When they do not tell of the service, the
-    /// bus is asked, and the clients hear of it should it answer yes.
+    /// Until a service is known, a call looks at the files of the system, every two seconds at
+    /// most. When they do not tell of one, the bus is asked, and the clients hear of it should it
+    /// answer yes.
     [[nodiscard]] LocationPermission& permission();
     [[nodiscard]] const std::optional<std::string>& bundleIdentifier();
     [[nodiscard]] std::chrono::milliseconds timeout() const { return options_.timeout; }
@@ -33,17 +34,18 @@ public:
     void tellAuthorizationChange();
 
 private:
-    void lookAtFiles();
+    void lookForService();
     void askBus(BusConnection& connection);
     void serviceFound();
 
     const std::shared_ptr<MainQueue> mainQueue_;
     const std::shared_ptr<Bus> bus_;
     const LocationOptions options_;
-    std::once_flag filesSeen_;
+    std::once_flag bundleSeen_;
     std::optional<std::string> bundleIdentifier_;
     LocationPermission permission_;
     std::mutex mutex_;
+    std::optional<LocationPermission::Clock::time_point> lastLook_;
     std::vector<std::weak_ptr<GeoClueClient>> clients_;
 };
 

@@ -23,6 +23,11 @@ bool LocationPermission::servicesEnabled() const {
     return canBeUsed_ && !holds(absentUntil_) && !holds(switchedOffUntil_);
 }
 
+bool LocationPermission::isUsable() const {
+    const std::lock_guard lock(mutex_);
+    return canBeUsed_;
+}
+
 bool LocationPermission::noteUsable() {
     const std::lock_guard lock(mutex_);
     return !std::exchange(canBeUsed_, true);

@@ -22,6 +22,8 @@ public:
     [[nodiscard]] std::int32_t authorizationStatus() const;
     [[nodiscard]] bool servicesEnabled() const;
 
+    /// Whether there is known to be a service that the application could use.
+    [[nodiscard]] bool isUsable() const;
     /// There is a service and what it takes to use it. Whether that was news.
     bool noteUsable();
     /// There turned out to be no service, for now.

@@ -13,8 +13,10 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <future>
 #include <mutex>
+#include <set>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -235,6 +237,32 @@ TEST_F(BusTest, ShutdownWakesThoseWhoWaitAndRefusesWhatComesLater) {
     EXPECT_LT(timeOf([this] { bus.shutdown(); }), atOnce);
     EXPECT_EQ(waiting.get(), BusError::disconnected);
     EXPECT_LT(timeOf([this] { EXPECT_FALSE(bus.call(callOf("Silent")).succeeded()); }), atOnce);
+}
+
+TEST_F(BusTest, AnIdleThreadEndsWithItsConnectionAndComesBackWhenNeeded) {
+    MockService service(serviceName);
+    std::mutex mutex;
+    std::set<std::string> callers;
+    service.onCall("Ping", [&](sd_bus_message* call) {
+        const std::lock_guard lock(mutex);
+        callers.insert(sd_bus_message_get_sender(call));
+        reply(call, {});
+    });
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    const auto before = threads();
+    Bus shortLived(sentences.sink(), milliseconds(20));
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_TRUE(shortLived.call(callOf("Ping")).succeeded());
+        const auto limit = Clock::now() + std::chrono::seconds(20);
+        while (threads() > before && Clock::now() < limit) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(threads(), before);
+    }
+    const std::lock_guard lock(mutex);
+    EXPECT_THAT(callers, ::testing::SizeIs(2)) << "a connection each";
 }
 
 TEST_F(BusTest, ItsThreadTakesNoSignalsAndAForkedChildCanExit) {
