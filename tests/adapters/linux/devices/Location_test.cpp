@@ -25,7 +25,7 @@ constexpr std::chrono::milliseconds soon(300);
 // A daemon whose clients are numbered, and start at once.
 class GeoClueMock : public MockService {
 public:
-    explicit GeoClueMock(Entry entry = Entry::first) : MockService(geoClue, entry) {
+    explicit GeoClueMock(Entry entry = Entry::atOnce) : MockService(geoClue, entry) {
         onCall("CreateClient", [this](sd_bus_message* call) { createClient(call); });
         for (const char* member : {"DeleteClient", "Start", "Stop"}) {
             onCall(member, [](sd_bus_message* call) { reply(call, {}); });
@@ -263,7 +263,8 @@ TEST_F(LocationTest, ARestartedDaemonIsTakenUpAgainAndALostBusFails) {
     ASSERT_TRUE(mock->wasCalled("Start"));
     mock->sendFix(at(1));
     pumpUntilEvents(1);
-    auto successor = std::make_unique<GeoClueMock>(MockService::Entry::replacing);
+    auto successor = std::make_unique<GeoClueMock>(MockService::Entry::later);
+    successor->takeName();
     ASSERT_TRUE(successor->wasCalled("Start"));
     successor->sendFix(at(2));
     pumpUntilEvents(2);

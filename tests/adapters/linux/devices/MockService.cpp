@@ -146,16 +146,25 @@ struct MockService::State {
         sd_bus_message_close_container(message);
     }
 
-    void send(std::function<void(sd_bus*, sd_bus_message**)> create, Append arguments) {
+    int takeName() const {
+        return sd_bus_request_name(bus, busName.c_str(),
+                                   SD_BUS_NAME_ALLOW_REPLACEMENT | SD_BUS_NAME_REPLACE_EXISTING);
+    }
+
+    void post(std::function<void()> task) {
         const std::lock_guard lock(mutex);
-        tasks.push_back([this, create = std::move(create), arguments = std::move(arguments)] {
+        tasks.push_back(std::move(task));
+        eventfd_write(wake, 1);
+    }
+
+    void send(std::function<void(sd_bus*, sd_bus_message**)> create, Append arguments) {
+        post([this, create = std::move(create), arguments = std::move(arguments)] {
             sd_bus_message* message = nullptr;
             create(bus, &message);
             arguments(message);
             sd_bus_send(bus, message, nullptr);
             sd_bus_message_unref(message);
         });
-        eventfd_write(wake, 1);
     }
 
     void work() {
@@ -192,6 +201,7 @@ struct MockService::State {
         sd_bus_close_unref(bus);
     }
 
+    std::string busName;
     sd_bus* bus = nullptr; // the thread's
     bool isDead = false;   // the thread's
     const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -205,20 +215,21 @@ struct MockService::State {
     std::thread thread;
 };
 
-MockService::MockService(const std::string& name, Entry entry) : state_(std::make_unique<State>()) {
-    std::uint64_t flags = SD_BUS_NAME_ALLOW_REPLACEMENT;
-    if (entry == Entry::replacing) {
-        flags |= SD_BUS_NAME_REPLACE_EXISTING;
-    }
+MockService::MockService(std::string name, Entry entry) : state_(std::make_unique<State>()) {
+    state_->busName = std::move(name);
     if (sd_bus_open_system(&state_->bus) < 0 ||
         sd_bus_add_filter(state_->bus, nullptr, State::received, state_.get()) < 0 ||
-        sd_bus_request_name(state_->bus, name.c_str(), flags) < 0) {
-        throw std::runtime_error("no " + name + " on the private bus");
+        (entry == Entry::atOnce && state_->takeName() < 0)) {
+        throw std::runtime_error("no " + state_->busName + " on the private bus");
     }
     state_->thread = std::thread([state = state_.get()] { state->work(); });
 }
 
 MockService::~MockService() = default;
+
+void MockService::takeName() {
+    state_->post([state = state_.get()] { state->takeName(); });
+}
 
 void MockService::setProperties(const std::string& path, const std::string& interface,
                                 MockProperties properties) {

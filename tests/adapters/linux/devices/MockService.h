@@ -30,15 +30,17 @@ public:
     /// Runs on the service's thread; what it does not answer stays unanswered.
     using Method = std::function<void(sd_bus_message* call)>;
 
-    /// Whether to take the name from a service that has it.
-    enum class Entry { first, replacing };
+    /// Whether to own the name at once, or only from `takeName` on.
+    enum class Entry { atOnce, later };
 
-    explicit MockService(const std::string& name, Entry entry = Entry::first);
+    explicit MockService(std::string name, Entry entry = Entry::atOnce);
     MockService(const MockService&) = delete;
     MockService& operator=(const MockService&) = delete;
     /// Leaves the bus without answering what waits.
     ~MockService();
 
+    /// Takes the name, also from a service that has it. Waits for nothing.
+    void takeName();
     void setProperties(const std::string& path, const std::string& interface,
                        MockProperties properties);
     void onCall(const std::string& member, Method method);
