@@ -64,10 +64,12 @@ std::size_t ScriptedDispatch::waitingCount() const {
 void ScriptedDispatch::shutdown() {
     std::deque<Block> droppedMain; // destroyed without the lock
     std::deque<Block> droppedBackground;
+    std::deque<std::exception_ptr> droppedExceptions;
     const std::lock_guard lock(mutex_);
     isShutDown_ = true;
     droppedMain.swap(main_);
     droppedBackground.swap(background_);
+    droppedExceptions.swap(escaped_);
 }
 
 void ScriptedDispatch::post(std::deque<Block>& queue, Block block) {

@@ -54,6 +54,14 @@ TEST_F(Location, handsOutNothingForAnEmptyListOfFixes) {
     EXPECT_TRUE(nobodyWaits());
 }
 
+TEST_F(Location, callsNoFurtherWaiterOnceOneHasShutThePlatformDown) {
+    wait("a", [] { platform::shutdown(); });
+    wait("b");
+    phone->locationServices().deliver({{1, 0, 0, 0}});
+    phone->drainMain();
+    EXPECT_THAT(takeCalls(), ElementsAre("a:1"));
+}
+
 TEST_F(Location, replacesAWaiterUnderTheSameKeyWithoutACall) {
     wait("a", [this] { calls.emplace_back("first"); });
     wait("a");

@@ -50,8 +50,13 @@ std::string chooseTechnology(const platform::TelephonyInfo& telephony, bool hasS
     if (!hasServices) {
         return telephony.currentRadioAccessTechnology().value_or(technologyFallback);
     }
-    const auto technologies = telephony.serviceCurrentRadioAccessTechnology();
-    return technologies && !technologies->empty() ? technologies->front() : technologyFallback;
+    // Read once to see whether there is one and again for its text, as the carriers are.
+    const auto first = [&telephony] {
+        const auto technologies = telephony.serviceCurrentRadioAccessTechnology();
+        return technologies && !technologies->empty() ? std::optional(technologies->front())
+                                                      : std::nullopt;
+    };
+    return first() ? first().value_or(technologyFallback) : technologyFallback;
 }
 
 // Everything behind the first four members.

@@ -58,13 +58,9 @@ void Object::set(std::string_view key, Value value) {
     }
 }
 
-Value& Object::edit(std::string_view key) {
+Value Object::take(std::string_view key) {
     const std::size_t position = positionOf(key);
-    if (position == Rep::none) {
-        Value ownKey(key);
-        return detached().add(std::move(ownKey), nullptr);
-    }
-    return detached().members[position].value;
+    return position == Rep::none ? Value() : std::move(detached().members[position].value);
 }
 
 bool Object::remove(std::string_view key) {

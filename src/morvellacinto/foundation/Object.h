@@ -53,9 +53,9 @@ public:
 
     /// Sets a member: a new one goes last, an existing one keeps its place.
     void set(std::string_view key, Value value);
-    /// The member's value for changing it in place, added as null when there is none. Copies made
-    /// of this object while the reference is in use would change with it: do not keep it.
-    [[nodiscard]] Value& edit(std::string_view key);
+    /// Moves the member's value out and leaves null in its place; null when there is none. With
+    /// `set` behind it a nested value is changed without a copy of what only this object holds.
+    [[nodiscard]] Value take(std::string_view key);
     /// Removes a member, in time proportional to the object's size; false when there was none.
     bool remove(std::string_view key);
     void reserve(std::size_t count);

@@ -41,7 +41,7 @@ struct Container : Counted {
     bool isObject;
 };
 
-struct Array::Rep : Container {
+struct MORVELLACINTO_INTERNAL Array::Rep : Container {
     Rep() noexcept : Container(false) {}
     explicit Rep(std::vector<Value> initial) noexcept
         : Container(false), elements(std::move(initial)) {}
@@ -49,7 +49,7 @@ struct Array::Rep : Container {
     std::vector<Value> elements;
 };
 
-struct Object::Rep : Container {
+struct MORVELLACINTO_INTERNAL Object::Rep : Container {
     Rep() noexcept : Container(true) {}
 
     [[nodiscard]] std::size_t indexOf(std::string_view key) const noexcept;

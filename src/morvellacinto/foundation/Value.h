@@ -32,7 +32,8 @@ public:
 /// Value semantics with O(1) copies: strings over 14 bytes, byte strings, arrays and objects are
 /// shared until one of the holders changes its own copy. Reading the same value from several
 /// threads is safe, and so is changing different copies of it. "Nothing" is an empty
-/// `std::optional<Value>`; null is a kind of its own. Nesting depth never costs stack.
+/// `std::optional<Value>`; null is a kind of its own. Arrays and objects that nest
+/// cost no stack however deep; an `Instance` that holds values is destroyed by its destructor.
 class MORVELLACINTO_EXPORT Value {
 public:
     enum class Kind : std::uint8_t {
@@ -56,10 +57,12 @@ public:
         put<std::uint64_t>(value ? 1 : 0);
     }
     template <std::signed_integral T>
-    requires(!std::same_as<T, char> && !std::same_as<T, wchar_t>) Value(T value)
+    requires(!std::same_as<T, char> && !std::same_as<T, wchar_t> &&
+             sizeof(T) <= sizeof(std::int64_t)) Value(T value)
     noexcept : Value(Tag::signedInteger) { put<std::int64_t>(value); }
     template <std::unsigned_integral T>
-    requires(!std::same_as<T, bool> && !std::same_as<T, char>) Value(T value)
+    requires(!std::same_as<T, bool> && !std::same_as<T, char> && sizeof(T) <= sizeof(std::uint64_t))
+        Value(T value)
     noexcept
         : Value(static_cast<std::uint64_t>(value) > INT64_MAX ? Tag::unsignedInteger
                                                               : Tag::signedInteger) {

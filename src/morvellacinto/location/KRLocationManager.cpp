@@ -101,7 +101,7 @@ void KRLocationManager::setLocationManager(std::shared_ptr<platform::LocationSer
 void KRLocationManager::setUpdateBlocks(UpdateBlocks blocks) { updateBlocks_.swap(blocks); }
 
 // Blocks may add, replace and clear waiters: the keys are those of this moment, and each block is
-// held while it runs.
+// held while it runs. None runs after a shutdown, also one that a block asked for.
 template <class Visit>
 void KRLocationManager::forEachWaiting(Visit visit) {
     std::vector<std::string> keys;
@@ -110,6 +110,9 @@ void KRLocationManager::forEachWaiting(Visit visit) {
         keys.push_back(entry.first);
     }
     for (const std::string& key : keys) {
+        if (platform::isShutDown()) {
+            return;
+        }
         const auto found = updateBlocks_.find(key);
         if (found == updateBlocks_.end() || !found->second) {
             continue;

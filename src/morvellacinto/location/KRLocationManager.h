@@ -62,7 +62,8 @@ public:
     locationManager() const noexcept {
         return locationManager_;
     }
-    /// `manager` must not be null; its delegate is the caller's business.
+    /// `manager` must not be null. Delegates are the caller's business: the service that is
+    /// replaced keeps this object as its own.
     void setLocationManager(std::shared_ptr<platform::LocationService> manager);
     [[nodiscard]] const UpdateBlocks& updateBlocks() const noexcept { return updateBlocks_; }
     void setUpdateBlocks(UpdateBlocks blocks);

@@ -114,4 +114,10 @@ void shutdown() {
     ending->shutdown();
 }
 
+bool isShutDown() noexcept {
+    Installation& slot = installation();
+    const std::shared_lock lock(slot.mutex);
+    return slot.isEnding;
+}
+
 } // namespace morvellacinto::platform

@@ -69,4 +69,7 @@ MORVELLACINTO_EXPORT void install(std::shared_ptr<Platform> platform);
 /// nothing is installed or another call is under way; a process may exit without it.
 MORVELLACINTO_EXPORT void shutdown();
 
+/// True from the moment at which `shutdown` is called with a platform installed. Any thread.
+[[nodiscard]] MORVELLACINTO_EXPORT bool isShutDown() noexcept;
+
 } // namespace morvellacinto::platform

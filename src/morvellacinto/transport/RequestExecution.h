@@ -20,9 +20,8 @@ using ErrorCallback = std::function<void(const KRError& error)>;
 /// called later, once, on a background thread of the platform's:
 /// - `error` with the platform's error when the transfer failed (network, DNS, TLS, an absent URL,
 ///   10 seconds from start to last byte exceeded);
-/// - else `success` with the answer, an object or an array, or nothing when the body is no JSON.
-/// The
-///   HTTP status plays no role. A failed transfer without `error` calls `success` with nothing.
+/// - else `success` with the answer, an object or an array, or nothing when the body is no JSON;
+///   the HTTP status plays no role. A failed transfer without `error` calls `success` with nothing.
 /// A request of a type other than get and post calls neither.
 ///
 /// A post carries its payload, or the body {"bundle": "se.kovra.no-bundle"} when it has none, and
