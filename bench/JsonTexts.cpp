@@ -40,6 +40,18 @@ std::string membersText(std::size_t count) {
     return text + "}";
 }
 
+std::string collidingMembersText(unsigned bits) {
+    std::string text = "{";
+    for (std::size_t member = 0; member < std::size_t{1} << bits; ++member) {
+        text += member == 0 ? "\"" : ",\"";
+        for (unsigned bit = 0; bit < bits; ++bit) {
+            text += (member >> bit & 1U) == 0 ? "Aa" : "BB";
+        }
+        text += "\":0";
+    }
+    return text + "}";
+}
+
 std::string payloadText() {
     return R"({"locale":"sv_SE","system":"17.5","api":"3.0.7","platform":"ios",)"
            R"("vendorId":"7B0F8C0E-3D1B-4C0B-9A52-0E6D3C2F4A11","bundle":"com.example.host",)"

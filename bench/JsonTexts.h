@@ -11,6 +11,9 @@ namespace morvellacinto::bench {
 [[nodiscard]] std::string numbersText(std::size_t count);
 /// An object of `count` members with short keys.
 [[nodiscard]] std::string membersText(std::size_t count);
+/// An object of 2 to the power of `bits` members, whose keys collide under the hash that multiplies
+/// by 31.
+[[nodiscard]] std::string collidingMembersText(unsigned bits);
 /// The body of a geo-tags upload.
 [[nodiscard]] std::string payloadText();
 

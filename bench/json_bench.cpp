@@ -1,12 +1,12 @@
 // Reading and writing JSON text, beside the bare cost of building the value and four libraries that
 // fill the same value.
 
+#include "Comparison.h"
 #include "JsonTexts.h"
 #include "ValueBuilder.h"
 
 #include "morvellacinto/foundation/Json.h"
 
-#include <benchmark/benchmark.h>
 #include <boost/json.hpp>
 #include <boost/json/src.hpp>
 #include <nlohmann/json.hpp>
@@ -16,8 +16,7 @@
 #include <rapidjson/writer.h>
 #include <simdjson.h>
 
-#include <functional>
-#include <map>
+#include <charconv>
 
 namespace morvellacinto::bench {
 namespace {
@@ -199,51 +198,90 @@ Value readBySimd(const std::string& text) {
     return builder.take();
 }
 
-void measureReading(const std::string& row, const std::string& text) {
-    const auto measure = [&](const std::string& who, std::function<Value()> read) {
-        benchmark::RegisterBenchmark((row + "/" + who).c_str(), [=](benchmark::State& state) {
-            for (auto _ : state) {
-                Value value = read();
-                benchmark::DoNotOptimize(value);
-            }
-            state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
-        });
-    };
+void measureReading(const std::string& row, const std::string& text,
+                    std::optional<double> ofFloor = 1.15) {
     const auto events = std::make_shared<std::vector<Event>>();
     record(*readJson(text), *events);
-    measure("floor: replayed events", [events] { return replay(*events); });
-    measure("ours", [text] { return *readJson(text); });
-    measure("nlohmann", [text] { return readByNlohmann(text); });
-    measure("RapidJSON", [text] { return readByRapid(text); });
-    measure("Boost.JSON", [text] { return readByBoost(text); });
-    measure("simdjson", [text] { return readBySimd(text); });
+    compare(row, {repeated("ours", [text] { return readJson(text); }),
+                  repeated(
+                      "floor: replayed events", [events] { return replay(*events); }, ofFloor),
+                  repeated(
+                      "nlohmann", [text] { return readByNlohmann(text); }, 1),
+                  repeated(
+                      "RapidJSON", [text] { return readByRapid(text); }, 1),
+                  repeated(
+                      "Boost.JSON", [text] { return readByBoost(text); }, 1),
+                  repeated(
+                      "simdjson", [text] { return readBySimd(text); }, 1)});
+}
+
+// What no writer can do without: the numbers as text, and the bytes of all else.
+std::size_t appendEvents(const std::vector<Event>& events) {
+    std::string text;
+    const auto appendString = [&text](std::string_view string) {
+        text += '"';
+        text += string;
+        text += '"';
+    };
+    const auto appendNumber = [&text](auto number) {
+        char buffer[32];
+        text.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, number).ptr);
+    };
+    bool first = true;
+    for (const Event& event : events) {
+        const Value& value = event.value;
+        if (event.kind == Event::Kind::end) {
+            text += event.isObject ? '}' : ']';
+            first = false;
+            continue;
+        }
+        if (!first) {
+            text += ',';
+        }
+        first = event.kind != Event::Kind::leaf;
+        if (event.kind == Event::Kind::begin) {
+            text += event.isObject ? '{' : '[';
+        } else if (event.kind == Event::Kind::key) {
+            appendString(value.asString());
+            text += ':';
+        } else if (value.isString()) {
+            appendString(value.asString());
+        } else if (value.isBool()) {
+            text += value.asBool() ? "true" : "false";
+        } else if (value.kind() == Value::Kind::integer) {
+            appendNumber(value.asInt64());
+        } else {
+            appendNumber(value.asDouble());
+        }
+    }
+    return text.size();
 }
 
 void measureWriting(const std::string& row, const std::string& text) {
-    const auto measure = [&](const std::string& who, std::function<std::size_t()> write) {
-        benchmark::RegisterBenchmark((row + "/" + who).c_str(), [=](benchmark::State& state) {
-            for (auto _ : state) {
-                benchmark::DoNotOptimize(write());
-            }
-            state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
-        });
-    };
-    const auto bytes = std::make_shared<std::string>(text);
-    measure("floor: memcpy", [bytes] { return std::string(*bytes).size(); });
     const auto value = std::make_shared<Value>(*readJson(text));
-    measure("ours", [value] { return writeJson(*value).size(); });
+    const auto events = std::make_shared<std::vector<Event>>();
+    record(*value, *events);
     const auto nlohmann = std::make_shared<nlohmann::json>(nlohmann::json::parse(text));
-    measure("nlohmann", [nlohmann] { return nlohmann->dump().size(); });
     const auto rapid = std::make_shared<rapidjson::Document>();
     rapid->Parse(text.c_str());
-    measure("RapidJSON", [rapid] {
+    const auto boost = std::make_shared<boost::json::value>(boost::json::parse(text));
+    const auto bytes = std::make_shared<std::string>(text);
+    const auto writeByRapid = [rapid] {
         rapidjson::StringBuffer buffer;
         rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
         rapid->Accept(writer);
         return buffer.GetSize();
-    });
-    const auto boost = std::make_shared<boost::json::value>(boost::json::parse(text));
-    measure("Boost.JSON", [boost] { return boost::json::serialize(*boost).size(); });
+    };
+    compare(row,
+            {repeated("ours", [value] { return writeJson(*value).size(); }),
+             repeated(
+                 "floor: to_chars and appends", [events] { return appendEvents(*events); }, 1.1),
+             repeated("memcpy", [bytes] { return std::string(*bytes).size(); }),
+             repeated(
+                 "nlohmann", [nlohmann] { return nlohmann->dump().size(); }, 1),
+             repeated("RapidJSON", writeByRapid, 1),
+             repeated(
+                 "Boost.JSON", [boost] { return boost::json::serialize(*boost).size(); }, 1)});
 }
 
 } // namespace
@@ -254,11 +292,10 @@ int main(int count, char** arguments) {
     measureReading("read 600 B", answerText(600));
     measureReading("read 100 KB", answerText(100'000));
     measureReading("read 5 MB", answerText(5'000'000));
-    measureReading("read numbers", numbersText(100'000));
-    measureReading("read 1e6 members", membersText(1'000'000));
+    measureReading("read 100,000 numbers", numbersText(100'000), std::nullopt);
+    measureReading("read 2^20 members", membersText(1U << 20U));
+    measureReading("read 2^20 colliding members", collidingMembersText(20));
     measureWriting("write payload", payloadText());
     measureWriting("write 5 MB", answerText(5'000'000));
-    benchmark::Initialize(&count, arguments);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runComparisons(count, arguments);
 }

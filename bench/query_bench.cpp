@@ -1,9 +1,10 @@
 // Turning tag lists into a query string, beside copying the bytes and three other encoders.
 
+#include "Comparison.h"
+
 #include "morvellacinto/audience/KRAudienceManager.h"
 
 #include <QUrl>
-#include <benchmark/benchmark.h>
 #include <boost/url/encode.hpp>
 #include <boost/url/grammar/lut_chars.hpp>
 #include <boost/url/src.hpp>
@@ -37,56 +38,59 @@ std::vector<std::string> oneLargeValue() {
 }
 
 template <class Encode>
-void joined(benchmark::State& state, const std::vector<std::string>& values, Encode encode) {
-    for (auto _ : state) {
-        std::string query;
-        for (const std::string& value : values) {
-            query += query.empty() ? "seg=" : "&seg=";
-            encode(query, value);
-        }
-        benchmark::DoNotOptimize(query);
-    }
+Contender joined(const std::string& who, const std::vector<std::string>& values, Encode encode,
+                 std::optional<double> aim = std::nullopt) {
+    return repeated(
+        who,
+        [=] {
+            std::string query;
+            for (const std::string& value : values) {
+                query += query.empty() ? "seg=" : "&seg=";
+                encode(query, value);
+            }
+            return query;
+        },
+        aim);
 }
 
 void measure(const std::string& row, const std::vector<std::string>& values) {
-    const auto add = [&](const char* who, auto run) {
-        benchmark::RegisterBenchmark((row + "/" + who).c_str(), run);
-    };
-    add("floor: memcpy", [=](benchmark::State& state) {
-        joined(state, values, [](std::string& query, const std::string& value) { query += value; });
-    });
-    add("ours", [=](benchmark::State& state) {
-        Array list;
-        for (const std::string& value : values) {
-            list.append(value);
-        }
-        const Object tags{{"seg", list}};
-        for (auto _ : state) {
-            benchmark::DoNotOptimize(KRAudienceManager::toQueryString(tags));
-        }
-    });
-    add("Boost.URL", [=](benchmark::State& state) {
-        static constexpr boost::urls::grammar::lut_chars allowed(unchanged.data());
-        joined(state, values, [](std::string& query, const std::string& value) {
-            const std::size_t start = query.size();
-            query.resize(start + boost::urls::encoded_size(value, allowed));
-            boost::urls::encode(query.data() + start, query.size() - start, value, allowed);
-        });
-    });
-    add("QUrl", [=](benchmark::State& state) {
-        joined(state, values, [](std::string& query, const std::string& value) {
-            query += QUrl::toPercentEncoding(QString::fromStdString(value),
-                                             QByteArray(unchanged.data(), int(unchanged.size())))
-                         .toStdString();
-        });
-    });
-    add("curl_easy_escape", [=](benchmark::State& state) {
-        joined(state, values, [](std::string& query, const std::string& value) {
-            char* encoded = curl_easy_escape(nullptr, value.data(), static_cast<int>(value.size()));
-            query += encoded;
-            curl_free(encoded);
-        });
-    });
+    constexpr double aim = 1 / 2.5;
+    Array list;
+    for (const std::string& value : values) {
+        list.append(value);
+    }
+    const Object tags{{"seg", list}};
+    static constexpr boost::urls::grammar::lut_chars allowed(unchanged.data());
+    compare(row, {repeated("ours", [=] { return KRAudienceManager::toQueryString(tags); }),
+                  joined("floor: memcpy", values,
+                         [](std::string& query, const std::string& value) { query += value; }),
+                  joined(
+                      "Boost.URL", values,
+                      [](std::string& query, const std::string& value) {
+                          const std::size_t start = query.size();
+                          query.resize(start + boost::urls::encoded_size(value, allowed));
+                          boost::urls::encode(query.data() + start, query.size() - start, value,
+                                              allowed);
+                      },
+                      aim),
+                  joined(
+                      "QUrl", values,
+                      [](std::string& query, const std::string& value) {
+                          query += QUrl::toPercentEncoding(
+                                       QString::fromStdString(value),
+                                       QByteArray(unchanged.data(), int(unchanged.size())))
+                                       .toStdString();
+                      },
+                      aim),
+                  joined(
+                      "curl_easy_escape", values,
+                      [](std::string& query, const std::string& value) {
+                          char* encoded = curl_easy_escape(nullptr, value.data(),
+                                                           static_cast<int>(value.size()));
+                          query += encoded;
+                          curl_free(encoded);
+                      },
+                      aim)});
 }
 
 } // namespace
@@ -96,7 +100,5 @@ int main(int count, char** arguments) {
     using namespace morvellacinto::bench;
     measure("1,000 short tags", shortTags());
     measure("one value of 1 MB", oneLargeValue());
-    benchmark::Initialize(&count, arguments);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runComparisons(count, arguments);
 }
