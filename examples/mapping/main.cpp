@@ -42,13 +42,14 @@ int main() {
         "stops": [{"id": 7, "name": "Visby", "platforms": "3"},
                   {"id": 8, "platforms": [], "name": "never reached"}]
     })");
-    const Ref<Line> line = AVJSON::asObjectOfClass<Line>(json.value().asObject(),
-                                                         {{"stops", AVClass::of<Stop>()}});
+    const Ref<Line> line =
+        AVJSON::asObjectOfClass<Line>(json.value().asObject(), {{"stops", AVClass::of<Stop>()}});
 
     line->stops[1]->name = "Slite";
     line->stops.push_back(makeInstance<Stop>());
 
-    const Object exported = line->avDictionaryWithValuesForKeys({"name", "fare", "colour", "stops"});
+    const Object exported =
+        line->avDictionaryWithValuesForKeys({"name", "fare", "colour", "stops"});
     std::cout << AVJSON::toJSON(exported).value() << '\n';
     platform::shutdown();
 }

@@ -23,7 +23,9 @@ public:
 
     /// Gives up one ownership; the last one destroys the object.
     void release() const noexcept {
-        if (owners_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        // A sole owner has nobody to race with.
+        if (owners_.load(std::memory_order_acquire) == 1 ||
+            owners_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
             delete this;
         }
     }
@@ -48,6 +50,9 @@ public:
     template <class U>
     requires std::is_convertible_v<U*, T*> Ref(const Ref<U>& other)
     noexcept : Ref(static_cast<T*>(other.get())) {}
+    template <class U>
+    requires std::is_convertible_v<U*, T*> Ref(Ref<U>&& other)
+    noexcept : object_(std::exchange(other.object_, nullptr)) {}
     Ref& operator=(Ref other) noexcept {
         std::swap(object_, other.object_);
         return *this;
@@ -65,6 +70,9 @@ public:
     friend bool operator==(const Ref&, const Ref&) noexcept = default;
 
 private:
+    template <class U>
+    friend class Ref;
+
     T* object_ = nullptr;
 };
 

@@ -7,8 +7,6 @@
 
 namespace morvellacinto {
 
-std::string_view Object::Member::key() const noexcept { return key_.asString(); }
-
 // Delegates, so that what was made so far is released when memory runs out.
 Object::Object(std::initializer_list<std::pair<std::string_view, Value>> members) : Object() {
     reserve(members.size());
@@ -97,9 +95,23 @@ Object::Rep& Object::detached() {
 }
 
 std::size_t Object::Rep::indexOf(std::string_view key) const noexcept {
+    if (key.size() <= Value::maximumInlineLength) {
+        return indexOf(Value(key));
+    }
+    return indexWhere(key, [key](const Member& member) { return member.key() == key; });
+}
+
+std::size_t Object::Rep::indexOf(const Value& key) const noexcept {
+    return indexWhere(ValueAccess::string(key), [&key](const Member& member) {
+        return ValueAccess::sameText(member.key_, key);
+    });
+}
+
+template <class IsIt>
+std::size_t Object::Rep::indexWhere(std::string_view key, IsIt isIt) const noexcept {
     if (slots.empty()) {
         for (std::size_t position = 0; position < members.size(); ++position) {
-            if (members[position].key() == key) {
+            if (isIt(members[position])) {
                 return position;
             }
         }
@@ -110,7 +122,7 @@ std::size_t Object::Rep::indexOf(std::string_view key) const noexcept {
     for (std::size_t slot = hash & mask; slots[slot] != 0; slot = (slot + 1) & mask) {
         if (slots[slot] >> 32 == hash >> 32) {
             const std::size_t position = static_cast<std::uint32_t>(slots[slot]) - 1;
-            if (members[position].key() == key) {
+            if (isIt(members[position])) {
                 return position;
             }
         }
@@ -164,7 +176,7 @@ Value ValueAccess::makeObject(std::span<Value> keysAndValues) {
             rep.rebuildIndex(count);
         }
         for (std::size_t next = 0; next < keysAndValues.size(); next += 2) {
-            const std::size_t position = rep.indexOf(keysAndValues[next].asString());
+            const std::size_t position = rep.indexOf(keysAndValues[next]);
             if (position == Object::Rep::none) {
                 rep.add(std::move(keysAndValues[next]), std::move(keysAndValues[next + 1]));
             } else {

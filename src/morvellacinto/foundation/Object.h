@@ -17,7 +17,7 @@ public:
     public:
         Member(Value key, Value initial) noexcept
             : value(std::move(initial)), key_(std::move(key)) {}
-        [[nodiscard]] std::string_view key() const noexcept;
+        [[nodiscard]] std::string_view key() const noexcept { return key_.asString(); }
 
         Value value;
 

@@ -15,7 +15,10 @@ struct Counted {
 
     void retain() noexcept { owners.fetch_add(1, std::memory_order_relaxed); }
     /// True when the caller was the last owner.
-    bool release() noexcept { return owners.fetch_sub(1, std::memory_order_acq_rel) == 1; }
+    bool release() noexcept {
+        // A sole owner has nobody to race with.
+        return isUnique() || owners.fetch_sub(1, std::memory_order_acq_rel) == 1;
+    }
     [[nodiscard]] bool isUnique() const noexcept {
         return owners.load(std::memory_order_acquire) == 1;
     }
@@ -53,12 +56,13 @@ struct MORVELLACINTO_INTERNAL Object::Rep : Container {
     Rep() noexcept : Container(true) {}
 
     [[nodiscard]] std::size_t indexOf(std::string_view key) const noexcept;
+    [[nodiscard]] std::size_t indexOf(const Value& key) const noexcept;
     Value& add(Value key, Value value);
     void rebuildIndex(std::size_t memberCount);
 
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
     /// Up to this many members a walk over them beats hashing.
-    static constexpr std::size_t indexedFrom = 9;
+    static constexpr std::size_t indexedFrom = 17;
 
     std::vector<Member> members;
     /// Open addressing: the upper half of a slot is the upper half of the key's hash, the lower
@@ -66,6 +70,8 @@ struct MORVELLACINTO_INTERNAL Object::Rep : Container {
     std::vector<std::uint64_t> slots;
 
 private:
+    template <class IsIt>
+    [[nodiscard]] std::size_t indexWhere(std::string_view key, IsIt isIt) const noexcept;
     void enter(std::string_view key, std::size_t position) noexcept;
 };
 
@@ -97,6 +103,15 @@ struct ValueAccess {
         auto* bytes = value.get<CountedBytes*>();
         return {bytes->data(), bytes->length};
     }
+    /// Whether two strings are the same text.
+    [[nodiscard]] static bool sameText(const Value& left, const Value& right) noexcept {
+        return std::memcmp(left.storage_, right.storage_, sizeof left.storage_) == 0 ||
+               (left.tag() == Value::Tag::longString && right.tag() == Value::Tag::longString &&
+                string(left) == string(right));
+    }
+    [[nodiscard]] static const Value& keyValue(const Object::Member& member) noexcept {
+        return member.key_;
+    }
     [[nodiscard]] static std::string_view key(const Object::Member& member) noexcept {
         return string(member.key_);
     }
@@ -107,6 +122,10 @@ struct ValueAccess {
     [[nodiscard]] static const std::vector<Object::Member>* members(const Value& object) noexcept {
         auto* rep = static_cast<ObjectRep*>(container(object));
         return rep == nullptr ? nullptr : &rep->members;
+    }
+    /// Adds a member that the object is known not to have.
+    static void add(Object& object, Value key, Value value) {
+        object.detached().add(std::move(key), std::move(value));
     }
     /// The payload of a number or boolean, unconverted.
     template <class T>

@@ -52,14 +52,7 @@ void Container::destroy(Container* container) noexcept {
     }
 }
 
-Value::Value(std::string_view text) : Value(Tag::shortString) {
-    if (text.size() <= maximumInlineLength) {
-        storage_[1] = static_cast<std::byte>(text.size());
-        if (!text.empty()) {
-            std::memcpy(storage_ + 2, text.data(), text.size());
-        }
-        return;
-    }
+void Value::putLong(std::string_view text) {
     put(CountedBytes::make(text.data(), text.size()));
     storage_[0] = static_cast<std::byte>(Tag::longString);
 }
@@ -114,36 +107,6 @@ void Value::release() noexcept {
     }
 }
 
-Value::Kind Value::kind() const noexcept {
-    switch (tag()) {
-    case Tag::null:
-        return Kind::null;
-    case Tag::boolean:
-        return Kind::boolean;
-    case Tag::signedInteger:
-    case Tag::unsignedInteger:
-        return Kind::integer;
-    case Tag::float32:
-        return Kind::float32;
-    case Tag::float64:
-        return Kind::float64;
-    case Tag::date:
-        return Kind::date;
-    case Tag::shortString:
-    case Tag::longString:
-        return Kind::string;
-    case Tag::bytes:
-        return Kind::bytes;
-    case Tag::array:
-        return Kind::array;
-    case Tag::object:
-        return Kind::object;
-    case Tag::instance:
-        return Kind::instance;
-    }
-    return Kind::null;
-}
-
 std::string_view nameOf(Value::Kind kind) noexcept {
     switch (kind) {
     case Value::Kind::null:
@@ -177,22 +140,12 @@ void Value::throwNot(const char* wanted) const {
                          std::string(nameOf(kind())));
 }
 
-bool Value::asBool() const {
-    if (!isBool()) {
-        throwNot("a boolean");
-    }
-    return get<std::uint64_t>() != 0;
-}
-
-std::int64_t Value::asInt64() const {
+void Value::throwNotInt64() const {
     if (tag() == Tag::unsignedInteger) {
         throw std::out_of_range(std::to_string(get<std::uint64_t>()) +
                                 " does not fit in a signed 64-bit integer");
     }
-    if (tag() != Tag::signedInteger) {
-        throwNot("an integer");
-    }
-    return get<std::int64_t>();
+    throwNot("an integer");
 }
 
 std::uint64_t Value::asUInt64() const {
@@ -206,7 +159,7 @@ std::uint64_t Value::asUInt64() const {
     return get<std::uint64_t>();
 }
 
-double Value::asDouble() const {
+double Value::toDouble() const {
     switch (tag()) {
     case Tag::signedInteger:
         return static_cast<double>(get<std::int64_t>());
@@ -232,10 +185,7 @@ float Value::asFloat() const {
     }
 }
 
-std::string_view Value::asString() const {
-    if (tag() == Tag::shortString) {
-        return {reinterpret_cast<const char*>(storage_ + 2), static_cast<std::size_t>(storage_[1])};
-    }
+std::string_view Value::longString() const {
     if (tag() != Tag::longString) {
         throwNot("a string");
     }
@@ -258,16 +208,6 @@ std::span<const std::byte> Value::asBytes() const {
     return {reinterpret_cast<const std::byte*>(bytes->data()), bytes->length};
 }
 
-const Array* Value::ifArray() const noexcept {
-    return isArray() ? std::launder(reinterpret_cast<const Array*>(storage_ + payloadOffset))
-                     : nullptr;
-}
-
-const Object* Value::ifObject() const noexcept {
-    return isObject() ? std::launder(reinterpret_cast<const Object*>(storage_ + payloadOffset))
-                      : nullptr;
-}
-
 const Array& Value::asArray() const {
     if (!isArray()) {
         throwNot("an array");
@@ -285,13 +225,6 @@ const Object& Value::asObject() const {
 }
 
 Object& Value::asObject() { return const_cast<Object&>(std::as_const(*this).asObject()); }
-
-Instance& Value::asInstance() const {
-    if (tag() != Tag::instance) {
-        throwNot("an instance");
-    }
-    return *get<Instance*>();
-}
 
 namespace {
 

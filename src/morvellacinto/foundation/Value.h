@@ -71,7 +71,18 @@ public:
     Value(float value) noexcept : Value(Tag::float32) { put<float>(value); }
     Value(double value) noexcept : Value(Tag::float64) { put<double>(value); }
     Value(Date value) noexcept : Value(Tag::date) { put<Date>(value); }
-    Value(std::string_view text);
+    Value(std::string_view text) : Value(Tag::shortString) {
+        // All of a string's storage is set, so that short ones are compared as a whole.
+        std::memset(storage_ + 1, 0, sizeof storage_ - 1);
+        if (text.size() > maximumInlineLength) {
+            putLong(text);
+            return;
+        }
+        storage_[1] = static_cast<std::byte>(text.size());
+        if (!text.empty()) {
+            std::memcpy(storage_ + 2, text.data(), text.size());
+        }
+    }
     /// A null pointer gives null.
     Value(const char* text) : Value(text == nullptr ? Value() : Value(std::string_view(text))) {}
     Value(const std::string& text) : Value(std::string_view(text)) {}
@@ -113,7 +124,7 @@ public:
         std::memcpy(other.storage_, kept, sizeof kept);
     }
 
-    [[nodiscard]] Kind kind() const noexcept;
+    [[nodiscard]] Kind kind() const noexcept { return kinds[static_cast<std::size_t>(tag())]; }
     [[nodiscard]] bool isNull() const noexcept { return tag() == Tag::null; }
     [[nodiscard]] bool isBool() const noexcept { return tag() == Tag::boolean; }
     /// An integer, float or double; a boolean is no number.
@@ -127,27 +138,55 @@ public:
     [[nodiscard]] bool isObject() const noexcept { return tag() == Tag::object; }
 
     // Each of these throws ValueKindError for another kind.
-    [[nodiscard]] bool asBool() const;
+    [[nodiscard]] bool asBool() const {
+        if (!isBool()) {
+            throwNot("a boolean");
+        }
+        return get<std::uint64_t>() != 0;
+    }
     /// Throws std::out_of_range for an integer that the type cannot hold.
-    [[nodiscard]] std::int64_t asInt64() const;
+    [[nodiscard]] std::int64_t asInt64() const {
+        if (tag() != Tag::signedInteger) {
+            throwNotInt64();
+        }
+        return get<std::int64_t>();
+    }
     [[nodiscard]] std::uint64_t asUInt64() const;
     /// Any number, converted to the nearest double; `asFloat` likewise to the nearest float.
-    [[nodiscard]] double asDouble() const;
+    [[nodiscard]] double asDouble() const {
+        return tag() == Tag::float64 ? get<double>() : toDouble();
+    }
     [[nodiscard]] float asFloat() const;
     /// The view is valid while this value is neither changed nor destroyed; a copy does not keep
     /// it.
-    [[nodiscard]] std::string_view asString() const;
+    [[nodiscard]] std::string_view asString() const {
+        if (tag() != Tag::shortString) {
+            return longString();
+        }
+        return {reinterpret_cast<const char*>(storage_ + 2), static_cast<std::size_t>(storage_[1])};
+    }
     [[nodiscard]] Date asDate() const;
     [[nodiscard]] std::span<const std::byte> asBytes() const;
     [[nodiscard]] const Array& asArray() const;
     [[nodiscard]] Array& asArray();
     [[nodiscard]] const Object& asObject() const;
     [[nodiscard]] Object& asObject();
-    [[nodiscard]] Instance& asInstance() const;
+    [[nodiscard]] Instance& asInstance() const {
+        if (tag() != Tag::instance) {
+            throwNot("an instance");
+        }
+        return *get<Instance*>();
+    }
 
     /// The object or array that this value holds, or null for any other kind.
-    [[nodiscard]] const Object* ifObject() const noexcept;
-    [[nodiscard]] const Array* ifArray() const noexcept;
+    [[nodiscard]] const Object* ifObject() const noexcept {
+        return isObject() ? std::launder(reinterpret_cast<const Object*>(storage_ + payloadOffset))
+                          : nullptr;
+    }
+    [[nodiscard]] const Array* ifArray() const noexcept {
+        return isArray() ? std::launder(reinterpret_cast<const Array*>(storage_ + payloadOffset))
+                         : nullptr;
+    }
 
     /// Same kind and content, with two exceptions: numbers are equal when they have the same
     /// mathematical value whatever their kind (not-a-number equals nothing), and objects compare
@@ -175,6 +214,12 @@ private:
         instance,
     };
 
+    /// By tag.
+    static constexpr Kind kinds[] = {
+        Kind::null,    Kind::boolean, Kind::integer,  Kind::integer, Kind::float32,
+        Kind::float64, Kind::date,    Kind::string,   Kind::string,  Kind::bytes,
+        Kind::array,   Kind::object,  Kind::instance,
+    };
     static constexpr std::size_t maximumInlineLength = 14;
     static constexpr std::size_t payloadOffset = 8;
 
@@ -194,7 +239,11 @@ private:
     }
     void retain() const noexcept;
     void release() noexcept;
+    void putLong(std::string_view text);
+    [[nodiscard]] std::string_view longString() const;
+    [[nodiscard]] double toDouble() const;
     [[noreturn]] void throwNot(const char* wanted) const;
+    [[noreturn]] void throwNotInt64() const;
 
     // Byte 0 is the tag. A short string keeps its length in byte 1 and its text behind it;
     // everything else keeps its payload in the last eight bytes.
