@@ -11,7 +11,7 @@ namespace {
 // The locale-dependent classification of <cctype> has no place in a URL.
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isBlankOrControl(char c) { return (c >= '\0' && c <= ' ') || c == '\x7F'; }
+bool isBlankOrControl(char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7F'; }
 
 bool isScheme(std::string_view text) {
     return !text.empty() && isLetter(text.front()) &&

@@ -4,6 +4,7 @@
 #include "morvellacinto/jsonmapping/AVClass.h"
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 #include <type_traits>
 
@@ -71,12 +72,9 @@ struct AVType<T> {
         } else if constexpr (std::floating_point<T>) {
             return sizeof(T) == sizeof(float) ? "f" : "d";
         } else {
-            const char letter = sizeof(T) == 1   ? 'c'
-                                : sizeof(T) == 2 ? 's'
-                                : sizeof(T) == 4 ? 'i'
-                                                 : 'q';
-            constexpr char toUpperCase = 'A' - 'a';
-            return {static_cast<char>(std::signed_integral<T> ? letter : letter + toUpperCase)};
+            constexpr bool isSigned = std::signed_integral<T> || std::same_as<T, char>;
+            constexpr std::string_view letters = isSigned ? "csiq" : "CSIQ";
+            return {letters[std::bit_width(sizeof(T)) - 1]};
         }
     }
     static std::optional<Value> read(T held) {
