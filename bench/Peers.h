@@ -47,9 +47,9 @@ public:
                                 SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                                 nullptr) == SQLITE_OK,
                 "no database");
-        for (const char* sql :
-             {"PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL",
-              "CREATE TABLE entry (key BLOB PRIMARY KEY, value BLOB) WITHOUT ROWID"}) {
+        for (const char* sql : {"PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL",
+                                "CREATE TABLE IF NOT EXISTS entry (key BLOB PRIMARY KEY, value "
+                                "BLOB) WITHOUT ROWID"}) {
             require(sqlite3_exec(connection_, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql);
         }
         begin_ = prepare("BEGIN IMMEDIATE");

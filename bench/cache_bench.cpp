@@ -7,8 +7,11 @@
 #include "morvellacinto/Morvellacinto.h"
 #include "morvellacinto/platform/Clock.h"
 #include "morvellacinto/platform/Dispatch.h"
+#include "support/ChildProcess.h"
 #include <morvellacinto/native/NativePlatform.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <thread>
 
 namespace morvellacinto::bench {
@@ -48,14 +51,14 @@ private:
 // Reading it back through a prepared statement, as a host would that keeps the answer as text.
 class StoredText {
 public:
-    StoredText(const std::string& path, const std::string& text) : database_(path) {
-        database_.store("answer", text);
+    explicit StoredText(const std::string& path) : database_(path) {
         statement_ = database_.prepare("SELECT value FROM entry WHERE key = ?1");
     }
     StoredText(const StoredText&) = delete;
     StoredText& operator=(const StoredText&) = delete;
     ~StoredText() { sqlite3_finalize(statement_); }
 
+    void store(const std::string& text) { database_.store("answer", text); }
     [[nodiscard]] Value tags() {
         sqlite3_bind_blob(statement_, 1, "answer", 6, SQLITE_STATIC);
         require(sqlite3_step(statement_) == SQLITE_ROW, "no row");
@@ -74,7 +77,8 @@ private:
 void compareCachedTags(Host& host, const std::string& row, const std::string& text) {
     const auto map = std::make_shared<MapUnderMutex>();
     map->set("KRAudiences", *readJson(text));
-    const auto stored = std::make_shared<StoredText>(host.folder().file(row.c_str()), text);
+    const auto stored = std::make_shared<StoredText>(host.folder().file(row.c_str()));
+    stored->store(text);
     const auto read = [&host] { return host.manager().cachedTags(KRTagsTypeTags); };
     const auto cacheOnce = [&host, text, cached = false]() mutable {
         if (!std::exchange(cached, true)) {
@@ -140,14 +144,60 @@ void compareCollect(Host& host) {
     }
 }
 
+// Told on standard output by a new process, whose settings hold an answer.
+int firstCollect(const char* settings) {
+    Object payload = readJson(payloadText())->asObject();
+    const auto phone = NativePlatform::create(
+        {.bundleIdentifier = "com.example.bench", .dataDirectory = settings});
+    platform::install(phone);
+    KRAudienceManager manager(Uuid::parse("6E1F3C1A-8C5B-4C0E-9B57-5F3B1D0A7C42"));
+    bool answered = false;
+    const double seconds = secondsOf([&] {
+        manager.collect(payload, [&](const auto& answer, const auto&) { answered = bool(answer); });
+    });
+    phone->drain();
+    require(answered, "the cache did not answer");
+    std::printf("%.9f\n", seconds);
+    platform::shutdown();
+    return 0;
+}
+
+// The least that such a process can do: open its database, read the answer and parse it.
+int firstSelect(const char* database) {
+    Value answer;
+    std::printf("%.9f\n", secondsOf([&] { answer = StoredText(database).tags(); }));
+    return 0;
+}
+
+void compareFirstCollect(Host& host) {
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+    const std::string database = host.folder().file("first");
+    const auto stored = std::make_shared<StoredText>(database);
+    stored->store(answerText(600));
+    const auto first = [stored, program](const char* which, const std::string& path) {
+        return [stored, program, which, path] {
+            return std::stod(testing::ChildProcess({program, which, path}).readLine());
+        };
+    };
+    compare("first collect of a process, to return",
+            {prepared([&host] { host.cache(answerText(600)); },
+                      {"ours", first("collect", host.folder().file("settings"))}),
+             {"opening SQLite, select and parse", first("select", database)}});
+}
+
 } // namespace
 } // namespace morvellacinto::bench
 
 int main(int count, char** arguments) {
     using namespace morvellacinto::bench;
+    if (count == 3) {
+        return std::string_view(arguments[1]) == "collect" ? firstCollect(arguments[2])
+                                                           : firstSelect(arguments[2]);
+    }
     Host host;
     compareCachedTags(host, "cachedTags of 600 B", answerText(600));
     compareCachedTags(host, "cachedTags of 5 MB", answerText(5'000'000));
     compareCollect(host);
+    compareFirstCollect(host);
     return runComparisons(count, arguments);
 }

@@ -22,9 +22,9 @@ constexpr std::string_view audiencePath = "/audience/";
 constexpr std::string_view tagsFailed = "tags failed";
 constexpr std::string_view serviceUrlMember = "serviceurl";
 
-void deliver(const Completion& completion, Object answer) {
+void deliver(Completion completion, Object answer) {
     platform::current()->dispatch().asyncMain(
-        [completion, answer = std::optional(std::move(answer))] {
+        [completion = std::move(completion), answer = std::optional(std::move(answer))] {
             completion(answer, std::nullopt);
         });
 }
@@ -86,7 +86,7 @@ void collectAudience(const AudienceSettings& settings, Object& payload, Completi
         if (!isServedFromCache) {
             upload(settings, payload, completion);
         } else if (lastAnswer->isObject()) {
-            deliver(completion, lastAnswer->asObject());
+            deliver(std::move(completion), lastAnswer->asObject());
         }
     });
 }
