@@ -180,12 +180,10 @@ public:
 
     /// The object or array that this value holds, or null for any other kind.
     [[nodiscard]] const Object* ifObject() const noexcept {
-        return isObject() ? std::launder(reinterpret_cast<const Object*>(storage_ + payloadOffset))
-                          : nullptr;
+        return isObject() ? container<Object>() : nullptr;
     }
     [[nodiscard]] const Array* ifArray() const noexcept {
-        return isArray() ? std::launder(reinterpret_cast<const Array*>(storage_ + payloadOffset))
-                         : nullptr;
+        return isArray() ? container<Array>() : nullptr;
     }
 
     /// Same kind and content, with two exceptions: numbers are equal when they have the same
@@ -236,6 +234,11 @@ private:
         T value;
         std::memcpy(&value, storage_ + payloadOffset, sizeof value);
         return value;
+    }
+    /// A template, so that the classes need not be complete here.
+    template <class Container>
+    [[nodiscard]] const Container* container() const noexcept {
+        return std::launder(reinterpret_cast<const Container*>(storage_ + payloadOffset));
     }
     void retain() const noexcept;
     void release() noexcept;
