@@ -1,3 +1,4 @@
+#include "support/Attack.h"
 #include "support/FaultServer.h"
 #include "support/ProcessCounts.h"
 
@@ -26,7 +27,7 @@ TEST(Loading, StartsNoThreadAndOpensNoDescriptorAndUnloadsAfterShutdown) {
     FaultServer server(nullptr, {});
     std::string directory = (std::filesystem::temp_directory_path() / "loading-XXXXXX").string();
     ASSERT_NE(mkdtemp(directory.data()), nullptr);
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < morvellacinto::testing::attackRounds(100); ++round) {
         const auto threads = threadCount();
         const auto descriptors = descriptorCount();
         void* const host = dlopen(MORVELLACINTO_LOADED_HOST, RTLD_NOW | RTLD_LOCAL);

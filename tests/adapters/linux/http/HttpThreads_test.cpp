@@ -1,5 +1,7 @@
 #include "HttpFixture.h"
 
+#include "support/Attack.h"
+
 #include <csignal>
 #include <cstdlib>
 #include <sys/wait.h>
@@ -197,7 +199,7 @@ TEST_F(HttpThreadsTest, AProcessMayExitWhileHandshakesAreUnderWay) {
     close(ready[1]);
     char text[64]{};
     ASSERT_GT(read(ready[0], text, sizeof text - 1), 0);
-    for (int round = 0; round < 10; ++round) {
+    for (int round = 0; round < testing::attackRounds(10); ++round) {
         const pid_t child = fork();
         if (child == 0) {
             alarm(20);

@@ -1,6 +1,8 @@
 #include "AttackScript.h"
 #include "SettingsFixture.h"
 
+#include "support/Attack.h"
+
 #include <gmock/gmock.h>
 
 #include <array>
@@ -186,8 +188,7 @@ TEST_F(SettingsProcesses, AreNotHeldUpForGoodByOneThatIsStopped) {
 }
 
 TEST_F(SettingsProcesses, KilledAtAnyInstantLoseNoFlushedValueAndTearNone) {
-    const char* wanted = std::getenv("MORVELLACINTO_ATTACK_ROUNDS");
-    const int rounds = wanted == nullptr ? 15 : std::atoi(wanted);
+    const int rounds = testing::attackRounds(30);
     constexpr int writers = 3;
     std::mt19937 random(11);
     std::array<std::int64_t, writers> done{}; // operations that have certainly happened
@@ -226,8 +227,8 @@ TEST_F(SettingsProcesses, KilledAtAnyInstantLoseNoFlushedValueAndTearNone) {
             }
         }
     }
-    EXPECT_THAT(told(), testing::IsEmpty());
-    EXPECT_THAT(setAside(), testing::IsEmpty());
+    EXPECT_THAT(told(), ::testing::IsEmpty());
+    EXPECT_THAT(setAside(), ::testing::IsEmpty());
     // Who has watched all along comes to see the same, be it killed before it could tell.
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     for (int writer = 0; writer < writers; ++writer) {
