@@ -4,6 +4,7 @@
 #include "KeptValues.h"
 #include "MainQueue.h"
 #include "WorkerPool.h"
+#include "basics/Environment.h"
 #include "basics/NativeDeveloperLog.h"
 #include "basics/NativeDispatch.h"
 #include "basics/NativeSystemVersion.h"
@@ -23,7 +24,6 @@
 #include "morvellacinto/platform/AssertionHandler.h"
 
 #include <cerrno> // program_invocation_short_name
-#include <cstdlib>
 #include <mutex>
 #include <stdexcept>
 #include <unistd.h>
@@ -50,8 +50,7 @@ Diagnostics diagnosticsTo(std::function<void(std::string_view)> write) {
 }
 
 std::filesystem::path absolutePathIn(const char* variable) {
-    const char* value = std::getenv(variable);
-    std::filesystem::path path(value != nullptr ? value : "");
+    std::filesystem::path path(environment(variable));
     return path.is_absolute() ? path : std::filesystem::path();
 }
 
@@ -94,7 +93,7 @@ private:
     std::optional<SqliteDefaults> defaults_;
 };
 
-KeptValues keptIn(std::shared_ptr<Settings> settings) {
+KeptValues keptIn(const std::shared_ptr<Settings>& settings) {
     return {[settings](std::string_view name) { return settings->defaults().adapterValue(name); },
             [settings](std::string_view name, std::string_view text) {
                 // The store tells of a failure itself.

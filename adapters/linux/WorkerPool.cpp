@@ -1,6 +1,7 @@
 #include "WorkerPool.h"
 
 #include "SignalsBlocked.h"
+#include "basics/KeepForever.h"
 
 #include <algorithm>
 #include <atomic>
@@ -249,7 +250,7 @@ WorkerPool::WorkerPool(std::function<void(std::exception_ptr)> escaped,
 WorkerPool::~WorkerPool() {
     if (state_->inForkedChild()) {
         // Its condition variables count threads that the child does not have: never destroy it.
-        static_cast<void>(new std::shared_ptr<State>(state_));
+        keepForever(state_);
         return;
     }
     shutdown();

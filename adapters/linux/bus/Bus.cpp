@@ -2,6 +2,7 @@
 
 #include "BusConnection.h"
 #include "SignalsBlocked.h"
+#include "basics/KeepForever.h"
 
 #include <algorithm>
 #include <array>
@@ -208,7 +209,7 @@ Bus::Bus(Diagnostics diagnostics, std::chrono::milliseconds idleLimit)
 Bus::~Bus() {
     if (state_->inForkedChild()) {
         // Its thread's handle cannot be destroyed, and the connection is the parent's.
-        static_cast<void>(new std::shared_ptr<State>(state_));
+        keepForever(state_);
         return;
     }
     shutdown();

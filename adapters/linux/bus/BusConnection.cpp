@@ -93,12 +93,12 @@ BusConnection::BusConnection(SilentNames& silentNames, Diagnostics diagnostics)
 
 BusConnection::~BusConnection() = default;
 
-void BusConnection::call(BusCall call, Handler handler) {
+void BusConnection::call(const BusCall& call, Handler handler) {
     const auto deadline = Clock::now() + call.timeout;
-    callUntil(std::move(call), deadline, std::move(handler));
+    callUntil(call, deadline, std::move(handler));
 }
 
-void BusConnection::callUntil(BusCall call, Clock::time_point deadline, Handler handler) {
+void BusConnection::callUntil(const BusCall& call, Clock::time_point deadline, Handler handler) {
     const auto refuse = [&](std::string_view name) {
         due_.push_back([handler, reply = failure(name)] { handler(reply); });
     };

@@ -50,9 +50,9 @@ public:
     /// `handler` is called once, never before this returns: with the answer, with the service's
     /// error, with `BusError::noReply` when the time-out has passed, or with
     /// `BusError::disconnected` when there is no bus or the connection is lost.
-    void call(BusCall call, Handler handler);
+    void call(const BusCall& call, Handler handler);
     /// The same with a time at which to give up, whatever the call's own time-out is.
-    void callUntil(BusCall call, Clock::time_point deadline, Handler handler);
+    void callUntil(const BusCall& call, Clock::time_point deadline, Handler handler);
 
     /// Until cancelled, or until the connection is lost.
     Ticket subscribe(const SignalFilter& filter, SignalHandler handler);

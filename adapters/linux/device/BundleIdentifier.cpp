@@ -1,9 +1,9 @@
 #include "BundleIdentifier.h"
 
+#include "basics/Environment.h"
 #include "basics/KeyFile.h"
 #include "basics/VisibleText.h"
 
-#include <cstdlib>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -11,8 +11,7 @@ namespace morvellacinto::native {
 BundleIdentifier::BundleIdentifier(std::optional<std::string> chosen, std::filesystem::path root)
     : known_(std::move(chosen)), root_(std::move(root)) {
     if (!known_ || known_->empty()) {
-        const char* flatpak = std::getenv("FLATPAK_ID");
-        known_ = asciiWord(flatpak != nullptr ? flatpak : "");
+        known_ = asciiWord(environment("FLATPAK_ID"));
     }
 }
 

@@ -1,12 +1,12 @@
 #include "NativeDevice.h"
 
 #include "Battery.h"
+#include "basics/Environment.h"
 #include "basics/KeyFile.h"
 #include "basics/VisibleText.h"
 #include "bus/Bus.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <sys/utsname.h>
 #include <utility>
 
@@ -16,8 +16,7 @@ namespace {
 
 std::string nonEmptyVariable(std::initializer_list<const char*> names) {
     for (const char* name : names) {
-        const char* value = std::getenv(name);
-        if (value != nullptr && *value != '\0') {
+        if (std::string value = environment(name); !value.empty()) {
             return value;
         }
     }

@@ -3,6 +3,7 @@
 #include "ExitGuard.h"
 #include "SignalsBlocked.h"
 #include "TransferEngine.h"
+#include "basics/KeepForever.h"
 
 #include <new>
 #include <pthread.h>
@@ -15,7 +16,7 @@ namespace morvellacinto::native {
 TransferLoop::TransferLoop(HttpOptions options)
     : options_(std::move(options)), process_(getpid()), trust_(options_.trustAnchors) {}
 
-void TransferLoop::submit(std::shared_ptr<Transfer> transfer) {
+void TransferLoop::submit(const std::shared_ptr<Transfer>& transfer) {
     transfer->start(Transfer::Clock::now());
     std::unique_lock lock(mutex_);
     if (stopped_) {
@@ -61,7 +62,7 @@ void TransferLoop::halt() {
 void TransferLoop::stop() {
     if (inForkedChild()) {
         // The child has this object but not its thread: leave all as it is, for good.
-        static_cast<void>(new std::shared_ptr<TransferLoop>(shared_from_this()));
+        keepForever(shared_from_this());
         return;
     }
     halt();

@@ -27,7 +27,7 @@ public:
     ~TransferLoop() = default;
 
     /// Any thread. Once stopped, the transfer is dropped.
-    void submit(std::shared_ptr<Transfer> transfer);
+    void submit(const std::shared_ptr<Transfer>& transfer);
     /// Cancels all transfers, keeping them, and joins the thread. In a forked child, which has no
     /// such thread, without effect.
     void halt();

@@ -1,9 +1,9 @@
 #include "GeoClueFiles.h"
 
+#include "basics/Environment.h"
 #include "basics/KeyFile.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <sstream>
 #include <string_view>
 #include <utility>
@@ -14,11 +14,6 @@ namespace {
 
 constexpr const char* serviceFile = "dbus-1/system-services/org.freedesktop.GeoClue2.service";
 constexpr std::string_view pathAddress = "unix:path=";
-
-std::string environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : "";
-}
 
 } // namespace
 
