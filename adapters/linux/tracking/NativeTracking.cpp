@@ -95,6 +95,7 @@ public:
             waiting.swap(waiting_);
         }
         for (Answer& answer : waiting) {
+            // Moved above only when nothing is decided. NOLINTNEXTLINE(bugprone-use-after-move)
             give(std::move(answer), decided);
         }
         if (keep) {
