@@ -95,7 +95,6 @@ public:
             waiting.swap(waiting_);
         }
         for (Answer& answer : waiting) {
-            // Moved above only when nothing is decided. NOLINTNEXTLINE(bugprone-use-after-move)
             give(std::move(answer), decided);
         }
         if (keep) {
@@ -173,6 +172,7 @@ void NativeTracking::Decision::request(Answer answer) {
         decided = status_;
     }
     if (decided != status::notDetermined) {
+        // Moved above only when nothing is decided. NOLINTNEXTLINE(bugprone-use-after-move)
         give(std::move(answer), decided);
         return;
     }
