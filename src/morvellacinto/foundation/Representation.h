@@ -2,7 +2,9 @@
 
 #include "morvellacinto/foundation/Value.h"
 
+#include <array>
 #include <atomic>
+#include <bit>
 #include <memory>
 #include <vector>
 
@@ -108,6 +110,12 @@ struct ValueAccess {
         return std::memcmp(left.storage_, right.storage_, sizeof left.storage_) == 0 ||
                (left.tag() == Value::Tag::longString && right.tag() == Value::Tag::longString &&
                 string(left) == string(right));
+    }
+    /// A string of at most this length stands in its value, which depends on the text alone then.
+    static constexpr std::size_t inlineLength = Value::maximumInlineLength;
+    /// All of a value's storage.
+    [[nodiscard]] static std::array<std::uint64_t, 2> words(const Value& value) noexcept {
+        return std::bit_cast<std::array<std::uint64_t, 2>>(value.storage_);
     }
     [[nodiscard]] static const Value& keyValue(const Object::Member& member) noexcept {
         return member.key_;

@@ -1,10 +1,11 @@
 #include "morvellacinto/jsonmapping/AVClass.h"
 
+#include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/jsonmapping/AVObject.h"
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -58,26 +59,23 @@ bool describeRelated() {
 
 // Names come from the host's classes, so a hash that an attacker could steer does no harm: what is
 // looked up never enters the table.
-std::uint64_t hashOf(std::string_view name) noexcept {
+std::uint64_t hashOf(std::uint64_t low, std::uint64_t high) noexcept {
     constexpr std::uint64_t multiplier = 0x9E3779B97F4A7C15U;
-    std::uint64_t hash = name.size() * multiplier;
-    const auto absorb = [&](std::uint64_t word) {
-        hash = (hash ^ word) * multiplier;
-        hash ^= hash >> 32;
-    };
-    const char* next = name.data();
-    std::size_t left = name.size();
-    for (; left >= sizeof(std::uint64_t); next += 8, left -= 8) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, next, sizeof word);
-        absorb(word);
+    const std::uint64_t hash = (low ^ std::rotl(high, 29)) * multiplier;
+    return hash ^ hash >> 32;
+}
+
+std::uint64_t hashOfLong(std::string_view name) noexcept {
+    return hashOf(std::hash<std::string_view>()(name), name.size());
+}
+
+std::uint64_t hashOf(const Value& name) noexcept {
+    const std::string_view text = ValueAccess::string(name);
+    if (text.size() > ValueAccess::inlineLength) {
+        return hashOfLong(text);
     }
-    std::uint64_t last = 0;
-    if (left > 0) {
-        std::memcpy(&last, next, left);
-    }
-    absorb(last);
-    return hash * multiplier;
+    const auto [low, high] = ValueAccess::words(name);
+    return hashOf(low, high);
 }
 
 constexpr std::uint64_t upperHalf = 0xFFFFFFFF00000000U;
@@ -102,17 +100,35 @@ Ref<AVObject> AVClass::makeInstance() const {
 }
 
 const AVMember* AVClass::find(std::string_view name) const noexcept {
-    const std::uint64_t hash = hashOf(name);
+    if (name.size() <= ValueAccess::inlineLength) {
+        return member(Value(name));
+    }
+    return findWhere(hashOfLong(name),
+                     [name](const AVMember& each) { return each.name.asString() == name; });
+}
+
+const AVMember* AVClass::member(const Value& name) const noexcept {
+    return findWhere(hashOf(name), [&name](const AVMember& each) {
+        return ValueAccess::sameText(each.name, name);
+    });
+}
+
+template <class IsIt>
+const AVMember* AVClass::findWhere(std::uint64_t hash, IsIt isIt) const noexcept {
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t slot = hash & mask; slots_[slot] != 0; slot = (slot + 1) & mask) {
         if (((slots_[slot] ^ hash) & upperHalf) == 0) {
             const AVMember& member = members_[static_cast<std::uint32_t>(slots_[slot]) - 1];
-            if (member.name == name) {
+            if (isIt(member)) {
                 return &member;
             }
         }
     }
     return nullptr;
+}
+
+bool AVClass::hasDefaultKeys(const AVObject& instance) const noexcept {
+    return hasDefaultKeys_ && typeid(instance) == *type_;
 }
 
 const AVClass& AVClass::adopt(AVClassDraft draft) {
@@ -131,7 +147,8 @@ const AVClass& AVClass::adopt(AVClassDraft draft) {
 }
 
 AVClass::AVClass(AVClassDraft draft)
-    : name_(std::move(draft.name)), base_(draft.base), type_(draft.type), make_(draft.make) {
+    : name_(std::move(draft.name)), base_(draft.base), type_(draft.type), make_(draft.make),
+      hasDefaultKeys_(draft.hasDefaultKeys) {
     std::vector<AVMember> own = std::move(draft.members);
     if (base_ != nullptr) {
         members_ = base_->members_;
@@ -145,6 +162,7 @@ AVClass::AVClass(AVClassDraft draft)
 
 void AVClass::add(AVMember member) {
     member.isNumber = member.attributes.find("NSNumber") != std::string::npos;
+    member.isPath = member.name.asString().find('.') != std::string_view::npos;
     const auto same = std::find_if(members_.begin(), members_.end(), [&](const AVMember& other) {
         return other.name == member.name;
     });

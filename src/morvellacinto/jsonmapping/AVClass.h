@@ -21,7 +21,8 @@ struct MORVELLACINTO_EXPORT AVMember {
     /// the property cannot hold.
     using Write = void (*)(AVObject& object, const Value* value);
 
-    std::string name;
+    /// A string.
+    Value name;
     Read read = nullptr;
     /// Null for what can only be read.
     Write write = nullptr;
@@ -30,6 +31,8 @@ struct MORVELLACINTO_EXPORT AVMember {
     std::string attributes;
     /// The attribute text contains "NSNumber".
     bool isNumber = false;
+    /// The name contains a ".".
+    bool isPath = false;
 };
 
 /// What a description has said of a class so far; the classes that its properties refer to are
@@ -41,6 +44,8 @@ struct MORVELLACINTO_EXPORT AVClassDraft {
     const AVClass* base = nullptr;
     const std::type_info* type = nullptr;
     Ref<AVObject> (*make)() = nullptr;
+    /// The type overrides none of the operations on keys of `AVObject`.
+    bool hasDefaultKeys = false;
     std::vector<AVMember> members;
     std::vector<Described> related;
 };
@@ -74,6 +79,12 @@ public:
 
     /// The property or reader of that name, of this class or an ancestor, or null.
     [[nodiscard]] const AVMember* find(std::string_view name) const noexcept;
+    /// The same for a name that is in a value already.
+    [[nodiscard]] const AVMember* member(const Value& name) const noexcept;
+
+    /// True when `keyExceptionForSourceKey`, `sourceKeyForExceptionKey` and `isNumberProperty` of
+    /// this instance of the class are those of `AVObject`, so that it need not be asked.
+    [[nodiscard]] bool hasDefaultKeys(const AVObject& instance) const noexcept;
 
     /// Makes a class known; `AVClass::of` calls it once for each.
     [[nodiscard]] static const AVClass& adopt(AVClassDraft draft);
@@ -81,6 +92,8 @@ public:
 private:
     explicit AVClass(AVClassDraft draft);
 
+    template <class IsIt>
+    [[nodiscard]] const AVMember* findWhere(std::uint64_t hash, IsIt isIt) const noexcept;
     void add(AVMember member);
     void buildIndex();
 
@@ -88,6 +101,7 @@ private:
     const AVClass* base_;
     const std::type_info* type_;
     Ref<AVObject> (*make_)();
+    bool hasDefaultKeys_;
     std::vector<AVMember> members_; // inherited ones included
     /// Open addressing, at most half full: the upper half of a slot is the upper half of the name's
     /// hash, the lower half the member's position plus one; zero is free.

@@ -95,12 +95,24 @@ private:
         if (attributes.empty()) {
             const std::string encoding = AVType<Held>::encoding();
             const char* const ownership = encoding.starts_with('@') ? ",&" : "";
-            made.attributes = "T" + encoding + (writable ? ownership : ",R") + ",N,V_" + made.name;
+            made.attributes = "T" + encoding + (writable ? ownership : ",R") + ",N,V_";
+            made.attributes += name;
         }
         return made;
     }
 
     AVClassDraft& draft_;
+};
+
+/// Whether `T` has the operations on keys of `AVObject`. A pointer to an inherited member tells the
+/// class that it comes from; one that cannot be had counts as an override.
+template <class T>
+concept AVHasDefaultKeys = requires {
+    requires std::same_as<decltype(&T::keyExceptionForSourceKey),
+                          decltype(&AVObject::keyExceptionForSourceKey)>;
+    requires std::same_as<decltype(&T::sourceKeyForExceptionKey),
+                          decltype(&AVObject::sourceKeyForExceptionKey)>;
+    requires std::same_as<decltype(&T::isNumberProperty), decltype(&AVObject::isNumberProperty)>;
 };
 
 template <class T>
@@ -111,6 +123,7 @@ const AVClass& AVClass::of() {
         AVClassDraft draft;
         draft.name = T::avClassName();
         draft.type = &typeid(T);
+        draft.hasDefaultKeys = AVHasDefaultKeys<T>;
         if constexpr (!std::same_as<T, AVObject>) {
             static_assert(std::derived_from<T, typename T::AVBase>,
                           "AVJSON_CLASS names a base that is none");

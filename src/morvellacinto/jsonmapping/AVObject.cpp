@@ -11,9 +11,6 @@
 namespace morvellacinto {
 namespace {
 
-constexpr std::string_view sourceKey = "id";
-constexpr std::string_view exceptionKey = "ident";
-
 const AVMember& memberToRead(const AVObject& object, std::string_view name) {
     const AVMember* member = object.avClass().find(name);
     if (member == nullptr) {

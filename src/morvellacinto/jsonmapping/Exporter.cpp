@@ -1,6 +1,7 @@
 #include "morvellacinto/jsonmapping/Exporter.h"
 
 #include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/jsonmapping/AVObject.h"
 #include "morvellacinto/jsonmapping/KeyValueCoding.h"
 #include "morvellacinto/platform/Guarded.h"
@@ -43,70 +44,108 @@ private:
     std::vector<const AVObject*>& path_;
 };
 
+/// The JSON object that an export fills. Storing nothing removes what stands under the name;
+/// storing an empty array changes nothing.
+class Exporter::Output {
+public:
+    Output(Object& object, std::size_t count) : object_(object) { object_.reserve(count); }
+
+    /// Under the member's own name.
+    void store(const AVMember& member, std::optional<Value> value) {
+        if (hasOtherNames_ || &member <= last_) {
+            replace(member.name.asString(), std::move(value));
+            return;
+        }
+        last_ = &member;
+        if (value && !isEmptyArray(*value)) {
+            ValueAccess::add(object_, member.name, *std::move(value));
+        }
+    }
+
+    void store(std::string_view name, std::optional<Value> value) {
+        hasOtherNames_ = true;
+        replace(name, std::move(value));
+    }
+
+private:
+    void replace(std::string_view name, std::optional<Value> value) {
+        if (!value) {
+            object_.remove(name);
+        } else if (!isEmptyArray(*value)) {
+            object_.set(name, *std::move(value));
+        }
+    }
+
+    static bool isEmptyArray(const Value& value) {
+        const Array* array = value.ifArray();
+        return array != nullptr && array->empty();
+    }
+
+    Object& object_;
+    /// No member behind this one in the class is there yet, unless under another's name.
+    const AVMember* last_ = nullptr;
+    bool hasOtherNames_ = false;
+};
+
 Object Exporter::exported(const AVObject& object, const std::vector<std::string>& keys) {
     Object result;
     platform::guarded(log_, initFailed, [&] {
         const Level level(path_, object);
-        result.reserve(keys.size());
+        const AVClass& objectClass = object.avClass();
+        const bool hasDefaultKeys = objectClass.hasDefaultKeys(object);
+        Output output(result, keys.size());
         for (const std::string& key : keys) {
-            take(result, object, key);
+            const AVMember* member = objectClass.find(key);
+            if (member == nullptr) {
+                log_.log(missingLine(key, object));
+            } else if (hasDefaultKeys && !member->isPath) {
+                output.store(*member, exportedValue(member->read(object)));
+            } else {
+                take(output, object, *member);
+            }
         }
     });
     return result;
 }
 
-void Exporter::take(Object& result, const AVObject& object, const std::string& key) {
-    const AVMember* member = object.avClass().find(key);
-    if (member == nullptr) {
-        log_.log(missingLine(key, object));
-        return;
-    }
-    const std::size_t dot = key.rfind('.');
-    std::optional<Value> value;
-    std::string_view name = key;
-    if (dot == std::string::npos) {
-        value = member->read(object);
-    } else {
-        value = object.valueForKeyPath(key);
-        name.remove_prefix(dot + 1);
+void Exporter::take(Output& output, const AVObject& object, const AVMember& member) {
+    std::string_view name = member.name.asString();
+    std::optional<Value> value = member.isPath ? object.valueForKeyPath(name) : member.read(object);
+    if (member.isPath) {
+        name.remove_prefix(name.rfind('.') + 1);
     }
     const std::string outputKey = object.sourceKeyForExceptionKey(name);
-    if (value) {
-        store(result, outputKey, *std::move(value));
-    } else {
-        result.remove(outputKey);
-    }
+    output.store(outputKey, exportedValue(std::move(value)));
 }
 
-void Exporter::store(Object& result, std::string_view key, const Value& value) {
-    switch (value.kind()) {
+std::optional<Value> Exporter::exportedValue(std::optional<Value> value) {
+    if (!value) {
+        return value;
+    }
+    switch (value->kind()) {
     case Value::Kind::boolean:
     case Value::Kind::integer:
     case Value::Kind::float32:
     case Value::Kind::float64:
     case Value::Kind::string:
     case Value::Kind::object:
-        result.set(key, value);
-        break;
+        return value;
     case Value::Kind::array: {
-        const Array& elements = value.asArray();
+        const Array& elements = value->asArray();
         Array exportedElements;
         exportedElements.reserve(elements.size());
         for (const Value& element : elements) {
             exportedElements.append(exportedNode(element));
         }
-        if (!exportedElements.empty()) {
-            result.set(key, std::move(exportedElements));
-        }
-        break;
+        return exportedElements;
     }
     case Value::Kind::null:
     case Value::Kind::date:
     case Value::Kind::bytes:
     case Value::Kind::instance:
-        result.set(key, exportedNode(value));
         break;
     }
+    return exportedNode(*value);
 }
 
 Object Exporter::exportedNode(const Value& value) {

@@ -8,6 +8,7 @@
 
 namespace morvellacinto {
 
+struct AVMember;
 class AVObject;
 
 /// One export: reads an object graph on the caller's thread.
@@ -20,9 +21,12 @@ public:
 
 private:
     class Level;
+    class Output;
 
-    void take(Object& result, const AVObject& object, const std::string& key);
-    void store(Object& result, std::string_view key, const Value& value);
+    /// A property as the object wants it.
+    void take(Output& output, const AVObject& object, const AVMember& member);
+    /// What stands for a property's value in the result.
+    [[nodiscard]] std::optional<Value> exportedValue(std::optional<Value> value);
     /// A value met inside another: what is no mappable object exports as an empty JSON object.
     [[nodiscard]] Object exportedNode(const Value& value);
 

@@ -2,6 +2,7 @@
 
 #include "morvellacinto/foundation/Json.h"
 #include "morvellacinto/foundation/NumberText.h"
+#include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/jsonmapping/AVObject.h"
 #include "morvellacinto/jsonmapping/KeyValueCoding.h"
 #include "morvellacinto/platform/Guarded.h"
@@ -9,6 +10,24 @@
 #include <stdexcept>
 
 namespace morvellacinto {
+namespace {
+
+/// The value that a plain key gives: the member's own, or one kept in `converted`, or null for
+/// none. `isNumberProperty` is asked about strings.
+template <class Question>
+const Value* plainValue(const Object& dictionary, const Object::Member& member,
+                        std::optional<Value>& converted, const Question& isNumberProperty) {
+    if (member.key().starts_with('@')) {
+        converted = valueForKey(dictionary, member.key());
+    } else if (member.value.isString() && isNumberProperty()) {
+        converted = numberFromText(member.value.asString());
+    } else {
+        return member.value.isNull() ? nullptr : &member.value;
+    }
+    return converted ? &*converted : nullptr;
+}
+
+} // namespace
 
 /// A node class looked up once for all the objects that are made of it.
 struct Importer::Maker {
@@ -44,9 +63,13 @@ private:
 void Importer::fill(AVObject& object, const Object& dictionary) {
     platform::guarded(log_, initFailed, [&] {
         const Level level(*this);
+        const AVClass& objectClass = object.avClass();
+        const bool defaultKeys = objectClass.hasDefaultKeys(object);
         for (const Object::Member& member : dictionary) {
             if (const NodeClass* nodeClass = nodeMapping_.find(member.key())) {
                 takeNode(object, member, *nodeClass);
+            } else if (defaultKeys) {
+                takePlain(object, objectClass, dictionary, member);
             } else {
                 takePlain(object, dictionary, member);
             }
@@ -105,19 +128,23 @@ void Importer::takeNode(AVObject& object, const Object::Member& member,
 
 void Importer::takePlain(AVObject& object, const Object& dictionary, const Object::Member& member) {
     const std::string_view key = member.key();
-    std::optional<Value> own; // the value to set, where it is not the member's
-    if (key.starts_with('@')) {
-        own = valueForKey(dictionary, key);
-    } else if (member.value.isNull()) {
-        return;
-    } else if (member.value.isString() && object.isNumberProperty(key)) {
-        own = numberFromText(member.value.asString());
-        if (!own) {
-            return;
-        }
+    std::optional<Value> converted;
+    const Value* value =
+        plainValue(dictionary, member, converted, [&] { return object.isNumberProperty(key); });
+    if (value != nullptr && object.answers(object.keyExceptionForSourceKey(key))) {
+        setValue(object, value, object.keyExceptionForSourceKey(key));
     }
-    if (object.answers(object.keyExceptionForSourceKey(key))) {
-        setValue(object, own ? &*own : &member.value, object.keyExceptionForSourceKey(key));
+}
+
+void Importer::takePlain(AVObject& object, const AVClass& objectClass, const Object& dictionary,
+                         const Object::Member& member) {
+    const AVMember* named = objectClass.member(ValueAccess::keyValue(member));
+    std::optional<Value> converted;
+    const Value* value = plainValue(dictionary, member, converted,
+                                    [&] { return named != nullptr && named->isNumber; });
+    const AVMember* property = member.key() == sourceKey ? objectClass.find(exceptionKey) : named;
+    if (value != nullptr && property != nullptr) {
+        setValue(object, value, *property);
     }
 }
 

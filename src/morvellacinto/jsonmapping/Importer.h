@@ -24,7 +24,10 @@ private:
     [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const Maker& maker);
     [[nodiscard]] Array convert(const Array& array, const Maker& maker);
     void takeNode(AVObject& object, const Object::Member& member, const NodeClass& nodeClass);
+    /// A plain key as the object wants it, and one as an object with the default keys would.
     void takePlain(AVObject& object, const Object& dictionary, const Object::Member& member);
+    void takePlain(AVObject& object, const AVClass& objectClass, const Object& dictionary,
+                   const Object::Member& member);
 
     platform::DeveloperLog& log_;
     const NodeMapping& nodeMapping_;

@@ -6,6 +6,14 @@
 #include <string>
 
 namespace morvellacinto {
+namespace {
+
+[[noreturn]] void throwNoProperty(const AVObject& object, std::string_view name) {
+    throw std::out_of_range(std::string(object.avClass().name()) + " has no property \"" +
+                            std::string(name) + "\" that can be set");
+}
+
+} // namespace
 
 AVObject* mappableObject(const Value& value) noexcept {
     return value.kind() == Value::Kind::instance ? dynamic_cast<AVObject*>(&value.asInstance())
@@ -24,17 +32,22 @@ std::optional<Value> valueForKey(const Object& dictionary, std::string_view key)
 }
 
 void setValue(AVObject& object, const Value* value, std::string_view name) {
-    const AVClass& objectClass = object.avClass();
-    const AVMember* member = objectClass.find(name);
-    if (member == nullptr || member->write == nullptr) {
-        throw std::out_of_range(std::string(objectClass.name()) + " has no property \"" +
-                                std::string(name) + "\" that can be set");
+    const AVMember* member = object.avClass().find(name);
+    if (member == nullptr) {
+        throwNoProperty(object, name);
+    }
+    setValue(object, value, *member);
+}
+
+void setValue(AVObject& object, const Value* value, const AVMember& member) {
+    if (member.write == nullptr) {
+        throwNoProperty(object, member.name.asString());
     }
     try {
-        member->write(object, value);
+        member.write(object, value);
     } catch (const ValueKindError& error) {
-        throw ValueKindError(std::string(objectClass.name()) + "." + std::string(name) + ": " +
-                             error.what());
+        throw ValueKindError(std::string(object.avClass().name()) + "." +
+                             std::string(member.name.asString()) + ": " + error.what());
     }
 }
 

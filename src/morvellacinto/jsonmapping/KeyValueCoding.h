@@ -11,6 +11,10 @@ namespace morvellacinto {
 /// What guards of imports and exports log.
 inline constexpr std::string_view initFailed = "dict init failed";
 
+/// The JSON key that stands for a property of another name unless a class says otherwise.
+inline constexpr std::string_view sourceKey = "id";
+inline constexpr std::string_view exceptionKey = "ident";
+
 /// The mappable object that a value holds, or null.
 [[nodiscard]] AVObject* mappableObject(const Value& value) noexcept;
 
@@ -21,5 +25,7 @@ inline constexpr std::string_view initFailed = "dict init failed";
 
 /// Sets a property of `object`, to nothing when `value` is null. Throws as `AVObject::setValue`.
 void setValue(AVObject& object, const Value* value, std::string_view name);
+/// The same for the property or reader `member` of the object's class.
+void setValue(AVObject& object, const Value* value, const AVMember& member);
 
 } // namespace morvellacinto

@@ -49,9 +49,10 @@ void NodeMapping::set(std::string_view key, NodeClass nodeClass) {
     } else {
         nodes_.insert(place, {std::string(key), std::move(nodeClass)});
     }
+    filter_ |= filterBit(key);
 }
 
-const NodeClass* NodeMapping::find(std::string_view key) const noexcept {
+const NodeClass* NodeMapping::findNode(std::string_view key) const noexcept {
     const auto place = position(key);
     return place != nodes_.end() && place->key == key ? &place->nodeClass : nullptr;
 }
@@ -59,10 +60,8 @@ const NodeClass* NodeMapping::find(std::string_view key) const noexcept {
 std::vector<NodeMapping::Node>::const_iterator
 NodeMapping::position(std::string_view key) const noexcept {
     return std::lower_bound(
-        nodes_.begin(), nodes_.end(), key, [](const Node& node, std::string_view wanted) {
-            return node.key.size() != wanted.size() ? node.key.size() < wanted.size()
-                                                    : node.key < wanted;
-        });
+        nodes_.begin(), nodes_.end(), key,
+        [](const Node& node, std::string_view wanted) { return node.key < wanted; });
 }
 
 } // namespace morvellacinto

@@ -3,6 +3,7 @@
 #include "morvellacinto/jsonmapping/AVClass.h"
 
 #include <concepts>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -53,7 +54,9 @@ public:
     /// Replaces what the key meant before.
     void set(std::string_view key, NodeClass nodeClass);
     /// Null for a key that holds no node. Valid until the mapping is next changed.
-    [[nodiscard]] const NodeClass* find(std::string_view key) const noexcept;
+    [[nodiscard]] const NodeClass* find(std::string_view key) const noexcept {
+        return (filter_ & filterBit(key)) == 0 ? nullptr : findNode(key);
+    }
 
 private:
     struct Node {
@@ -61,11 +64,16 @@ private:
         NodeClass nodeClass;
     };
 
+    [[nodiscard]] static std::uint64_t filterBit(std::string_view key) noexcept {
+        const std::size_t last = key.empty() ? 0 : static_cast<unsigned char>(key.back());
+        return std::uint64_t{1} << (key.size() * 8 + last) % 64;
+    }
+    [[nodiscard]] const NodeClass* findNode(std::string_view key) const noexcept;
     [[nodiscard]] std::vector<Node>::const_iterator position(std::string_view key) const noexcept;
 
-    /// By the length of the key and then by its text: most look-ups are of keys that hold no node
-    /// and end at the length.
-    std::vector<Node> nodes_;
+    /// A bit for each key. Most look-ups are of keys that hold no node and end here.
+    std::uint64_t filter_ = 0;
+    std::vector<Node> nodes_; // sorted by key
 };
 
 } // namespace morvellacinto
