@@ -20,8 +20,9 @@ function(morvellacinto_settings target)
             $<$<NOT:$<CONFIG:Release>>:-Werror>)
     endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-        # Unique symbols would keep dlclose from ever unloading the library.
-        target_compile_options(${target} PRIVATE -fno-gnu-unique)
+        # Unique symbols would keep dlclose from ever unloading the library; and nobody replaces its
+        # functions, so that it may inline them.
+        target_compile_options(${target} PRIVATE -fno-gnu-unique -fno-semantic-interposition)
     endif()
     if(MORVELLACINTO_BUILD_FUZZERS)
         target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
@@ -45,8 +46,9 @@ function(morvellacinto_library target alias)
     get_target_property(type ${target} TYPE)
     if(type STREQUAL "SHARED_LIBRARY")
         set(script ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+        # Calls of its own functions are bound when it is linked.
         target_link_options(${target} PRIVATE
-            -Wl,--version-script=${script} -Wl,--as-needed)
+            -Wl,--version-script=${script} -Wl,--as-needed -Wl,-Bsymbolic-functions)
         if(NOT MORVELLACINTO_SANITIZE AND NOT MORVELLACINTO_BUILD_FUZZERS)
             # The run-time libraries of sanitizers stand in the program alone.
             target_link_options(${target} PRIVATE -Wl,--no-undefined)
