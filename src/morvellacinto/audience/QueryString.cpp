@@ -1,5 +1,7 @@
 #include "morvellacinto/audience/QueryString.h"
 
+#include "morvellacinto/foundation/Representation.h"
+
 #include <array>
 #include <cstring>
 #include <stdexcept>
@@ -7,8 +9,9 @@
 namespace morvellacinto {
 namespace {
 
-// What a byte of a value becomes: itself, or a percent sign and two digits.
-struct Encoding {
+// What a byte of a value becomes: itself, or a percent sign and two digits. Copied as a whole, the
+// length with it, which is one store.
+struct alignas(4) Encoding {
     char text[3];
     std::uint8_t length;
 };
@@ -50,11 +53,12 @@ void forEachPair(const Object& tags, Visit visit) {
         if (values == nullptr) {
             refuse(member.key(), std::string(nameOf(member.value.kind())));
         }
+        const std::string_view key = member.key();
         for (const Value& value : *values) {
             if (!value.isString()) {
                 refuse(member.key(), "an array with " + std::string(nameOf(value.kind())));
             }
-            visit(member.key(), value.asString());
+            visit(key, ValueAccess::string(value));
         }
     }
 }
@@ -70,8 +74,8 @@ std::string queryString(const Object& tags) {
     if (length == 0) {
         return {};
     }
-    // Each byte is written as three whatever it needs; the surplus is overwritten by what follows.
-    constexpr std::size_t surplus = sizeof Encoding::text;
+    // The surplus of each byte is overwritten by what follows.
+    constexpr std::size_t surplus = sizeof(Encoding);
     std::string query(length + surplus, '\0');
     char* next = query.data();
     forEachPair(tags, [&next](std::string_view key, std::string_view value) {
@@ -79,7 +83,7 @@ std::string queryString(const Object& tags) {
         *next++ = '=';
         for (const char byte : value) {
             const Encoding& encoding = encodingOf(byte);
-            std::memcpy(next, encoding.text, sizeof encoding.text);
+            std::memcpy(next, &encoding, sizeof encoding);
             next += encoding.length;
         }
         *next++ = '&';

@@ -85,21 +85,28 @@ void addDetails(Object& payload, platform::Platform& platform) {
     payload.set("connection", static_cast<std::int64_t>(currentReachabilityStatus()));
 }
 
+Object firstMembers(const Object& object, std::size_t count) {
+    Object first;
+    for (const Object::Member* member = object.begin(); first.size() < count; ++member) {
+        first.set(member->key(), member->value);
+    }
+    return first;
+}
+
 } // namespace
 
 Object basePayload() {
     const auto platform = platform::current();
-    const Object base{
-        {"locale", required(platform->device().localeIdentifier(), "locale identifier")},
-        {"system", required(platform->device().systemVersion(), "system version")},
-        {"api", API_VERSION},
-        {"platform", platformName}};
-    Object payload = base;
-    const bool complete = platform::guarded(platform->developerLog(), payloadFailed, [&] {
-        payload.reserve(memberCount);
-        addDetails(payload, *platform);
-    });
-    return complete ? payload : base;
+    Object payload;
+    payload.reserve(memberCount);
+    payload.set("locale", required(platform->device().localeIdentifier(), "locale identifier"));
+    payload.set("system", required(platform->device().systemVersion(), "system version"));
+    payload.set("api", API_VERSION);
+    payload.set("platform", platformName);
+    const std::size_t baseCount = payload.size();
+    const bool complete = platform::guarded(platform->developerLog(), payloadFailed,
+                                            [&] { addDetails(payload, *platform); });
+    return complete ? payload : firstMembers(payload, baseCount);
 }
 
 } // namespace morvellacinto::KRNetworkManager

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace morvellacinto {
@@ -78,7 +79,8 @@ std::size_t copyPlain(std::string_view text, char* out) {
     return length;
 }
 
-// Text that grows at its end, written through a pointer.
+// Text that grows at its end, written through a pointer. It grows by pieces that stay where they
+// are, since to move what is written costs more than to join the pieces at the end.
 class Text {
 public:
     /// A place for `count` bytes; the end of what was written there is told to `wrote`.
@@ -97,28 +99,40 @@ public:
         room(1);
         *next_++ = character;
     }
-    std::string take() {
-        text_.resize(length());
-        return std::move(text_);
+    std::string take() const {
+        std::string text;
+        text.reserve(fullLength_ + static_cast<std::size_t>(next_ - begin_));
+        for (const Piece& piece : full_) {
+            text.append(piece.begin, piece.end);
+        }
+        text.append(begin_, next_);
+        return text;
     }
 
 private:
-    static constexpr std::size_t smallest = 1024;
-
-    [[nodiscard]] std::size_t length() const {
-        return next_ == nullptr ? 0 : static_cast<std::size_t>(next_ - text_.data());
-    }
+    struct Piece {
+        const char* begin;
+        const char* end;
+    };
+    static constexpr std::size_t firstPiece = 2048;
+    static constexpr std::size_t furtherPieces = 65536;
 
     void grow(std::size_t count) {
-        const std::size_t written = length();
-        text_.resize(std::max({text_.size() * 2, written + count, smallest}));
-        next_ = text_.data() + written;
-        end_ = text_.data() + text_.size();
+        const std::size_t size = std::max(count, furtherPieces);
+        further_.push_back(std::make_unique_for_overwrite<char[]>(size));
+        full_.push_back({begin_, next_});
+        fullLength_ += static_cast<std::size_t>(next_ - begin_);
+        begin_ = next_ = further_.back().get();
+        end_ = begin_ + size;
     }
 
-    std::string text_;
-    char* next_ = nullptr;
-    char* end_ = nullptr;
+    std::array<char, firstPiece> first_;
+    std::vector<std::unique_ptr<char[]>> further_;
+    std::vector<Piece> full_;
+    std::size_t fullLength_ = 0;
+    char* begin_ = first_.data(); // of the piece that is being written
+    char* next_ = begin_;
+    char* end_ = begin_ + first_.size();
 };
 
 class Writer {
