@@ -83,9 +83,8 @@ struct Ending {
 
 bool mayLeadAway(std::string_view answer) {
     constexpr std::string_view name = "location";
-    return std::search(answer.begin(), answer.end(), name.begin(), name.end(), [](char a, char b) {
-               return strncasecmp(&a, &b, 1) == 0;
-           }) != answer.end();
+    return std::search(answer.begin(), answer.end(), name.begin(), name.end(),
+                       [](char a, char b) { return strncasecmp(&a, &b, 1) == 0; }) != answer.end();
 }
 
 } // namespace
@@ -93,9 +92,8 @@ bool mayLeadAway(std::string_view answer) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // Live until the process ends: the server's thread does.
     static Server& server = *new Server;
-    static native::WorkerPool pool([](const std::exception_ptr&) {
-        require(false, "no exception escapes on a worker");
-    });
+    static native::WorkerPool pool(
+        [](const std::exception_ptr&) { require(false, "no exception escapes on a worker"); });
     static native::HttpTransport transport({}, pool);
 
     server.answer.assign(reinterpret_cast<const char*>(data), size);

@@ -73,9 +73,9 @@ public:
 
     static inline std::vector<Kinds*> alive;
     /// Of these an import restores what an export gave.
-    static inline const std::vector<std::string> restorable{
-        "a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k", "l", "m", "ident", "o", "p", "q", "r",
-        "x"};
+    static inline const std::vector<std::string> restorable{"a", "b", "c", "d", "e", "f", "g",
+                                                            "h", "i", "j", "k", "l", "m", "ident",
+                                                            "o", "p", "q", "r", "x"};
     static inline const std::vector<std::string> all = [] {
         std::vector<std::string> keys = restorable;
         keys.insert(keys.end(), {"s", "t", "u", "v", "w", "y", "a.b", "none", "fails", "z"});
@@ -137,8 +137,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     phone();
     const auto existing = makeInstance<Kinds>();
-    const NodeMapping mapping{{"s", AVClass::of<Kinds>()}, {"v", "Kinds"},  {"w", "Kinds"},
-                              {"a", existing},             {"z", "Kinds"},  {"none", "Nobody"},
+    const NodeMapping mapping{{"s", AVClass::of<Kinds>()},
+                              {"v", "Kinds"},
+                              {"w", "Kinds"},
+                              {"a", existing},
+                              {"z", "Kinds"},
+                              {"none", "Nobody"},
                               {"fails", "AVObject"}};
     import(*json, AVClass::of<Kinds>(), {});
     import(*json, "Kinds", mapping);
@@ -148,7 +152,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(line == "dict init failed" || line.ends_with(" missing in Kinds while export"),
                 "a failure leaves one of the fixed lines");
     }
-    for (const Ref<Kinds>& object : std::vector<Ref<Kinds>>(Kinds::alive.begin(), Kinds::alive.end())) {
+    for (const Ref<Kinds>& object :
+         std::vector<Ref<Kinds>>(Kinds::alive.begin(), Kinds::alive.end())) {
         object->letGo();
     }
     require(Kinds::alive.size() == 1, "no object outlives its holders");

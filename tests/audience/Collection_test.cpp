@@ -75,10 +75,29 @@ TEST_F(Collection, uploadsOnceAndThenServesTheCacheForNinetySeconds) {
     phone->http().plan({.body = R"({"n":3})"});
     EXPECT_THAT(collect(), ElementsAre(R"({"n":3})"));
     EXPECT_EQ(uploads(), 3U);
+}
 
-    phone->clock().set(Date{phone->clock().now().secondsSinceReference - 3600});
+TEST_F(Collection, servesTheCacheUntilNinetySecondsAfterTheUploadWhereverTheClockIsSet) {
+    const double first = phone->clock().now().secondsSinceReference;
+    const auto setTo = [&](double seconds) { phone->clock().set(Date{first + seconds}); };
+    phone->http().plan({.body = R"({"n":1})"});
+    collect();
+    for (const double seconds : {-1e9, -90.5, 90.0}) {
+        setTo(seconds);
+        EXPECT_THAT(collect(), ElementsAre(R"({"n":1})")) << seconds;
+    }
+    EXPECT_EQ(uploads(), 1U);
+
+    constexpr double day = 86'400;
+    setTo(day);
+    phone->http().plan({.body = R"({"n":2})"});
+    EXPECT_THAT(collect(), ElementsAre(R"({"n":2})"));
+    setTo(100); // the upload lies ahead now
+    EXPECT_THAT(collect(), ElementsAre(R"({"n":2})"));
+    EXPECT_EQ(uploads(), 2U);
+    setTo(day + 90.001);
+    phone->http().plan({.body = R"({"n":3})"});
     EXPECT_THAT(collect(), ElementsAre(R"({"n":3})"));
-    EXPECT_EQ(uploads(), 3U);
 }
 
 TEST_F(Collection, keepsTheCacheWhenATransferFails) {

@@ -27,6 +27,7 @@ TEST(Value, keepsStringsOfEveryLengthAndByte) {
         const Value copy = value;
         EXPECT_EQ(copy.asString(), text);
     }
+    EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).isNull());
 }
 
 TEST(Value, namesBothKindsWhenReadAsTheWrongOne) {
