@@ -3,6 +3,7 @@
 #include "morvellacinto/foundation/Value.h"
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -73,6 +74,9 @@ public:
     /// Null for `AVObject`.
     [[nodiscard]] const AVClass* base() const noexcept { return base_; }
 
+    /// All properties and readers, those of the base class first.
+    [[nodiscard]] std::span<const AVMember> members() const noexcept { return members_; }
+
     /// A new instance, made with the default constructor. Throws std::logic_error when the class
     /// is abstract or has no public one.
     [[nodiscard]] Ref<AVObject> makeInstance() const;
@@ -102,7 +106,7 @@ private:
     const std::type_info* type_;
     Ref<AVObject> (*make_)();
     bool hasDefaultKeys_;
-    std::vector<AVMember> members_; // inherited ones included
+    std::vector<AVMember> members_;
     /// Open addressing, at most half full: the upper half of a slot is the upper half of the name's
     /// hash, the lower half the member's position plus one; zero is free.
     std::vector<std::uint64_t> slots_;

@@ -7,6 +7,7 @@
 #include <bit>
 #include <limits>
 #include <type_traits>
+#include <typeinfo>
 
 namespace morvellacinto {
 
@@ -149,7 +150,9 @@ struct AVType<Ref<T>> {
         }
         T* object = nullptr;
         if (value->kind() == Value::Kind::instance) {
-            object = dynamic_cast<T*>(&value->asInstance());
+            Instance& instance = value->asInstance();
+            object = typeid(instance) == typeid(T) ? static_cast<T*>(&instance)
+                                                   : dynamic_cast<T*>(&instance);
         }
         if (object == nullptr) {
             AVConversion::refuse(value, "an instance of " + std::string(T::avClassName()));

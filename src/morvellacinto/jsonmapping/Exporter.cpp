@@ -1,9 +1,9 @@
 #include "morvellacinto/jsonmapping/Exporter.h"
 
 #include "morvellacinto/foundation/Json.h"
-#include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/jsonmapping/AVObject.h"
 #include "morvellacinto/jsonmapping/KeyValueCoding.h"
+#include "morvellacinto/jsonmapping/MemberFinder.h"
 #include "morvellacinto/platform/Guarded.h"
 
 #include <algorithm>
@@ -93,13 +93,16 @@ Object Exporter::exported(const AVObject& object, const std::vector<std::string>
         const Level level(path_, object);
         const AVClass& objectClass = object.avClass();
         const bool hasDefaultKeys = objectClass.hasDefaultKeys(object);
+        MemberFinder members(objectClass);
         Output output(result, keys.size());
         for (const std::string& key : keys) {
-            const AVMember* member = objectClass.find(key);
+            const AVMember* member = members.find(key);
             if (member == nullptr) {
                 log_.log(missingLine(key, object));
             } else if (hasDefaultKeys && !member->isPath) {
-                output.store(*member, exportedValue(member->read(object)));
+                std::optional<Value> value = member->read(object);
+                makeJson(value);
+                output.store(*member, std::move(value));
             } else {
                 take(output, object, *member);
             }
@@ -115,12 +118,13 @@ void Exporter::take(Output& output, const AVObject& object, const AVMember& memb
         name.remove_prefix(name.rfind('.') + 1);
     }
     const std::string outputKey = object.sourceKeyForExceptionKey(name);
-    output.store(outputKey, exportedValue(std::move(value)));
+    makeJson(value);
+    output.store(outputKey, std::move(value));
 }
 
-std::optional<Value> Exporter::exportedValue(std::optional<Value> value) {
+void Exporter::makeJson(std::optional<Value>& value) {
     if (!value) {
-        return value;
+        return;
     }
     switch (value->kind()) {
     case Value::Kind::boolean:
@@ -129,7 +133,7 @@ std::optional<Value> Exporter::exportedValue(std::optional<Value> value) {
     case Value::Kind::float64:
     case Value::Kind::string:
     case Value::Kind::object:
-        return value;
+        return;
     case Value::Kind::array: {
         const Array& elements = value->asArray();
         Array exportedElements;
@@ -137,15 +141,16 @@ std::optional<Value> Exporter::exportedValue(std::optional<Value> value) {
         for (const Value& element : elements) {
             exportedElements.append(exportedNode(element));
         }
-        return exportedElements;
+        value = std::move(exportedElements);
+        return;
     }
     case Value::Kind::null:
     case Value::Kind::date:
     case Value::Kind::bytes:
     case Value::Kind::instance:
-        break;
+        value = exportedNode(*value);
+        return;
     }
-    return exportedNode(*value);
 }
 
 Object Exporter::exportedNode(const Value& value) {

@@ -2,9 +2,9 @@
 
 #include "morvellacinto/foundation/Json.h"
 #include "morvellacinto/foundation/NumberText.h"
-#include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/jsonmapping/AVObject.h"
 #include "morvellacinto/jsonmapping/KeyValueCoding.h"
+#include "morvellacinto/jsonmapping/MemberFinder.h"
 #include "morvellacinto/platform/Guarded.h"
 
 #include <stdexcept>
@@ -64,12 +64,13 @@ void Importer::fill(AVObject& object, const Object& dictionary) {
     platform::guarded(log_, initFailed, [&] {
         const Level level(*this);
         const AVClass& objectClass = object.avClass();
-        const bool defaultKeys = objectClass.hasDefaultKeys(object);
+        const bool hasDefaultKeys = objectClass.hasDefaultKeys(object);
+        MemberFinder members(objectClass);
         for (const Object::Member& member : dictionary) {
             if (const NodeClass* nodeClass = nodeMapping_.find(member.key())) {
                 takeNode(object, member, *nodeClass);
-            } else if (defaultKeys) {
-                takePlain(object, objectClass, dictionary, member);
+            } else if (hasDefaultKeys) {
+                takePlain(object, members, dictionary, member);
             } else {
                 takePlain(object, dictionary, member);
             }
@@ -136,13 +137,13 @@ void Importer::takePlain(AVObject& object, const Object& dictionary, const Objec
     }
 }
 
-void Importer::takePlain(AVObject& object, const AVClass& objectClass, const Object& dictionary,
+void Importer::takePlain(AVObject& object, MemberFinder& members, const Object& dictionary,
                          const Object::Member& member) {
-    const AVMember* named = objectClass.member(ValueAccess::keyValue(member));
+    const AVMember* named = members.member(ValueAccess::keyValue(member));
     std::optional<Value> converted;
     const Value* value = plainValue(dictionary, member, converted,
                                     [&] { return named != nullptr && named->isNumber; });
-    const AVMember* property = member.key() == sourceKey ? objectClass.find(exceptionKey) : named;
+    const AVMember* property = member.key() == sourceKey ? members.find(exceptionKey) : named;
     if (value != nullptr && property != nullptr) {
         setValue(object, value, *property);
     }

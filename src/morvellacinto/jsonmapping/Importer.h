@@ -6,6 +6,8 @@
 
 namespace morvellacinto {
 
+class MemberFinder;
+
 /// One import: fills objects and converts collections on the caller's thread.
 class Importer {
 public:
@@ -24,9 +26,9 @@ private:
     [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const Maker& maker);
     [[nodiscard]] Array convert(const Array& array, const Maker& maker);
     void takeNode(AVObject& object, const Object::Member& member, const NodeClass& nodeClass);
-    /// A plain key as the object wants it, and one as an object with the default keys would.
+    /// A plain key as the object wants it, and one as every object with the default keys does.
     void takePlain(AVObject& object, const Object& dictionary, const Object::Member& member);
-    void takePlain(AVObject& object, const AVClass& objectClass, const Object& dictionary,
+    void takePlain(AVObject& object, MemberFinder& members, const Object& dictionary,
                    const Object::Member& member);
 
     platform::DeveloperLog& log_;
