@@ -88,11 +88,13 @@ struct AVType<T> {
     static void write(T& held, const Value* value) {
         using Limits = std::numeric_limits<T>;
         if constexpr (std::same_as<T, bool>) {
-            held = AVConversion::toBool(value);
+            held =
+                value != nullptr && value->isBool() ? value->asBool() : AVConversion::toBool(value);
         } else if constexpr (std::same_as<T, float>) {
             held = AVConversion::toFloat(value);
         } else if constexpr (std::same_as<T, double>) {
-            held = AVConversion::toDouble(value);
+            held = value != nullptr && value->isNumber() ? value->asDouble()
+                                                         : AVConversion::toDouble(value);
         } else if constexpr (std::signed_integral<T>) {
             held = static_cast<T>(AVConversion::toInteger(value, Limits::min(), Limits::max()));
         } else {

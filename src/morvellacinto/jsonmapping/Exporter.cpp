@@ -12,6 +12,11 @@
 namespace morvellacinto {
 namespace {
 
+/// Values that stand in the result as they are.
+bool isJson(const Value& value) {
+    return value.isNumber() || value.isString() || value.isBool() || value.isObject();
+}
+
 std::string missingLine(const std::string& key, const AVObject& object) {
     std::string line = key + " missing in " + object.description() + " while export";
     // The log takes single lines.
@@ -101,7 +106,9 @@ Object Exporter::exported(const AVObject& object, const std::vector<std::string>
                 log_.log(missingLine(key, object));
             } else if (hasDefaultKeys && !member->isPath) {
                 std::optional<Value> value = member->read(object);
-                makeJson(value);
+                if (value && !isJson(*value)) {
+                    value = exportedValue(*value);
+                }
                 output.store(*member, std::move(value));
             } else {
                 take(output, object, *member);
@@ -118,39 +125,23 @@ void Exporter::take(Output& output, const AVObject& object, const AVMember& memb
         name.remove_prefix(name.rfind('.') + 1);
     }
     const std::string outputKey = object.sourceKeyForExceptionKey(name);
-    makeJson(value);
+    if (value && !isJson(*value)) {
+        value = exportedValue(*value);
+    }
     output.store(outputKey, std::move(value));
 }
 
-void Exporter::makeJson(std::optional<Value>& value) {
-    if (!value) {
-        return;
+Value Exporter::exportedValue(const Value& value) {
+    const Array* elements = value.ifArray();
+    if (elements == nullptr) {
+        return exportedNode(value);
     }
-    switch (value->kind()) {
-    case Value::Kind::boolean:
-    case Value::Kind::integer:
-    case Value::Kind::float32:
-    case Value::Kind::float64:
-    case Value::Kind::string:
-    case Value::Kind::object:
-        return;
-    case Value::Kind::array: {
-        const Array& elements = value->asArray();
-        Array exportedElements;
-        exportedElements.reserve(elements.size());
-        for (const Value& element : elements) {
-            exportedElements.append(exportedNode(element));
-        }
-        value = std::move(exportedElements);
-        return;
+    Array exportedElements;
+    exportedElements.reserve(elements->size());
+    for (const Value& element : *elements) {
+        exportedElements.append(exportedNode(element));
     }
-    case Value::Kind::null:
-    case Value::Kind::date:
-    case Value::Kind::bytes:
-    case Value::Kind::instance:
-        value = exportedNode(*value);
-        return;
-    }
+    return exportedElements;
 }
 
 Object Exporter::exportedNode(const Value& value) {

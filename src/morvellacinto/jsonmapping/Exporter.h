@@ -25,8 +25,8 @@ private:
 
     /// A property as the object wants it.
     void take(Output& output, const AVObject& object, const AVMember& member);
-    /// Turns a property's value into what stands for it in the result.
-    void makeJson(std::optional<Value>& value);
+    /// What stands in the result for a property's value that is no JSON.
+    [[nodiscard]] Value exportedValue(const Value& value);
     /// A value met inside another: what is no mappable object exports as an empty JSON object.
     [[nodiscard]] Object exportedNode(const Value& value);
 

@@ -12,19 +12,21 @@
 namespace morvellacinto {
 namespace {
 
-/// The value that a plain key gives: the member's own, or one kept in `converted`, or null for
-/// none. `isNumberProperty` is asked about strings.
-template <class Question>
-const Value* plainValue(const Object& dictionary, const Object::Member& member,
-                        std::optional<Value>& converted, const Question& isNumberProperty) {
-    if (member.key().starts_with('@')) {
-        converted = valueForKey(dictionary, member.key());
-    } else if (member.value.isString() && isNumberProperty()) {
-        converted = numberFromText(member.value.asString());
-    } else {
-        return member.value.isNull() ? nullptr : &member.value;
+/// Hands over the value that a plain key gives, if it gives one. `isNumberProperty` is asked about
+/// strings.
+template <class IsNumberProperty, class Set>
+void takeValue(const Object& dictionary, const Object::Member& member,
+               const IsNumberProperty& isNumberProperty, const Set& set) {
+    const bool asksDictionary = member.key().starts_with('@');
+    if (asksDictionary || (member.value.isString() && isNumberProperty())) {
+        const std::optional<Value> own = asksDictionary ? valueForKey(dictionary, member.key())
+                                                        : numberFromText(member.value.asString());
+        if (own) {
+            set(*own);
+        }
+    } else if (!member.value.isNull()) {
+        set(member.value);
     }
-    return converted ? &*converted : nullptr;
 }
 
 } // namespace
@@ -129,24 +131,26 @@ void Importer::takeNode(AVObject& object, const Object::Member& member,
 
 void Importer::takePlain(AVObject& object, const Object& dictionary, const Object::Member& member) {
     const std::string_view key = member.key();
-    std::optional<Value> converted;
-    const Value* value =
-        plainValue(dictionary, member, converted, [&] { return object.isNumberProperty(key); });
-    if (value != nullptr && object.answers(object.keyExceptionForSourceKey(key))) {
-        setValue(object, value, object.keyExceptionForSourceKey(key));
-    }
+    takeValue(
+        dictionary, member, [&] { return object.isNumberProperty(key); },
+        [&](const Value& value) {
+            if (object.answers(object.keyExceptionForSourceKey(key))) {
+                setValue(object, &value, object.keyExceptionForSourceKey(key));
+            }
+        });
 }
 
 void Importer::takePlain(AVObject& object, MemberFinder& members, const Object& dictionary,
                          const Object::Member& member) {
     const AVMember* named = members.member(ValueAccess::keyValue(member));
-    std::optional<Value> converted;
-    const Value* value = plainValue(dictionary, member, converted,
-                                    [&] { return named != nullptr && named->isNumber; });
     const AVMember* property = member.key() == sourceKey ? members.find(exceptionKey) : named;
-    if (value != nullptr && property != nullptr) {
-        setValue(object, value, *property);
-    }
+    takeValue(
+        dictionary, member, [&] { return named != nullptr && named->isNumber; },
+        [&](const Value& value) {
+            if (property != nullptr) {
+                setValue(object, &value, *property);
+            }
+        });
 }
 
 } // namespace morvellacinto
