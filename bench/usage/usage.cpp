@@ -138,6 +138,11 @@ double allocationsOfQueryString() {
         [&] { require(KRAudienceManager::toQueryString(tags).size() > 1, ""); });
 }
 
+double allocationsOfJsonText() {
+    const Value answer = *readJson(bench::answerText(5000));
+    return usualAllocations([&] { require(writeJson(answer).size() >= 5000, "no text"); });
+}
+
 // Runs a server in a process of its own, so that only the client's use counts.
 class Service {
 public:
@@ -257,6 +262,7 @@ constexpr Figure figures[] = {
     {"allocations-of-cached-tags", 0, allocationsOfCachedTags},
     {"allocations-of-cached-collect", 3, allocationsOfCachedCollect},
     {"allocations-of-query-string", 1, allocationsOfQueryString},
+    {"allocations-of-json-text", 5, allocationsOfJsonText},
     {"threads-idle", 0, threads<Use::none>},
     {"threads-after-cached-collect", 0, threads<Use::cache>},
     {"threads-after-upload", 2, threads<Use::upload>},

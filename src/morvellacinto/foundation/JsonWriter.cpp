@@ -138,6 +138,8 @@ private:
 class Writer {
 public:
     std::string write(const Value& top) {
+        constexpr std::size_t usualDepth = 8;
+        frames_.reserve(usualDepth);
         writeOne(top);
         while (!frames_.empty()) {
             Frame& frame = frames_.back();
