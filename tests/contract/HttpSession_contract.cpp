@@ -54,8 +54,10 @@ std::optional<std::string> headerOf(const HttpRequest& request, std::string_view
 
 TEST_P(HttpSessionContract, DeliversBodyAndResponseOnceOffTheMainThreadWhateverTheStatus) {
     const auto session = platform().makeHttpSession({}, nullptr);
-    for (const Answer& answer :
-         {Answer{200, "{\"tags\":[]}"}, Answer{500, std::string("\0x", 2)}, Answer{404, ""}}) {
+    const Answer answers[] = {
+        {200, "{\"tags\":[]}"},      {300, "a"}, {401, "b"}, {404, ""}, {407, "c"},
+        {500, std::string("\0x", 2)}};
+    for (const Answer& answer : answers) {
         const std::string url = subject().serve(answer);
         Recorder recorder;
         std::atomic<bool> onMain = false;
@@ -75,7 +77,7 @@ TEST_P(HttpSessionContract, DeliversBodyAndResponseOnceOffTheMainThreadWhateverT
         EXPECT_EQ(recorder.last.error, std::nullopt);
         EXPECT_FALSE(onMain);
     }
-    EXPECT_EQ(subject().received().size(), 3U) << "a second resume sends nothing";
+    EXPECT_EQ(subject().received().size(), std::size(answers)) << "a second resume sends nothing";
 }
 
 TEST_P(HttpSessionContract, SendsMethodBodyAndHeadersARequestsOwnWinning) {

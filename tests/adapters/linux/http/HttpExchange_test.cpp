@@ -58,21 +58,6 @@ TEST_F(HttpExchangeTest, ARequestsOwnHeadersWinOverAllOthers) {
                   "Content-Length: 2\r\n\r\n");
 }
 
-TEST_F(HttpExchangeTest, AnyStatusIsAnAnswer) {
-    FaultServer server(nullptr, {.onRequest = [](Connection& connection, const Request& request) {
-                           connection.write(answer(std::stoi(request.path().substr(1)), "{}"));
-                       }});
-    for (const int status : {200, 300, 401, 404, 407, 500, 503}) {
-        const std::string url = server.url("/" + std::to_string(status));
-        const Ending ending = result(get(url));
-        EXPECT_FALSE(ending.error) << status;
-        EXPECT_EQ(ending.data, "{}") << status;
-        ASSERT_TRUE(ending.response) << status;
-        EXPECT_EQ(ending.response->status, status);
-        EXPECT_EQ(ending.response->url, url);
-    }
-}
-
 TEST_F(HttpExchangeTest, GzipIsUndoneAndDamageIsAnError) {
     const std::string text(100'000, 'a');
     const std::string packed = gzip(text);

@@ -108,31 +108,6 @@ TEST_F(HttpThreadsTest, ACompletionMayShutTheTransportDown) {
     EXPECT_EQ(done.get_future().wait_for(30s), std::future_status::ready);
 }
 
-TEST_F(HttpThreadsTest, TasksStartOnceAndNotAfterInvalidation) {
-    FaultServer server(nullptr, {});
-    std::atomic<int> called = 0;
-    const auto witness = std::make_shared<int>();
-    const auto session = transport().makeSession(configuration(), nullptr);
-    std::promise<void> ended;
-    const auto task =
-        session->dataTask({"GET", server.url("/"), {}, {}}, [&, witness](auto, auto, auto) {
-            ++called;
-            ended.set_value();
-        });
-    const auto late = session->dataTask({"GET", server.url("/"), {}, {}},
-                                        [&, witness](auto, auto, auto) { ++called; });
-    task->resume();
-    task->resume();
-    session->finishTasksAndInvalidate();
-    late->resume();
-    EXPECT_EQ(ended.get_future().wait_for(30s), std::future_status::ready);
-    EXPECT_EQ(result(get(server.url("/"))).data, "{}");
-    pool.shutdown();
-    EXPECT_EQ(called, 1);
-    EXPECT_EQ(server.requests().size(), 2U);
-    EXPECT_EQ(witness.use_count(), 1);
-}
-
 TEST_F(HttpThreadsTest, SignalsAreLeftToTheHostsThreads) {
     static std::atomic<int> taken;
     std::signal(SIGUSR1, [](int) { ++taken; });

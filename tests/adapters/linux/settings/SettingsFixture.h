@@ -1,16 +1,15 @@
 #pragma once
 
 #include "settings/SqliteDefaults.h"
+#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 namespace morvellacinto::native {
@@ -21,17 +20,9 @@ protected:
     static constexpr const char* bundle = "se.kovra.test/1";
     static constexpr const char* databaseName = "se.kovra.test%2F1.v1.db";
 
-    SettingsFixture() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "settings-test-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) {
-            throw std::system_error(errno, std::generic_category(), pattern);
-        }
-        root_ = pattern;
+    [[nodiscard]] std::filesystem::path directory() const {
+        return root_.path() / "data" / "settings";
     }
-    ~SettingsFixture() override { std::filesystem::remove_all(root_); }
-
-    [[nodiscard]] std::filesystem::path directory() const { return root_ / "data" / "settings"; }
     [[nodiscard]] std::filesystem::path database() const { return directory() / databaseName; }
 
     [[nodiscard]] std::unique_ptr<SqliteDefaults> open() {
@@ -60,7 +51,7 @@ protected:
     }
 
 private:
-    std::filesystem::path root_;
+    const testing::TemporaryDirectory root_;
     std::mutex mutex_;
     std::vector<std::string> told_;
 };

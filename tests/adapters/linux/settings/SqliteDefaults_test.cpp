@@ -41,10 +41,10 @@ extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) 
 namespace morvellacinto::native {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::SizeIs;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 class SqliteDefaultsTest : public SettingsFixture {
 protected:
@@ -102,19 +102,6 @@ TEST_F(SqliteDefaultsTest, KeepsWhatWasFlushedAndNothingElse) {
     EXPECT_EQ(defaults->adapterValue("dropped"), std::nullopt);
     EXPECT_EQ(defaults->contents(), Object({{"kept", Date{1.5}}}));
     EXPECT_THAT(told(), IsEmpty());
-}
-
-TEST_F(SqliteDefaultsTest, SeesWhatAnotherHasFlushedAtTheNextRead) {
-    const auto mine = open();
-    const auto theirs = open();
-    for (int round = 0; round < 200; ++round) {
-        theirs->setObjectForKey(round, "key");
-        ASSERT_TRUE(theirs->synchronize());
-        ASSERT_EQ(mine->objectForKey("key"), Value(round));
-        mine->removeObjectForKey("key");
-        ASSERT_TRUE(mine->synchronize());
-        ASSERT_EQ(theirs->objectForKey("key"), std::nullopt);
-    }
 }
 
 TEST_F(SqliteDefaultsTest, APendingChangeHidesWhatOthersFlushAndWinsWhenFlushedLast) {
@@ -330,7 +317,7 @@ TEST_F(SqliteDefaultsTest, AFailingFlushIsToldOnceLeavesTheValueReadableAndIsTri
         const std::vector<std::string> now = told();
         EXPECT_GT(now.size(), toldBefore);
         EXPECT_EQ(std::set<std::string>(now.begin(), now.end()).size(), now.size())
-            << testing::PrintToString(now);
+            << ::testing::PrintToString(now);
         toldBefore = now.size();
         trouble.end();
         EXPECT_TRUE(defaults->synchronize());

@@ -1,14 +1,12 @@
 // Another process for the tests: settings_process DIRECTORY BUNDLE, then
 //     attack WRITER FIRST    the operations of AttackScript.h from number FIRST on
 //     add KEY COUNT          adds 1 to KEY's own counter COUNT times
-//     serve                  a line each on standard input: set KEY TEXT | get KEY | remove KEY
+//     echo                   stores what comes under "call" under "echo" too
 
 #include "AttackScript.h"
 #include "settings/SqliteDefaults.h"
 
-#include <cstdio>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -44,24 +42,19 @@ int add(SqliteDefaults& defaults, const std::string& key, int count) {
     return 0;
 }
 
-void serve(SqliteDefaults& defaults) {
-    for (std::string line; std::getline(std::cin, line);) {
-        std::istringstream words(line);
-        std::string verb;
-        std::string key;
-        std::string text;
-        words >> verb >> key >> text;
-        if (verb == "get") {
-            const std::optional<Value> value = defaults.objectForKey(key);
-            std::cout << (value ? value->asString() : "-") << std::endl;
+int echo(SqliteDefaults& defaults) {
+    std::optional<Value> last;
+    while (true) {
+        const std::optional<Value> call = defaults.objectForKey("call");
+        if (!call || call == last) {
             continue;
         }
-        if (verb == "set") {
-            defaults.setObjectForKey(text, key);
-        } else {
-            defaults.removeObjectForKey(key);
+        last = call;
+        defaults.setObjectForKey(*call, "echo");
+        if (!defaults.synchronize()) {
+            return 1;
         }
-        std::cout << (defaults.synchronize() ? "flushed" : "failed") << std::endl;
+        std::cout << "flushed" << std::endl;
     }
 }
 
@@ -77,6 +70,5 @@ int main(int argumentCount, char** argumentValues) {
     if (arguments.at(3) == "add") {
         return add(defaults, arguments.at(4), std::stoi(arguments.at(5)));
     }
-    serve(defaults);
-    return 0;
+    return echo(defaults);
 }
