@@ -130,7 +130,7 @@ std::size_t Object::Rep::indexWhere(std::string_view key, IsIt isIt) const noexc
     return none;
 }
 
-Value& Object::Rep::add(Value key, Value value) {
+Value& Object::Rep::add(Value&& key, Value&& value) {
     const std::size_t count = members.size() + 1;
     if (count >= indexedFrom && count * 2 > slots.size()) {
         rebuildIndex(count);

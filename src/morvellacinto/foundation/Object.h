@@ -15,7 +15,7 @@ class MORVELLACINTO_EXPORT Object {
 public:
     class Member {
     public:
-        Member(Value key, Value initial) noexcept
+        Member(Value&& key, Value&& initial) noexcept
             : value(std::move(initial)), key_(std::move(key)) {}
         [[nodiscard]] std::string_view key() const noexcept { return key_.asString(); }
 

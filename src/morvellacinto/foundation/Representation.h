@@ -59,7 +59,7 @@ struct MORVELLACINTO_INTERNAL Object::Rep : Container {
 
     [[nodiscard]] std::size_t indexOf(std::string_view key) const noexcept;
     [[nodiscard]] std::size_t indexOf(const Value& key) const noexcept;
-    Value& add(Value key, Value value);
+    Value& add(Value&& key, Value&& value);
     void rebuildIndex(std::size_t memberCount);
 
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
@@ -132,7 +132,7 @@ struct ValueAccess {
         return rep == nullptr ? nullptr : &rep->members;
     }
     /// Adds a member that the object is known not to have.
-    static void add(Object& object, Value key, Value value) {
+    static void add(Object& object, Value key, Value&& value) {
         object.detached().add(std::move(key), std::move(value));
     }
     /// The payload of a number or boolean, unconverted.

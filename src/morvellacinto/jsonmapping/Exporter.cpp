@@ -56,7 +56,7 @@ public:
     Output(Object& object, std::size_t count) : object_(object) { object_.reserve(count); }
 
     /// Under the member's own name.
-    void store(const AVMember& member, std::optional<Value> value) {
+    void store(const AVMember& member, std::optional<Value>&& value) {
         if (hasOtherNames_ || &member <= last_) {
             replace(member.name.asString(), std::move(value));
             return;
@@ -67,13 +67,13 @@ public:
         }
     }
 
-    void store(std::string_view name, std::optional<Value> value) {
+    void store(std::string_view name, std::optional<Value>&& value) {
         hasOtherNames_ = true;
         replace(name, std::move(value));
     }
 
 private:
-    void replace(std::string_view name, std::optional<Value> value) {
+    void replace(std::string_view name, std::optional<Value>&& value) {
         if (!value) {
             object_.remove(name);
         } else if (!isEmptyArray(*value)) {
