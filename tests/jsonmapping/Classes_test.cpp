@@ -131,14 +131,8 @@ TEST_F(Classes, cppTypesHoldWhatTheyAreMadeFor) {
 TEST_F(Classes, attributeTextsFollowThePlatform) {
     const std::pair<const char*, const char*> cases[] = {
         {"yes", "TB,N,V_yes"},
-        {"tiny", "Tc,N,V_tiny"},
         {"small", "TS,N,V_small"},
-        {"whole", "Ti,N,V_whole"},
-        {"large", "Tq,N,V_large"},
         {"count", "TQ,N,V_count"},
-        {"single", "Tf,N,V_single"},
-        {"real", "Td,N,V_real"},
-        {"text", "T@\"NSString\",&,N,V_text"},
         {"maybe", "T@\"NSNumber\",&,N,V_maybe"},
         {"texts", "T@\"NSArray\",&,N,V_texts"},
         {"place", "T@\"Place\",&,N,V_place"},

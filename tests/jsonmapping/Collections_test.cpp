@@ -28,6 +28,9 @@ TEST_F(Collections, fillAnExistingObjectOnceForEachElement) {
               Array::of({same, Array::of({same}), same}));
     EXPECT_EQ(target->count, Value(2));
     EXPECT_EQ(target->ident, Value(3));
+    EXPECT_EQ(filled(R"({"nodes": [{"count": 4}, {"ident": 5}]})", {{"nodes", target}})->nodes,
+              Value(Array::of({same, same})));
+    EXPECT_EQ(target->count, Value(4));
     EXPECT_THROW(NodeClass(Ref<Thing>()), std::invalid_argument);
 }
 
@@ -42,14 +45,10 @@ TEST_F(Collections, throwToTheCallerWhatIsNoObject) {
                  std::invalid_argument);
 }
 
-TEST_F(Collections, renderAsCompactJson) {
-    EXPECT_EQ(AVJSON::toJSON(Object()), "{}");
-    EXPECT_EQ(AVJSON::toJSONWS(Object()), "{}");
-    EXPECT_EQ(AVJSON::toJSON(array(R"([ {"b" : "å/\n", "a": [1, null]} ])")),
-              R"([{"b":"å/\n","a":[1,null]}])");
-}
-
-TEST_F(Collections, renderNothingWhenTextIsNotUtf8AndThrowWhatJsonCannotHold) {
+TEST_F(Collections, renderAsCompactJsonOrNothingOrThrow) {
+    const Array whole = array(R"([ {"b" : "å/\n", "a": [1, null]} ])");
+    EXPECT_EQ(AVJSON::toJSON(whole), R"([{"b":"å/\n","a":[1,null]}])");
+    EXPECT_EQ(AVJSON::toJSONWS(whole), AVJSON::toJSON(whole));
     const Array notUtf8 = Array::of({"\xFF"});
     EXPECT_EQ(AVJSON::toJSON(notUtf8), std::nullopt);
     EXPECT_EQ(AVJSON::toJSONWS(notUtf8), std::nullopt);

@@ -14,7 +14,8 @@ inline Array array(std::string_view json) { return readJson(json).value().asArra
 
 /// Object-typed properties, which take whatever is set.
 class Thing : public AVObject {
-    AVJSON_CLASS(Thing, AVObject, ident, count, node, nodes, other, shout, keysAsked)
+    AVJSON_CLASS(Thing, AVObject, ident, count, node, nodes, other, shout, keysAsked,
+                 aNameOfManyLetters)
 
 public:
     AVValue<> ident;
@@ -22,6 +23,7 @@ public:
     AVValue<> node;
     AVValue<"NSArray"> nodes;
     std::optional<Value> other;
+    AVValue<"NSNumber"> aNameOfManyLetters;
 
     std::string shout() const { return "HO"; }
     int keysAsked() const { throw std::runtime_error("nobody may ask"); }
@@ -29,6 +31,12 @@ public:
     const std::vector<std::string>& keysForExport() const override { return exportKeys; }
     std::vector<std::string> exportKeys;
 };
+
+inline Ref<Thing> filled(std::string_view json, const NodeMapping& nodes = {}) {
+    auto thing = makeInstance<Thing>();
+    thing->setAvValuesForKeysWithDictionary(object(json), nodes);
+    return thing;
+}
 
 class Journey;
 

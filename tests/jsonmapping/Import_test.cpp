@@ -10,12 +10,6 @@ using Import = ScriptedPhoneTest;
 
 const std::string failed = "dict init failed";
 
-Ref<Thing> filled(std::string_view json, const NodeMapping& nodes = {}) {
-    auto thing = makeInstance<Thing>();
-    thing->setAvValuesForKeysWithDictionary(object(json), nodes);
-    return thing;
-}
-
 Thing& thingIn(const std::optional<Value>& value) {
     return dynamic_cast<Thing&>(value.value().asInstance());
 }
@@ -117,16 +111,6 @@ TEST_F(Import, setsNothingForANodeOfAnUnknownClass) {
     EXPECT_EQ(thing->count, Value(1));
 }
 
-TEST_F(Import, fillsAnExistingObjectInPlaceForEachElement) {
-    const auto target = makeInstance<Thing>();
-    const auto thing =
-        filled(R"({"nodes": [{"count": 1}, {"ident": 2}, {"count": 3}]})", {{"nodes", target}});
-    const Value same = Ref<Instance>(target);
-    EXPECT_EQ(thing->nodes, Value(Array::of({same, same, same})));
-    EXPECT_EQ(target->count, Value(3));
-    EXPECT_EQ(target->ident, Value(2));
-}
-
 TEST_F(Import, looksNodeKeysUpPlainlyAndPlainKeysThroughTheDictionary) {
     class Counted : public Thing {
         AVJSON_CLASS(Counted, Thing)
@@ -157,6 +141,23 @@ TEST_F(Import, asksTheObjectBeingFilled) {
     expectLog({failed});
     EXPECT_EQ(harbour->berths(), 7);
     EXPECT_EQ(harbour->ident, 12);
+}
+
+TEST_F(Import, asksTheObjectAlsoWhereItsOwnTypeIsNotDescribed) {
+    class Renamed : public Thing {
+    public:
+        std::string keyExceptionForSourceKey(std::string_view key) const override {
+            return key == "amount" ? "count" : std::string(key);
+        }
+        std::string sourceKeyForExceptionKey(std::string_view) const override { return "amount"; }
+    };
+    auto renamed = makeInstance<Renamed>();
+    renamed->setAvValuesForKeysWithDictionary(
+        object(R"({"amount": 3, "id": 4, "aNameOfManyLetters": "5,000"})"));
+    EXPECT_EQ(renamed->count, Value(3));
+    EXPECT_EQ(renamed->ident, std::nullopt);
+    EXPECT_EQ(renamed->aNameOfManyLetters, Value(5000));
+    EXPECT_EQ(renamed->avDictionaryWithValuesForKeys({"count"}), (Object{{"amount", 3}}));
 }
 
 TEST_F(Import, takesJsonOfTheGreatestDepthWholeAndStopsBelowIt) {
