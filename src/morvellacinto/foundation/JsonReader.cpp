@@ -3,6 +3,7 @@
 #include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/foundation/Utf8.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <vector>
@@ -54,6 +55,11 @@ public:
         if (next_ == end_ || (*next_ != '{' && *next_ != '[')) {
             return std::nullopt;
         }
+        // Growing moves all values and touches new memory; what is not used stays untouched.
+        constexpr std::size_t usualBytesAValue = 16;
+        constexpr std::size_t mostReserved = 1U << 17U;
+        values_.reserve(
+            std::min(static_cast<std::size_t>(end_ - next_) / usualBytesAValue + 1, mostReserved));
         while (readValueOrOpen()) {
             while (true) {
                 if (depth_ == 0) {
