@@ -13,6 +13,9 @@
 // - Boost.JSON: value_to and value_from between boost::json::value and structs by Boost.Describe
 // - Qt: QObject::setProperty and QMetaProperty::read between QJsonObject and QObjects
 //
+// The classes of ours declare their members in the order of the keys, which suits AVJSON; in
+// another order an import takes about a quarter longer and an export more than half.
+//
 // The ratios at the end are to the faster of nlohmann and Boost.JSON, the peers that know their
 // types statically; times are medians of repetitions whose order is random.
 
