@@ -96,13 +96,14 @@ ExitStatus request(const Options& options, native::NativePlatform& machine) {
     }
     const auto type = options.method == "get" ? KRRequestTypeGet : KRRequestTypePost;
     return awaitOutcome(options, machine, [&](const std::shared_ptr<Outcome>& outcome) {
-        const auto complete = [outcome](std::optional<Value> answer, std::optional<KRError> error) {
+        const auto complete = [outcome](const std::optional<Value>& answer,
+                                        const std::optional<KRError>& error) {
             platform::current()->dispatch().asyncMain(
                 [outcome, answer, error] { outcome->complete(answer, error); });
         };
         KRNetworkManager::request(
             KRRequest::requestWithType(type, options.url, payload, options.token),
-            [complete](std::optional<Value> answer) { complete(std::move(answer), std::nullopt); },
+            [complete](const std::optional<Value>& answer) { complete(answer, std::nullopt); },
             [complete](const KRError& error) { complete(std::nullopt, error); });
     });
 }

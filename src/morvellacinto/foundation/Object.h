@@ -17,6 +17,7 @@ public:
     public:
         Member(Value&& key, Value&& initial) noexcept
             : value(std::move(initial)), key_(std::move(key)) {}
+        // NOLINTNEXTLINE(bugprone-exception-escape): it is always a string
         [[nodiscard]] std::string_view key() const noexcept { return key_.asString(); }
 
         Value value;
@@ -24,7 +25,7 @@ public:
     private:
         friend class Object;
         friend struct ValueAccess;
-        Value key_; // always a string
+        Value key_;
     };
 
     Object() noexcept = default;

@@ -9,14 +9,16 @@ namespace morvellacinto::AVJSON {
 Ref<AVObject> asObjectOfClass(const Object& dictionary, const NodeClass& nodeClass,
                               const NodeMapping& nodeMapping) {
     const auto platform = platform::current();
-    const Object kept = dictionary; // a setter may change the host's own
+    // A setter may change the host's own.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const Object kept = dictionary;
     return Importer(platform->developerLog(), nodeMapping).convert(kept, nodeClass);
 }
 
 Array asObjectOfClass(const Array& array, const NodeClass& nodeClass,
                       const NodeMapping& nodeMapping) {
     const auto platform = platform::current();
-    const Array kept = array;
+    const Array kept = array; // NOLINT(performance-unnecessary-copy-initialization): as above
     return Importer(platform->developerLog(), nodeMapping).convert(kept, nodeClass);
 }
 

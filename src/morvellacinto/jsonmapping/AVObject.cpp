@@ -26,6 +26,8 @@ AVObject::~AVObject() = default;
 
 const AVClass& AVObject::avClass() const { return AVClass::of<AVObject>(); }
 
+// A setter may change the host's own dictionary.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void AVObject::setAvValuesForKeysWithDictionary(Object dictionary, const NodeMapping& nodeMapping) {
     const auto platform = platform::current();
     Importer(platform->developerLog(), nodeMapping).fill(*this, dictionary);
