@@ -45,10 +45,10 @@ std::string dateText(Date date) {
     std::tm parts{};
     gmtime_r(&whole, &parts);
     std::array<char, 64> text;
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ",
-                  parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour,
-                  parts.tm_min, parts.tm_sec,
-                  static_cast<int>(milliseconds - static_cast<double>(whole) * 1000));
+    static_cast<void>(std::snprintf(
+        text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", parts.tm_year + 1900,
+        parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+        static_cast<int>(milliseconds - static_cast<double>(whole) * 1000)));
     return text.data();
 }
 

@@ -40,6 +40,17 @@ std::size_t encodedLength(std::string_view value) {
     return length;
 }
 
+// Needs room for an Encoding behind the last one. The position is a local, which a store of
+// characters cannot change: it stays in a register.
+char* encode(std::string_view value, char* at) {
+    for (const char byte : value) {
+        const Encoding& encoding = encodingOf(byte);
+        std::memcpy(at, &encoding, sizeof encoding);
+        at += encoding.length;
+    }
+    return at;
+}
+
 [[noreturn]] void refuse(std::string_view key, const std::string& found) {
     throw std::invalid_argument("a query string needs arrays of strings; the member \"" +
                                 std::string(key) + "\" holds " + found);
@@ -79,14 +90,11 @@ std::string queryString(const Object& tags) {
     std::string query(length + surplus, '\0');
     char* next = query.data();
     forEachPair(tags, [&next](std::string_view key, std::string_view value) {
-        next = std::copy(key.begin(), key.end(), next);
-        *next++ = '=';
-        for (const char byte : value) {
-            const Encoding& encoding = encodingOf(byte);
-            std::memcpy(next, &encoding, sizeof encoding);
-            next += encoding.length;
-        }
-        *next++ = '&';
+        char* at = std::copy(key.begin(), key.end(), next);
+        *at++ = '=';
+        at = encode(value, at);
+        *at++ = '&';
+        next = at;
     });
     query.resize(length - 1);
     return query;
