@@ -5,6 +5,7 @@
 #include "TransferEngine.h"
 #include "basics/KeepForever.h"
 
+#include <dlfcn.h>
 #include <new>
 #include <pthread.h>
 #include <stdexcept>
@@ -12,6 +13,25 @@
 #include <utility>
 
 namespace morvellacinto::native {
+
+namespace {
+
+// A name look-up that hangs is left behind on a thread that still runs libcurl's code when the host
+// has unloaded this library and with it the last user of libcurl.
+void keepLibcurlMapped() {
+    Dl_info libcurl{};
+    if (dladdr(reinterpret_cast<const void*>(&curl_easy_init), &libcurl) != 0) {
+        // Fails for what is part of the program itself, which stays mapped anyway.
+        dlopen(libcurl.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+    }
+}
+
+CURLcode initialiseLibcurl() {
+    keepLibcurlMapped();
+    return curl_global_init(CURL_GLOBAL_DEFAULT);
+}
+
+} // namespace
 
 TransferLoop::TransferLoop(HttpOptions options)
     : options_(std::move(options)), process_(getpid()), trust_(options_.trustAnchors) {}
@@ -113,7 +133,7 @@ void TransferLoop::run() noexcept {
 }
 
 void TransferLoop::work() {
-    static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT); // never undone
+    static const CURLcode initialised = initialiseLibcurl(); // never undone
     if (initialised != CURLE_OK) {
         throw std::runtime_error(curl_easy_strerror(initialised));
     }

@@ -4,14 +4,25 @@
 #include "morvellacinto/platform/UserDefaults.h"
 
 #include <atomic>
+#include <chrono>
 
-// A host that is itself a plug-in, for the test that loads and unloads it: uses all that has
-// threads or descriptors of its own and ends it. Zero when everything was as expected.
+// A host that is itself a plug-in, for the test that loads and unloads it.
+
+using namespace morvellacinto;
+
+namespace {
+
+std::shared_ptr<native::NativePlatform> make(const char* directory) {
+    return native::NativePlatform::create({"com.example.plugin", directory, {}, nullptr, nullptr});
+}
+
+} // namespace
+
+// Uses all that has threads or descriptors of its own and ends it. Zero when everything was as
+// expected.
 extern "C" __attribute__((visibility("default"))) int useThePlatform(const char* url,
                                                                      const char* directory) {
-    using namespace morvellacinto;
-    const auto platform =
-        native::NativePlatform::create({"com.example.plugin", directory, {}, nullptr, nullptr});
+    const auto platform = make(directory);
     std::atomic<int> status = 0;
     bool back = false;
     platform::HttpRequest request;
@@ -28,4 +39,18 @@ extern "C" __attribute__((visibility("default"))) int useThePlatform(const char*
     const bool done = native::pumpUntil(*platform, [&] { return back; });
     platform->shutdown();
     return done && kept && status == 200 ? 0 : 1;
+}
+
+// Calls `reached` with a request under way and then shuts down. The milliseconds that this takes.
+extern "C" __attribute__((visibility("default"))) int
+shutDownAtOnce(const char* url, const char* directory, void (*reached)()) {
+    const auto platform = make(directory);
+    platform::HttpRequest request;
+    request.url = url;
+    platform->makeHttpSession({}, nullptr)->dataTask(std::move(request), nullptr)->resume();
+    reached();
+    const auto start = std::chrono::steady_clock::now();
+    platform->shutdown();
+    return static_cast<int>((std::chrono::steady_clock::now() - start) /
+                            std::chrono::milliseconds(1));
 }

@@ -1,20 +1,25 @@
 #include "support/Attack.h"
 #include "support/FaultServer.h"
 #include "support/ProcessCounts.h"
+#include "support/SilentNameServer.h"
+#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <dlfcn.h>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
-#include <unistd.h>
+#include <thread>
 
 namespace {
 
 using morvellacinto::testing::descriptorCount;
 using morvellacinto::testing::FaultServer;
+using morvellacinto::testing::SilentNameServer;
+using morvellacinto::testing::TemporaryDirectory;
 using morvellacinto::testing::threadCount;
 
 bool isMapped(const std::string& library) {
@@ -23,10 +28,16 @@ bool isMapped(const std::string& library) {
     return text.find(library) != std::string::npos;
 }
 
+template <class Signature>
+Signature* function(void* host, const char* name) {
+    const auto address = reinterpret_cast<Signature*>(dlsym(host, name));
+    EXPECT_NE(address, nullptr) << name;
+    return address;
+}
+
 TEST(Loading, StartsNoThreadAndOpensNoDescriptorAndUnloadsAfterShutdown) {
     FaultServer server(nullptr, {});
-    std::string directory = (std::filesystem::temp_directory_path() / "loading-XXXXXX").string();
-    ASSERT_NE(mkdtemp(directory.data()), nullptr);
+    const TemporaryDirectory directory;
     for (int round = 0; round < morvellacinto::testing::attackRounds(100); ++round) {
         const auto threads = threadCount();
         const auto descriptors = descriptorCount();
@@ -35,14 +46,34 @@ TEST(Loading, StartsNoThreadAndOpensNoDescriptorAndUnloadsAfterShutdown) {
         EXPECT_TRUE(isMapped("libmorvellacinto_linux"));
         EXPECT_LE(threadCount(), threads); // the server may have ended one
         EXPECT_LE(descriptorCount(), descriptors);
-        const auto use =
-            reinterpret_cast<int (*)(const char*, const char*)>(dlsym(host, "useThePlatform"));
-        ASSERT_NE(use, nullptr);
-        EXPECT_EQ(use(server.url("/").c_str(), directory.c_str()), 0);
+        const auto use = function<int(const char*, const char*)>(host, "useThePlatform");
+        EXPECT_EQ(use(server.url("/").c_str(), directory.path().c_str()), 0);
         ASSERT_EQ(dlclose(host), 0);
         EXPECT_FALSE(isMapped("libmorvellacinto_linux"));
     }
-    std::filesystem::remove_all(directory);
+}
+
+TEST(Loading, UnloadsWhileANameLookupHangs) {
+    static std::unique_ptr<SilentNameServer> nameServer;
+    nameServer = SilentNameServer::start();
+    if (!nameServer) {
+        GTEST_SKIP() << "needs the right to make a network namespace";
+    }
+    const TemporaryDirectory directory;
+    const auto threads = threadCount();
+    void* const host = dlopen(MORVELLACINTO_LOADED_HOST, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(host, nullptr) << dlerror();
+    const auto use = function<int(const char*, const char*, void (*)())>(host, "shutDownAtOnce");
+    const int took = use("https://audience.test/", directory.path().c_str(),
+                         [] { EXPECT_TRUE(nameServer->isAsked()); });
+    EXPECT_LT(took, morvellacinto::testing::shutdownLimit() / std::chrono::milliseconds(1));
+    ASSERT_EQ(dlclose(host), 0);
+    EXPECT_FALSE(isMapped("libmorvellacinto_linux"));
+    EXPECT_EQ(threadCount(), threads + 1) << "the look-up has a thread of its own";
+    for (int i = 0; i < 300 && threadCount() > threads; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    EXPECT_EQ(threadCount(), threads);
 }
 
 } // namespace

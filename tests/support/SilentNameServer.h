@@ -1,0 +1,63 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace morvellacinto::testing {
+
+/// A network for the thread that makes it, and for the threads that one makes, in which nothing but
+/// a name server is to be found that answers no question. Look-ups give up after some seconds.
+class SilentNameServer {
+public:
+    /// Null when the test may not make networks.
+    [[nodiscard]] static std::unique_ptr<SilentNameServer> start() {
+        if (unshare(CLONE_NEWNS | CLONE_NEWNET) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+            return nullptr;
+        }
+        const std::string file = std::filesystem::temp_directory_path() /
+                                 ("resolv-to-nowhere-" + std::to_string(getpid()));
+        std::ofstream(file) << "nameserver 127.0.0.1\noptions timeout:2 attempts:1\n";
+        const int mounted = mount(file.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr);
+        std::filesystem::remove(file);
+        std::unique_ptr<SilentNameServer> server(new SilentNameServer);
+        ifreq loopback{{"lo"}, {}};
+        loopback.ifr_flags = IFF_UP | IFF_RUNNING;
+        sockaddr_in place{};
+        place.sin_family = AF_INET;
+        place.sin_port = htons(53);
+        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const bool works =
+            mounted == 0 && ioctl(server->socket_, SIOCSIFFLAGS, &loopback) == 0 &&
+            bind(server->socket_, reinterpret_cast<sockaddr*>(&place), sizeof place) == 0;
+        return works ? std::move(server) : nullptr;
+    }
+    SilentNameServer(const SilentNameServer&) = delete;
+    SilentNameServer& operator=(const SilentNameServer&) = delete;
+    ~SilentNameServer() { close(socket_); }
+
+    /// Waits for a question. False when none comes within half a minute.
+    [[nodiscard]] bool isAsked() {
+        char question[512];
+        return recv(socket_, question, sizeof question, 0) > 0;
+    }
+
+private:
+    SilentNameServer() {
+        const timeval patience{30, 0};
+        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
+
+    const int socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+} // namespace morvellacinto::testing
