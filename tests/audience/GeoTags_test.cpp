@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <thread>
 
 namespace morvellacinto {
@@ -46,6 +47,29 @@ protected:
     KRAudienceManager manager{Uuid()};
     std::vector<std::string> calls;
 };
+
+// The data inventory lists them in backquotes in the first column of its table.
+TEST_F(GeoTags, sendsTheFieldsThatTheInventoryLists) {
+    fetch();
+    deliverFix();
+    const platform::HttpRequest request = phone->http().requests().back().request;
+    const Value body = *readJson(*request.body);
+    std::vector<std::string> sent;
+    for (const Object::Member& member : body.asObject()) {
+        sent.emplace_back(member.key());
+    }
+    for (const platform::HttpHeader& header : request.headers) {
+        sent.push_back(header.name);
+    }
+    std::ifstream inventory(MORVELLACINTO_DATA_INVENTORY);
+    std::vector<std::string> listed;
+    for (std::string line; std::getline(inventory, line);) {
+        if (line.starts_with("| `")) {
+            listed.push_back(line.substr(3, line.find('`', 3) - 3));
+        }
+    }
+    EXPECT_EQ(sent, listed);
+}
 
 TEST_F(GeoTags, coarsensTheLocationAndKeepsSpeedAndCourse) {
     const struct {

@@ -33,6 +33,9 @@ struct BusCall {
     /// there are none.
     std::function<int(sd_bus_message*)> arguments;
     std::chrono::milliseconds timeout = busCallTimeout;
+    /// Nothing waits for it: it is made also while its destination counts as silent, and is no
+    /// reason to count it so.
+    bool isUnhurried = false;
 };
 
 /// What came of a call.

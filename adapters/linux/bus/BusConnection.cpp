@@ -14,7 +14,7 @@ namespace morvellacinto::native {
 namespace {
 
 // Stands for the bus itself among the silent names.
-const std::string wholeBus;
+constexpr const char* wholeBus = "";
 // Messages handled between two looks at what else there is to do.
 constexpr int messagesARound = 64;
 
@@ -42,6 +42,7 @@ struct BusConnection::Pending {
     BusConnection& owner;
     std::uint64_t number;
     std::string destination;
+    bool isUnhurried;
     Clock::time_point deadline;
     Handler handler;
     Slot slot = nullptr;
@@ -49,7 +50,9 @@ struct BusConnection::Pending {
     static int answered(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
         auto& pending = *static_cast<Pending*>(self);
         BusConnection& owner = pending.owner;
-        owner.told_ = false;
+        if (sd_bus_is_ready(owner.bus_.get()) > 0) { // else it is no answer of the bus
+            owner.told_ = false;
+        }
         owner.finish(pending.number, replyIn(message));
         return 0;
     }
@@ -106,12 +109,14 @@ void BusConnection::callUntil(const BusCall& call, Clock::time_point deadline, H
         refuse(BusError::disconnected);
         return;
     }
-    if (silentNames_.contains(call.destination) || deadline <= Clock::now()) {
+    const bool isSilent = !call.isUnhurried && silentNames_.contains(call.destination);
+    if (isSilent || deadline <= Clock::now()) {
         refuse(BusError::noReply);
         return;
     }
-    auto pending = std::make_unique<Pending>(
-        Pending{*this, ++lastNumber_, call.destination, deadline, std::move(handler), nullptr});
+    auto pending =
+        std::make_unique<Pending>(Pending{*this, ++lastNumber_, call.destination, call.isUnhurried,
+                                          deadline, std::move(handler), nullptr});
     Message message;
     sd_bus_slot* slot = nullptr;
     int result = compose(call, message);
@@ -197,9 +202,15 @@ void BusConnection::process() {
     int result = bus_ != nullptr ? 1 : 0;
     for (int count = 0; result > 0 && count < messagesARound; ++count) {
         result = sd_bus_process(bus_.get(), nullptr);
+        wasReady_ = wasReady_ || sd_bus_is_ready(bus_.get()) > 0;
     }
     if (bus_ != nullptr && (result < 0 || sd_bus_is_open(bus_.get()) <= 0)) {
-        tell("the connection to the system bus was lost; it will be made again when needed");
+        if (wasReady_) {
+            tell("the connection to the system bus was lost; it will be made again when needed");
+        } else {
+            silentNames_.add(wholeBus);
+            tell("the system bus refuses the connection; what it would tell counts as unknown");
+        }
         lose();
     }
     runDue();
@@ -230,6 +241,7 @@ int BusConnection::open() {
     sd_bus* bus = nullptr;
     const int result = sd_bus_open_system(&bus);
     bus_.reset(bus);
+    wasReady_ = false;
     if (result < 0) {
         tell("the system bus cannot be reached (" + std::generic_category().message(-result) +
              "); what it would tell counts as unknown");
@@ -272,10 +284,10 @@ void BusConnection::expire() {
         if (pending.deadline > now) {
             continue;
         }
-        if (sd_bus_is_ready(bus_.get()) > 0) {
-            silentNames_.add(pending.destination);
-        } else {
+        if (sd_bus_is_ready(bus_.get()) <= 0) {
             isConnecting = true;
+        } else if (!pending.isUnhurried) {
+            silentNames_.add(pending.destination);
         }
         finish(pending.number, failure(BusError::noReply));
     }

@@ -111,6 +111,7 @@ private:
     std::map<Ticket, Alarm> alarms_;
     std::deque<Task> due_;
     std::uint64_t lastNumber_ = 0;
+    bool wasReady_ = false; // this connection
     bool told_ = false;
     bool ended_ = false;
 };

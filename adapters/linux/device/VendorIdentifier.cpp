@@ -53,27 +53,24 @@ Uuid VendorIdentifier::of(std::string_view vendor) const {
     if (const auto identity = number ? identity_(*number) : std::nullopt) {
         return *identity;
     }
-    {
-        const std::lock_guard lock(mutex_);
-        if (random_) {
-            return *random_;
-        }
-    }
+    const auto stored = [this] {
+        const auto text = kept_.read(keptName);
+        return text ? Uuid::parse(*text) : std::nullopt;
+    };
     // Reading and writing may tell the host of a damaged store: not under the lock.
-    const auto text = kept_.read(keptName);
-    const auto stored = text ? Uuid::parse(*text) : std::nullopt;
-    const Uuid candidate = stored ? *stored : randomUuid();
+    if (const auto known = stored()) {
+        return *known;
+    }
+    Uuid made = randomUuid();
     {
         const std::lock_guard lock(mutex_);
-        if (random_) {
-            return *random_;
+        if (!random_) {
+            random_ = made;
         }
-        random_ = candidate;
+        made = *random_;
     }
-    if (!stored) {
-        kept_.write(keptName, candidate.text());
-    }
-    return candidate;
+    kept_.write(keptName, made.text());
+    return stored().value_or(made); // that of a process which was faster
 }
 
 } // namespace morvellacinto::native

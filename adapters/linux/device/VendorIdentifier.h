@@ -16,7 +16,7 @@ namespace morvellacinto::native {
 
 /// The identifier that all applications of one vendor see on this machine. It is derived from the
 /// machine's identity in a way that does not give that away; on a machine without one it is random
-/// and kept.
+/// and kept, and each application has its own.
 class VendorIdentifier {
 public:
     /// Gives the part of the machine's identity that belongs to the application of this number.
@@ -32,7 +32,7 @@ private:
     const KeptValues kept_;
     const MachineIdentity identity_;
     mutable std::mutex mutex_;
-    mutable std::optional<Uuid> random_;
+    mutable std::optional<Uuid> random_; // made by this process
 };
 
 } // namespace morvellacinto::native

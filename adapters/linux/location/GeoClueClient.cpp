@@ -17,21 +17,32 @@ KRError errorOf(LocationErrorCode code, const std::string& message) {
     return error;
 }
 
-void note(LocationPermission& permission, const SessionEvent::Any& event) {
+// Gives whether the delegates are to hear of a change. That there is no service is not for them:
+// the failure tells.
+bool note(LocationPermission& permission, const SessionEvent::Any& event) {
     if (std::holds_alternative<SessionEvent::Started>(event)) {
-        permission.noteAllowed();
-    } else if (const auto* switched = std::get_if<SessionEvent::Switched>(&event)) {
-        switched->on ? permission.noteAllowed() : permission.noteSwitchedOff();
-    } else if (const auto* refused = std::get_if<SessionEvent::Refused>(&event)) {
+        return permission.noteAllowed();
+    }
+    if (const auto* switched = std::get_if<SessionEvent::Switched>(&event)) {
+        if (switched->on) {
+            permission.noteAllowed();
+        } else {
+            permission.noteSwitchedOff();
+        }
+        return true;
+    }
+    if (const auto* refused = std::get_if<SessionEvent::Refused>(&event)) {
         permission.noteDenied();
         if (refused->isSwitchedOff) {
             permission.noteSwitchedOff();
         }
-    } else if (const auto* failed = std::get_if<SessionEvent::Failed>(&event)) {
-        if (failed->code == LocationErrorCode::unavailable) {
-            permission.noteAbsent();
-        }
+        return true;
     }
+    const auto* failed = std::get_if<SessionEvent::Failed>(&event);
+    if (failed != nullptr && failed->code == LocationErrorCode::unavailable) {
+        permission.noteAbsent();
+    }
+    return false;
 }
 
 } // namespace
@@ -51,8 +62,11 @@ void GeoClueClient::startUpdatingLocation() {
     }
     const auto tell = [client = weak_from_this(), context = context_,
                        run = ++run_](const SessionEvent::Any& event) {
-        note(context->permission(), event);
-        context->mainQueue().post([client, run, event] {
+        const bool isChange = note(context->permission(), event);
+        context->mainQueue().post([client, context, run, event, isChange] {
+            if (isChange) {
+                context->tellAuthorizationChange();
+            }
             if (const auto self = client.lock()) {
                 self->handle(run, event);
             }
@@ -97,10 +111,7 @@ void GeoClueClient::handle(std::uint64_t run, const SessionEvent::Any& event) {
         if (isCurrent(run) && delegate != nullptr) {
             delegate->didUpdateLocations(*this, {*fix});
         }
-    } else if (std::holds_alternative<SessionEvent::Switched>(event)) {
-        context_->tellAuthorizationChange();
     } else if (const auto* refused = std::get_if<SessionEvent::Refused>(&event)) {
-        context_->tellAuthorizationChange();
         fail(run, LocationErrorCode::denied, refused->message);
     } else if (const auto* failed = std::get_if<SessionEvent::Failed>(&event)) {
         fail(run, failed->code, failed->message);

@@ -25,7 +25,10 @@ class LocationContext;
 ///   enabled, and all delegates hear of a change; updates go on when the daemon resumes them;
 /// - no fix within the time-out fails with `timedOut`; no bus, no daemon or no bundle identifier
 ///   with `unavailable`, and the status is 0 for 60 seconds when daemon or bus are missing;
-/// - a daemon that ends while fixes come is started again; it fails with `lost` when the bus goes.
+/// - a daemon that ends while fixes come is started again, or counts as missing when it cannot be;
+///   it fails with `lost` when the bus goes;
+/// - a start that succeeds while a refusal or an absence is still believed ends that, and all
+///   delegates hear of the change.
 ///
 /// After a failure updates have ended, as if stopped.
 class GeoClueClient final : public platform::LocationService,

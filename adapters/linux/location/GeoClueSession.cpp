@@ -22,23 +22,31 @@ constexpr const char* getClientMember = "GetClient";
 constexpr std::string_view switchedOffMessage = "Geolocation disabled";
 constexpr std::uint32_t exactAccuracy = 8;
 // The daemon may have to be started first; without an agent in the user's session it never answers.
-constexpr std::chrono::seconds createTimeout(5);
+// Nothing waits for a session's calls but the session, which has an alarm of its own.
+constexpr std::chrono::seconds answerTimeout(5);
+
+BusCall unhurried(BusCall call, std::chrono::milliseconds timeout = answerTimeout) {
+    call.timeout = timeout;
+    call.isUnhurried = true;
+    return call;
+}
 
 BusCall managerCall(const char* member) {
-    return {std::string(geoClueName), managerPath, managerInterface, member, {}, createTimeout};
+    return unhurried({std::string(geoClueName), managerPath, managerInterface, member, {}});
 }
 
 BusCall clientCall(const std::string& client, const char* member) {
-    return {std::string(geoClueName), client, clientInterface, member, {}};
+    return unhurried({std::string(geoClueName), client, clientInterface, member, {}});
 }
 
 BusCall setProperty(const std::string& client, const char* name,
                     std::function<int(sd_bus_message*)> appendValue) {
-    return {std::string(geoClueName), client, propertiesInterface, "Set",
-            [name, appendValue = std::move(appendValue)](sd_bus_message* message) {
-                const int result = sd_bus_message_append(message, "ss", clientInterface, name);
-                return result < 0 ? result : appendValue(message);
-            }};
+    return unhurried({std::string(geoClueName), client, propertiesInterface, "Set",
+                      [name, appendValue = std::move(appendValue)](sd_bus_message* message) {
+                          const int result =
+                              sd_bus_message_append(message, "ss", clientInterface, name);
+                          return result < 0 ? result : appendValue(message);
+                      }});
 }
 
 void ignore(const BusReply& /*reply*/) {}
@@ -171,10 +179,9 @@ void GeoClueSession::startClient() {
     for (const BusCall& setting : settings) {
         connection_->call(setting, ignore); // a start that misses one is refused
     }
-    BusCall call = clientCall(client_, "Start");
     // The user may be asked meanwhile; the alarm comes first when nobody answers.
-    call.timeout = timeout_ + createTimeout;
-    connection_->call(call, whileAlive(&GeoClueSession::clientStarted));
+    connection_->call(unhurried(clientCall(client_, "Start"), timeout_ + answerTimeout),
+                      whileAlive(&GeoClueSession::clientStarted));
 }
 
 void GeoClueSession::clientStarted(const BusReply& reply) {
@@ -188,8 +195,9 @@ void GeoClueSession::clientStarted(const BusReply& reply) {
 
 void GeoClueSession::locationUpdated(const Array& paths) {
     if (const auto path = textAt(paths, 1)) {
-        connection_->call(readProperties(std::string(geoClueName), *path, locationInterface),
-                          whileAlive(&GeoClueSession::locationRead));
+        connection_->call(
+            unhurried(readProperties(std::string(geoClueName), *path, locationInterface)),
+            whileAlive(&GeoClueSession::locationRead));
     }
 }
 

@@ -48,9 +48,11 @@ void LocationPermission::noteSwitchedOff() {
     switchedOffUntil_ = now_() + refusalHolds;
 }
 
-void LocationPermission::noteAllowed() {
+bool LocationPermission::noteAllowed() {
     const std::lock_guard lock(mutex_);
+    const bool isNews = holds(absentUntil_) || holds(deniedUntil_) || holds(switchedOffUntil_);
     absentUntil_ = deniedUntil_ = switchedOffUntil_ = Clock::time_point::min();
+    return isNews;
 }
 
 } // namespace morvellacinto::native

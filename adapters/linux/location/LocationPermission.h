@@ -31,8 +31,8 @@ public:
     void noteDenied();
     /// Location is switched off for the whole device.
     void noteSwitchedOff();
-    /// The service works for this application.
-    void noteAllowed();
+    /// The service works for this application. Whether that was news.
+    bool noteAllowed();
 
 private:
     [[nodiscard]] bool holds(Clock::time_point until) const { return now_() < until; }

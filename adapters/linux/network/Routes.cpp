@@ -97,6 +97,11 @@ Route routeIn(const std::byte* message, std::size_t size) {
         }
         if (attribute.rta_type == RTA_OIF) {
             route.interface = number;
+        } else if (attribute.rta_type == RTA_MULTIPATH &&
+                   attribute.rta_len >= RTA_LENGTH(sizeof(rtnexthop))) {
+            rtnexthop first{}; // one stands for all
+            std::memcpy(&first, message + offset + RTA_LENGTH(0), sizeof first);
+            route.interface = static_cast<unsigned>(first.rtnh_ifindex);
         } else if (attribute.rta_type == RTA_PRIORITY) {
             route.metric = number;
         }

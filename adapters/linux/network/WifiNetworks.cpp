@@ -16,6 +16,7 @@ constexpr const char* deviceInterface = "org.freedesktop.NetworkManager.Device";
 constexpr const char* wirelessInterface = "org.freedesktop.NetworkManager.Device.Wireless";
 constexpr const char* accessPointInterface = "org.freedesktop.NetworkManager.AccessPoint";
 constexpr std::int64_t wifiDevice = 2;
+constexpr std::int64_t hotspotMode = 3; // the network is this device's own
 
 // An access point's name is bytes of no certain encoding.
 std::optional<std::string> networkName(const Object& accessPoint) {
@@ -68,7 +69,7 @@ std::optional<platform::WifiNetwork> WifiNetworks::networkOf(const std::string& 
     const Object wireless =
         propertiesIn(bus_.call(readProperties(serviceName, path, wirelessInterface)));
     const auto accessPointPath = pathMember(wireless, "ActiveAccessPoint");
-    if (!accessPointPath) {
+    if (!accessPointPath || integerMember(wireless, "Mode") == hotspotMode) {
         return std::nullopt;
     }
     const Object accessPoint = propertiesIn(

@@ -4,6 +4,8 @@
 #include "basics/RandomUuid.h"
 
 #include <atomic>
+#include <functional>
+#include <map>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -30,8 +32,9 @@ std::uint64_t statusIn(const std::optional<std::string>& text) {
 
 } // namespace
 
-// What is known of the user's will. Shared with answers that may come when the platform is gone.
-// Values are read and written with the mutex open: the store may have something to tell the host.
+// What is known of the user's will: what is kept, which another process of the application may
+// change at any time. Shared with answers that may come when the platform is gone. Values are read
+// and written with the mutex open: the store may have something to tell the host.
 class NativeTracking::Decision : public std::enable_shared_from_this<Decision> {
 public:
     Decision(std::shared_ptr<MainQueue> mainQueue, KeptValues kept, Question question)
@@ -39,83 +42,121 @@ public:
     }
 
     [[nodiscard]] std::uint64_t current() {
-        load();
+        const std::uint64_t kept = statusIn(read(keptStatus));
         const std::lock_guard lock(mutex_);
-        return status_;
+        return kept == status::notDetermined && isDeniedForNow_ ? status::denied : kept;
     }
 
     [[nodiscard]] Uuid identifier() {
         if (current() != status::authorized) {
             return {};
         }
-        {
-            const std::lock_guard lock(mutex_);
-            if (identifier_) {
-                return *identifier_;
-            }
+        if (const auto kept = keptIdentity()) {
+            return *kept;
         }
-        const Uuid fresh = randomUuid();
-        {
-            const std::lock_guard lock(mutex_);
-            if (identifier_) {
-                return *identifier_;
-            }
-            identifier_ = fresh;
-        }
-        kept_.write(keptIdentifier, fresh.text());
-        return fresh;
+        const Uuid made = madeOnce();
+        note(keptIdentifier, made.text());
+        store();
+        return keptIdentity().value_or(made); // that of a process which was faster
     }
 
     void resetIdentifier() {
-        load();
         const Uuid fresh = randomUuid();
         {
             const std::lock_guard lock(mutex_);
-            identifier_ = fresh;
+            made_ = fresh;
         }
-        kept_.write(keptIdentifier, fresh.text());
+        note(keptIdentifier, fresh.text());
+        store();
     }
 
     void set(std::uint64_t decided) {
-        load();
-        {
-            const std::lock_guard lock(mutex_);
-            status_ = decided;
-        }
-        kept_.write(keptStatus, std::to_string(decided));
+        decide(decided);
+        store();
     }
 
     void request(Answer answer);
 
-    void settle(std::uint64_t decided, bool keep) {
+    void settle(std::uint64_t decided) {
+        decide(decided);
+        answerWaiting();
+        store(); // which may take its time
+    }
+
+    // The question went away unanswered; what was decided meanwhile stays.
+    void settleWithoutAnswer() {
+        {
+            const std::lock_guard lock(mutex_);
+            isDeniedForNow_ = true;
+        }
+        answerWaiting();
+    }
+
+private:
+    // What is being written counts already.
+    [[nodiscard]] std::optional<std::string> read(std::string_view name) {
+        {
+            const std::lock_guard lock(mutex_);
+            if (const auto found = unwritten_.find(name); found != unwritten_.end()) {
+                return found->second;
+            }
+        }
+        return kept_.read(name);
+    }
+
+    void note(std::string_view name, std::string text) {
+        const std::lock_guard lock(mutex_);
+        unwritten_.insert_or_assign(std::string(name), std::move(text));
+    }
+
+    void decide(std::uint64_t decided) {
+        note(keptStatus, std::to_string(decided));
+        const std::lock_guard lock(mutex_);
+        isDeniedForNow_ = false;
+    }
+
+    // The thread that is writing writes also what others want kept meanwhile: the last one wins in
+    // the store as it does here.
+    void store() {
+        std::unique_lock lock(mutex_);
+        if (std::exchange(isWriting_, true)) {
+            return;
+        }
+        while (!unwritten_.empty()) {
+            const auto [next, value] = *unwritten_.begin();
+            lock.unlock();
+            kept_.write(next, value);
+            lock.lock();
+            if (const auto written = unwritten_.find(next); written->second == value) {
+                unwritten_.erase(written);
+            }
+        }
+        isWriting_ = false;
+    }
+
+    [[nodiscard]] std::optional<Uuid> keptIdentity() {
+        const auto text = read(keptIdentifier);
+        return text ? Uuid::parse(*text) : std::nullopt;
+    }
+
+    [[nodiscard]] Uuid madeOnce() {
+        const Uuid fresh = randomUuid();
+        const std::lock_guard lock(mutex_);
+        if (!made_) {
+            made_ = fresh;
+        }
+        return *made_;
+    }
+
+    void answerWaiting() {
+        const std::uint64_t decided = current();
         std::vector<Answer> waiting;
         {
             const std::lock_guard lock(mutex_);
-            status_ = decided;
             waiting.swap(waiting_);
         }
         for (Answer& answer : waiting) {
             give(std::move(answer), decided);
-        }
-        if (keep) {
-            kept_.write(keptStatus, std::to_string(decided));
-        }
-    }
-
-private:
-    void load() {
-        {
-            const std::lock_guard lock(mutex_);
-            if (isLoaded_) {
-                return;
-            }
-        }
-        const std::uint64_t kept = statusIn(kept_.read(keptStatus));
-        const auto text = kept_.read(keptIdentifier);
-        const std::lock_guard lock(mutex_);
-        if (!std::exchange(isLoaded_, true)) {
-            status_ = kept;
-            identifier_ = text ? Uuid::parse(*text) : std::nullopt;
         }
     }
 
@@ -127,9 +168,10 @@ private:
     const KeptValues kept_;
     const Question question_;
     std::mutex mutex_;
-    bool isLoaded_ = false;
-    std::uint64_t status_ = status::notDetermined;
-    std::optional<Uuid> identifier_;
+    std::map<std::string, std::string, std::less<>> unwritten_;
+    bool isWriting_ = false;
+    bool isDeniedForNow_ = false; // for this process, as long as nothing is decided
+    std::optional<Uuid> made_;
     std::vector<Answer> waiting_;
 };
 
@@ -139,41 +181,39 @@ public:
     explicit PendingAnswer(std::weak_ptr<Decision> decision) : decision_(std::move(decision)) {}
     PendingAnswer(const PendingAnswer&) = delete;
     PendingAnswer& operator=(const PendingAnswer&) = delete;
-    ~PendingAnswer() { settle(status::denied, false); }
+    ~PendingAnswer() { give(status::notDetermined); }
 
     void give(std::uint64_t answer) {
-        const bool isAnswer = isDecided(answer);
-        settle(isAnswer ? answer : status::denied, isAnswer);
-    }
-
-private:
-    void settle(std::uint64_t answer, bool keep) {
         const auto decision = decision_.lock();
-        if (!isGiven_.exchange(true) && decision != nullptr) {
-            decision->settle(answer, keep);
+        if (isGiven_.exchange(true) || decision == nullptr) {
+            return;
+        }
+        if (isDecided(answer)) {
+            decision->settle(answer);
+        } else {
+            decision->settleWithoutAnswer();
         }
     }
 
+private:
     const std::weak_ptr<Decision> decision_;
     std::atomic<bool> isGiven_ = false;
 };
 
 void NativeTracking::Decision::request(Answer answer) {
-    load();
-    std::uint64_t decided = status::notDetermined;
+    if (const auto decided = current(); decided != status::notDetermined) {
+        give(std::move(answer), decided);
+        return;
+    }
     {
         const std::lock_guard lock(mutex_);
-        if (status_ == status::notDetermined) {
-            waiting_.push_back(std::move(answer));
-            if (waiting_.size() > 1) {
-                return;
-            }
+        waiting_.push_back(std::move(answer));
+        if (waiting_.size() > 1) {
+            return;
         }
-        decided = status_;
     }
-    if (decided != status::notDetermined) {
-        // Moved above only when nothing is decided. NOLINTNEXTLINE(bugprone-use-after-move)
-        give(std::move(answer), decided);
+    if (current() != status::notDetermined) { // an answer came just now
+        answerWaiting();
         return;
     }
     const auto pending = std::make_shared<PendingAnswer>(weak_from_this());

@@ -22,6 +22,7 @@
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
 
@@ -305,16 +306,55 @@ TEST(BusWithoutDaemon, EverythingFailsAtOnceWithOneDiagnostic) {
     EXPECT_THAT(sentences.all(), ::testing::ElementsAre(::testing::HasSubstr("No such file")));
 }
 
+// A socket where the bus is expected, on which nobody speaks.
+class MuteSocket {
+public:
+    MuteSocket() {
+        const std::string path = (folder_.path() / "socket").string();
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(listener_, 4), 0);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
+    }
+    MuteSocket(const MuteSocket&) = delete;
+    MuteSocket& operator=(const MuteSocket&) = delete;
+    ~MuteSocket() { close(listener_); }
+
+    [[nodiscard]] int listener() const { return listener_; }
+
+private:
+    const TemporaryFolder folder_;
+    const int listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
+
+TEST(BusWithoutDaemon, ABusThatClosesEachConnectionIsToldOnceAndNotTriedEachTime) {
+    const MuteSocket bus;
+    std::atomic<int> connections = 0;
+    std::thread closing([&] {
+        for (int taken = -1; (taken = accept(bus.listener(), nullptr, nullptr)) >= 0;) {
+            ++connections;
+            char first = 0;
+            std::ignore = read(taken, &first, 1);
+            close(taken);
+        }
+    });
+    Sentences sentences;
+    {
+        Bus refused(sentences.sink());
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_FALSE(refused.call(callOf("Ping")).succeeded());
+        }
+    }
+    EXPECT_THAT(sentences.all(), ::testing::ElementsAre(::testing::HasSubstr("refuses")));
+    EXPECT_LT(connections, 20);
+    shutdown(bus.listener(), SHUT_RDWR);
+    closing.join();
+}
+
 TEST(BusWithoutDaemon, ABusThatNeverAnswersCostsOneTimeOut) {
-    const TemporaryFolder folder;
-    const std::string path = (folder.path() / "socket").string();
-    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(listener, 4), 0);
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
+    const MuteSocket mute;
     Sentences sentences;
     {
         Bus bus(sentences.sink());
@@ -328,7 +368,6 @@ TEST(BusWithoutDaemon, ABusThatNeverAnswersCostsOneTimeOut) {
         EXPECT_LT(took, 2 * busCallTimeout);
     }
     EXPECT_THAT(sentences.all(), ::testing::SizeIs(1));
-    close(listener);
 }
 
 } // namespace

@@ -16,7 +16,9 @@ class MockedSubject final : public Subject {
 public:
     MockedSubject() {
         mocks_.emplace(std::vector<std::string>{"/usr/bin/python3", MORVELLACINTO_MOCKS});
-        static_cast<void>(mocks_->readLine());
+        if (mocks_->readLine() != "ready") {
+            [] { GTEST_SKIP() << "no dbusmock: the bus has no services"; }();
+        }
     }
 
     [[nodiscard]] platform::Platform& platform() override { return *platform_; }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <systemd/sd-bus.h>
+#include <thread>
 
 namespace morvellacinto::native {
 namespace {
@@ -171,12 +172,32 @@ TEST_F(LocationTest, ARefusalTurnsTheStatusAndThenFails) {
     EXPECT_FALSE(location->locationServicesEnabled());
 
     listener.events.clear();
+    listener.stopsOnChange = false;
     mock.onCall("Start", [](sd_bus_message* call) { reply(call, {}); });
     service->startUpdatingLocation();
     ASSERT_TRUE(mock.wasCalled("Start", 3));
     mock.sendFix(at(59), "/client/3");
-    pumpUntilEvents(1);
-    EXPECT_EQ(service->authorizationStatus(), 4) << "allowed again";
+    pumpUntilEvents(2);
+    EXPECT_THAT(listener.events, ElementsAre("status 4", "1 at 59")) << "allowed again";
+}
+
+TEST_F(LocationTest, ADaemonThatTakesItsTimeLosesNoFix) {
+    GeoClueMock mock;
+    const auto slowly = [](sd_bus_message* call) {
+        std::this_thread::sleep_for(busCallTimeout * 3 / 2);
+        reply(call, {});
+    };
+    mock.onCall("Set", slowly);
+    mock.onCall("Stop", slowly);
+    makeService();
+    for (const char* client : {"/client/1", "/client/2"}) {
+        service->startUpdatingLocation();
+        ASSERT_TRUE(mock.wasCalled("Start", client[8] - '0'));
+        mock.sendFix(at(59), client);
+        pumpUntilEvents(static_cast<std::size_t>(client[8] - '0'));
+        service->stopUpdatingLocation();
+    }
+    EXPECT_THAT(listener.events, ElementsAre("1 at 59", "1 at 59"));
 }
 
 TEST(LocationPermission, BelievesARefusalForSixtySeconds) {

@@ -44,12 +44,13 @@ public:
         });
     }
 
-    void addDevice(const std::string& name, Append type, const std::string& accessPoint = "/") {
+    void addDevice(const std::string& name, Append type, const std::string& accessPoint = "/",
+                   unsigned mode = 2) {
         names_.push_back(name);
         setProperties("/device/" + name, deviceInterface,
                       {{"DeviceType", std::move(type)}, {"Interface", text(name)}});
         setProperties("/device/" + name, deviceInterface + ".Wireless",
-                      {{"ActiveAccessPoint", path(accessPoint)}});
+                      {{"ActiveAccessPoint", path(accessPoint)}, {"Mode", unsignedNumber(mode)}});
     }
     void addAccessPoint(const std::string& where, Append name, Append address) {
         setProperties(where, "org.freedesktop.NetworkManager.AccessPoint",
@@ -72,9 +73,12 @@ TEST(WifiNetworks, AreThoseThatTheWifiDevicesHaveJoined) {
     mock.addDevice("odd0", text("2"));
     mock.addDevice("wlan0", unsignedNumber(2));
     mock.addDevice("wlan2", unsignedNumber(2), "/ap/hidden");
+    mock.addDevice("wlan3", unsignedNumber(2), "/ap/1", 3);
     mock.addAccessPoint("/ap/1", bytes("caf\xC3\xA9 \xFF!"), text("00:11:22:33:44:55"));
     mock.addAccessPoint("/ap/hidden", bytes(""), unsignedNumber(5));
-    EXPECT_THAT(network.supportedInterfaces(), Optional(ElementsAre("wlan1", "wlan0", "wlan2")));
+    EXPECT_THAT(network.supportedInterfaces(),
+                Optional(ElementsAre("wlan1", "wlan0", "wlan2", "wlan3")));
+    EXPECT_FALSE(network.currentNetworkInfo("wlan3")) << "a hotspot of its own";
     const auto joined = network.currentNetworkInfo("wlan1");
     ASSERT_TRUE(joined);
     EXPECT_EQ(joined->ssid, "caf\xC3\xA9 \xEF\xBF\xBD!");

@@ -8,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace morvellacinto::native {
@@ -136,15 +138,45 @@ TEST_F(TrackingTest, TheIdentifierIsGivenOutOnlyWhileTrackingIsAuthorized) {
     EXPECT_NE(fresh, identifier);
     start();
     EXPECT_EQ(tracking->advertisingIdentifier(), fresh);
+    const std::string another = "0B0E8A4B-7B5B-4C0E-9B57-5F3B1D0A7C42";
+    store["advertisingIdentifier"] = another;
+    EXPECT_EQ(tracking->advertisingIdentifier(), Uuid::parse(another)) << "by another process";
+    store["trackingAuthorization"] = "2";
+    EXPECT_EQ(tracking->advertisingIdentifier(), Uuid()) << "withdrawn in another process";
     store["trackingAuthorization"] = "7";
     store["advertisingIdentifier"] = "damaged";
-    start();
     EXPECT_EQ(tracking->trackingAuthorizationStatus(), 0U);
     EXPECT_THROW(tracking->setTrackingAuthorization(4), std::invalid_argument);
     tracking->setTrackingAuthorization(0);
     request();
     queue->drain();
     EXPECT_EQ(asked.size(), 1U) << "asked again when the user's mind is open again";
+}
+
+TEST_F(TrackingTest, WhatIsDecidedLastIsKeptLast) {
+    KeptValues slow = keptValues();
+    bool isFirst = true;
+    slow.write = [this, &isFirst, write = slow.write](std::string_view name,
+                                                      std::string_view text) {
+        if (name == "advertisingIdentifier" && std::exchange(isFirst, false)) {
+            tracking->resetAdvertisingIdentifier();
+        }
+        write(name, text);
+    };
+    tracking = std::make_unique<NativeTracking>(
+        queue, slow, [this](HostsAnswer answer) { asked.push_back(std::move(answer)); });
+    tracking->setTrackingAuthorization(3);
+    std::ignore = tracking->advertisingIdentifier();
+    EXPECT_EQ(tracking->advertisingIdentifier(), Uuid::parse(store["advertisingIdentifier"]));
+
+    tracking->setTrackingAuthorization(0);
+    request();
+    queue->drain();
+    tracking->setTrackingAuthorization(3);
+    asked.clear();
+    queue->drain();
+    EXPECT_EQ(answers, Statuses({3})) << "a question that goes away undoes no decision";
+    EXPECT_EQ(store["trackingAuthorization"], "3");
 }
 
 TEST_F(TrackingTest, AnAnswerAfterTheEndOfThePlatformHarmsNobody) {
