@@ -16,6 +16,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace morvellacinto::platform {
@@ -55,6 +56,10 @@ struct Installation {
     std::shared_ptr<Platform> platform;
     bool used = false;
     bool isEnding = false;
+    // By the first shutdown. Later ones wait for what that one could not, being on a thread of the
+    // platform's.
+    std::thread::id endedBy;
+    std::weak_ptr<Platform> ended;
 };
 
 // Made at first use and never destroyed, so that neither loading the library nor leaving the
@@ -94,24 +99,35 @@ std::shared_ptr<Platform> current() {
 void shutdown() {
     Installation& slot = installation();
     std::shared_ptr<Platform> ending;
+    bool isFirst = false;
     {
         const std::unique_lock lock(slot.mutex);
-        if (slot.platform == nullptr || std::exchange(slot.isEnding, true)) {
-            return;
+        isFirst = slot.platform != nullptr && !slot.isEnding;
+        if (isFirst) {
+            slot.isEnding = true;
+            slot.endedBy = std::this_thread::get_id();
+            slot.ended = slot.platform;
+        } else if (slot.platform != nullptr && slot.endedBy == std::this_thread::get_id()) {
+            return; // by what the first one drops
         }
-        ending = slot.platform;
+        ending = slot.ended.lock();
     }
     // What is running meanwhile still finds the platform, so that it can end what it has begun and
     // destructors of dropped callbacks may call the library.
     struct Ended {
         Installation& slot;
+        bool isFirst;
         ~Ended() {
             const std::unique_lock lock(slot.mutex);
-            slot.platform = nullptr;
+            if (isFirst) {
+                slot.platform = nullptr;
+            }
         }
     };
-    const Ended ended{slot};
-    ending->shutdown();
+    const Ended ended{slot, isFirst};
+    if (ending != nullptr) {
+        ending->shutdown();
+    }
 }
 
 bool isShutDown() noexcept {

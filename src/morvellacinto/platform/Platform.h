@@ -45,7 +45,8 @@ public:
     [[nodiscard]] virtual std::shared_ptr<HttpSession>
     makeHttpSession(HttpSessionConfiguration configuration, HttpSessionDelegate* delegate) = 0;
 
-    /// Ends everything that runs for the library, as `platform::shutdown` tells. Called once.
+    /// Ends everything that runs for the library, as `platform::shutdown` tells. May be called by
+    /// several threads at once; none of the calls returns before that is done.
     virtual void shutdown() = 0;
 
 protected:
@@ -65,8 +66,9 @@ MORVELLACINTO_EXPORT void install(std::shared_ptr<Platform> platform);
 /// takes at most 250 ms whatever the network does, longer only while host code runs on one of
 /// those threads or settings are being flushed. Called from a callback it does not wait for the
 /// thread that it is on. Calls of the library made meanwhile, such as by the destructor of a
-/// callback that is dropped, start nothing; those made afterwards throw. Without effect when
-/// nothing is installed or another call is under way; a process may exit without it.
+/// callback that is dropped, start nothing; those made afterwards throw. A later call waits for
+/// what an earlier one could not, as long as the host holds the platform. Without effect when
+/// nothing is installed; a process may exit without it.
 MORVELLACINTO_EXPORT void shutdown();
 
 /// True from the moment at which `shutdown` is called with a platform installed. Any thread.

@@ -224,6 +224,22 @@ TEST_F(NativePlatformTest, ConcurrentShutdownsEachReturnWithNothingRunning) {
     }
 }
 
+TEST_F(NativePlatformTest, AfterAShutdownOnAWorkerTheHostsOwnStillWaitsForThatWorker) {
+    const auto platform = make();
+    platform::install(platform);
+    std::promise<void> isDown;
+    std::atomic<bool> returned = false;
+    platform->dispatch().asyncGlobal([&] {
+        platform::shutdown();
+        isDown.set_value();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        returned = true;
+    });
+    isDown.get_future().wait();
+    platform::shutdown();
+    EXPECT_TRUE(returned);
+}
+
 TEST_F(NativePlatformTest, ShutdownWaitsForHostCodeOnAWorkerButNotToCancelTransfers) {
     std::promise<void> requested;
     FaultServer server(nullptr,
