@@ -96,6 +96,7 @@ void SettingsMemory::remove(Space space, std::string_view key) {
 SettingsMemory::Pending SettingsMemory::pending() const {
     Pending pending;
     const std::shared_lock lock(mutex_);
+    pending.listings = listings_;
     for (const Space space : spaces) {
         for (const auto& [key, entry] : entries_[static_cast<std::size_t>(space)]) {
             if (entry.change != 0) {
@@ -110,6 +111,10 @@ SettingsMemory::Pending SettingsMemory::pending() const {
 void SettingsMemory::committed(const Pending& pending, std::int64_t stamp) {
     const std::unique_lock lock(mutex_);
     ++commits_;
+    // A listing taken over meanwhile may hold what others committed after us, hidden by the changes
+    // that are stored now: only reading once more tells.
+    const bool listedMeanwhile = listings_ != pending.listings;
+    mustRead_ = mustRead_ || listedMeanwhile;
     for (std::size_t index = 0; index < pending.changes.size(); ++index) {
         const SettingsDatabase::Change& change = pending.changes[index];
         Entries& all = entriesOf(change.space);
@@ -117,7 +122,7 @@ void SettingsMemory::committed(const Pending& pending, std::int64_t stamp) {
         if (entry == all.end()) {
             continue;
         }
-        entry->second.stamp = change.blob == nullptr ? 0 : stamp;
+        entry->second.stamp = change.blob == nullptr || listedMeanwhile ? 0 : stamp;
         if (entry->second.change != pending.numbers[index]) {
             continue; // changed again meanwhile
         }
@@ -129,7 +134,7 @@ void SettingsMemory::committed(const Pending& pending, std::int64_t stamp) {
     }
     if (signal_ != nullptr) {
         const std::uint64_t before = signal_->raise();
-        if (before == seen_) {
+        if (before == seen_ && !listedMeanwhile) {
             seen_ = before + 1; // nobody else has committed: memory is up to date
         }
     }
@@ -151,7 +156,7 @@ std::vector<SettingsDatabase::Change> SettingsMemory::everything() const {
 
 SettingsMemory::Moment SettingsMemory::now() const {
     const std::shared_lock lock(mutex_);
-    return {commits_, signal_ == nullptr ? 0 : signal_->value()};
+    return {commits_, signal_ == nullptr ? 0 : signal_->value(), mustRead_};
 }
 
 std::int64_t SettingsMemory::stampOf(Space space, std::string_view key) const {
@@ -167,6 +172,7 @@ bool SettingsMemory::takeOver(std::vector<SettingsDatabase::Row>& rows, Moment s
         return false;
     }
     ++listings_;
+    mustRead_ = mustRead_ && !complete;
     for (SettingsDatabase::Row& row : rows) {
         Entry& entry = entriesOf(row.space).try_emplace(std::move(row.key)).first->second;
         entry.listing = listings_;

@@ -23,11 +23,13 @@ public:
     struct Pending {
         std::vector<SettingsDatabase::Change> changes;
         std::vector<std::uint64_t> numbers; ///< which of the changes made here each is
+        std::uint64_t listings;             ///< taken over by then
     };
     /// A point in time, to tell whether what was read since is still news.
     struct Moment {
         std::uint64_t commits; ///< made by this process
         std::uint64_t raised;  ///< the signal's value
+        bool mustRead;         ///< even a database that has not changed since it was last read
     };
 
     /// Whether `found` has been set: false when memory must be brought up to date first.
@@ -97,6 +99,7 @@ private:
     std::shared_ptr<ChangeSignal> signal_;
     std::uint64_t seen_ = 0; // the signal's value that memory is no older than
     Milliseconds nextLook_{0};
+    bool mustRead_ = false;
     bool cannotLook_ = false;
     bool closed_ = false;
     std::uint64_t changes_ = 0;  // made here so far

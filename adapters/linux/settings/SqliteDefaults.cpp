@@ -140,10 +140,11 @@ void SqliteDefaults::State::readChanges(Report& report) {
             const std::int64_t version = reader->version();
             std::vector<SettingsDatabase::Row> rows;
             Report damaged;
-            if (version != readVersion) {
+            const bool mustRead = now.mustRead || version != readVersion;
+            if (mustRead) {
                 storage.read(*reader, rows, damaged);
             }
-            if (version == readVersion || memory.takeOver(rows, now, true)) {
+            if (!mustRead || memory.takeOver(rows, now, true)) {
                 readVersion = version;
                 memory.lookedAt(now);
                 report.insert(report.end(), damaged.begin(), damaged.end());

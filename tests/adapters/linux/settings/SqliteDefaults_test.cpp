@@ -10,6 +10,7 @@
 #include <random>
 #include <sched.h>
 #include <set>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -28,6 +29,9 @@ int flushToDisk(long call, int descriptor) {
     }
     return static_cast<int>(syscall(call, descriptor));
 }
+
+// Run once before the next lock on a file is let go.
+std::function<void()> beforeUnlocking;
 } // namespace
 
 // What the database calls to flush: these come before the C library's.
@@ -36,6 +40,12 @@ extern "C" __attribute__((visibility("default"))) int fsync(int descriptor) {
 }
 extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
     return flushToDisk(SYS_fdatasync, descriptor);
+}
+extern "C" __attribute__((visibility("default"))) int flock(int descriptor, int operation) {
+    if (operation == LOCK_UN && beforeUnlocking) {
+        std::exchange(beforeUnlocking, nullptr)();
+    }
+    return static_cast<int>(syscall(SYS_flock, descriptor, operation));
 }
 
 namespace morvellacinto::native {
@@ -123,6 +133,26 @@ TEST_F(SqliteDefaultsTest, APendingChangeHidesWhatOthersFlushAndWinsWhenFlushedL
     EXPECT_EQ(theirs->objectForKey("changed"), Value("mine"));
     EXPECT_EQ(theirs->objectForKey("removed"), std::nullopt);
     EXPECT_EQ(theirs->objectForKey("other"), Value("theirs"));
+}
+
+TEST_F(SqliteDefaultsTest, AFlushThatIsOvertakenBeforeItReturnsHidesNothing) {
+    const auto mine = open();
+    const auto theirs = open();
+    mine->setObjectForKey("first", "key");
+    mine->setObjectForKey("first", "removed");
+    ASSERT_TRUE(mine->synchronize());
+    ASSERT_EQ(theirs->objectForKey("key"), Value("first"));
+    mine->setObjectForKey("mine", "key");
+    mine->removeObjectForKey("removed");
+    beforeUnlocking = [&] {
+        theirs->setObjectForKey("theirs", "key");
+        theirs->setObjectForKey("theirs", "removed");
+        EXPECT_TRUE(theirs->synchronize());
+        EXPECT_EQ(mine->objectForKey("key"), Value("mine")) << "not flushed yet, for all it knows";
+    };
+    EXPECT_TRUE(mine->synchronize());
+    EXPECT_EQ(mine->objectForKey("key"), Value("theirs"));
+    EXPECT_EQ(mine->objectForKey("removed"), Value("theirs"));
 }
 
 TEST_F(SqliteDefaultsTest, SurvivesTheLossOfAnyFileWhileInUse) {
