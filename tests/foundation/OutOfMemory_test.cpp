@@ -81,6 +81,14 @@ public:
     AVValue<> any;
 };
 
+class Basket : public AVObject {
+    AVJSON_CLASS(Basket, AVObject, aNameOfManyLetters, shelf)
+
+public:
+    std::string aNameOfManyLetters;
+    Ref<Shelf> shelf;
+};
+
 class OutOfMemory : public ScriptedPhoneTest {};
 
 TEST_F(OutOfMemory, readingBuildingAndWritingValuesThrowAndLeakNothing) {
@@ -142,6 +150,20 @@ TEST_F(OutOfMemory, anImportEndsWithTheLineOfItsGuardOrThrows) {
                            });
     EXPECT_GE(count, 10U);
     EXPECT_GE(lines, 8U);
+}
+
+TEST_F(OutOfMemory, aClassThatCouldNotBeDescribedIsDescribedLater) {
+    std::size_t number = 1;
+    for (bool hasFailed = true; hasFailed; ++number) {
+        failing = number;
+        try {
+            static_cast<void>(AVClass::of<Basket>());
+        } catch (const std::bad_alloc&) {
+        }
+        hasFailed = std::exchange(failing, 0) == 0;
+        EXPECT_EQ(AVClass::named("Basket") == nullptr, hasFailed);
+    }
+    EXPECT_GE(number, 5U);
 }
 
 TEST_F(OutOfMemory, aCollectOutOfTheCacheLogsItsLineAndTheNextOneWorks) {

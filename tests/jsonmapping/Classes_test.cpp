@@ -159,13 +159,17 @@ TEST_F(Classes, numberPropertiesAreThoseWhoseAttributesNameTheNumberType) {
     EXPECT_FALSE(makeInstance<Thing>()->isNumberProperty("id"));
 }
 
-TEST_F(Classes, followPathsThroughObjectsAndDictionaries) {
+TEST_F(Classes, followPathsThroughObjectsDictionariesAndArrays) {
     auto thing = makeInstance<Thing>();
     auto inner = makeInstance<Thing>();
     inner->other = object(R"({"a": {"b": 5}, "@count": 9})");
     thing->node = Value(Ref<Instance>(inner));
     EXPECT_EQ(thing->valueForKeyPath("node.other.a.b"), Value(5));
     EXPECT_EQ(thing->valueForKeyPath("node.other.@count"), Value(2));
+    thing->nodes = Value(Array::of({thing->node.value(), object(R"({"other": {}})")}));
+    EXPECT_EQ(thing->valueForKeyPath("nodes.other.a.b"), Value(Array::of({5, nullptr})));
+    thing->nodes = {};
+    EXPECT_EQ(thing->valueForKeyPath("nodes.other"), std::nullopt);
     EXPECT_EQ(thing->valueForKeyPath("node.node.none"), std::nullopt);
     EXPECT_EQ(thing->valueForKeyPath("node.other.none.b"), std::nullopt);
     for (const char* path :
@@ -204,9 +208,25 @@ class Thing : public AVObject {
 };
 } // namespace other
 
-TEST_F(Classes, twoOfOneNameAreRefused) {
+class Unrelated : public AVObject {
+    AVJSON_CLASS(Unrelated, AVObject)
+};
+
+class Confused : public AVObject {
+    AVJSON_CLASS(Confused, AVObject, taken, unrelated)
+
+public:
+    Ref<other::Thing> taken;
+    Ref<Unrelated> unrelated() const { return {}; }
+};
+
+TEST_F(Classes, twoOfOneNameAreRefusedAndDoNoHarmToOthers) {
     static_cast<void>(AVClass::of<Thing>());
     EXPECT_THROW(static_cast<void>(AVClass::of<other::Thing>()), std::logic_error);
+    static_cast<void>(AVClass::of<Confused>());
+    EXPECT_EQ(AVClass::named("Nobody"), nullptr);
+    EXPECT_EQ(AVClass::named("Unrelated"), &AVClass::of<Unrelated>());
+    EXPECT_EQ(AVClass::named("Thing"), &AVClass::of<Thing>());
 }
 
 TEST_F(Classes, areFoundByEveryThreadThatAsksAtOnce) {

@@ -55,7 +55,8 @@ struct MORVELLACINTO_EXPORT AVClassDraft {
 /// properties, readers and plain initialiser.
 ///
 /// `AVJSON_CLASS` makes the description, when it is first asked for; it lives as long as the
-/// process. All operations may be called on any thread.
+/// process, and so must the module that the class is in: a plug-in with mappable classes stays
+/// loaded. All operations may be called on any thread.
 class MORVELLACINTO_EXPORT AVClass {
 public:
     AVClass(const AVClass&) = delete;
@@ -67,7 +68,8 @@ public:
     [[nodiscard]] static const AVClass& of();
 
     /// The class of that name, or null when none is known. Known are the classes that `of` was ever
-    /// called for, and with each class its base class and the classes that its properties point to.
+    /// called for, and with each class its base class and the classes that its properties and
+    /// readers point to, but for one whose name another has already.
     [[nodiscard]] static const AVClass* named(std::string_view name);
 
     [[nodiscard]] std::string_view name() const noexcept { return name_; }
@@ -83,7 +85,7 @@ public:
 
     /// The property or reader of that name, of this class or an ancestor, or null.
     [[nodiscard]] const AVMember* find(std::string_view name) const noexcept;
-    /// The same for a name that is in a value already.
+    /// The same for a name that is in a value already; null for what is no string.
     [[nodiscard]] const AVMember* member(const Value& name) const noexcept;
 
     /// True when `keyExceptionForSourceKey`, `sourceKeyForExceptionKey` and `isNumberProperty` of

@@ -4,6 +4,7 @@
 #include "morvellacinto/jsonmapping/AVType.h"
 
 #include <functional>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 
@@ -66,6 +67,8 @@ public:
     /// A computed value, with no property behind it.
     template <auto Reader>
     void reader(std::string_view name) {
+        using Held = std::remove_cvref_t<std::invoke_result_t<decltype(Reader), const T&>>;
+        AVType<Held>::relate(draft_);
         AVMember& made = draft_.members.emplace_back();
         made.name = name;
         made.read = &read<Reader>;
@@ -88,7 +91,6 @@ private:
     template <auto Getter>
     AVMember& declare(std::string_view name, std::string_view attributes, bool writable) {
         using Held = std::remove_cvref_t<std::invoke_result_t<decltype(Getter), const T&>>;
-        AVType<Held>::relate(draft_);
         reader<Getter>(name);
         AVMember& made = draft_.members.back();
         made.attributes = attributes;
@@ -144,7 +146,9 @@ const AVClass& AVClass::of() {
 /// Makes a class mappable: `AVJSON_CLASS(Class, Base, members...)` inside the class, `Base` being
 /// `AVObject` or another class described so. Each member is a data member, which becomes a property
 /// of that name, or a const member function without arguments, which becomes a computed reader.
-/// Members of `Base` count too and are not repeated. What follows in the class is private.
+/// Members of `Base` count too and are not repeated; `Base` is the nearest class above that is
+/// described. At most 86 members, more by `describeMembers`; not for class templates. What follows
+/// in the class is private.
 ///
 ///     class Station : public AVObject {
 ///         AVJSON_CLASS(Station, AVObject, ident, name, lines, label)
@@ -161,6 +165,8 @@ public:                                                                         
     using AVBase [[maybe_unused]] = Base;                                                          \
     static constexpr std::string_view avClassName() { return #Class; }                             \
     const ::morvellacinto::AVClass& avClass() const override {                                     \
+        static_assert(std::is_same_v<Class, std::remove_cvref_t<decltype(*this)>>,                 \
+                      "AVJSON_CLASS names another class than the one that it stands in");          \
         return ::morvellacinto::AVClass::of<Class>();                                              \
     }                                                                                              \
     static void avDescribe(::morvellacinto::AVDescription<Class>& description) {                   \
@@ -174,7 +180,7 @@ public:                                                                         
                                                                                                    \
 private:
 
-// Rescanning 4 * 4 * 4 * 4 times is enough for 256 members.
+// Rescans often enough for 86 members.
 #define AVJSON_DETAIL_EACH(Class, ...) AVJSON_DETAIL_EXPAND(AVJSON_DETAIL_ONE(Class, __VA_ARGS__))
 #define AVJSON_DETAIL_ONE(Class, member_, ...)                                                     \
     description.member<&Class::member_>(#member_);                                                 \

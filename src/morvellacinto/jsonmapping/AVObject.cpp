@@ -20,6 +20,31 @@ const AVMember& memberToRead(const AVObject& object, std::string_view name) {
     return *member;
 }
 
+// What `value` has under the names of `path`, joined by ".".
+std::optional<Value> followed(const Value& value, std::string_view path) {
+    if (const Array* elements = value.ifArray()) {
+        Array found;
+        found.reserve(elements->size());
+        for (const Value& element : *elements) {
+            found.append(followed(element, path).value_or(Value()));
+        }
+        return found;
+    }
+    const std::size_t end = path.find('.');
+    const std::string_view name = path.substr(0, end);
+    std::optional<Value> next;
+    if (const AVObject* object = mappableObject(value)) {
+        next = object->valueForKey(name);
+    } else if (const Object* dictionary = value.ifObject()) {
+        next = valueForKey(*dictionary, name);
+    } else {
+        throw std::out_of_range(std::string(nameOf(value.kind())) + " knows no \"" +
+                                std::string(name) + "\"");
+    }
+    const bool isLast = end == std::string_view::npos || !next;
+    return isLast ? next : followed(*next, path.substr(end + 1));
+}
+
 } // namespace
 
 AVObject::~AVObject() = default;
@@ -65,22 +90,9 @@ std::optional<Value> AVObject::valueForKey(std::string_view name) const {
 }
 
 std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
-    std::size_t end = path.find('.');
+    const std::size_t end = path.find('.');
     std::optional<Value> value = valueForKey(path.substr(0, end));
-    while (end != std::string_view::npos && value) {
-        path.remove_prefix(end + 1);
-        end = path.find('.');
-        const std::string_view name = path.substr(0, end);
-        if (const AVObject* object = mappableObject(*value)) {
-            value = object->valueForKey(name);
-        } else if (const Object* dictionary = value->ifObject()) {
-            value = morvellacinto::valueForKey(*dictionary, name);
-        } else {
-            throw std::out_of_range(std::string(nameOf(value->kind())) + " knows no \"" +
-                                    std::string(name) + "\"");
-        }
-    }
-    return value;
+    return end == std::string_view::npos || !value ? value : followed(*value, path.substr(end + 1));
 }
 
 void AVObject::setValue(const std::optional<Value>& value, std::string_view name) {

@@ -85,8 +85,9 @@ public:
     /// when there is no such name.
     [[nodiscard]] std::optional<Value> valueForKey(std::string_view name) const;
     /// Follows names joined by "." through mappable objects, JSON objects and arrays, which give an
-    /// array of what each element gives. Nothing when a value on the way holds nothing or is
-    /// missing in a JSON object; throws std::out_of_range for a name that a value does not know.
+    /// array of what each element gives, null for nothing. Nothing when a value on the way holds
+    /// nothing or is missing in a JSON object; throws std::out_of_range for a name that a value
+    /// does not know.
     [[nodiscard]] std::optional<Value> valueForKeyPath(std::string_view path) const;
     /// Sets a property, or sets it to nothing. Throws std::out_of_range when there is none of that
     /// name that can be set, and ValueKindError, keeping the old value, when it refuses the value;

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <bit>
+#include <concepts>
 #include <limits>
 #include <type_traits>
 #include <typeinfo>
+#include <utility>
 
 namespace morvellacinto {
 
@@ -28,7 +30,17 @@ template <AVName ClassName = "">
 class AVValue : public std::optional<Value> {
 public:
     using std::optional<Value>::optional;
-    using std::optional<Value>::operator=;
+    AVValue& operator=(std::nullopt_t) noexcept {
+        reset();
+        return *this;
+    }
+    template <class T>
+    requires(!std::same_as<std::remove_cvref_t<T>, AVValue> &&
+             std::is_assignable_v<std::optional<Value>&, T>) AVValue&
+    operator=(T&& value) {
+        std::optional<Value>::operator=(std::forward<T>(value));
+        return *this;
+    }
 };
 
 /// How a property of type `T` is declared, read and written. There is one for
