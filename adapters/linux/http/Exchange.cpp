@@ -21,13 +21,13 @@ Exchange::Exchange(ExchangeContext& context, const Route& route,
                    const platform::HttpRequest& request,
                    const std::vector<platform::HttpHeader>& sessionHeaders,
                    std::chrono::milliseconds timeout)
-    : route_(route), handle_(curl_easy_init()) {
+    : context_(context), route_(route), handle_(curl_easy_init()) {
     if (!handle_) {
         throw std::bad_alloc();
     }
-    setUpTransport(context, timeout);
+    setUpTransport(timeout);
     setUpRequest(request);
-    setUpHeaders(context, request, sessionHeaders);
+    setUpHeaders(request, sessionHeaders);
 }
 
 void Exchange::finish(CURLcode result) const {
@@ -82,7 +82,7 @@ void Exchange::append(List& list, const std::string& line) {
     list.reset(longer);
 }
 
-void Exchange::setUpTransport(ExchangeContext& context, std::chrono::milliseconds timeout) {
+void Exchange::setUpTransport(std::chrono::milliseconds timeout) {
     set(CURLOPT_CURLU, route_.url().handle());
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
@@ -92,13 +92,16 @@ void Exchange::setUpTransport(ExchangeContext& context, std::chrono::millisecond
     // A look-up that hangs is left to end by itself instead of being waited for.
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_ERRORBUFFER, detail_.data());
-    set(CURLOPT_SHARE, context.share);
+    set(CURLOPT_SHARE, context_.share);
     set(CURLOPT_COOKIEFILE, ""); // cookies in memory
     set(CURLOPT_OPENSOCKETFUNCTION, &Exchange::onOpenSocket);
+    set(CURLOPT_OPENSOCKETDATA, this);
+    set(CURLOPT_PREREQFUNCTION, &Exchange::onConnected); // which may be by a kept connection
+    set(CURLOPT_PREREQDATA, this);
 
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_SSL_CTX_FUNCTION, &Exchange::onTlsContext);
-    set(CURLOPT_SSL_CTX_DATA, &context.trust);
+    set(CURLOPT_SSL_CTX_DATA, &context_.trust);
     const char* const none = nullptr; // not libcurl's own store but the one set on the context
     for (const CURLoption option :
          {CURLOPT_CAINFO, CURLOPT_CAPATH, CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAPATH}) {
@@ -137,11 +140,11 @@ void Exchange::setUpRequest(const platform::HttpRequest& request) {
     set(CURLOPT_WRITEDATA, this);
 }
 
-void Exchange::setUpHeaders(const ExchangeContext& context, const platform::HttpRequest& request,
+void Exchange::setUpHeaders(const platform::HttpRequest& request,
                             const std::vector<platform::HttpHeader>& sessionHeaders) {
     static const std::vector<platform::HttpHeader> none;
     const auto headers = mergedHeaders(
-        sessionHeaders, route_.carriesOwnHeaders() ? request.headers : none, context.userAgent);
+        sessionHeaders, route_.carriesOwnHeaders() ? request.headers : none, context_.userAgent);
     for (const platform::HttpHeader& header : headers) {
         // libcurl sends a header without a value only when it is written with a semicolon.
         append(headers_,
@@ -205,7 +208,23 @@ CURLcode Exchange::onTlsContext(CURL*, void* tlsContext, void* trust) noexcept {
     }
 }
 
-curl_socket_t Exchange::onOpenSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
+bool Exchange::tellFound() const noexcept {
+    try {
+        context_.found(route_.url().origin());
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+int Exchange::onConnected(void* self, char*, char*, int, int) noexcept {
+    return static_cast<Exchange*>(self)->tellFound() ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+}
+
+curl_socket_t Exchange::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
+    if (!static_cast<Exchange*>(self)->tellFound()) {
+        return CURL_SOCKET_BAD;
+    }
     // A program that the host starts must not inherit it.
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }

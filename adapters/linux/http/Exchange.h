@@ -9,6 +9,7 @@
 
 #include <array>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,8 @@ struct ExchangeContext {
     CURLSH* share; ///< cookies and TLS sessions
     TrustStore& trust;
     const std::string& userAgent;
+    /// The engine's: told when the address of an origin, or of the proxy to it, is known.
+    std::function<void(const std::string& origin)> found = nullptr;
 };
 
 /// One HTTP request and its answer: an easy handle and all that it points to. Lives on the transfer
@@ -61,18 +64,21 @@ private:
     template <class T>
     void set(CURLoption option, T value);
     static void append(List& list, const std::string& line);
-    void setUpTransport(ExchangeContext& context, std::chrono::milliseconds timeout);
+    void setUpTransport(std::chrono::milliseconds timeout);
     void setUpRequest(const platform::HttpRequest& request);
-    void setUpHeaders(const ExchangeContext& context, const platform::HttpRequest& request,
+    void setUpHeaders(const platform::HttpRequest& request,
                       const std::vector<platform::HttpHeader>& sessionHeaders);
     void receive(std::string_view bytes);
     [[nodiscard]] std::string header(const char* name) const;
+    [[nodiscard]] bool tellFound() const noexcept;
 
     static std::size_t onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept;
     static std::size_t onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
     static CURLcode onTlsContext(CURL*, void* tlsContext, void* trust) noexcept;
-    static curl_socket_t onOpenSocket(void*, curlsocktype, curl_sockaddr* address) noexcept;
+    static int onConnected(void* self, char*, char*, int, int) noexcept;
+    static curl_socket_t onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept;
 
+    ExchangeContext& context_;
     const Route& route_;
     List headers_;
     List pinnedNames_;

@@ -3,14 +3,22 @@
 #include <algorithm>
 #include <exception>
 #include <new>
+#include <sys/resource.h>
 #include <utility>
 
 namespace morvellacinto::native {
 
 namespace {
 
-// More than ever run at a time, so that none is closed to make room for another.
-constexpr long maximumConnections = 2 * static_cast<long>(TransferQueue::maximumRunning);
+constexpr rlim_t fewestTransfers = 16;
+constexpr rlim_t mostTransfers = 2048;
+
+// Each has a descriptor, and at least half of them are the host's.
+std::size_t transfersAtATime() {
+    rlimit descriptors{};
+    getrlimit(RLIMIT_NOFILE, &descriptors);
+    return std::clamp(descriptors.rlim_cur / 2, fewestTransfers, mostTransfers);
+}
 
 // What fails in `step` fails for this one transfer.
 template <class Step>
@@ -30,11 +38,14 @@ bool attempt(const std::shared_ptr<Transfer>& transfer, Step step) {
 } // namespace
 
 TransferEngine::TransferEngine(ExchangeContext context)
-    : context_(context), multi_(curl_multi_init()) {
+    : context_(std::move(context)), multi_(curl_multi_init()), queue_(transfersAtATime()) {
     if (!multi_) {
         throw std::bad_alloc();
     }
-    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, maximumConnections);
+    context_.found = [this](const std::string& origin) { queue_.found(origin, Clock::now()); };
+    // With those kept for later: more than ever run at a time, so that none is closed to make room
+    // for another.
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, 2 * static_cast<long>(mostTransfers));
 }
 
 void TransferEngine::add(std::shared_ptr<Transfer> transfer) {

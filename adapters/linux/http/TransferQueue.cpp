@@ -6,9 +6,9 @@ namespace morvellacinto::native {
 
 namespace {
 
-constexpr std::size_t slotStep = 4;
-constexpr std::size_t maximumSlots = 64; // of one origin
-constexpr std::chrono::milliseconds patience(25);
+constexpr std::size_t firstSlots = 4;
+constexpr std::chrono::milliseconds patience(25); // while none ends
+constexpr std::chrono::milliseconds longestPatience(250);
 
 } // namespace
 
@@ -16,31 +16,53 @@ void TransferQueue::add(std::shared_ptr<Transfer> transfer, Clock::time_point no
     const auto [place, isNew] = origins_.try_emplace(transfer->origin());
     Origin& origin = place->second;
     if (isNew) {
-        origin.slots = slotStep;
+        origin.slots = firstSlots;
     }
-    if (origin.waiting.empty() && origin.running < origin.slots) {
-        origin.lastProgress = now;
+    if (origin.waiting.empty()) {
+        origin.lastGrowth = now;
+        if (origin.running < origin.slots) {
+            origin.lastProgress = now;
+        }
     }
     waiting_.emplace(transfer->deadline(), transfer.get());
     origin.waiting.push_back(std::move(transfer));
 }
 
 std::shared_ptr<Transfer> TransferQueue::nextToStart(Clock::time_point now) {
-    for (auto& [name, origin] : origins_) {
-        if (origin.waiting.empty() || isFull()) {
-            continue;
+    if (isFull() || waiting_.empty()) {
+        return nullptr;
+    }
+    Origin* origin = nextInTurn(
+        [](const Origin& each) { return !each.waiting.empty() && each.running < each.slots; });
+    if (origin == nullptr) {
+        origin = nextInTurn(
+            [&](const Origin& each) { return mayGrow(each) && now >= each.nextGrowth(); });
+        if (origin == nullptr) {
+            return nullptr;
         }
-        if (origin.mayGrow() && now >= origin.lastProgress + patience) {
-            origin.slots += slotStep;
-            origin.lastProgress = now;
+        origin->slots = std::min(2 * origin->slots, mostSlots(*origin));
+        origin->lastProgress = now;
+        origin->lastGrowth = now;
+    }
+    std::shared_ptr<Transfer> next = std::move(origin->waiting.front());
+    origin->waiting.pop_front();
+    waiting_.erase({next->deadline(), next.get()});
+    ++origin->running;
+    ++running_;
+    return next;
+}
+
+// So that none is passed over when there are fewer slots than are asked for.
+template <class Predicate>
+TransferQueue::Origin* TransferQueue::nextInTurn(Predicate isWanted) {
+    auto place = origins_.upper_bound(lastInTurn_);
+    for (std::size_t seen = 0; seen < origins_.size(); ++seen, ++place) {
+        if (place == origins_.end()) {
+            place = origins_.begin();
         }
-        if (origin.running < origin.slots) {
-            std::shared_ptr<Transfer> next = std::move(origin.waiting.front());
-            origin.waiting.pop_front();
-            waiting_.erase({next->deadline(), next.get()});
-            ++origin.running;
-            ++running_;
-            return next;
+        if (isWanted(place->second)) {
+            lastInTurn_ = place->first;
+            return &place->second;
         }
     }
     return nullptr;
@@ -74,14 +96,22 @@ void TransferQueue::finished(const std::string& origin, Clock::time_point now) {
     }
 }
 
+void TransferQueue::found(const std::string& origin, Clock::time_point now) {
+    const auto place = origins_.find(origin);
+    if (place != origins_.end() && !place->second.found) {
+        place->second.found = true;
+        place->second.lastProgress = now;
+    }
+}
+
 std::optional<TransferQueue::Clock::time_point> TransferQueue::nextEvent() const {
     if (waiting_.empty()) {
         return std::nullopt;
     }
     Clock::time_point next = waiting_.begin()->first;
     for (const auto& [name, origin] : origins_) {
-        if (origin.mayGrow() && !isFull()) {
-            next = std::min(next, origin.lastProgress + patience);
+        if (mayGrow(origin) && !isFull()) {
+            next = std::min(next, origin.nextGrowth());
         }
     }
     return next;
@@ -98,10 +128,18 @@ std::vector<std::shared_ptr<Transfer>> TransferQueue::takeAll() {
     return all;
 }
 
-bool TransferQueue::Origin::mayGrow() const noexcept {
-    return !waiting.empty() && running >= slots && slots < maximumSlots;
+TransferQueue::Clock::time_point TransferQueue::Origin::nextGrowth() const noexcept {
+    return std::min(lastProgress + patience, lastGrowth + longestPatience);
 }
 
-bool TransferQueue::isFull() const noexcept { return running_ >= maximumRunning; }
+std::size_t TransferQueue::mostSlots(const Origin& origin) const noexcept {
+    const std::size_t ofOthers = running_ - origin.running;
+    return (maximumRunning_ - ofOthers) / 2;
+}
+
+bool TransferQueue::mayGrow(const Origin& origin) const noexcept {
+    return origin.found && !origin.waiting.empty() && origin.running >= origin.slots &&
+           origin.slots < mostSlots(origin);
+}
 
 } // namespace morvellacinto::native

@@ -3,6 +3,9 @@
 #include "support/Attack.h"
 #include "support/SilentNameServer.h"
 
+#include <list>
+#include <sys/resource.h>
+
 namespace morvellacinto::native {
 
 namespace {
@@ -121,20 +124,32 @@ TEST_F(HttpFaultsTest, TheTimeoutCoversADrippingBodyAndAllRedirectsTogether) {
     }
 }
 
-TEST_F(HttpFaultsTest, AStalledHostDelaysNoOtherAndTimesOutAlsoWhatWaitsForAConnection) {
-    FaultServer stalled(tls(), scriptOf(Phase::accepted, faults[0]));
+TEST_F(HttpFaultsTest, StalledHostsDelayNoOtherAndTimeOutAlsoWhatWaitsForAConnection) {
     FaultServer healthy(tls(), {}, "127.0.0.2");
-    const auto start = Clock::now();
-    std::vector<std::future<Ending>> waiting;
-    for (int i = 0; i < 100; ++i) {
-        waiting.push_back(post(stalled.url("/"), 3s));
+    const std::string url = healthy.url("/", "127.0.0.2");
+    {
+        // For what the transport reads when its thread starts: not enough for all.
+        rlimit descriptors{};
+        getrlimit(RLIMIT_NOFILE, &descriptors);
+        const rlimit fewer{128, descriptors.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &fewer);
+        EXPECT_EQ(result(post(url)).data, "{}");
+        setrlimit(RLIMIT_NOFILE, &descriptors);
     }
-    EXPECT_TRUE(stalled.waitForConnections(40)) << "none waits for another";
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(result(post(healthy.url("/", "127.0.0.2"))).data, "{}");
+    const FaultServer::Script stall = scriptOf(Phase::accepted, faults[0]);
+    std::list<FaultServer> stalled;
+    std::vector<std::future<Ending>> waiting;
+    const auto start = Clock::now();
+    for (const int mayHave : {32, 16, 8, 4}) {
+        FaultServer& server = stalled.emplace_back(tls(), stall);
+        for (int i = 0; i < 40; ++i) {
+            waiting.push_back(post(server.url("/"), 3s));
+        }
+        EXPECT_TRUE(server.waitForConnections(mayHave));
+        EXPECT_EQ(result(post(url)).data, "{}");
     }
     EXPECT_LT(Clock::now() - start, 3s);
-    EXPECT_LE(stalled.connections(), 64);
+    EXPECT_EQ(stalled.front().connections(), 32);
     for (auto& each : waiting) {
         EXPECT_EQ(result(std::move(each)).code(), HttpErrorCode::timedOut);
     }

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,43 +18,58 @@ namespace {
 
 class HttpThreadsTest : public HttpTest {};
 
-TEST_F(HttpThreadsTest, AThousandRequestsFromFiftyThreadsAllEnd) {
-    FaultServer server(tls(), {.onRequest = [](Connection& connection, const Request& request) {
-                           connection.write(answer(200, request.body));
-                       }});
-    HttpTransport& shared = transport();
-    constexpr int threads = 50;
-    constexpr int requestsEach = 20;
-    std::latch all(threads * requestsEach);
-    std::atomic<int> right = 0;
-    std::latch begin(threads);
-    std::vector<std::thread> senders;
-    const auto start = std::chrono::steady_clock::now();
-    for (int thread = 0; thread < threads; ++thread) {
-        senders.emplace_back([&, thread] {
-            begin.arrive_and_wait();
-            for (int i = 0; i < requestsEach; ++i) {
-                const std::string body = std::to_string(thread) + "/" + std::to_string(i);
-                const auto session = shared.makeSession(configuration(60s), nullptr);
-                session
-                    ->dataTask({"POST", server.url("/"), {}, body},
-                               [&, body](auto data, auto, auto) {
-                                   right += data == body ? 1 : 0;
-                                   all.count_down();
-                               })
-                    ->resume();
-                session->finishTasksAndInvalidate();
-            }
-        });
+// A server at once or only after a second; the time-out is the one of uploads.
+TEST_F(HttpThreadsTest, AThousandRequestsFromFiftyThreadsWaitForTheServerAloneAndShareConnections) {
+    rlimit descriptors{};
+    getrlimit(RLIMIT_NOFILE, &descriptors);
+    descriptors.rlim_cur = descriptors.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &descriptors);
+    for (const auto delay : {0ms, 1000ms}) {
+        SCOPED_TRACE(delay.count());
+        FaultServer server(delay == 0ms ? tls() : nullptr,
+                           {.onRequest = [&](Connection& connection, const Request& request) {
+                               if (delay > 0ms) {
+                                   connection.pause(delay);
+                               }
+                               connection.write(answer(200, request.body));
+                           }});
+        HttpTransport& shared = transport();
+        constexpr int threads = 50;
+        constexpr int requestsEach = 20;
+        std::latch all(threads * requestsEach);
+        std::atomic<int> right = 0;
+        std::latch begin(threads);
+        std::vector<std::thread> senders;
+        const auto start = std::chrono::steady_clock::now();
+        for (int thread = 0; thread < threads; ++thread) {
+            senders.emplace_back([&, thread] {
+                begin.arrive_and_wait();
+                for (int i = 0; i < requestsEach; ++i) {
+                    const std::string body = std::to_string(thread) + "/" + std::to_string(i);
+                    const auto session = shared.makeSession(configuration(10s), nullptr);
+                    session
+                        ->dataTask({"POST", server.url("/"), {}, body},
+                                   [&, body](auto data, auto, auto) {
+                                       right += data == body ? 1 : 0;
+                                       all.count_down();
+                                   })
+                        ->resume();
+                    session->finishTasksAndInvalidate();
+                }
+            });
+        }
+        for (std::thread& sender : senders) {
+            sender.join();
+        }
+        all.wait();
+        const auto took = (std::chrono::steady_clock::now() - start) / 1ms;
+        RecordProperty("milliseconds" + std::to_string(delay.count()), static_cast<int>(took));
+        RecordProperty("connections" + std::to_string(delay.count()), server.connections());
+        EXPECT_EQ(right, threads * requestsEach);
+        if (delay == 0ms) {
+            EXPECT_LT(server.connections(), 200);
+        }
     }
-    for (std::thread& sender : senders) {
-        sender.join();
-    }
-    all.wait();
-    RecordProperty("milliseconds",
-                   static_cast<int>((std::chrono::steady_clock::now() - start) / 1ms));
-    RecordProperty("connections", server.connections());
-    EXPECT_EQ(right, threads * requestsEach);
 }
 
 TEST_F(HttpThreadsTest, CompletionsRunInOrderOnWorkersAndABlockedOneDelaysNoOtherSession) {
