@@ -4,6 +4,7 @@
 #include "Route.h"
 #include "TrustStore.h"
 
+#include <strings.h>
 #include <sys/socket.h>
 
 #include <new>
@@ -14,6 +15,9 @@ namespace morvellacinto::native {
 namespace {
 
 constexpr long longestIdleSeconds = 15; // of a connection that is to be used again
+constexpr std::size_t maximumHeaderBytes = std::size_t(256) << 10U; // trailers included
+
+bool isSwitchOfProtocols(long status) noexcept { return status == 101; }
 
 } // namespace
 
@@ -40,6 +44,7 @@ void Exchange::finish(CURLcode result) const {
     if (!headersComplete_) { // which libcurl takes for an answer without a body
         throw HttpFailure::ofCurl(CURLE_GOT_NOTHING, route_.url().shown(), {});
     }
+    requireAskedFor();
     if (decoder_) {
         decoder_->finish();
     }
@@ -53,8 +58,10 @@ long Exchange::status() const {
 
 std::optional<std::string> Exchange::redirectTarget() const {
     if (Route::isRedirect(status())) {
-        if (std::string location = header("Location"); !location.empty()) {
-            return location;
+        curl_header* location = nullptr;
+        curl_easy_header(handle(), "Location", 0, CURLH_HEADER, -1, &location);
+        if (location != nullptr && *location->value != '\0') {
+            return location->value;
         }
     }
     return std::nullopt;
@@ -142,7 +149,7 @@ void Exchange::setUpRequest(const platform::HttpRequest& request) {
 
 void Exchange::setUpHeaders(const platform::HttpRequest& request,
                             const std::vector<platform::HttpHeader>& sessionHeaders) {
-    static const std::vector<platform::HttpHeader> none;
+    const std::vector<platform::HttpHeader> none;
     const auto headers = mergedHeaders(
         sessionHeaders, route_.carriesOwnHeaders() ? request.headers : none, context_.userAgent);
     for (const platform::HttpHeader& header : headers) {
@@ -156,6 +163,22 @@ void Exchange::setUpHeaders(const platform::HttpRequest& request,
     set(CURLOPT_HTTPHEADER, headers_.get());
 }
 
+// libcurl takes some answers that nothing in the request allows for.
+void Exchange::requireAskedFor() const {
+    if (isSwitchOfProtocols(status())) {
+        throw HttpFailure{HttpErrorCode::malformedAnswer,
+                          "The answer switches to a protocol that was not asked for: " +
+                              route_.url().shown() + "."};
+    }
+    // What it decodes itself may break off without its noticing.
+    const std::string coding = header("Transfer-Encoding");
+    if (!coding.empty() && strcasecmp(coding.c_str(), "chunked") != 0) {
+        throw HttpFailure{HttpErrorCode::badContentEncoding,
+                          "The answer comes in a transfer coding that was not asked for: " +
+                              route_.url().shown() + "."};
+    }
+}
+
 void Exchange::receive(std::string_view bytes) {
     if (redirectTarget()) {
         discardedBytes_ += bytes.size();
@@ -165,6 +188,7 @@ void Exchange::receive(std::string_view bytes) {
         return;
     }
     if (!decoder_) {
+        requireAskedFor();
         decoder_.emplace(header("Content-Encoding"));
     }
     decoder_->append(bytes);
@@ -180,23 +204,37 @@ std::string Exchange::header(const char* name) const {
     return values;
 }
 
+void Exchange::receiveHeader(std::string_view line) {
+    headersComplete_ = line == "\r\n" || line == "\n";
+    headerBytes_ += line.size();
+    if (headerBytes_ > maximumHeaderBytes) {
+        throw HttpFailure{HttpErrorCode::answerTooLarge,
+                          "The answer's headers are larger than " +
+                              std::to_string(maximumHeaderBytes >> 10U) + " KiB."};
+    }
+}
+
+template <class Step>
+std::size_t Exchange::attempt(std::size_t count, Step step) noexcept {
+    try {
+        step();
+        return count;
+    } catch (const HttpFailure& failure) {
+        failure_ = failure;
+    } catch (...) {
+        failure_ = HttpFailure{HttpErrorCode::other, "The answer could not be kept."};
+    }
+    return CURL_WRITEFUNC_ERROR;
+}
+
 std::size_t Exchange::onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept {
-    const std::string_view text(line, length);
-    static_cast<Exchange*>(self)->headersComplete_ = text == "\r\n" || text == "\n";
-    return length;
+    Exchange& exchange = *static_cast<Exchange*>(self);
+    return exchange.attempt(length, [&] { exchange.receiveHeader({line, length}); });
 }
 
 std::size_t Exchange::onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept {
     Exchange& exchange = *static_cast<Exchange*>(self);
-    try {
-        exchange.receive({bytes, count});
-        return count;
-    } catch (const HttpFailure& failure) {
-        exchange.failure_ = failure;
-    } catch (...) {
-        exchange.failure_ = HttpFailure{HttpErrorCode::other, "The answer could not be kept."};
-    }
-    return CURL_WRITEFUNC_ERROR;
+    return exchange.attempt(count, [&] { exchange.receive({bytes, count}); });
 }
 
 CURLcode Exchange::onTlsContext(CURL*, void* tlsContext, void* trust) noexcept {

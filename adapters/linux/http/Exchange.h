@@ -68,7 +68,12 @@ private:
     void setUpRequest(const platform::HttpRequest& request);
     void setUpHeaders(const platform::HttpRequest& request,
                       const std::vector<platform::HttpHeader>& sessionHeaders);
+    void requireAskedFor() const;
+    void receiveHeader(std::string_view line);
     void receive(std::string_view bytes);
+    /// `count`, or what ends the transfer after `failure_` has been set.
+    template <class Step>
+    [[nodiscard]] std::size_t attempt(std::size_t count, Step step) noexcept;
     [[nodiscard]] std::string header(const char* name) const;
     [[nodiscard]] bool tellFound() const noexcept;
 
@@ -84,6 +89,7 @@ private:
     List pinnedNames_;
     std::array<char, CURL_ERROR_SIZE> detail_{};
     bool headersComplete_ = false;
+    std::size_t headerBytes_ = 0;
     std::optional<BodyDecoder> decoder_;
     std::size_t discardedBytes_ = 0;
     std::optional<HttpFailure> failure_;

@@ -6,6 +6,12 @@ namespace morvellacinto::native {
 
 namespace {
 
+// Of a chunk or header that is none; libcurl has no code of its own for it.
+bool isMalformed(int curlCode, const std::string& detail) {
+    return curlCode == CURLE_RECV_ERROR && (detail.find("chunk") != std::string::npos ||
+                                            detail.find("header") != std::string::npos);
+}
+
 HttpErrorCode codeOf(int curlCode) {
     switch (curlCode) {
     case CURLE_COULDNT_RESOLVE_HOST:
@@ -59,17 +65,18 @@ const char* sentenceOf(HttpErrorCode code) {
 
 } // namespace
 
-KRError HttpFailure::asError(const std::optional<std::string>& url) const {
+KRError HttpFailure::asError(const std::optional<std::string>& reached) const {
     KRError error{std::string(httpErrorDomain), static_cast<std::int64_t>(code), {}};
-    if (url) {
-        error.userInfo.set(KRError::urlKey, *url);
+    if (url || reached) {
+        error.userInfo.set(KRError::urlKey, url ? *url : *reached);
     }
     error.userInfo.set(KRError::messageKey, message);
     return error;
 }
 
 HttpFailure HttpFailure::ofCurl(int curlCode, const std::string& url, const std::string& detail) {
-    const HttpErrorCode code = codeOf(curlCode);
+    const HttpErrorCode code =
+        isMalformed(curlCode, detail) ? HttpErrorCode::malformedAnswer : codeOf(curlCode);
     std::string message = std::string(sentenceOf(code)) + ": " + url + " (" +
                           (detail.empty() ? curl_easy_strerror(CURLcode(curlCode)) : detail) + ").";
     return {code, std::move(message)};

@@ -26,6 +26,14 @@ void keepLibcurlMapped() {
     }
 }
 
+void failAll(const std::vector<std::shared_ptr<Transfer>>& transfers,
+             const std::exception& exception) {
+    for (const std::shared_ptr<Transfer>& transfer : transfers) {
+        transfer->fail({HttpErrorCode::other,
+                        std::string("Transfers are not possible (") + exception.what() + ")."});
+    }
+}
+
 CURLcode initialiseLibcurl() {
     keepLibcurlMapped();
     return curl_global_init(CURL_GLOBAL_DEFAULT);
@@ -125,10 +133,7 @@ void TransferLoop::run() noexcept {
             threadTakesMore_ = false;
             failed.swap(submitted_);
         }
-        for (const std::shared_ptr<Transfer>& transfer : failed) {
-            transfer->fail({HttpErrorCode::other,
-                            std::string("Transfers are not possible (") + exception.what() + ")."});
-        }
+        failAll(failed, exception);
     }
 }
 
@@ -139,6 +144,19 @@ void TransferLoop::work() {
     }
     makeShare();
     TransferEngine engine({share_.get(), trust_, options_.userAgent});
+    try {
+        serve(engine);
+    } catch (const std::exception& exception) {
+        {
+            const std::lock_guard lock(mutex_);
+            wakeable_ = nullptr;
+        }
+        failAll(engine.abandon(), exception);
+        throw;
+    }
+}
+
+void TransferLoop::serve(TransferEngine& engine) {
     auto idleSince = Transfer::Clock::now();
     bool idleTooLong = false;
     while (!takeSubmitted(engine, idleTooLong)) {

@@ -45,6 +45,7 @@ private:
     void startThread();
     void run() noexcept;
     void work();
+    void serve(TransferEngine& engine);
     void makeShare();
     /// True when there is nothing more to do, now or ever. `wakeable_` is null from then on.
     bool takeSubmitted(TransferEngine& engine, bool idleTooLong);

@@ -79,21 +79,34 @@ TEST_F(HttpFaultsTest, AServerThatBreaksOffInAnyPhaseIsAnErrorAndOneThatStallsAT
     }
 }
 
-TEST_F(HttpFaultsTest, WhatIsNoHttpAnswerIsAnErrorAndNobodyListeningToo) {
+TEST_F(HttpFaultsTest, WhatIsNoAnswerToTheRequestIsAnErrorAndNobodyListeningToo) {
+    const std::string head = "HTTP/1.1 200 OK\r\n";
+    const std::string line = "X: " + std::string(4000, 'x') + "\r\n";
     const struct {
-        const char* bytes;
+        std::string bytes;
         HttpErrorCode code;
+        std::string repeated; // for some megabytes
     } cases[] = {
-        {"SSH-2.0-server\r\n\r\n", HttpErrorCode::malformedAnswer},
-        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n",
-         HttpErrorCode::connectionLost},
+        {"SSH-2.0-server\r\n\r\n", HttpErrorCode::malformedAnswer, ""},
+        {head + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", HttpErrorCode::malformedAnswer, ""},
+        {"HTTP/1.1 101 Other\r\nUpgrade: x\r\nConnection: upgrade\r\n\r\nabc",
+         HttpErrorCode::malformedAnswer, ""},
+        {head + "Transfer-Encoding: gzip\r\n\r\n\x1f\x8b\x08", HttpErrorCode::badContentEncoding,
+         ""},
+        {head, HttpErrorCode::answerTooLarge, line},
+        {"", HttpErrorCode::answerTooLarge, "HTTP/1.1 100 Continue\r\n" + line + "\r\n"},
+        {head + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n", HttpErrorCode::answerTooLarge,
+         line},
     };
     for (const auto& each : cases) {
         FaultServer server(nullptr, {.onRequest = [&](Connection& connection, const Request&) {
                                connection.write(each.bytes);
+                               for (int i = 0; i < 1000 && !each.repeated.empty(); ++i) {
+                                   connection.write(each.repeated);
+                               }
                                connection.close();
                            }});
-        EXPECT_EQ(result(get(server.url("/"))).code(), each.code) << each.bytes;
+        EXPECT_EQ(result(get(server.url("/"))).code(), each.code) << each.bytes << each.repeated;
     }
     std::string url;
     {
