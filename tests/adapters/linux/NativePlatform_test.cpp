@@ -109,15 +109,17 @@ TEST_F(NativePlatformTest, ShutdownInAnyPhaseOfARequestIsQuickAndNoCompletionSta
         const char* name;
         Until until;
         std::string answer;
+        const char* scheme = "http";
     };
     const Phase phases[] = {
         {"just started", Until::started, ""},
         {"connected", Until::connected, ""},
+        {"in the TLS handshake", Until::connected, "", "https"},
         {"no answer yet", Until::answering, ""},
         {"half an answer", Until::answering, "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{"},
         {"answered", Until::answering, testing::answer(200, "{}")},
     };
-    const auto rounds = static_cast<std::size_t>(testing::attackRounds(10));
+    const auto rounds = static_cast<std::size_t>(testing::attackRounds(12));
     SteadyClock::duration longest{};
     for (std::size_t round = 0; round < rounds; ++round) {
         const Phase& phase = phases[round % std::size(phases)];
@@ -139,8 +141,8 @@ TEST_F(NativePlatformTest, ShutdownInAnyPhaseOfARequestIsQuickAndNoCompletionSta
         std::atomic<bool> down = false;
         std::atomic<bool> late = false;
         const auto captured = std::make_shared<int>();
-        const auto task =
-            request(*platform, server.url("/"), [&, captured] { late = late || down; });
+        const std::string url = phase.scheme + server.url("/").substr(4);
+        const auto task = request(*platform, url, [&, captured] { late = late || down; });
         if (phase.until != Until::started) {
             reached.get_future().wait();
         }
