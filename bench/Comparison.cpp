@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <numeric>
+#include <random>
 
 namespace morvellacinto::bench {
 namespace {
@@ -57,11 +59,14 @@ void measure(benchmark::State& state, const std::string& row,
             contender.seconds(); // warms up
         }
         double passed = 0;
+        std::mt19937 random(1);
+        std::vector<std::size_t> order(count);
+        std::iota(order.begin(), order.end(), 0U);
         for (std::size_t round = 0;
              round < fewestRounds || (round < mostRounds && passed < secondsARow); ++round) {
             passed += secondsOf([&] {
-                for (std::size_t turn = 0; turn < count; ++turn) {
-                    const std::size_t next = (round + turn) % count;
+                std::shuffle(order.begin(), order.end(), random);
+                for (const std::size_t next : order) {
                     times[next].push_back(contenders[next].seconds());
                 }
             });

@@ -23,6 +23,7 @@ void lookUp(platform::Platform& platform, const platform::LocationService& locat
     use(platform.systemVersion().isAtLeast(12, 0));
     use(telephony->serviceSubscriberCellularProviders());
     use(telephony->serviceCurrentRadioAccessTechnology());
+    use(telephony->serviceCurrentRadioAccessTechnology());
     use(platform.tracking().advertisingIdentifier());
     use(platform.systemVersion().isAtLeast(14, 0));
     use(platform.tracking().trackingAuthorizationStatus());

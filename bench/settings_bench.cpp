@@ -143,7 +143,7 @@ void compareReads() {
     const auto see = [=](int round) {
         require(ours->objectForKey("other") == Value(round), "another's write was not seen");
     };
-    compare("read just after another process has flushed",
+    compare("read just after another store has flushed",
             {{"ours", afterFlush(see)}, {"map under a shared mutex", afterFlush([=](int) {
                                              require(map->find(name).has_value(), "no value");
                                          })}});

@@ -6,17 +6,29 @@ using namespace morvellacinto;
 
 namespace {
 
-// Undoes percent-encoding that is well-formed.
+constexpr std::string_view digits = "0123456789ABCDEF";
+constexpr std::string_view unchanged = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                       "0123456789-._~!$&'()*+,;=:[]";
+
+bool isUnchanged(char byte) { return unchanged.find(byte) != std::string_view::npos; }
+
+// Undoes percent-encoding, and requires that just what needs it is encoded.
 std::string decoded(std::string_view text) {
     std::string bytes;
-    for (std::size_t index = 0; index < text.size(); ++index) {
-        if (text[index] == '%') {
-            bytes +=
-                static_cast<char>(std::stoi(std::string(text.substr(index + 1, 2)), nullptr, 16));
-            index += 2;
-        } else {
-            bytes += text[index];
+    while (!text.empty()) {
+        if (text.front() != '%') {
+            require(isUnchanged(text.front()), "no byte stands for itself that may not");
+            bytes += text.front();
+            text.remove_prefix(1);
+            continue;
         }
+        require(text.size() >= 3, "two digits follow a percent sign");
+        const std::size_t high = digits.find(text[1]);
+        const std::size_t low = digits.find(text[2]);
+        require(high < 16 && low < 16, "they are upper-case hexadecimal");
+        bytes += static_cast<char>(high << 4 | low);
+        require(!isUnchanged(bytes.back()), "no byte is encoded that need not be");
+        text.remove_prefix(3);
     }
     return bytes;
 }

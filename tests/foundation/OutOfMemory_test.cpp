@@ -45,11 +45,12 @@ namespace {
 enum class Outcome { done, threw };
 
 /// Makes each allocation of `action` fail in turn, then `afterwards` look at what became of it,
-/// with memory at hand. Requires that all memory comes back. Gives the number of allocations.
+/// with memory at hand; told whether an allocation failed. Requires that all memory comes back.
+/// Gives the number of allocations.
 template <class Action, class Afterwards>
 std::size_t failEachAllocation(Action action, Afterwards afterwards) {
     action(); // what is made once in a process
-    afterwards(Outcome::done);
+    afterwards(Outcome::done, false);
     for (std::size_t number = 1;; ++number) {
         SCOPED_TRACE("allocation " + std::to_string(number));
         const std::ptrdiff_t before = living;
@@ -61,7 +62,7 @@ std::size_t failEachAllocation(Action action, Afterwards afterwards) {
             outcome = Outcome::threw;
         }
         const bool failed = std::exchange(failing, 0) == 0;
-        afterwards(outcome);
+        afterwards(outcome, failed);
         EXPECT_EQ(living, before) << "leaked";
         if (::testing::Test::HasFailure()) {
             return 0;
@@ -125,7 +126,11 @@ TEST_F(OutOfMemory, readingBuildingAndWritingValuesThrowAndLeakNothing) {
     };
     for (const auto& action : actions) {
         SCOPED_TRACE(action.name);
-        EXPECT_GE(failEachAllocation(action.run, [](Outcome) {}), action.fewest);
+        EXPECT_GE(failEachAllocation(action.run,
+                                     [](Outcome outcome, bool failed) {
+                                         EXPECT_EQ(outcome == Outcome::threw, failed);
+                                     }),
+                  action.fewest);
     }
     EXPECT_EQ(writeJson(shared), canonical);
     EXPECT_EQ(readJson(text), whole);
@@ -140,7 +145,7 @@ TEST_F(OutOfMemory, anImportEndsWithTheLineOfItsGuardOrThrows) {
     std::size_t lines = 0;
     const std::size_t count =
         failEachAllocation([&] { made = AVJSON::asObjectOfClass<Shelf>(json, mapping); },
-                           [&](Outcome outcome) {
+                           [&](Outcome outcome, bool /*failed*/) {
                                for (const std::string& line : phone->takeLog()) {
                                    EXPECT_EQ(line, "dict init failed");
                                    ++lines;
@@ -179,7 +184,7 @@ TEST_F(OutOfMemory, aCollectOutOfTheCacheLogsItsLineAndTheNextOneWorks) {
 
     const std::vector<std::string> none;
     const std::vector<std::string> line{"tags failed"};
-    const std::size_t count = failEachAllocation(collect, [&](Outcome outcome) {
+    const std::size_t count = failEachAllocation(collect, [&](Outcome outcome, bool /*failed*/) {
         EXPECT_EQ(outcome, Outcome::done);
         answers = 0;
         phone->settle();

@@ -12,7 +12,9 @@ namespace morvellacinto::testing {
 
 namespace {
 
-std::shared_ptr<EVP_PKEY> makeKey() { return {EVP_EC_gen("P-256"), &EVP_PKEY_free}; }
+std::shared_ptr<EVP_PKEY> makeKey(KeyKind kind) {
+    return {kind == KeyKind::p256 ? EVP_EC_gen("P-256") : EVP_RSA_gen(2048), &EVP_PKEY_free};
+}
 
 void addExtension(X509* certificate, int nid, const std::string& value) {
     X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value.c_str());
@@ -51,9 +53,10 @@ std::shared_ptr<X509> makeCertificate(EVP_PKEY* key, const char* commonName, lon
 
 } // namespace
 
-TestAuthority::TestAuthority()
-    : key_(makeKey()), certificate_(makeCertificate(key_.get(), "Throw-away authority", 3600,
-                                                    nullptr, key_.get(), {})) {
+TestAuthority::TestAuthority(KeyKind kind)
+    : kind_(kind), key_(makeKey(kind)),
+      certificate_(
+          makeCertificate(key_.get(), "Throw-away authority", 3600, nullptr, key_.get(), {})) {
     std::string name = (std::filesystem::temp_directory_path() / "authority-XXXXXX").string();
     std::FILE* const file = fdopen(mkstemp(name.data()), "w");
     PEM_write_X509(file, certificate_.get());
@@ -65,7 +68,7 @@ TestAuthority::~TestAuthority() { std::filesystem::remove(file_); }
 
 std::shared_ptr<SSL_CTX> TestAuthority::serverContext(const std::string& names,
                                                       long validSeconds) const {
-    const std::shared_ptr<EVP_PKEY> key = makeKey();
+    const std::shared_ptr<EVP_PKEY> key = makeKey(kind_);
     const std::shared_ptr<X509> certificate = makeCertificate(
         key.get(), "Throw-away server", validSeconds, certificate_.get(), key_.get(), names);
     std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);

@@ -10,11 +10,14 @@
 
 namespace morvellacinto::testing {
 
+enum class KeyKind { p256, rsa2048 };
+
 /// A throw-away certificate authority, made in memory; its certificate lies in a file of its own
 /// for as long as the object lives.
 class TestAuthority {
 public:
-    TestAuthority();
+    /// `kind` is that of its own key and of its servers'.
+    explicit TestAuthority(KeyKind kind = KeyKind::p256);
     TestAuthority(const TestAuthority&) = delete;
     TestAuthority& operator=(const TestAuthority&) = delete;
     ~TestAuthority();
@@ -26,6 +29,7 @@ public:
                                                          long validSeconds = 3600) const;
 
 private:
+    KeyKind kind_;
     std::shared_ptr<EVP_PKEY> key_;
     std::shared_ptr<X509> certificate_;
     std::filesystem::path file_;

@@ -2,6 +2,7 @@
 
 #include "morvellacinto/context/DeviceFacts.h"
 #include "morvellacinto/context/Reachability.h"
+#include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/platform/Device.h"
 #include "morvellacinto/platform/Guarded.h"
 #include "morvellacinto/platform/Platform.h"
@@ -20,6 +21,38 @@ constexpr const char* bundleFallback = "se.kovra.no-bundle";
 constexpr const char* technologyFallback = "unknown";
 constexpr std::string_view payloadFailed = "payload failed";
 constexpr std::size_t memberCount = 19;
+
+// The members' names, made once. Those of one payload differ, so that adding one needs no look-up.
+struct Names {
+    Value vendorId{"vendorId"};
+    Value bundle{"bundle"};
+    Value advertId{"advertId"};
+    Value advertIdEnabled{"advertIdEnabled"};
+    Value device{"device"};
+    Value carrierName{"carrierName"};
+    Value isoCountryCode{"isoCountryCode"};
+    Value mobileNetworkCode{"mobileNetworkCode"};
+    Value currentRadioAccessTechnology{"currentRadioAccessTechnology"};
+    Value batteryLevel{"batteryLevel"};
+    Value batteryState{"batteryState"};
+    Value networks{"networks"};
+    Value locationState{"locationState"};
+    Value accuracyAuthorization{"accuracyAuthorization"};
+    Value connection{"connection"};
+    Value locale{"locale"};
+    Value system{"system"};
+    Value api{"api"};
+    Value platform{"platform"};
+};
+
+const Names& names() {
+    static const auto& made = *new Names;
+    return made;
+}
+
+void add(Object& payload, const Value& name, Value value) {
+    ValueAccess::add(payload, name, std::move(value));
+}
 
 template <class T>
 T required(std::optional<T> answer, const char* what) {
@@ -62,27 +95,27 @@ std::string chooseTechnology(const platform::TelephonyInfo& telephony, bool hasS
 // Everything behind the first four members.
 void addDetails(Object& payload, platform::Platform& platform) {
     platform::Device& device = platform.device();
-    payload.set("vendorId", device.identifierForVendor().value_or(Uuid()).text());
-    payload.set("bundle", device.bundleIdentifier().value_or(bundleFallback));
+    add(payload, names().vendorId, device.identifierForVendor().value_or(Uuid()).text());
+    add(payload, names().bundle, device.bundleIdentifier().value_or(bundleFallback));
 
     const auto telephony = platform.telephony().makeInfo();
     const bool hasServices = platform.systemVersion().isAtLeast(12, 0);
     const auto carrier = chooseCarrier(*telephony, hasServices).value_or(platform::Carrier());
     const std::string technology = chooseTechnology(*telephony, hasServices);
 
-    payload.set("advertId", required(advertisingIdentifier(), "advertising identifier"));
-    payload.set("advertIdEnabled", advertisingIdentifierEnabled());
-    payload.set("device", required(deviceModel(), "hardware model"));
-    payload.set("carrierName", carrier.carrierName.value_or(""));
-    payload.set("isoCountryCode", carrier.isoCountryCode.value_or(""));
-    payload.set("mobileNetworkCode", carrier.mobileNetworkCode.value_or(""));
-    payload.set("currentRadioAccessTechnology", technology);
-    payload.set("batteryLevel", device.batteryLevel());
-    payload.set("batteryState", device.batteryState());
-    payload.set("networks", currentNetworks());
-    payload.set("locationState", locationAllowed());
-    payload.set("accuracyAuthorization", accuracyAuthorization());
-    payload.set("connection", static_cast<std::int64_t>(currentReachabilityStatus()));
+    add(payload, names().advertId, required(advertisingIdentifier(), "advertising identifier"));
+    add(payload, names().advertIdEnabled, advertisingIdentifierEnabled());
+    add(payload, names().device, required(deviceModel(), "hardware model"));
+    add(payload, names().carrierName, carrier.carrierName.value_or(""));
+    add(payload, names().isoCountryCode, carrier.isoCountryCode.value_or(""));
+    add(payload, names().mobileNetworkCode, carrier.mobileNetworkCode.value_or(""));
+    add(payload, names().currentRadioAccessTechnology, technology);
+    add(payload, names().batteryLevel, device.batteryLevel());
+    add(payload, names().batteryState, device.batteryState());
+    add(payload, names().networks, currentNetworks());
+    add(payload, names().locationState, locationAllowed());
+    add(payload, names().accuracyAuthorization, accuracyAuthorization());
+    add(payload, names().connection, static_cast<std::int64_t>(currentReachabilityStatus()));
 }
 
 Object firstMembers(const Object& object, std::size_t count) {
@@ -99,10 +132,11 @@ Object basePayload() {
     const auto platform = platform::current();
     Object payload;
     payload.reserve(memberCount);
-    payload.set("locale", required(platform->device().localeIdentifier(), "locale identifier"));
-    payload.set("system", required(platform->device().systemVersion(), "system version"));
-    payload.set("api", API_VERSION);
-    payload.set("platform", platformName);
+    add(payload, names().locale,
+        required(platform->device().localeIdentifier(), "locale identifier"));
+    add(payload, names().system, required(platform->device().systemVersion(), "system version"));
+    add(payload, names().api, API_VERSION);
+    add(payload, names().platform, platformName);
     const std::size_t baseCount = payload.size();
     const bool complete = platform::guarded(platform->developerLog(), payloadFailed,
                                             [&] { addDetails(payload, *platform); });

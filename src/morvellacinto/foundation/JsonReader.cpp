@@ -296,32 +296,30 @@ private:
         if (next_ == digits || (*digits == '0' && next_ - digits > 1)) {
             return false;
         }
-        bool isInteger = true;
-        if (next_ != end_ && *next_ == '.') {
-            isInteger = false;
-            ++next_;
-            if (!skipDigits()) {
-                return false;
-            }
-        }
-        if (next_ != end_ && (*next_ == 'e' || *next_ == 'E')) {
-            isInteger = false;
-            ++next_;
-            if (next_ != end_ && (*next_ == '+' || *next_ == '-')) {
-                ++next_;
-            }
-            if (!skipDigits()) {
-                return false;
-            }
-        }
+        const bool isInteger = next_ == end_ || (*next_ != '.' && *next_ != 'e' && *next_ != 'E');
         if (isInteger && readInteger(start, negative)) {
             return true;
         }
-        const std::optional<double> number = doubleFromDecimal({start, next_});
-        if (!number) {
+        // What JSON forbids but from_chars reads: a point without a digit behind it.
+        if (!isInteger && *next_ == '.' && (next_ + 1 == end_ || !isDigit(next_[1]))) {
             return false;
         }
-        values_.emplace_back(*number);
+        return readDouble(start);
+    }
+
+    // Stops before an exponent that is none, which nothing can follow.
+    bool readDouble(const char* start) {
+        double number = 0;
+        const auto [stop, error] = std::from_chars(start, end_, number);
+        next_ = stop;
+        if (error == std::errc::result_out_of_range) {
+            const std::optional<double> limit = doubleFromDecimal({start, stop});
+            if (!limit) {
+                return false;
+            }
+            number = *limit;
+        }
+        values_.emplace_back(number);
         return true;
     }
 

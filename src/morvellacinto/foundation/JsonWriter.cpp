@@ -79,8 +79,8 @@ std::size_t copyPlain(std::string_view text, char* out) {
     return length;
 }
 
-// Text that grows at its end, written through a pointer. It grows by pieces that stay where they
-// are, since to move what is written costs more than to join the pieces at the end.
+// Text that grows at its end, written through a pointer. It grows by pieces, each as long as all
+// before it, that stay where they are: joining them at the end moves everything once.
 class Text {
 public:
     /// A place for `count` bytes; the end of what was written there is told to `wrote`.
@@ -115,13 +115,13 @@ private:
         const char* end;
     };
     static constexpr std::size_t firstPiece = 2048;
-    static constexpr std::size_t furtherPieces = 65536;
+    static constexpr std::size_t smallestFurther = 65536;
 
-    void grow(std::size_t count) {
-        const std::size_t size = std::max(count, furtherPieces);
-        further_.push_back(std::make_unique_for_overwrite<char[]>(size));
+    [[gnu::noinline]] void grow(std::size_t count) {
         full_.push_back({begin_, next_});
         fullLength_ += static_cast<std::size_t>(next_ - begin_);
+        const std::size_t size = std::max({count, fullLength_, smallestFurther});
+        further_.push_back(std::make_unique_for_overwrite<char[]>(size));
         begin_ = next_ = further_.back().get();
         end_ = begin_ + size;
     }
@@ -234,12 +234,23 @@ private:
         constexpr std::size_t spare = 2 + 6 + step;
         char* out = text_.room(string.size() + spare);
         *out++ = '"';
+        bool wasStep = false;
         while (!string.empty()) {
             if (const std::size_t plain = copyPlain(string, out)) {
                 out += plain;
                 string.remove_prefix(plain);
+                wasStep = plain == step;
                 continue;
             }
+            // The rest with some of the step before it, which stands there already.
+            if (wasStep && string.size() < step) {
+                const std::string_view last(string.data() + string.size() - step, step);
+                if (copyPlain(last, out + string.size() - step) == step) {
+                    out += string.size();
+                    break;
+                }
+            }
+            wasStep = false;
             const char action = stringActions[static_cast<unsigned char>(string.front())];
             if (action == 0) {
                 *out++ = string.front();

@@ -64,7 +64,7 @@ struct MORVELLACINTO_INTERNAL Object::Rep : Container {
 
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
     /// Up to this many members a walk over them beats hashing.
-    static constexpr std::size_t indexedFrom = 17;
+    static constexpr std::size_t indexedFrom = 33;
 
     std::vector<Member> members;
     /// Open addressing: the upper half of a slot is the upper half of the key's hash, the lower
