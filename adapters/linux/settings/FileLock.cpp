@@ -34,10 +34,9 @@ bool isNamed(int descriptor, const std::filesystem::path& file) {
 
 } // namespace
 
-FileLock::FileLock(const std::filesystem::path& file, Kind kind, std::chrono::milliseconds patience)
+FileLock::FileLock(const std::filesystem::path& file, Kind kind, const Patience& patience)
     : descriptor_(openLockFile(file)) {
     const int operation = (kind == Kind::shared ? LOCK_SH : LOCK_EX) | LOCK_NB;
-    const auto deadline = std::chrono::steady_clock::now() + patience;
     while (true) {
         if (flock(descriptor_, operation) == 0) {
             if (isNamed(descriptor_, file)) {
@@ -49,7 +48,7 @@ FileLock::FileLock(const std::filesystem::path& file, Kind kind, std::chrono::mi
         }
         const int error = errno;
         const bool mayStillCome = error == EWOULDBLOCK || error == EINTR;
-        if (!mayStillCome || std::chrono::steady_clock::now() >= deadline) {
+        if (!mayStillCome || patience.isOver()) {
             ::close(descriptor_);
             throw std::system_error(mayStillCome ? ETIMEDOUT : error, std::generic_category(),
                                     "locking " + file.string());

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <chrono>
+#include "Patience.h"
+
 #include <filesystem>
 #include <utility>
 
@@ -13,8 +14,8 @@ public:
     enum class Kind { shared, exclusive };
 
     /// Makes the file when it is missing. Throws std::system_error: std::errc::timed_out when
-    /// others hold the lock for longer than `patience`, else why the file cannot be locked.
-    FileLock(const std::filesystem::path& file, Kind kind, std::chrono::milliseconds patience);
+    /// `patience` is over before others let the lock go, else why the file cannot be locked.
+    FileLock(const std::filesystem::path& file, Kind kind, const Patience& patience);
     FileLock(FileLock&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
     FileLock& operator=(FileLock&&) = delete;
     ~FileLock();

@@ -3,11 +3,14 @@
 #include "ValueBlob.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <sqlite3.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #define XXH_INLINE_ALL
 #include <xxhash.h>
@@ -19,24 +22,19 @@ namespace {
 constexpr std::int64_t applicationId = 0x4D564331;
 constexpr std::int64_t layoutVersion = 1;
 
+// Settings that are in the database file outlive their log, so it is kept shorter than SQLite would
+// keep it, but a checkpoint costs about as much as two commits and waits until there were many.
+constexpr int fewestPagesInLog = 64;
+constexpr int mostPagesInLog = 1000;
+constexpr int commitsInLog = 40;
+
 constexpr std::chrono::microseconds firstBusyPause(100);
 constexpr std::chrono::microseconds longestBusyPause(1000);
-constexpr int mostBusyPauses = 5000; // about 5 seconds
 
 // Keys are blobs: compared byte by byte, and whatever bytes a damaged file has read back as such.
 constexpr const char* createTable = "CREATE TABLE entry (space INTEGER NOT NULL, key BLOB NOT NULL,"
                                     " stamp INTEGER NOT NULL, sum INTEGER NOT NULL,"
                                     " value BLOB NOT NULL, PRIMARY KEY (space, key)) WITHOUT ROWID";
-
-// SQLite's own pauses are many times as long as a commit takes.
-int waitWhileBusy(void* /*context*/, int calls) {
-    if (calls >= mostBusyPauses) {
-        return 0;
-    }
-    std::this_thread::sleep_for(
-        std::min(firstBusyPause * (1 << std::min(calls, 4)), longestBusyPause));
-    return 1;
-}
 
 bool isDamage(int result) {
     switch (result & 0xFF) {
@@ -108,7 +106,9 @@ void SettingsDatabase::Closer::operator()(sqlite3* connection) const noexcept {
     sqlite3_close(connection);
 }
 
-SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Layout layout) : file_(file) {
+SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Layout layout,
+                                   const Patience& patience)
+    : file_(file), patience_(patience) {
     sqlite3* opened = nullptr;
     const int result = sqlite3_open_v2(file.c_str(), &opened,
                                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX |
@@ -118,7 +118,13 @@ SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Layout lay
     if (result != SQLITE_OK) {
         fail("opened", result);
     }
-    sqlite3_busy_handler(opened, waitWhileBusy, nullptr);
+    // SQLite falls back to opening a file to read, for whatever reason.
+    const bool openedToRead = sqlite3_db_readonly(opened, "main") == 1;
+    if (openedToRead && access(file.c_str(), W_OK) == 0) {
+        throw std::runtime_error("the settings in " + file_.string() + " could only be read");
+    }
+    sqlite3_busy_handler(opened, waitWhileBusy, this);
+    sqlite3_wal_hook(opened, checkpointSometimes, this);
     // Closing must be quick: what is in the write-ahead log is durable and stays there.
     sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_db_config(opened, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
@@ -131,7 +137,7 @@ SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Layout lay
     } else if (version != layoutVersion || queryNumber("PRAGMA application_id") != applicationId) {
         throw DamageError(file_.string() + " is no settings database");
     }
-    if (sqlite3_db_readonly(opened, "main") == 1 && access(file.c_str(), W_OK) == 0) {
+    if (!openedToRead && sqlite3_db_readonly(opened, "main") == 1) {
         throw DamageError(file_.string() + " forbids to be written, which its file does not");
     }
     run("PRAGMA journal_mode = WAL");
@@ -146,6 +152,7 @@ SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Layout lay
                      " ON CONFLICT (space, key) DO UPDATE"
                      " SET stamp = ?3, sum = ?4, value = ?5");
     remove_ = prepare("DELETE FROM entry WHERE space = ?1 AND key = ?2");
+    rememberFiles();
 }
 
 SettingsDatabase::~SettingsDatabase() = default;
@@ -157,7 +164,74 @@ bool SettingsDatabase::wasMoved() const {
            moved != 0;
 }
 
+// SQLite's own pauses are many times as long as a commit takes.
+int SettingsDatabase::waitWhileBusy(void* database, int calls) {
+    if (static_cast<SettingsDatabase*>(database)->patience_.isOver()) {
+        return 0;
+    }
+    std::this_thread::sleep_for(
+        std::min(firstBusyPause * (1 << std::min(calls, 4)), longestBusyPause));
+    return 1;
+}
+
+int SettingsDatabase::checkpointSometimes(void* database, sqlite3* connection, const char* name,
+                                          int pagesInLog) {
+    auto* self = static_cast<SettingsDatabase*>(database);
+    const int written = pagesInLog - std::exchange(self->pagesInLog_, pagesInLog);
+    if (pagesInLog / commitsInLog >= written ? pagesInLog >= fewestPagesInLog
+                                             : pagesInLog >= mostPagesInLog) {
+        // The commit has succeeded whether or not this does.
+        sqlite3_wal_checkpoint_v2(connection, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    }
+    return SQLITE_OK;
+}
+
+void SettingsDatabase::rememberFiles() {
+    const std::array suffixes{"", "-wal", "-shm"};
+    for (std::size_t index = 0; index < suffixes.size(); ++index) {
+        OpenFile& file = openFiles_[index];
+        file.path = file_;
+        file.path += suffixes[index];
+        struct stat status {};
+        if (stat(file.path.c_str(), &status) == 0) {
+            file.device = status.st_dev;
+            file.number = status.st_ino;
+            file.size = static_cast<std::uintmax_t>(status.st_size);
+        }
+    }
+}
+
+// SQLite does not look whether its files are still there: it would go on and commit to a log that
+// nobody else can find, or that has lost its beginning.
+void SettingsDatabase::checkFiles() {
+    if (wasMoved()) {
+        return;
+    }
+    for (OpenFile& file : openFiles_) {
+        if (file.number == 0) {
+            continue;
+        }
+        struct stat status {};
+        if (stat(file.path.c_str(), &status) != 0) {
+            if (errno == ENOENT) {
+                throw DamageError(file.path.string() + " was deleted while it was in use");
+            }
+            continue;
+        }
+        if (status.st_dev != file.device || status.st_ino != file.number) {
+            throw DamageError(file.path.string() + " was replaced while it was in use");
+        }
+        const auto size = static_cast<std::uintmax_t>(status.st_size);
+        if (size < file.size) {
+            throw DamageError(file.path.string() + " was cut to " + std::to_string(size) +
+                              " bytes while it was in use");
+        }
+        file.size = size;
+    }
+}
+
 std::int64_t SettingsDatabase::version() {
+    checkFiles();
     const Reset reset(version_.get());
     step(version_, "read");
     return sqlite3_column_int64(version_.get(), 0);
@@ -192,6 +266,7 @@ void SettingsDatabase::read(const std::function<std::int64_t(Space, std::string_
 }
 
 std::int64_t SettingsDatabase::write(std::span<const Change> changes) {
+    checkFiles();
     const std::int64_t stamp = randomStamp();
     try {
         {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Patience.h"
 #include "morvellacinto/foundation/Value.h"
 
 #include <array>
@@ -52,13 +53,16 @@ public:
 
     /// Opens an existing file. An empty one becomes a settings database when that may be; the
     /// caller then keeps others from doing the same, and in any case from replacing the file.
-    SettingsDatabase(const std::filesystem::path& file, Layout layout);
+    SettingsDatabase(const std::filesystem::path& file, Layout layout, const Patience& patience);
     SettingsDatabase(const SettingsDatabase&) = delete;
     SettingsDatabase& operator=(const SettingsDatabase&) = delete;
     ~SettingsDatabase();
 
     /// Whether the file that is open no longer has the database's name.
     [[nodiscard]] bool wasMoved() const;
+
+    /// For the operations that follow.
+    void setPatience(const Patience& patience) { patience_ = patience; }
 
     /// A number that changes when another connection has committed.
     [[nodiscard]] std::int64_t version();
@@ -81,6 +85,19 @@ private:
     };
     using Statement = std::unique_ptr<sqlite3_stmt, Finalizer>;
 
+    // One of the files that are open, as it was when last looked at.
+    struct OpenFile {
+        std::filesystem::path path;
+        std::uintmax_t device = 0;
+        std::uintmax_t number = 0; // 0: there was none
+        std::uintmax_t size = 0;
+    };
+
+    static int waitWhileBusy(void* database, int calls);
+    static int checkpointSometimes(void* database, sqlite3* connection, const char* name,
+                                   int pagesInLog);
+    void rememberFiles();
+    void checkFiles();
     [[noreturn]] void fail(const char* doing, int result) const;
     void run(const char* sql);
     [[nodiscard]] std::int64_t queryNumber(const char* sql);
@@ -91,6 +108,9 @@ private:
     void rollBack() noexcept;
 
     std::filesystem::path file_;
+    Patience patience_;
+    std::array<OpenFile, 3> openFiles_;
+    int pagesInLog_ = 0; // after the last commit
     std::unique_ptr<sqlite3, Closer> connection_;
     Statement begin_;
     Statement beginWrite_;

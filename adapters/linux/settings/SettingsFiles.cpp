@@ -1,5 +1,7 @@
 #include "SettingsFiles.h"
 
+#include "WriteAheadLog.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -19,7 +21,8 @@ namespace {
 constexpr const char* databaseSuffix = ".v1.db";
 constexpr const char* lockSuffix = ".v1.lock";
 constexpr const char* asideMark = ".damaged-";
-constexpr std::array companionSuffixes{"-wal", "-shm"};
+constexpr const char* logSuffix = "-wal";
+constexpr std::array companionSuffixes{logSuffix, "-shm"};
 constexpr std::size_t asideKept = 3;
 
 [[noreturn]] void fail(int error, const std::string& what) {
@@ -29,6 +32,12 @@ constexpr std::size_t asideKept = 3;
 std::filesystem::path with(std::filesystem::path path, const std::string& suffix) {
     path += suffix;
     return path;
+}
+
+std::uintmax_t sizeOf(const std::filesystem::path& path) {
+    std::error_code none;
+    const std::uintmax_t size = std::filesystem::file_size(path, none);
+    return none ? 0 : size;
 }
 
 void removeIfThere(const std::filesystem::path& path) {
@@ -73,6 +82,19 @@ SettingsFiles::SettingsFiles(std::filesystem::path directory, std::string_view b
     : directory_(std::move(directory)),
       database_(directory_ / (percentEncoded(bundle) + databaseSuffix)),
       lock_(directory_ / (percentEncoded(bundle) + lockSuffix)) {}
+
+bool SettingsFiles::hasDatabase() const { return sizeOf(database_) > 0; }
+
+std::string SettingsFiles::damage() const {
+    const std::filesystem::path log = with(database_, logSuffix);
+    if (!hasDatabase() && std::filesystem::exists(database_) && sizeOf(log) > 0) {
+        return database_.string() + " is empty but its log is not";
+    }
+    if (losesCommits(log)) {
+        return log.string() + " is damaged";
+    }
+    return {};
+}
 
 void SettingsFiles::createDirectory() const {
     std::vector<std::filesystem::path> missing;

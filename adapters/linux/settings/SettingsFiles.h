@@ -19,6 +19,12 @@ public:
     [[nodiscard]] const std::filesystem::path& database() const noexcept { return database_; }
     [[nodiscard]] const std::filesystem::path& lock() const noexcept { return lock_; }
 
+    /// Whether there is a database that is not an empty file.
+    [[nodiscard]] bool hasDatabase() const;
+    /// What SQLite would not tell and rather drop: a sentence, empty when there is no such damage.
+    /// Certain only while nobody commits.
+    [[nodiscard]] std::string damage() const;
+
     /// Makes the directory and its missing parents, durably, for this user alone. Needs no lock.
     void createDirectory() const;
 

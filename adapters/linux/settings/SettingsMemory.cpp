@@ -2,6 +2,7 @@
 
 #include "ValueBlob.h"
 
+#include <algorithm>
 #include <ctime>
 #include <map>
 #include <mutex>
@@ -138,6 +139,14 @@ void SettingsMemory::committed(const Pending& pending, std::int64_t stamp) {
             seen_ = before + 1; // nobody else has committed: memory is up to date
         }
     }
+}
+
+bool SettingsMemory::hasStored() const {
+    const std::shared_lock lock(mutex_);
+    return std::any_of(entries_.begin(), entries_.end(), [](const Entries& all) {
+        return std::any_of(all.begin(), all.end(),
+                           [](const auto& entry) { return entry.second.stamp != 0; });
+    });
 }
 
 std::vector<SettingsDatabase::Change> SettingsMemory::everything() const {

@@ -47,6 +47,8 @@ public:
     [[nodiscard]] Pending pending() const;
     /// Marks changes as stored under `stamp` and tells the other processes.
     void committed(const Pending& pending, std::int64_t stamp);
+    /// Whether any value is known to have been in the database.
+    [[nodiscard]] bool hasStored() const;
     /// Everything there is, pending changes included, encoded.
     [[nodiscard]] std::vector<SettingsDatabase::Change> everything() const;
 

@@ -25,22 +25,21 @@ bool forbidsWriting(const std::error_code& error) {
 SettingsStorage::SettingsStorage(SettingsFiles files, SettingsMemory& memory)
     : files_(std::move(files)), memory_(memory) {}
 
-FileLock SettingsStorage::open(Connection& connection, milliseconds patience, Report& report) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+FileLock SettingsStorage::open(Connection& connection, const Patience& patience, Report& report) {
     for (int made = 0; made < replacementsBorne;) {
         {
             FileLock shared = lockFiles(FileLock::Kind::shared, patience);
-            if (connect(connection, shared)) {
+            if (connect(connection, shared, patience)) {
                 return shared;
             }
         }
         // While this waits to be alone, others may make what is missing.
         try {
-            make(connection, lockFiles(FileLock::Kind::exclusive, alonePatience), report);
+            make(connection, lockFiles(FileLock::Kind::exclusive, Patience(alonePatience)),
+                 patience, report);
             ++made;
         } catch (const std::system_error& error) {
-            if (error.code() != std::errc::timed_out ||
-                std::chrono::steady_clock::now() >= deadline) {
+            if (error.code() != std::errc::timed_out || patience.isOver()) {
                 throw;
             }
         }
@@ -48,7 +47,7 @@ FileLock SettingsStorage::open(Connection& connection, milliseconds patience, Re
     throw std::runtime_error(files_.database().string() + " is replaced time and again");
 }
 
-bool SettingsStorage::openToRead(Connection& connection, milliseconds patience, Report& report) {
+bool SettingsStorage::openToRead(Connection& connection, const Patience& patience, Report& report) {
     try {
         static_cast<void>(open(connection, patience, report));
         return true;
@@ -56,8 +55,8 @@ bool SettingsStorage::openToRead(Connection& connection, milliseconds patience, 
         if (!forbidsWriting(error.code()) || !std::filesystem::exists(files_.database())) {
             throw;
         }
-        connection = std::make_unique<SettingsDatabase>(files_.database(),
-                                                        SettingsDatabase::Layout::mustBeThere);
+        connection = std::make_unique<SettingsDatabase>(
+            files_.database(), SettingsDatabase::Layout::mustBeThere, patience);
         return false;
     }
 }
@@ -81,14 +80,14 @@ void SettingsStorage::read(SettingsDatabase& database, std::vector<SettingsDatab
 }
 
 void SettingsStorage::replaceDamaged(Connection& connection, const DamageError& damage,
-                                     milliseconds patience, Report& report) {
+                                     const Patience& patience, Report& report) {
     const FileLock exclusive = lockFiles(FileLock::Kind::exclusive, patience);
     if (connection != nullptr && !connection->wasMoved()) {
-        beginAnew(connection, damage.what(), report);
+        beginAnew(connection, damage.what(), patience, report);
     }
 }
 
-FileLock SettingsStorage::lockFiles(FileLock::Kind kind, milliseconds patience) const {
+FileLock SettingsStorage::lockFiles(FileLock::Kind kind, const Patience& patience) const {
     try {
         return FileLock(files_.lock(), kind, patience);
     } catch (const std::system_error& error) {
@@ -101,7 +100,8 @@ FileLock SettingsStorage::lockFiles(FileLock::Kind kind, milliseconds patience) 
 }
 
 // False when something is missing or damaged, which takes an exclusive lock to make.
-bool SettingsStorage::connect(Connection& connection, const FileLock& shared) {
+bool SettingsStorage::connect(Connection& connection, const FileLock& shared,
+                              const Patience& patience) {
     const std::shared_ptr<ChangeSignal> known = memory_.signal();
     if (known == nullptr || !known->isNamedIn(shared)) {
         std::shared_ptr<ChangeSignal> found = ChangeSignal::find(shared);
@@ -111,40 +111,57 @@ bool SettingsStorage::connect(Connection& connection, const FileLock& shared) {
         memory_.useSignal(std::move(found));
     }
     if (connection != nullptr && !connection->wasMoved()) {
+        connection->setPatience(patience);
         return true;
     }
-    connection.reset();
-    if (!std::filesystem::exists(files_.database())) {
+    if (!files_.hasDatabase() || !files_.damage().empty()) {
         return false;
     }
+    connection.reset();
     try {
-        connection = std::make_unique<SettingsDatabase>(files_.database(),
-                                                        SettingsDatabase::Layout::mustBeThere);
+        connection = std::make_unique<SettingsDatabase>(
+            files_.database(), SettingsDatabase::Layout::mustBeThere, patience);
     } catch (const DamageError&) {
         return false;
     }
     return true;
 }
 
-void SettingsStorage::make(Connection& connection, const FileLock& exclusive, Report& report) {
+void SettingsStorage::make(Connection& connection, const FileLock& exclusive,
+                           const Patience& patience, Report& report) {
     const std::shared_ptr<ChangeSignal> known = memory_.signal();
     if (known == nullptr || !known->isNamedIn(exclusive)) {
         std::shared_ptr<ChangeSignal> signal = ChangeSignal::findOrMake(exclusive);
         noSignal_ = signal == nullptr;
         memory_.useSignal(std::move(signal));
     }
+    if (!std::filesystem::exists(files_.database()) && memory_.hasStored()) {
+        beginAnew(connection, "it was deleted while it was in use", patience, report);
+        return;
+    }
     connection.reset();
     files_.createDatabase();
+    std::string damage = files_.damage();
     try {
-        connection = std::make_unique<SettingsDatabase>(files_.database(),
-                                                        SettingsDatabase::Layout::mayBeMade);
-    } catch (const DamageError& damage) {
-        beginAnew(connection, damage.what(), report);
+        // SQLite would delete the log of an empty file.
+        if (damage.empty() || files_.hasDatabase()) {
+            connection = std::make_unique<SettingsDatabase>(
+                files_.database(),
+                damage.empty() ? SettingsDatabase::Layout::mayBeMade
+                               : SettingsDatabase::Layout::mustBeThere,
+                patience);
+        }
+    } catch (const DamageError& found) {
+        damage = damage.empty() ? found.what() : damage;
+    }
+    if (!damage.empty()) {
+        beginAnew(connection, damage, patience, report);
     }
 }
 
 // With the exclusive lock, so that nobody commits and what is read is no older than memory.
-void SettingsStorage::beginAnew(Connection& connection, const char* reason, Report& report) {
+void SettingsStorage::beginAnew(Connection& connection, const std::string& reason,
+                                const Patience& patience, Report& report) {
     if (connection != nullptr) {
         std::vector<SettingsDatabase::Row> rows;
         Report partial; // what is damaged goes without saying
@@ -156,18 +173,19 @@ void SettingsStorage::beginAnew(Connection& connection, const char* reason, Repo
         static_cast<void>(memory_.takeOver(rows, memory_.now(), false));
         connection.reset();
     }
-    const std::filesystem::path aside = files_.setAside();
+    const std::string fate = std::filesystem::exists(files_.database())
+                                 ? "was damaged and is now " + files_.setAside().string()
+                                 : "is gone";
     files_.createDatabase();
-    connection =
-        std::make_unique<SettingsDatabase>(files_.database(), SettingsDatabase::Layout::mayBeMade);
+    connection = std::make_unique<SettingsDatabase>(files_.database(),
+                                                    SettingsDatabase::Layout::mayBeMade, patience);
     const std::vector<SettingsDatabase::Change> known = memory_.everything();
     connection->write(known);
     if (const std::shared_ptr<ChangeSignal> signal = memory_.signal()) {
         signal->raise();
     }
-    report.push_back("the settings database was damaged and is now " + aside.string() +
-                     "; a new one was begun with " + std::to_string(known.size()) +
-                     " known values (" + reason + ")");
+    report.push_back("the settings database " + fate + "; a new one was begun with " +
+                     std::to_string(known.size()) + " known values (" + reason + ")");
 }
 
 } // namespace morvellacinto::native

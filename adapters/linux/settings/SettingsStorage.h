@@ -1,11 +1,11 @@
 #pragma once
 
 #include "FileLock.h"
+#include "Patience.h"
 #include "SettingsDatabase.h"
 #include "SettingsFiles.h"
 
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,13 +28,11 @@ public:
 
     /// Connects to the database that bears the name now, unless `connection` already is. While the
     /// lock that it returns is held, the database is not replaced.
-    [[nodiscard]] FileLock open(Connection& connection, std::chrono::milliseconds patience,
-                                Report& report);
+    [[nodiscard]] FileLock open(Connection& connection, const Patience& patience, Report& report);
 
     /// As `open` for one who only reads and needs no lock. False when nothing can be written to the
     /// disk: such a connection must not be kept, or those made after it could not write either.
-    [[nodiscard]] bool openToRead(Connection& connection, std::chrono::milliseconds patience,
-                                  Report& report);
+    [[nodiscard]] bool openToRead(Connection& connection, const Patience& patience, Report& report);
 
     /// Whether `connection` and the signal are those that a newcomer would get.
     [[nodiscard]] bool isUpToDate(const Connection& connection) const;
@@ -45,14 +43,17 @@ public:
 
     /// For a connection that has met damage: sets the database aside and begins a new one with
     /// what memory has or can still be read, unless others have done so.
-    void replaceDamaged(Connection& connection, const DamageError& damage,
-                        std::chrono::milliseconds patience, Report& report);
+    void replaceDamaged(Connection& connection, const DamageError& damage, const Patience& patience,
+                        Report& report);
 
 private:
-    [[nodiscard]] FileLock lockFiles(FileLock::Kind kind, std::chrono::milliseconds patience) const;
-    [[nodiscard]] bool connect(Connection& connection, const FileLock& shared);
-    void make(Connection& connection, const FileLock& exclusive, Report& report);
-    void beginAnew(Connection& connection, const char* reason, Report& report);
+    [[nodiscard]] FileLock lockFiles(FileLock::Kind kind, const Patience& patience) const;
+    [[nodiscard]] bool connect(Connection& connection, const FileLock& shared,
+                               const Patience& patience);
+    void make(Connection& connection, const FileLock& exclusive, const Patience& patience,
+              Report& report);
+    void beginAnew(Connection& connection, const std::string& reason, const Patience& patience,
+                   Report& report);
 
     const SettingsFiles files_;
     SettingsMemory& memory_;

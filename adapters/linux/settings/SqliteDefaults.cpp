@@ -64,14 +64,17 @@ struct SqliteDefaults::State {
 
 private:
     void look(Report& report);
+    void lookNow(Report& report);
     void readChanges(Report& report);
     [[nodiscard]] bool flush(Report& report);
-    [[nodiscard]] std::int64_t write(const SettingsMemory::Pending& pending, Report& report);
+    [[nodiscard]] std::int64_t write(const SettingsMemory::Pending& pending,
+                                     const Patience& patience, Report& report);
     void tell(const Report& report) const;
 
     const Diagnostics diagnostics;
     SettingsStorage storage;
     Failures failures;
+    std::atomic<bool> closing = false;
 
     // Reads go on while a flush takes its time. With both locks, `writing` comes first.
     std::mutex writing;
@@ -105,6 +108,7 @@ bool SqliteDefaults::State::synchronize() {
 }
 
 void SqliteDefaults::State::close() {
+    closing = true;
     const std::lock_guard noWriting(writing);
     const std::lock_guard noReading(reading);
     memory.close();
@@ -112,27 +116,36 @@ void SqliteDefaults::State::close() {
     reader.reset();
 }
 
-// Brings memory up to date; when that fails it stays as it is.
 void SqliteDefaults::State::look(Report& report) {
     const std::lock_guard lock(reading);
     if (memory.isCurrent()) {
         return; // another thread has just done it
     }
+    lookNow(report);
+}
+
+// Brings memory up to date; when that fails it stays as it is. `reading` is held.
+void SqliteDefaults::State::lookNow(Report& report) {
     try {
         readChanges(report);
         failures.ended(Failures::reading);
     } catch (const std::exception& error) {
         reader.reset();
         memory.couldNotLook();
-        failures.happened(Failures::reading, error.what(), report);
+        if (!closing) {
+            failures.happened(Failures::reading, error.what(), report);
+        }
     }
 }
 
 void SqliteDefaults::State::readChanges(Report& report) {
+    const Patience patience(readPatience, &closing);
     bool mayBeKept = true;
     if (!storage.isUpToDate(reader)) {
-        mayBeKept = storage.openToRead(reader, readPatience, report);
+        mayBeKept = storage.openToRead(reader, patience, report);
         readVersion = -1;
+    } else {
+        reader->setPatience(patience);
     }
     for (bool damagedBefore = false;;) {
         const SettingsMemory::Moment now = memory.now();
@@ -158,8 +171,8 @@ void SqliteDefaults::State::readChanges(Report& report) {
             if (std::exchange(damagedBefore, true)) {
                 throw;
             }
-            storage.replaceDamaged(reader, damage, readPatience, report);
-            mayBeKept = storage.openToRead(reader, readPatience, report);
+            storage.replaceDamaged(reader, damage, patience, report);
+            mayBeKept = storage.openToRead(reader, patience, report);
             readVersion = -1;
         }
     }
@@ -173,13 +186,19 @@ bool SqliteDefaults::State::flush(Report& report) {
     if (pending.changes.empty()) {
         return true;
     }
+    if (writer == nullptr) {
+        // The reader notices what has become of the files meanwhile, which a new connection cannot.
+        const std::lock_guard lock(reading);
+        lookNow(report);
+    }
+    const Patience patience(flushPatience);
     try {
         std::int64_t stamp = 0;
         try {
-            stamp = write(pending, report);
+            stamp = write(pending, patience, report);
         } catch (const DamageError& damage) {
-            storage.replaceDamaged(writer, damage, flushPatience, report);
-            stamp = write(pending, report);
+            storage.replaceDamaged(writer, damage, patience, report);
+            stamp = write(pending, patience, report);
         }
         memory.committed(pending, stamp);
         failures.ended(Failures::writing);
@@ -192,8 +211,9 @@ bool SqliteDefaults::State::flush(Report& report) {
     }
 }
 
-std::int64_t SqliteDefaults::State::write(const SettingsMemory::Pending& pending, Report& report) {
-    const FileLock lock = storage.open(writer, flushPatience, report);
+std::int64_t SqliteDefaults::State::write(const SettingsMemory::Pending& pending,
+                                          const Patience& patience, Report& report) {
+    const FileLock lock = storage.open(writer, patience, report);
     return writer->write(pending.changes);
 }
 

@@ -37,7 +37,7 @@ public:
     /// Throws std::invalid_argument also for a value that would take over 256 MiB.
     void setObjectForKey(Value value, std::string_view key) override;
     void removeObjectForKey(std::string_view key) override;
-    /// Waits up to 5 seconds for other processes that write.
+    /// Waits up to 5 seconds for other processes that write; reads wait up to half a second.
     [[nodiscard]] bool synchronize() override;
 
     /// All values, sorted by key.
@@ -49,7 +49,8 @@ public:
     /// Stores a text of the adapter's own and flushes, with the result of `synchronize`.
     [[nodiscard]] bool setAdapterValue(std::string_view name, std::string_view text);
 
-    /// Closes the database once a flush in progress has ended; pending changes are dropped. From
+    /// Closes the database once a flush in progress has ended, but ends the waiting of a read;
+    /// pending changes are dropped. From
     /// then on there is nothing to read, changes are ignored and `synchronize` gives false.
     void close();
 

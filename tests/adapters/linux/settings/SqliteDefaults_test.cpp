@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <random>
@@ -22,16 +23,20 @@
 namespace {
 std::atomic<bool> flushesFail = false;
 
+// Run once before the next flush to disk, and before the next lock on a file is let go.
+std::function<void()> whileFlushing;
+std::function<void()> beforeUnlocking;
+
 int flushToDisk(long call, int descriptor) {
+    if (whileFlushing) {
+        std::exchange(whileFlushing, nullptr)();
+    }
     if (flushesFail) {
         errno = EIO;
         return -1;
     }
     return static_cast<int>(syscall(call, descriptor));
 }
-
-// Run once before the next lock on a file is let go.
-std::function<void()> beforeUnlocking;
 } // namespace
 
 // What the database calls to flush: these come before the C library's.
@@ -58,6 +63,8 @@ using ::testing::SizeIs;
 
 class SqliteDefaultsTest : public SettingsFixture {
 protected:
+    static constexpr const char* lockName = "se.kovra.test%2F1.v1.lock";
+
     // Moves everything from the write-ahead log to the database file.
     void checkpoint() const {
         sqlite3* connection = nullptr;
@@ -67,6 +74,8 @@ protected:
             SQLITE_OK);
         sqlite3_close(connection);
     }
+    [[nodiscard]] std::filesystem::path log() const { return database().string() + "-wal"; }
+    [[nodiscard]] std::filesystem::path logIndex() const { return database().string() + "-shm"; }
     [[nodiscard]] static std::string contentOf(const std::filesystem::path& file) {
         std::ifstream in(file, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
@@ -156,24 +165,46 @@ TEST_F(SqliteDefaultsTest, AFlushThatIsOvertakenBeforeItReturnsHidesNothing) {
 }
 
 TEST_F(SqliteDefaultsTest, SurvivesTheLossOfAnyFileWhileInUse) {
-    const auto mine = open();
-    const auto theirs = open();
-    const std::filesystem::path lock = directory() / "se.kovra.test%2F1.v1.lock";
-    const std::function<void()> losses[] = {
-        [&] { std::filesystem::resize_file(lock, 0); },
-        [&] { std::filesystem::remove(lock); },
-        [&] { std::filesystem::remove(database()); },
-        [&] { std::filesystem::remove_all(directory()); },
+    const std::filesystem::path lock = directory() / lockName;
+    const auto cut = [](const std::filesystem::path& file, std::uintmax_t size) {
+        std::filesystem::resize_file(file, size);
+    };
+    struct Loss {
+        const char* name;
+        std::function<void()> happen;
+        std::size_t told;
+    };
+    const Loss losses[] = {
+        {"lock file cut", [&] { cut(lock, 0); }, 0},
+        {"lock file deleted", [&] { std::filesystem::remove(lock); }, 0},
+        {"database deleted", [&] { std::filesystem::remove(database()); }, 1},
+        {"directory deleted", [&] { std::filesystem::remove_all(directory()); }, 1},
+        {"database emptied", [&] { cut(database(), 0); }, 1},
+        {"log deleted", [&] { std::filesystem::remove(log()); }, 1},
+        {"log's index deleted", [&] { std::filesystem::remove(logIndex()); }, 1},
+        {"log and its index deleted",
+         [&] {
+             std::filesystem::remove(log());
+             std::filesystem::remove(logIndex());
+         },
+         1},
+        {"log emptied", [&] { cut(log(), 0); }, 1},
+        {"log cut", [&] { cut(log(), std::filesystem::file_size(log()) - 1); }, 1},
     };
     int round = 0;
-    for (const std::function<void()>& lose : losses) {
+    std::size_t toldBefore = 0;
+    for (const Loss& loss : losses) {
+        SCOPED_TRACE(loss.name);
+        auto mine = open();
+        auto theirs = open();
         mine->setObjectForKey(++round, "key");
+        mine->setObjectForKey(round, "kept");
         ASSERT_TRUE(mine->synchronize());
         ASSERT_EQ(theirs->objectForKey("key"), Value(round));
-        lose();
+        loss.happen();
         theirs->setObjectForKey(-round, "key");
         EXPECT_TRUE(theirs->synchronize());
-        const auto newcomer = open();
+        auto newcomer = open();
         EXPECT_EQ(newcomer->objectForKey("key"), Value(-round));
         newcomer->setObjectForKey(round, "new");
         EXPECT_TRUE(newcomer->synchronize());
@@ -182,9 +213,136 @@ TEST_F(SqliteDefaultsTest, SurvivesTheLossOfAnyFileWhileInUse) {
         while (mine->objectForKey("new") != Value(round) &&
                std::chrono::steady_clock::now() < limit) {
         }
-        EXPECT_EQ(mine->objectForKey("new"), Value(round)) << "after loss " << round;
-        EXPECT_EQ(mine->objectForKey("key"), Value(-round));
+        for (auto* defaults : {&mine, &theirs, &newcomer}) {
+            EXPECT_EQ((*defaults)->objectForKey("new"), Value(round));
+            EXPECT_EQ((*defaults)->objectForKey("key"), Value(-round));
+            EXPECT_EQ((*defaults)->objectForKey("kept"), Value(round));
+            defaults->reset();
+        }
+        EXPECT_EQ(open()->contents(), Object({{"kept", round}, {"key", -round}, {"new", round}}));
+        EXPECT_THAT(told(), SizeIs(toldBefore + loss.told));
+        toldBefore = told().size();
     }
+}
+
+TEST_F(SqliteDefaultsTest, ADamagedLogIsSetAsideAndToldButNotACommitThatAKillHasCutOff) {
+    constexpr std::size_t frame = 24 + 4096;
+    constexpr int keys = 5;
+    auto defaults = open();
+    for (int key = 0; key < keys; ++key) {
+        defaults->setObjectForKey(key, "key" + std::to_string(key));
+        ASSERT_TRUE(defaults->synchronize());
+    }
+    defaults.reset();
+    const std::string soundDatabase = contentOf(database());
+    const std::string soundLog = contentOf(log());
+    const std::size_t lastCommit = soundLog.size() - frame;
+    const auto begin = [&](std::string_view content) {
+        defaults.reset();
+        std::filesystem::remove_all(directory());
+        std::filesystem::create_directories(directory());
+        write(database(), soundDatabase);
+        write(log(), content);
+        defaults = open();
+    };
+    const auto flushed = [&] {
+        int found = 0;
+        while (found < keys && defaults->objectForKey("key" + std::to_string(found)) == found) {
+            ++found;
+        }
+        EXPECT_EQ(defaults->contents().size(), static_cast<std::size_t>(found));
+        return found;
+    };
+    std::mt19937 random(3);
+    for (std::size_t round = 0; round < 100; ++round) {
+        const std::size_t offset = round < 56 ? round : random() % lastCommit;
+        SCOPED_TRACE(offset);
+        std::string damaged = soundLog;
+        damaged[offset] ^= static_cast<char>(1U << (random() % 8));
+        begin(damaged);
+        EXPECT_LT(flushed(), keys);
+        EXPECT_THAT(told(), SizeIs(round + 1));
+        ASSERT_THAT(setAside(), SizeIs(1));
+        EXPECT_EQ(contentOf(setAside().front().string() + "-wal"), damaged);
+        defaults->setObjectForKey("new", "key0");
+        EXPECT_TRUE(defaults->synchronize());
+        EXPECT_EQ(open()->objectForKey("key0"), Value("new"));
+    }
+    const std::size_t toldBefore = told().size();
+    begin(soundLog.substr(0, lastCommit + 24) + std::string(4096, '\0'));
+    EXPECT_EQ(flushed(), keys - 1);
+    begin(soundLog.substr(0, lastCommit + 24) + soundLog.substr(lastCommit - 4096, 4096) +
+          soundLog.substr(frame));
+    EXPECT_EQ(flushed(), keys - 1) << "with what is left of an earlier round behind it";
+    for (int round = 0; round < 10; ++round) {
+        begin(soundLog.substr(0, random() % soundLog.size()));
+        EXPECT_LT(flushed(), keys);
+        defaults->setObjectForKey("new", "key0");
+        EXPECT_TRUE(defaults->synchronize());
+        EXPECT_EQ(open()->objectForKey("key0"), Value("new"));
+    }
+    EXPECT_THAT(told(), SizeIs(toldBefore));
+}
+
+TEST_F(SqliteDefaultsTest, ADatabaseThatCannotBeOpenedToWriteForAWhileIsNotDamaged) {
+    auto defaults = open();
+    defaults->setObjectForKey("kept", "key");
+    ASSERT_TRUE(defaults->synchronize());
+    defaults.reset();
+    sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+    const auto noDescriptorToWrite = +[](const char* path, int flags, int mode) {
+        if ((flags & O_ACCMODE) == O_RDWR && std::string_view(path).ends_with(".db")) {
+            errno = EMFILE;
+            return -1;
+        }
+        return ::open(path, flags, mode);
+    };
+    ASSERT_EQ(system->xSetSystemCall(system, "open",
+                                     reinterpret_cast<sqlite3_syscall_ptr>(noDescriptorToWrite)),
+              SQLITE_OK);
+    defaults = open();
+    EXPECT_EQ(defaults->objectForKey("key"), std::nullopt);
+    defaults->setObjectForKey("new", "other");
+    EXPECT_FALSE(defaults->synchronize());
+    ASSERT_EQ(system->xSetSystemCall(system, "open", nullptr), SQLITE_OK);
+    EXPECT_THAT(told(), ElementsAre(HasSubstr("could only be read")));
+    EXPECT_THAT(setAside(), IsEmpty());
+    EXPECT_TRUE(defaults->synchronize());
+    EXPECT_EQ(open()->objectForKey("key"), Value("kept"));
+}
+
+TEST_F(SqliteDefaultsTest, ClosingWaitsForAFlushButNotForARead) {
+    using std::chrono::steady_clock;
+    auto defaults = open();
+    defaults->setObjectForKey("flushed", "key");
+    std::atomic<bool> flushing = false;
+    whileFlushing = [&] {
+        flushing = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    };
+    std::thread flusher([&] { EXPECT_TRUE(defaults->synchronize()); });
+    while (!flushing) {
+        std::this_thread::yield();
+    }
+    defaults->close();
+    flusher.join();
+    EXPECT_EQ(open()->objectForKey("key"), Value("flushed"));
+
+    const int locked = ::open((directory() / lockName).c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(locked, LOCK_EX), 0);
+    auto shortest = steady_clock::duration::max();
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        defaults = open();
+        std::thread reader([&] { EXPECT_EQ(defaults->objectForKey("key"), std::nullopt); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        const auto begun = steady_clock::now();
+        defaults->close();
+        shortest = std::min(shortest, steady_clock::now() - begun);
+        reader.join();
+    }
+    EXPECT_LT(shortest, std::chrono::milliseconds(250));
+    EXPECT_THAT(told(), IsEmpty());
+    ::close(locked);
 }
 
 TEST_F(SqliteDefaultsTest, SetsADamagedDatabaseAsideAndBeginsANewOne) {
@@ -295,10 +453,11 @@ TEST_F(SqliteDefaultsTest, ADamagedValueCountsAsAbsentAndIsToldOnce) {
     write(database(), content);
     defaults = open();
     const auto other = open();
+    EXPECT_EQ(other->objectForKey("damaged"), std::nullopt);
     for (int read = 0; read < 3; ++read) {
         EXPECT_EQ(defaults->objectForKey("damaged"), std::nullopt);
         EXPECT_EQ(defaults->objectForKey("sound"), Value(std::string(300, 'b')));
-        EXPECT_THAT(told(), SizeIs(1));
+        EXPECT_THAT(told(), SizeIs(2)) << "once by each";
         // Another's commit makes it read again.
         other->setObjectForKey(read, "other");
         ASSERT_TRUE(other->synchronize());
