@@ -65,10 +65,10 @@ const char* sentenceOf(HttpErrorCode code) {
 
 } // namespace
 
-KRError HttpFailure::asError(const std::optional<std::string>& reached) const {
+KRError HttpFailure::asError(const std::optional<std::string>& url) const {
     KRError error{std::string(httpErrorDomain), static_cast<std::int64_t>(code), {}};
-    if (url || reached) {
-        error.userInfo.set(KRError::urlKey, url ? *url : *reached);
+    if (url) {
+        error.userInfo.set(KRError::urlKey, *url);
     }
     error.userInfo.set(KRError::messageKey, message);
     return error;

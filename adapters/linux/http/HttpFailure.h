@@ -13,11 +13,9 @@ struct HttpFailure {
     HttpErrorCode code;
     /// One sentence for a developer, free of header values, bodies and queries.
     std::string message;
-    /// As it may be shown, where it is not the one that the transfer has come to.
-    std::optional<std::string> url = std::nullopt;
 
-    /// `reached` is what the transfer has come to, as it may be shown.
-    [[nodiscard]] KRError asError(const std::optional<std::string>& reached) const;
+    /// `url` as it may be shown, if there is one.
+    [[nodiscard]] KRError asError(const std::optional<std::string>& url) const;
     /// Of a transfer to `url` that libcurl ended with `curlCode`, a CURLcode other than CURLE_OK;
     /// `detail` is libcurl's own text and may be empty.
     [[nodiscard]] static HttpFailure ofCurl(int curlCode, const std::string& url,

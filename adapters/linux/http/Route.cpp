@@ -16,14 +16,12 @@ CurlUrl urlOf(const platform::HttpRequest& request) {
     }
     if (url->hasCredentials()) {
         throw HttpFailure{HttpErrorCode::badUrl,
-                          "A URL with a user name or password is refused: " + url->shown() + ".",
-                          url->shown()};
+                          "A URL with a user name or password is refused: " + url->shown() + "."};
     }
     if (!url->hasScheme("https") && !(url->hasScheme("http") && url->isLoopback())) {
         throw HttpFailure{
             HttpErrorCode::schemeRefused,
-            "Only https, and http to a loopback address, are allowed: " + url->shown() + ".",
-            url->shown()};
+            "Only https, and http to a loopback address, are allowed: " + url->shown() + "."};
     }
     return *std::move(url);
 }

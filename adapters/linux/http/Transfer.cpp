@@ -44,8 +44,14 @@ bool Transfer::endExchange(CURLcode result) {
 
 void Transfer::succeed() { end(std::nullopt); }
 
-void Transfer::fail(const HttpFailure& failure) {
-    end(failure.asError(route_ ? std::optional(route_->url().shown()) : std::nullopt));
+void Transfer::fail(const HttpFailure& failure) { end(failure.asError(shownUrl())); }
+
+std::optional<std::string> Transfer::shownUrl() const {
+    if (route_) {
+        return route_->url().shown();
+    }
+    const std::optional<CurlUrl> url = request_.url ? CurlUrl::parse(*request_.url) : std::nullopt;
+    return url ? std::optional(url->shown()) : std::nullopt;
 }
 
 std::optional<platform::HttpResponse> Transfer::response() const {

@@ -54,6 +54,8 @@ public:
 
 private:
     [[nodiscard]] std::optional<platform::HttpResponse> response() const;
+    /// Of the present hop, or of the request when that was not sent; absent when it is no URL.
+    [[nodiscard]] std::optional<std::string> shownUrl() const;
     void end(std::optional<KRError> error);
 
     const std::shared_ptr<const platform::HttpSessionConfiguration> configuration_;
