@@ -75,10 +75,9 @@ bool losesCommits(const std::filesystem::path& log) {
         const std::string_view frame = bytes;
         const Sums written{field(frame, 16), field(frame, 20)};
         // Frames with other salts are left from before the log was begun again.
-        const bool sound =
-            frame.substr(8, saltsSize) == salts &&
-            summed(summed(before, frame.substr(0, 8), bigEndian), frame.substr(frameHeaderSize),
-                   bigEndian) == written;
+        const bool sound = frame.substr(8, saltsSize) == salts &&
+                           summed(summed(before, frame.substr(0, 8), bigEndian),
+                                  frame.substr(frameHeaderSize), bigEndian) == written;
         if (endOfLog && endOfCommit && sound) {
             return true; // it was added to a commit that SQLite does not find
         }

@@ -15,14 +15,29 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <future>
 #include <iterator>
 #include <latch>
 #include <stdexcept>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
+
+namespace {
+std::function<void()> whileFlushing; // run once
+} // namespace
+
+// What the settings' database calls to flush: this comes before the C library's.
+extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
+    if (whileFlushing) {
+        std::exchange(whileFlushing, nullptr)();
+    }
+    return static_cast<int>(syscall(SYS_fdatasync, descriptor));
+}
 
 namespace morvellacinto::native {
 namespace {
@@ -275,6 +290,29 @@ TEST_F(NativePlatformTest, ShutdownWaitsForHostCodeOnAWorkerButNotToCancelTransf
     EXPECT_FALSE(returned);
     mayReturn.set_value();
     ending.join();
+}
+
+TEST_F(NativePlatformTest, ShutdownWaitsForAFlushInProgress) {
+    for (const bool onAWorker : {false, true}) {
+        const auto platform = make();
+        platform::UserDefaults& settings = platform->standardUserDefaults();
+        ASSERT_NE(settings.objectForKey("key"), Value(onAWorker));
+        settings.setObjectForKey(onAWorker, "key");
+        std::promise<void> flushing;
+        whileFlushing = [&] {
+            flushing.set_value();
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        };
+        std::thread flusher([&] { EXPECT_TRUE(settings.synchronize()); });
+        flushing.get_future().wait();
+        if (onAWorker) {
+            platform->dispatch().asyncGlobal([&] { platform->shutdown(); });
+        }
+        platform->shutdown();
+        EXPECT_EQ(settings.objectForKey("key"), std::nullopt);
+        EXPECT_EQ(make()->standardUserDefaults().objectForKey("key"), Value(onAWorker));
+        flusher.join();
+    }
 }
 
 TEST_F(NativePlatformTest, AHostsLogFunctionThatThrowsHarmsNobody) {

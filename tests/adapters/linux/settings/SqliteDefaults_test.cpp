@@ -23,14 +23,10 @@
 namespace {
 std::atomic<bool> flushesFail = false;
 
-// Run once before the next flush to disk, and before the next lock on a file is let go.
-std::function<void()> whileFlushing;
+// Run once before the next lock on a file is let go.
 std::function<void()> beforeUnlocking;
 
 int flushToDisk(long call, int descriptor) {
-    if (whileFlushing) {
-        std::exchange(whileFlushing, nullptr)();
-    }
     if (flushesFail) {
         errno = EIO;
         return -1;
@@ -311,23 +307,11 @@ TEST_F(SqliteDefaultsTest, ADatabaseThatCannotBeOpenedToWriteForAWhileIsNotDamag
     EXPECT_EQ(open()->objectForKey("key"), Value("kept"));
 }
 
-TEST_F(SqliteDefaultsTest, ClosingWaitsForAFlushButNotForARead) {
+TEST_F(SqliteDefaultsTest, ClosingEndsTheWaitOfARead) {
     using std::chrono::steady_clock;
     auto defaults = open();
     defaults->setObjectForKey("flushed", "key");
-    std::atomic<bool> flushing = false;
-    whileFlushing = [&] {
-        flushing = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    };
-    std::thread flusher([&] { EXPECT_TRUE(defaults->synchronize()); });
-    while (!flushing) {
-        std::this_thread::yield();
-    }
-    defaults->close();
-    flusher.join();
-    EXPECT_EQ(open()->objectForKey("key"), Value("flushed"));
-
+    ASSERT_TRUE(defaults->synchronize());
     const int locked = ::open((directory() / lockName).c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(flock(locked, LOCK_EX), 0);
     auto shortest = steady_clock::duration::max();
@@ -482,7 +466,16 @@ TEST_F(SqliteDefaultsTest, AFailingFlushIsToldOnceLeavesTheValueReadableAndIsTri
              write(directory(), "");
          },
          [this] { std::filesystem::remove(directory()); }},
-        {"a full disk",
+        {"a directory without rights",
+         [this] {
+             ASSERT_EQ(chmod(directory().c_str(), 0), 0);
+             ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root has all rights";
+         },
+         [this] {
+             ASSERT_EQ(seteuid(getuid()), 0);
+             ASSERT_EQ(chmod(directory().c_str(), 0700), 0);
+         }},
+        {"a file that may not grow",
          [] {
              const rlimit small{64 * 1024, RLIM_INFINITY};
              ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
@@ -514,7 +507,7 @@ TEST_F(SqliteDefaultsTest, AFailingFlushIsToldOnceLeavesTheValueReadableAndIsTri
     }
 }
 
-TEST_F(SqliteDefaultsTest, ADiskThatHasBecomeReadOnlyCanStillBeRead) {
+TEST_F(SqliteDefaultsTest, ADiskThatIsFullOrReadOnlyCanStillBeRead) {
     std::filesystem::create_directories(directory());
     const std::string path = directory().string();
     if (unshare(CLONE_NEWNS) != 0 ||
@@ -525,16 +518,31 @@ TEST_F(SqliteDefaultsTest, ADiskThatHasBecomeReadOnlyCanStillBeRead) {
     auto defaults = open();
     defaults->setObjectForKey("kept", "key");
     ASSERT_TRUE(defaults->synchronize());
+    {
+        std::ofstream filler(directory() / "filler");
+        while (filler << std::string(4096, 'f') << std::flush) {
+        }
+    }
+    const Value large = std::string(50'000, 'l');
+    defaults->setObjectForKey(large, "large");
+    EXPECT_FALSE(defaults->synchronize());
+    EXPECT_FALSE(defaults->synchronize());
+    EXPECT_EQ(defaults->objectForKey("large"), large);
+    EXPECT_EQ(open()->objectForKey("key"), Value("kept"));
+    EXPECT_THAT(told(), ElementsAre(HasSubstr("full")));
+    std::filesystem::remove(directory() / "filler");
+    EXPECT_TRUE(defaults->synchronize());
+    EXPECT_EQ(open()->objectForKey("large"), large);
     defaults.reset();
     ASSERT_EQ(mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
     defaults = open();
     EXPECT_EQ(defaults->objectForKey("key"), Value("kept"));
-    EXPECT_THAT(told(), IsEmpty());
+    EXPECT_THAT(told(), SizeIs(1)) << "nothing of the disk that can be read";
     defaults->setObjectForKey("new", "key");
     EXPECT_FALSE(defaults->synchronize());
     EXPECT_FALSE(defaults->synchronize());
     EXPECT_EQ(defaults->objectForKey("key"), Value("new"));
-    EXPECT_THAT(told(), ElementsAre(HasSubstr("Read-only")));
+    EXPECT_THAT(told(), ElementsAre(HasSubstr("full"), HasSubstr("Read-only")));
     ASSERT_EQ(mount(nullptr, path.c_str(), nullptr, MS_REMOUNT, nullptr), 0);
     EXPECT_TRUE(defaults->synchronize());
     EXPECT_EQ(open()->objectForKey("key"), Value("new"));
