@@ -7,6 +7,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sched.h>
+#include <string>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -24,11 +25,11 @@ public:
             mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
             return nullptr;
         }
-        const std::string file = std::filesystem::temp_directory_path() /
-                                 ("resolv-to-nowhere-" + std::to_string(getpid()));
-        std::ofstream(file) << "nameserver 127.0.0.1\noptions timeout:2 attempts:1\n";
-        const int mounted = mount(file.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr);
-        std::filesystem::remove(file);
+        bool isMounted =
+            replace("/etc/resolv.conf", "nameserver 127.0.0.1\noptions timeout:2 attempts:1\n");
+        if (std::filesystem::exists("/etc/nsswitch.conf")) { // may name services on other sockets
+            isMounted = replace("/etc/nsswitch.conf", "hosts: files dns\n") && isMounted;
+        }
         std::unique_ptr<SilentNameServer> server(new SilentNameServer);
         ifreq loopback{{"lo"}, {}};
         loopback.ifr_flags = IFF_UP | IFF_RUNNING;
@@ -37,7 +38,7 @@ public:
         place.sin_port = htons(53);
         place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         const bool works =
-            mounted == 0 && ioctl(server->socket_, SIOCSIFFLAGS, &loopback) == 0 &&
+            isMounted && ioctl(server->socket_, SIOCSIFFLAGS, &loopback) == 0 &&
             bind(server->socket_, reinterpret_cast<sockaddr*>(&place), sizeof place) == 0;
         return works ? std::move(server) : nullptr;
     }
@@ -52,6 +53,14 @@ public:
     }
 
 private:
+    static bool replace(const char* file, const char* content) {
+        const std::string other = std::filesystem::temp_directory_path() /
+                                  ("names-from-nowhere-" + std::to_string(getpid()));
+        std::ofstream(other) << content;
+        const int mounted = mount(other.c_str(), file, nullptr, MS_BIND, nullptr);
+        std::filesystem::remove(other);
+        return mounted == 0;
+    }
     SilentNameServer() {
         const timeval patience{30, 0};
         setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);

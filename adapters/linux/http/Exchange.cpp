@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <new>
+#include <sstream>
 #include <stdexcept>
 
 namespace morvellacinto::native {
@@ -171,11 +172,15 @@ void Exchange::requireAskedFor() const {
                               route_.url().shown() + "."};
     }
     // What it decodes itself may break off without its noticing.
-    const std::string coding = header("Transfer-Encoding");
-    if (!coding.empty() && strcasecmp(coding.c_str(), "chunked") != 0) {
-        throw HttpFailure{HttpErrorCode::badContentEncoding,
-                          "The answer comes in a transfer coding that was not asked for: " +
-                              route_.url().shown() + "."};
+    std::istringstream codings(header("Transfer-Encoding"));
+    for (std::string coding; std::getline(codings >> std::ws, coding, ',');) {
+        coding.erase(coding.find_last_not_of(" \t") + 1);
+        if (strcasecmp(coding.c_str(), "chunked") != 0 &&
+            strcasecmp(coding.c_str(), "identity") != 0) {
+            throw HttpFailure{HttpErrorCode::badContentEncoding,
+                              "The answer comes in a transfer coding that was not asked for: " +
+                                  route_.url().shown() + "."};
+        }
     }
 }
 
@@ -246,9 +251,9 @@ CURLcode Exchange::onTlsContext(CURL*, void* tlsContext, void* trust) noexcept {
     }
 }
 
-bool Exchange::tellFound() const noexcept {
+bool Exchange::tellFound(ExchangeContext::Way way) const noexcept {
     try {
-        context_.found(route_.url().origin());
+        context_.found(route_.url().origin(), way);
         return true;
     } catch (const std::bad_alloc&) {
         return false;
@@ -256,11 +261,13 @@ bool Exchange::tellFound() const noexcept {
 }
 
 int Exchange::onConnected(void* self, char*, char*, int, int) noexcept {
-    return static_cast<Exchange*>(self)->tellFound() ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+    const bool isTold =
+        static_cast<Exchange*>(self)->tellFound(ExchangeContext::Way::keptConnection);
+    return isTold ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 }
 
 curl_socket_t Exchange::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
-    if (!static_cast<Exchange*>(self)->tellFound()) {
+    if (!static_cast<Exchange*>(self)->tellFound(ExchangeContext::Way::newConnection)) {
         return CURL_SOCKET_BAD;
     }
     // A program that the host starts must not inherit it.

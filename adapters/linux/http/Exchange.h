@@ -25,8 +25,10 @@ struct ExchangeContext {
     CURLSH* share; ///< cookies and TLS sessions
     TrustStore& trust;
     const std::string& userAgent;
-    /// The engine's: told when the address of an origin, or of the proxy to it, is known.
-    std::function<void(const std::string& origin)> found = nullptr;
+    enum class Way { keptConnection, newConnection };
+    /// The engine's: told when there is a way to an origin, or to the proxy before it. Its address
+    /// is known, or was when the connection was made.
+    std::function<void(const std::string& origin, Way)> found = nullptr;
 };
 
 /// One HTTP request and its answer: an easy handle and all that it points to. Lives on the transfer
@@ -75,7 +77,7 @@ private:
     template <class Step>
     [[nodiscard]] std::size_t attempt(std::size_t count, Step step) noexcept;
     [[nodiscard]] std::string header(const char* name) const;
-    [[nodiscard]] bool tellFound() const noexcept;
+    [[nodiscard]] bool tellFound(ExchangeContext::Way way) const noexcept;
 
     static std::size_t onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept;
     static std::size_t onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept;

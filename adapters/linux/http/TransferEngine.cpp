@@ -42,10 +42,11 @@ TransferEngine::TransferEngine(ExchangeContext context)
     if (!multi_) {
         throw std::bad_alloc();
     }
-    context_.found = [this](const std::string& origin) { queue_.found(origin, Clock::now()); };
-    // With those kept for later: more than ever run at a time, so that none is closed to make room
-    // for another.
-    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, 2 * static_cast<long>(mostTransfers));
+    context_.found = [this](const std::string& origin, ExchangeContext::Way way) {
+        queue_.found(origin, way == ExchangeContext::Way::newConnection, Clock::now());
+    };
+    // With those kept for later.
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(transfersAtATime()));
 }
 
 void TransferEngine::add(std::shared_ptr<Transfer> transfer) {

@@ -1,6 +1,7 @@
 #include "TransferQueue.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace morvellacinto::native {
 
@@ -96,12 +97,15 @@ void TransferQueue::finished(const std::string& origin, Clock::time_point now) {
     }
 }
 
-void TransferQueue::found(const std::string& origin, Clock::time_point now) {
+void TransferQueue::found(const std::string& origin, bool isNewConnection, Clock::time_point now) {
     const auto place = origins_.find(origin);
-    if (place != origins_.end() && !place->second.found) {
-        place->second.found = true;
+    if (place == origins_.end()) {
+        return;
+    }
+    if (!std::exchange(place->second.reached, true)) {
         place->second.lastProgress = now;
     }
+    place->second.found = place->second.found || isNewConnection;
 }
 
 std::optional<TransferQueue::Clock::time_point> TransferQueue::nextEvent() const {
@@ -138,7 +142,8 @@ std::size_t TransferQueue::mostSlots(const Origin& origin) const noexcept {
 }
 
 bool TransferQueue::mayGrow(const Origin& origin) const noexcept {
-    return origin.found && !origin.waiting.empty() && origin.running >= origin.slots &&
+    const bool isThere = origin.found || (origin.reached && origin.slots == firstSlots);
+    return isThere && !origin.waiting.empty() && origin.running >= origin.slots &&
            origin.slots < mostSlots(origin);
 }
 

@@ -141,6 +141,7 @@ SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Layout lay
         throw DamageError(file_.string() + " forbids to be written, which its file does not");
     }
     run("PRAGMA journal_mode = WAL");
+    run("PRAGMA journal_size_limit = -1"); // a log that is cut has been cut by somebody else
     run("PRAGMA synchronous = FULL");
     begin_ = prepare("BEGIN");
     beginWrite_ = prepare("BEGIN IMMEDIATE");

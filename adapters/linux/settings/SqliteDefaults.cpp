@@ -182,7 +182,7 @@ bool SqliteDefaults::State::flush(Report& report) {
     if (memory.isClosed()) {
         return false;
     }
-    const SettingsMemory::Pending pending = memory.pending();
+    SettingsMemory::Pending pending = memory.pending();
     if (pending.changes.empty()) {
         return true;
     }
@@ -190,6 +190,7 @@ bool SqliteDefaults::State::flush(Report& report) {
         // The reader notices what has become of the files meanwhile, which a new connection cannot.
         const std::lock_guard lock(reading);
         lookNow(report);
+        pending = memory.pending();
     }
     const Patience patience(flushPatience);
     try {

@@ -8,7 +8,8 @@ namespace morvellacinto::native {
 /// this write-ahead log: it takes the log to end at the first frame that is not sound.
 ///
 /// The last commit in the log does not count, for it may have been cut off by a kill or by loss of
-/// power; each one before was flushed before the next began. Certain only while nobody commits.
+/// power; each one before was flushed before the next began. Damage to the checksum or the commit
+/// mark of the one before it looks like such a cut too. Certain only while nobody commits.
 [[nodiscard]] bool losesCommits(const std::filesystem::path& log);
 
 } // namespace morvellacinto::native

@@ -122,6 +122,18 @@ private:
         if (std::exchange(isWriting_, true)) {
             return;
         }
+        // Also when memory runs out; the mutex is held then, or taken again.
+        struct Ended {
+            std::unique_lock<std::mutex>& lock;
+            bool& isWriting;
+            ~Ended() {
+                if (!lock.owns_lock()) {
+                    lock.lock();
+                }
+                isWriting = false;
+            }
+        };
+        const Ended ended{lock, isWriting_};
         while (!unwritten_.empty()) {
             const auto [next, value] = *unwritten_.begin();
             lock.unlock();
@@ -131,7 +143,6 @@ private:
                 unwritten_.erase(written);
             }
         }
-        isWriting_ = false;
     }
 
     [[nodiscard]] std::optional<Uuid> keptIdentity() {

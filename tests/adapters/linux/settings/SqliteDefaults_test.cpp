@@ -8,9 +8,11 @@
 #include <fcntl.h>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <random>
 #include <sched.h>
 #include <set>
+#include <string_view>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -483,10 +485,16 @@ TEST_F(SqliteDefaultsTest, AFailingFlushIsToldOnceLeavesTheValueReadableAndIsTri
          [&] { ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &unlimited), 0); }},
         {"a disk that cannot flush", [] { flushesFail = true; }, [] { flushesFail = false; }},
     };
+    const bool canLoseRights = geteuid() != 0 || (seteuid(65534) == 0 && seteuid(0) == 0);
     const auto defaults = open();
     std::size_t toldBefore = 0;
     for (const Trouble& trouble : troubles) {
         SCOPED_TRACE(trouble.name);
+        if (!canLoseRights && trouble.name == std::string_view("a directory without rights")) {
+            std::cout << "left out, since this root cannot be anybody else: " << trouble.name
+                      << '\n';
+            continue;
+        }
         defaults->setObjectForKey("before", "key");
         ASSERT_TRUE(defaults->synchronize());
         trouble.begin();
