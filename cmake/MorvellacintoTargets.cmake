@@ -16,8 +16,8 @@ function(morvellacinto_settings target)
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
             -Wconversion -Wsign-conversion -Woverloaded-virtual -Wimplicit-fallthrough
-            # At -O3 compilers warn of faults that are none.
-            $<$<NOT:$<CONFIG:Release>>:-Werror>)
+            # At -O3 and with sanitizers compilers warn of faults that are none.
+            $<$<NOT:$<OR:$<CONFIG:Release>,$<BOOL:${MORVELLACINTO_SANITIZE}>>>:-Werror>)
     endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         # Unique symbols would keep dlclose from ever unloading the library; and nobody replaces its
@@ -29,7 +29,8 @@ function(morvellacinto_settings target)
     endif()
     if(MORVELLACINTO_SANITIZE)
         target_compile_options(${target} PRIVATE
-            -fsanitize=${MORVELLACINTO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+            -fsanitize=${MORVELLACINTO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
+            $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
         target_link_options(${target} PRIVATE -fsanitize=${MORVELLACINTO_SANITIZE})
     endif()
 endfunction()
