@@ -63,9 +63,11 @@ void GeoClueClient::startUpdatingLocation() {
     const auto tell = [client = weak_from_this(), context = context_,
                        run = ++run_](const SessionEvent::Any& event) {
         const bool isChange = note(context->permission(), event);
-        context->mainQueue().post([client, context, run, event, isChange] {
-            if (isChange) {
-                context->tellAuthorizationChange();
+        // Weak, for the queue that the block waits in is the context's.
+        context->mainQueue().post([client, shared = std::weak_ptr(context), run, event, isChange] {
+            const auto known = shared.lock();
+            if (isChange && known != nullptr) {
+                known->tellAuthorizationChange();
             }
             if (const auto self = client.lock()) {
                 self->handle(run, event);
