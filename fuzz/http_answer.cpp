@@ -13,6 +13,8 @@
 
 #include <algorithm>
 #include <future>
+#include <memory>
+#include <mutex>
 #include <thread>
 
 using namespace morvellacinto;
@@ -50,12 +52,21 @@ public:
         std::thread([this] { serve(); }).detach();
     }
 
+    void setAnswer(std::string_view answer) {
+        auto next = std::make_shared<const std::string>(answer);
+        const std::lock_guard lock(mutex_);
+        answer_ = std::move(next);
+    }
+
     std::string url;
-    /// Changed only while no request is under way.
-    std::string answer;
 
 private:
-    [[noreturn]] void serve() const {
+    std::shared_ptr<const std::string> answer() {
+        const std::lock_guard lock(mutex_);
+        return answer_;
+    }
+
+    [[noreturn]] void serve() {
         while (true) {
             const int connection = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
             std::string request;
@@ -66,13 +77,17 @@ private:
                 request.append(bytes, static_cast<std::size_t>(count));
             }
             if (count > 0) {
-                ::send(connection, answer.data(), answer.size(), MSG_NOSIGNAL);
+                // A client that has heard enough may end before all is sent.
+                const auto sent = answer();
+                ::send(connection, sent->data(), sent->size(), MSG_NOSIGNAL);
             }
             ::close(connection);
         }
     }
 
     int listener_;
+    std::mutex mutex_;
+    std::shared_ptr<const std::string> answer_;
 };
 
 struct Ending {
@@ -96,10 +111,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         [](const std::exception_ptr&) { require(false, "no exception escapes on a worker"); });
     static native::HttpTransport transport({}, pool);
 
-    server.answer.assign(reinterpret_cast<const char*>(data), size);
-    if (!isAlone && mayLeadAway(server.answer)) {
+    const std::string_view answer(reinterpret_cast<const char*>(data), size);
+    if (!isAlone && mayLeadAway(answer)) {
         return -1;
     }
+    server.setAnswer(answer);
     const auto calls = std::make_shared<std::atomic<int>>(0);
     const auto ended = std::make_shared<std::promise<Ending>>();
     std::future<Ending> ending = ended->get_future();
