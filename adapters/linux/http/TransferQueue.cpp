@@ -1,7 +1,6 @@
 #include "TransferQueue.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -44,6 +43,7 @@ std::shared_ptr<Transfer> TransferQueue::nextToStart(Clock::time_point now) {
         origin->slots = std::min(2 * origin->slots, mostSlots(*origin));
         origin->lastProgress = now;
         origin->lastGrowth = now;
+        origin->reached = false;
     }
     std::shared_ptr<Transfer> next = std::move(origin->waiting.front());
     origin->waiting.pop_front();
@@ -97,15 +97,16 @@ void TransferQueue::finished(const std::string& origin, Clock::time_point now) {
     }
 }
 
-void TransferQueue::found(const std::string& origin, bool isNewConnection, Clock::time_point now) {
-    const auto place = origins_.find(origin);
+void TransferQueue::found(const std::string& name, bool isNewConnection, Clock::time_point now) {
+    const auto place = origins_.find(name);
     if (place == origins_.end()) {
         return;
     }
-    if (!std::exchange(place->second.reached, true)) {
-        place->second.lastProgress = now;
+    Origin& origin = place->second;
+    if (!origin.found && !origin.reached) {
+        origin.lastProgress = now;
     }
-    place->second.found = place->second.found || isNewConnection;
+    (isNewConnection ? origin.found : origin.reached) = true;
 }
 
 std::optional<TransferQueue::Clock::time_point> TransferQueue::nextEvent() const {
@@ -142,9 +143,8 @@ std::size_t TransferQueue::mostSlots(const Origin& origin) const noexcept {
 }
 
 bool TransferQueue::mayGrow(const Origin& origin) const noexcept {
-    const bool isThere = origin.found || (origin.reached && origin.slots == firstSlots);
-    return isThere && !origin.waiting.empty() && origin.running >= origin.slots &&
-           origin.slots < mostSlots(origin);
+    return (origin.found || origin.reached) && !origin.waiting.empty() &&
+           origin.running >= origin.slots && origin.slots < mostSlots(origin);
 }
 
 } // namespace morvellacinto::native

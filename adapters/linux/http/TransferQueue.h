@@ -19,7 +19,8 @@ namespace morvellacinto::native {
 /// make requests wait for one another. So an origin begins with a few slots, and their number
 /// doubles each time that transfers have waited for a moment without any of its own ending, or for
 /// somewhat longer in any case. The first few find out where the origin is: as long as its name is
-/// looked up, it gets no more. Kept connections do not tell, so that they make it grow but once.
+/// looked up, it gets no more. Kept connections do not tell, so that it takes another one for each
+/// time that it grows.
 /// What all origins together may have is bounded, and one of them gets no more than half of what
 /// the others leave.
 class TransferQueue {
@@ -34,9 +35,9 @@ public:
     /// A transfer that has waited until its deadline, or null.
     [[nodiscard]] std::shared_ptr<Transfer> nextExpired(Clock::time_point now);
     void finished(const std::string& origin, Clock::time_point now);
-    /// A transfer of `origin` has a connection: one kept from before, or one to be made now that
-    /// the address is known.
-    void found(const std::string& origin, bool isNewConnection, Clock::time_point now);
+    /// A transfer of the origin `name` has a connection: one kept from before, or one to be made
+    /// now that the address is known.
+    void found(const std::string& name, bool isNewConnection, Clock::time_point now);
     /// When one of the functions above may have something to give though nothing has finished.
     [[nodiscard]] std::optional<Clock::time_point> nextEvent() const;
 
@@ -48,8 +49,8 @@ private:
         std::deque<std::shared_ptr<Transfer>> waiting;
         std::size_t running = 0;
         std::size_t slots = 0;
-        bool reached = false; // perhaps by kept connections alone
-        bool found = false;
+        bool found = false;   // by a new connection
+        bool reached = false; // by a kept one since the slots last grew
         Clock::time_point lastProgress;
         Clock::time_point lastGrowth;
 
