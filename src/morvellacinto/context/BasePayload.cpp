@@ -24,6 +24,10 @@ constexpr std::size_t memberCount = 19;
 
 // The members' names, made once. Those of one payload differ, so that adding one needs no look-up.
 struct Names {
+    Value locale{"locale"};
+    Value system{"system"};
+    Value api{"api"};
+    Value platform{"platform"};
     Value vendorId{"vendorId"};
     Value bundle{"bundle"};
     Value advertId{"advertId"};
@@ -39,10 +43,6 @@ struct Names {
     Value locationState{"locationState"};
     Value accuracyAuthorization{"accuracyAuthorization"};
     Value connection{"connection"};
-    Value locale{"locale"};
-    Value system{"system"};
-    Value api{"api"};
-    Value platform{"platform"};
 };
 
 const Names& names() {
