@@ -1,6 +1,6 @@
 #include "Require.h"
 
-#include "WorkerPool.h"
+#include "threads/WorkerPool.h"
 #include "http/HttpTransport.h"
 
 #include <arpa/inet.h>

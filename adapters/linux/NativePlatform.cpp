@@ -2,14 +2,8 @@
 
 #include "Diagnostics.h"
 #include "KeptValues.h"
-#include "MainQueue.h"
-#include "WorkerPool.h"
 #include "basics/Environment.h"
-#include "basics/NativeDeveloperLog.h"
-#include "basics/NativeDispatch.h"
-#include "basics/NativeSystemVersion.h"
 #include "basics/StandardError.h"
-#include "basics/SystemClock.h"
 #include "bus/Bus.h"
 #include "device/BundleIdentifier.h"
 #include "device/NativeDevice.h"
@@ -19,11 +13,19 @@
 #include "network/NativeNetwork.h"
 #include "settings/SqliteDefaults.h"
 #include "telephony/NativeTelephony.h"
+#include "threads/MainQueue.h"
+#include "threads/StopSignal.h"
+#include "threads/WorkerPool.h"
 #include "tracking/NativeTracking.h"
 
 #include "morvellacinto/platform/AssertionHandler.h"
+#include "morvellacinto/platform/Clock.h"
+#include "morvellacinto/platform/DeveloperLog.h"
+#include "morvellacinto/platform/Dispatch.h"
+#include "morvellacinto/platform/SystemVersion.h"
 
 #include <cerrno> // program_invocation_short_name
+#include <chrono>
 #include <mutex>
 #include <stdexcept>
 #include <unistd.h>
@@ -35,19 +37,62 @@ namespace {
 
 class ThrowingAssertionHandler final : public platform::AssertionHandler {};
 
-Diagnostics diagnosticsTo(std::function<void(std::string_view)> write) {
-    return [write = std::move(write)](std::string_view sentence) {
+class SystemClock final : public platform::Clock {
+public:
+    [[nodiscard]] Date now() const override {
+        const std::chrono::duration<double> sinceReference =
+            std::chrono::system_clock::now().time_since_epoch();
+        return {sinceReference.count()};
+    }
+};
+
+// The generation of services that this adapter offers, whatever the distribution calls itself.
+class NativeSystemVersion final : public platform::SystemVersion {
+public:
+    [[nodiscard]] bool isAtLeast(int major, int minor) const override {
+        return std::pair(14, 0) >= std::pair(major, minor);
+    }
+};
+
+class NativeDispatch final : public platform::Dispatch {
+public:
+    NativeDispatch(MainQueue& mainQueue, WorkerPool& workers)
+        : mainQueue_(mainQueue), workers_(workers) {}
+
+    void asyncMain(Block block) override { mainQueue_.post(std::move(block)); }
+    void asyncGlobal(Block block) override { workers_.post(std::move(block)); }
+    [[nodiscard]] bool isMainThread() const noexcept override { return mainQueue_.isMainThread(); }
+
+private:
+    MainQueue& mainQueue_;
+    WorkerPool& workers_;
+};
+
+// Lines for a function of the host, or for standard error.
+Diagnostics linesTo(std::function<void(std::string_view)> write, std::string_view prefix) {
+    return [write = std::move(write), prefix](std::string_view line) {
         if (write == nullptr) {
-            writeLineToStandardError("morvellacinto: ", sentence);
+            writeLineToStandardError(prefix, line);
             return;
         }
         try {
-            write(sentence);
+            write(line);
         } catch (...) {
-            // A sink that fails has nowhere else to tell it.
+            // This is where failures are told; one of its own has nowhere to go.
         }
     };
 }
+
+class NativeDeveloperLog final : public platform::DeveloperLog {
+public:
+    explicit NativeDeveloperLog(std::function<void(std::string_view)> write)
+        : write_(linesTo(std::move(write), "")) {}
+
+    void log(std::string_view text) noexcept override { write_(text); }
+
+private:
+    const std::function<void(std::string_view)> write_;
+};
 
 std::filesystem::path absolutePathIn(const char* variable) {
     std::filesystem::path path(environment(variable));
@@ -105,7 +150,7 @@ KeptValues keptIn(const std::shared_ptr<Settings>& settings) {
 
 struct NativePlatform::Services {
     explicit Services(NativeOptions options)
-        : diagnostics(diagnosticsTo(std::move(options.diagnostics))),
+        : diagnostics(linesTo(std::move(options.diagnostics), "morvellacinto: ")),
           bundle(std::move(options.bundleIdentifier)),
           settings(std::make_shared<Settings>(dataDirectoryOr(options.dataDirectory), bundle,
                                               diagnostics)),
@@ -117,10 +162,11 @@ struct NativePlatform::Services {
     const Diagnostics diagnostics;
     const BundleIdentifier bundle;
     const std::shared_ptr<Settings> settings;
+    StopSignal stopSignal;
     const std::shared_ptr<MainQueue> mainQueue = std::make_shared<MainQueue>();
     // Before what posts to it: it is destroyed after that.
-    WorkerPool workers{[queue = mainQueue](std::exception_ptr exception) {
-        queue->rethrowLater(std::move(exception));
+    WorkerPool workers{[queue = mainQueue](const std::exception_ptr& exception) {
+        queue->rethrowLater(exception);
     }};
     NativeDispatch dispatch{*mainQueue, workers};
     SystemClock clock;
@@ -135,7 +181,11 @@ struct NativePlatform::Services {
     NativeLocation location;
     CurlUrlParser urlParser;
     HttpTransport http;
-    const pid_t process = getpid();
+
+    [[nodiscard]] bool isForkedChild() const { return getpid() != process_; }
+
+private:
+    const pid_t process_ = getpid();
 };
 
 std::shared_ptr<NativePlatform> NativePlatform::create(NativeOptions options) {
@@ -145,11 +195,12 @@ std::shared_ptr<NativePlatform> NativePlatform::create(NativeOptions options) {
 NativePlatform::NativePlatform(NativeOptions options)
     : services_(std::make_unique<Services>(std::move(options))) {}
 
+// A forked child has none of the threads that these objects would wait for: it leaves all as it is.
 NativePlatform::~NativePlatform() {
-    NativePlatform::shutdown();
-    if (getpid() != services_->process) {
-        // A forked child has none of the threads that these objects would wait for.
+    if (services_->isForkedChild()) {
         static_cast<void>(services_.release());
+    } else {
+        NativePlatform::shutdown();
     }
 }
 
@@ -213,17 +264,18 @@ NativePlatform::makeHttpSession(platform::HttpSessionConfiguration configuration
 Object NativePlatform::storedSettings() const { return services_->settings->defaults().contents(); }
 
 void NativePlatform::shutdown() {
-    if (getpid() != services_->process) {
+    if (services_->isForkedChild()) {
         return;
     }
-    // The bus before the workers: some may be waiting for it. Transfers before the workers: they
-    // hand their completions to them, and must be cancelled in time even while a worker is busy
-    // with code of the host.
+    // Transfers before the workers: they hand their completions to them, and must be cancelled in
+    // time even while a worker is busy with code of the host.
     services_->mainQueue->shutdown();
+    services_->stopSignal.raise();
     services_->bus->shutdown();
     services_->http.shutdown();
     services_->workers.shutdown();
     services_->settings->defaults().close();
+    services_->mainQueue->awaitBlock();
 }
 
 } // namespace morvellacinto::native

@@ -1,7 +1,7 @@
 #include "Bus.h"
 
 #include "BusConnection.h"
-#include "SignalsBlocked.h"
+#include "threads/SignalsBlocked.h"
 #include "basics/KeepForever.h"
 
 #include <algorithm>

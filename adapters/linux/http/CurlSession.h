@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WorkerPool.h"
+#include "threads/WorkerPool.h"
 
 #include "morvellacinto/platform/HttpSession.h"
 

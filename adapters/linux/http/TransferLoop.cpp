@@ -1,7 +1,7 @@
 #include "TransferLoop.h"
 
 #include "ExitGuard.h"
-#include "SignalsBlocked.h"
+#include "threads/SignalsBlocked.h"
 #include "TransferEngine.h"
 #include "basics/KeepForever.h"
 

@@ -1,7 +1,7 @@
 #include "GeoClueClient.h"
 
 #include "LocationContext.h"
-#include "MainQueue.h"
+#include "threads/MainQueue.h"
 #include "bus/Bus.h"
 
 #include <string>

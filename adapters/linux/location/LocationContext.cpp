@@ -2,7 +2,7 @@
 
 #include "GeoClueClient.h"
 #include "GeoClueSession.h"
-#include "MainQueue.h"
+#include "threads/MainQueue.h"
 #include "bus/Bus.h"
 
 #include <algorithm>

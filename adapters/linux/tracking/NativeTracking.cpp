@@ -1,6 +1,6 @@
 #include "NativeTracking.h"
 
-#include "MainQueue.h"
+#include "threads/MainQueue.h"
 #include "basics/RandomUuid.h"
 
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "MainQueue.h"
+#include "threads/MainQueue.h"
 
 #include <gtest/gtest.h>
 

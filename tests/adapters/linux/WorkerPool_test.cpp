@@ -1,4 +1,4 @@
-#include "WorkerPool.h"
+#include "threads/WorkerPool.h"
 
 #include "support/ProcessCounts.h"
 

@@ -2,7 +2,7 @@
 
 #include "PrivateBus.h"
 
-#include "MainQueue.h"
+#include "threads/MainQueue.h"
 #include "bus/Bus.h"
 #include "location/NativeLocation.h"
 

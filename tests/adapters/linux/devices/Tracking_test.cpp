@@ -1,4 +1,4 @@
-#include "MainQueue.h"
+#include "threads/MainQueue.h"
 #include "tracking/NativeTracking.h"
 
 #include <gtest/gtest.h>

@@ -2,10 +2,9 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <exception>
 #include <functional>
-#include <memory>
+#include <list>
 #include <mutex>
 #include <thread>
 
@@ -31,15 +30,19 @@ public:
 
     /// Any thread. Dropped after `shutdown`.
     void post(Block block);
-    /// Any thread. Keeps `exception` for the next `drain` or `run` to rethrow.
-    void rethrowLater(std::exception_ptr exception);
+    /// Any thread. Keeps `exception` for the next `drain` or `run` to rethrow; lost when memory has
+    /// run out.
+    void rethrowLater(const std::exception_ptr& exception) noexcept;
 
     void drain();
     void run();
     void stop();
 
-    /// Drops what waits; no block starts afterwards. A `run` under way returns.
+    /// Drops what waits; no block is taken afterwards. A `run` under way returns.
     void shutdown();
+    /// Waits, on another thread than the main one, until the block that runs has returned, but not
+    /// for long: it may be waiting for this very thread.
+    void awaitBlock();
 
 private:
     using Lock = std::unique_lock<std::mutex>;
@@ -51,16 +54,17 @@ private:
 
     void requireMainThread(const char* operation) const;
     void rethrowEscaped(Lock& lock);
-    Block takeFirst();
+    void runFirst(Lock& lock);
     void showState() noexcept;
 
     const std::thread::id mainThread_ = std::this_thread::get_id();
     const int descriptor_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Waiting> waiting_;
-    std::deque<std::exception_ptr> escaped_;
+    std::list<Waiting> waiting_;
+    std::list<std::exception_ptr> escaped_;
     std::uint64_t nextNumber_ = 0;
+    int blocksRunning_ = 0; // one within the other
     bool readable_ = false;
     bool stopRequested_ = false;
     bool ended_ = false;

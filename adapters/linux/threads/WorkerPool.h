@@ -7,12 +7,8 @@
 
 namespace morvellacinto::native {
 
-/// Background threads for blocks of host and library code. Threads are made when blocks wait and no
-/// thread is free, so that a block that takes long delays no other, and end once they have been
-/// idle for a while. They block all signals.
-///
-/// Making a pool starts no thread. In a child made by fork() a pool does nothing: blocks are
-/// dropped, and shutdown and destructor return at once.
+/// The only maker of threads. A thread is made when a block waits and none is idle, up to 64, and
+/// ends once it has been idle for a while; they block all signals. Making a pool starts none.
 class WorkerPool {
 public:
     using Block = std::function<void()>;
@@ -25,9 +21,14 @@ public:
     /// As `shutdown`.
     ~WorkerPool();
 
-    /// Any thread. Dropped after `shutdown`. Throws std::system_error when not even a first thread
-    /// can be made.
+    /// Any thread. Dropped after `shutdown`. Throws std::system_error, and drops the block, when no
+    /// thread can be made and there is none that could run it later.
     void post(Block block);
+
+    /// The same for a block that may run for as long as the platform lives: it gets a thread of its
+    /// own at once, which does not count. Whoever posts it also sees to it that it returns when the
+    /// platform shuts down.
+    void postLasting(Block block);
 
     /// Drops the blocks that wait and joins the threads once the blocks that run have returned; the
     /// thread that calls this, should it be one of them, is left to end by itself.
@@ -39,8 +40,7 @@ private:
     std::shared_ptr<State> state_;
 };
 
-/// Runs blocks one at a time, in order, on the threads of a pool. Outlives neither its pool nor the
-/// pool's shutdown in effect: blocks are then dropped.
+/// Runs blocks one at a time, in order, on the threads of a pool, whose shutdown drops them.
 class SerialQueue {
 public:
     explicit SerialQueue(WorkerPool& pool);
@@ -48,7 +48,8 @@ public:
     SerialQueue& operator=(const SerialQueue&) = delete;
     ~SerialQueue();
 
-    /// Any thread. Blocks that were posted run even when the queue object is gone.
+    /// Any thread. Blocks that were posted run even when the queue object is gone. Throws as
+    /// `WorkerPool::post` does; all blocks that wait are then dropped.
     void post(WorkerPool::Block block);
 
 private:

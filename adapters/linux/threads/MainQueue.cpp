@@ -1,29 +1,22 @@
 #include "MainQueue.h"
 
-#include <cerrno>
+#include "StopSignal.h"
+
+#include <chrono>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <sys/eventfd.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
 namespace morvellacinto::native {
 
 namespace {
-
-int openDescriptor() {
-    const int descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    if (descriptor < 0) {
-        throw std::system_error(errno, std::generic_category(),
-                                "the main queue got no event descriptor");
-    }
-    return descriptor;
+constexpr std::chrono::milliseconds longestWaitForBlock(100);
 }
 
-} // namespace
-
-MainQueue::MainQueue() : descriptor_(openDescriptor()) {}
+MainQueue::MainQueue() : descriptor_(openEventDescriptor("the main queue")) {}
 
 MainQueue::~MainQueue() {
     shutdown();
@@ -39,17 +32,20 @@ void MainQueue::post(Block block) {
     }
     waiting_.push_back({std::move(block), nextNumber_++});
     showState();
-    changed_.notify_one();
+    changed_.notify_all();
 }
 
-void MainQueue::rethrowLater(std::exception_ptr exception) {
+void MainQueue::rethrowLater(const std::exception_ptr& exception) noexcept {
     const std::lock_guard lock(mutex_);
-    if (ended_) {
+    try {
+        if (!ended_) {
+            escaped_.push_back(exception);
+        }
+    } catch (const std::bad_alloc&) {
         return;
     }
-    escaped_.push_back(std::move(exception));
     showState();
-    changed_.notify_one();
+    changed_.notify_all();
 }
 
 void MainQueue::drain() {
@@ -58,11 +54,7 @@ void MainQueue::drain() {
     rethrowEscaped(lock);
     const std::uint64_t end = nextNumber_;
     while (!waiting_.empty() && waiting_.front().number < end) {
-        Block block = takeFirst();
-        lock.unlock();
-        block();
-        block = nullptr;
-        lock.lock();
+        runFirst(lock);
     }
 }
 
@@ -77,29 +69,32 @@ void MainQueue::run() {
             return;
         }
         rethrowEscaped(lock);
-        Block block = takeFirst();
-        lock.unlock();
-        block();
-        block = nullptr;
-        lock.lock();
+        runFirst(lock);
     }
 }
 
 void MainQueue::stop() {
     const std::lock_guard lock(mutex_);
     stopRequested_ = true;
-    changed_.notify_one();
+    changed_.notify_all();
 }
 
 void MainQueue::shutdown() {
-    std::deque<Waiting> dropped;
-    std::deque<std::exception_ptr> droppedExceptions;
+    std::list<Waiting> dropped;
+    std::list<std::exception_ptr> droppedExceptions;
     const std::lock_guard lock(mutex_);
     ended_ = true;
     dropped.swap(waiting_);
     droppedExceptions.swap(escaped_);
     showState();
-    changed_.notify_one();
+    changed_.notify_all();
+}
+
+void MainQueue::awaitBlock() {
+    if (!isMainThread()) {
+        Lock lock(mutex_);
+        changed_.wait_for(lock, longestWaitForBlock, [this] { return blocksRunning_ == 0; });
+    }
 }
 
 void MainQueue::requireMainThread(const char* operation) const {
@@ -120,11 +115,25 @@ void MainQueue::rethrowEscaped(Lock& lock) {
     std::rethrow_exception(exception);
 }
 
-MainQueue::Block MainQueue::takeFirst() {
-    Block block = std::move(waiting_.front().block);
+// Holds the lock again afterwards, also when the block throws.
+void MainQueue::runFirst(Lock& lock) {
+    struct Running {
+        MainQueue& queue;
+        Lock& lock;
+        ~Running() {
+            lock.lock();
+            --queue.blocksRunning_;
+            queue.changed_.notify_all();
+        }
+    };
+    Block block;
+    block.swap(waiting_.front().block);
     waiting_.pop_front();
     showState();
-    return block;
+    ++blocksRunning_;
+    lock.unlock();
+    const Running running{*this, lock};
+    std::exchange(block, nullptr)(); // and is destroyed before it counts as returned
 }
 
 // The descriptor is readable exactly while something waits; called under the lock.

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <atomic>
+
+namespace morvellacinto::native {
+
+/// Tells all that waits for something outside of the process that the platform shuts down. Any
+/// thread.
+class StopSignal {
+public:
+    /// Throws std::system_error when no descriptor is left.
+    StopSignal();
+    StopSignal(const StopSignal&) = delete;
+    StopSignal& operator=(const StopSignal&) = delete;
+    ~StopSignal();
+
+    /// Polls readable from `raise` on, for good. Only for polling.
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+    [[nodiscard]] bool isRaised() const noexcept { return isRaised_; }
+    void raise() noexcept;
+
+private:
+    const int descriptor_;
+    std::atomic<bool> isRaised_ = false;
+};
+
+/// A new event descriptor, closed on exec. Throws std::system_error, "for `purpose`", when there is
+/// none left.
+[[nodiscard]] int openEventDescriptor(const char* purpose);
+
+} // namespace morvellacinto::native
