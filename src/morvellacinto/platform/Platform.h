@@ -11,6 +11,7 @@ class AssertionHandler;
 class Clock;
 class DeveloperLog;
 class Device;
+class Diagnostics;
 class Dispatch;
 class LocationServices;
 class Network;
@@ -40,6 +41,8 @@ public:
     [[nodiscard]] virtual Device& device() = 0;
     [[nodiscard]] virtual Tracking& tracking() = 0;
     [[nodiscard]] virtual Network& network() = 0;
+    /// Null when the platform has nobody to tell.
+    [[nodiscard]] virtual Diagnostics* diagnostics() noexcept { return nullptr; }
     /// A new session. `delegate` is asked for its opinion on authentication challenges and must
     /// outlive the session; null means default handling.
     [[nodiscard]] virtual std::shared_ptr<HttpSession>
