@@ -29,6 +29,7 @@ TEST_F(ProgramsTest, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
         {{"--decimals", "3000000000", "url"}, "3000000000"},
         {{"--times", "0", "url"}, "0"},
         {{"--wait", "-1", "url"}, "-1"},
+        {{"--wait", "nan", "url"}, "nan"},
         {{"cached", "apples"}, "apples"},
         {{"round", "x", "1"}, "x"},
         {{"collect", "--payload", missing}, missing},

@@ -61,10 +61,15 @@ private:
         app_.add_option("--data-dir", options_.dataDirectory, "where the settings live");
         app_.add_option("--device", options_.device, "\"native\", or the JSON file of a phone");
         app_.add_option_function<double>(
-                "--wait",
-                [this](double seconds) { options_.wait = std::chrono::duration<double>(seconds); },
-                "seconds to wait for a completion")
-            ->check(CLI::Range(0.0, 86400.0));
+            "--wait",
+            [this](double seconds) {
+                if (!(seconds >= 0 && seconds <= 86400)) { // also what is not a number
+                    throw UsageError("--wait: " + std::to_string(seconds) +
+                                     " is not from 0 to 86400 seconds");
+                }
+                options_.wait = std::chrono::duration<double>(seconds);
+            },
+            "seconds to wait for a completion");
         app_.add_option("--times", options_.times, "how often to run the command")
             ->check(CLI::Range(1, 1'000'000));
     }
