@@ -2,7 +2,6 @@
 
 #include "SignalsBlocked.h"
 
-#include <atomic>
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -18,17 +17,30 @@ constexpr std::size_t maximumThreads = 64;
 thread_local const void* poolOfThisThread = nullptr;
 } // namespace
 
+struct WorkerPool::Item {
+    Block block;
+    std::shared_ptr<Strand> strand; // null for a block of no serial queue
+};
+
+// What a serial queue has in the pool, guarded by the pool's mutex: one item that waits or runs,
+// and those that come after it.
+struct WorkerPool::Strand {
+    std::list<Item> later;
+    bool isActive = false;
+};
+
 // Shared by the pool, its threads and its serial queues, so that a thread may outlive the pool.
 struct WorkerPool::State : std::enable_shared_from_this<State> {
-    using Blocks = std::list<Block>; // which neither allocates nor throws when it is emptied
+    using Items = std::list<Item>; // which neither allocates nor throws when it is emptied
     using Threads = std::list<std::thread>;
 
     State(std::function<void(std::exception_ptr)> handler, std::chrono::milliseconds limit)
         : escaped(std::move(handler)), idleTime(limit) {}
 
-    void post(Block block);
+    void post(Block block, const std::shared_ptr<Strand>& strand);
     void shutdown();
     void run(Block& block) const;
+    void end(Items& item);
     void startThread(Block lasting);
     void work(Threads::iterator self, Block& lasting);
     void runWaiting(std::unique_lock<std::mutex>& lock);
@@ -39,20 +51,24 @@ struct WorkerPool::State : std::enable_shared_from_this<State> {
     std::mutex mutex;
     std::condition_variable workOrStop;
     std::condition_variable joined;
-    Blocks waiting;
+    Items waiting;
     Threads threads;
     std::thread lastEnded;
     std::size_t counted = 0;
     std::size_t idle = 0;
-    std::atomic<bool> stopping = false;
+    bool stopping = false;
     bool joining = false;
 };
 
-void WorkerPool::State::post(Block block) {
-    Blocks one;
-    one.push_back(std::move(block));
+void WorkerPool::State::post(Block block, const std::shared_ptr<Strand>& strand) {
+    Items one;
+    one.push_back({std::move(block), strand});
     const std::lock_guard lock(mutex);
     if (stopping) {
+        return;
+    }
+    if (strand != nullptr && std::exchange(strand->isActive, true)) {
+        strand->later.splice(strand->later.end(), one);
         return;
     }
     waiting.splice(waiting.end(), one);
@@ -64,19 +80,41 @@ void WorkerPool::State::post(Block block) {
         } catch (...) {
             if (counted == 0) {
                 one.splice(one.end(), waiting, std::prev(waiting.end()));
+                end(one);
                 throw;
             }
         }
     }
 }
 
+// Called under the lock with an item that has run or never will: its serial queue's next one waits
+// now, or is dropped with it.
+void WorkerPool::State::end(Items& item) {
+    const std::shared_ptr<Strand>& strand = item.front().strand;
+    if (strand == nullptr) {
+        return;
+    }
+    if (stopping) {
+        item.splice(item.end(), strand->later);
+    }
+    strand->isActive = !strand->later.empty();
+    if (strand->isActive) {
+        waiting.splice(waiting.end(), strand->later, strand->later.begin());
+    }
+}
+
 void WorkerPool::State::shutdown() {
     const bool onWorker = poolOfThisThread == this;
-    Blocks dropped;
+    Items dropped;
     Threads ending;
     std::unique_lock lock(mutex);
     stopping = true;
-    dropped.swap(waiting);
+    while (!waiting.empty()) {
+        Items item;
+        item.splice(item.end(), waiting, waiting.begin());
+        end(item);
+        dropped.splice(dropped.end(), item);
+    }
     workOrStop.notify_all();
     if (onWorker && joining) {
         return; // whoever joins threads may be waiting for this very one
@@ -163,10 +201,13 @@ void WorkerPool::State::runWaiting(std::unique_lock<std::mutex>& lock) {
             }
             continue;
         }
-        Blocks taken;
+        Items taken;
         taken.splice(taken.end(), waiting, waiting.begin());
         lock.unlock();
-        run(taken.front());
+        run(taken.front().block);
+        lock.lock();
+        end(taken);
+        lock.unlock();
         taken.clear();
         lock.lock();
     }
@@ -184,7 +225,7 @@ WorkerPool::~WorkerPool() {
     }
 }
 
-void WorkerPool::post(Block block) { state_->post(std::move(block)); }
+void WorkerPool::post(Block block) { state_->post(std::move(block), nullptr); }
 
 void WorkerPool::postLasting(Block block) {
     const std::lock_guard lock(state_->mutex);
@@ -195,69 +236,11 @@ void WorkerPool::postLasting(Block block) {
 
 void WorkerPool::shutdown() { state_->shutdown(); }
 
-struct SerialQueue::State {
-    explicit State(std::shared_ptr<WorkerPool::State> workers) : pool(std::move(workers)) {}
-
-    const std::shared_ptr<WorkerPool::State> pool;
-    std::mutex mutex;
-    WorkerPool::State::Blocks blocks;
-    bool isScheduled = false;
-};
-
-// The queue's stay on a worker. One that never begins, or is cut short, drops the blocks: they may
-// hold the queue.
-struct SerialQueue::Turn {
-    explicit Turn(std::shared_ptr<State> ofQueue) : queue(std::move(ofQueue)) {}
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-
-    ~Turn() {
-        WorkerPool::State::Blocks dropped;
-        const std::lock_guard lock(queue->mutex);
-        if (isUnderWay) {
-            dropped.swap(queue->blocks);
-            queue->isScheduled = false;
-        }
-    }
-
-    void run() {
-        while (!queue->pool->stopping) {
-            WorkerPool::State::Blocks taken;
-            {
-                const std::lock_guard lock(queue->mutex);
-                if (queue->blocks.empty()) {
-                    queue->isScheduled = false;
-                    isUnderWay = false;
-                    return;
-                }
-                taken.splice(taken.end(), queue->blocks, queue->blocks.begin());
-            }
-            queue->pool->run(taken.front());
-        }
-    }
-
-    const std::shared_ptr<State> queue;
-    bool isUnderWay = false;
-};
-
-SerialQueue::SerialQueue(WorkerPool& pool) : state_(std::make_shared<State>(pool.state_)) {}
+SerialQueue::SerialQueue(WorkerPool& pool)
+    : pool_(pool.state_), strand_(std::make_shared<WorkerPool::Strand>()) {}
 
 SerialQueue::~SerialQueue() = default;
 
-void SerialQueue::post(WorkerPool::Block block) {
-    WorkerPool::State::Blocks one;
-    one.push_back(std::move(block));
-    const auto turn = std::make_shared<Turn>(state_);
-    WorkerPool::Block begin = [turn] { turn->run(); };
-    {
-        const std::lock_guard lock(state_->mutex);
-        state_->blocks.splice(state_->blocks.end(), one);
-        if (std::exchange(state_->isScheduled, true)) {
-            return;
-        }
-        turn->isUnderWay = true;
-    }
-    state_->pool->post(std::move(begin));
-}
+void SerialQueue::post(WorkerPool::Block block) { pool_->post(std::move(block), strand_); }
 
 } // namespace morvellacinto::native

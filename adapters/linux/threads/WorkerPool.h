@@ -36,7 +36,9 @@ public:
 
 private:
     friend class SerialQueue;
+    struct Item;
     struct State;
+    struct Strand;
     std::shared_ptr<State> state_;
 };
 
@@ -49,13 +51,12 @@ public:
     ~SerialQueue();
 
     /// Any thread. Blocks that were posted run even when the queue object is gone. Throws as
-    /// `WorkerPool::post` does; all blocks that wait are then dropped.
+    /// `WorkerPool::post` does.
     void post(WorkerPool::Block block);
 
 private:
-    struct State;
-    struct Turn;
-    std::shared_ptr<State> state_;
+    const std::shared_ptr<WorkerPool::State> pool_;
+    const std::shared_ptr<WorkerPool::Strand> strand_;
 };
 
 } // namespace morvellacinto::native
