@@ -11,14 +11,6 @@ namespace morvellacinto::scripted {
 
 namespace {
 
-bool isSameName(std::string_view left, std::string_view right) {
-    const auto lower = [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    };
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [&](char a, char b) { return lower(a) == lower(b); });
-}
-
 HttpAnswer failure(std::int64_t code, const std::optional<std::string>& url,
                    const std::string& message) {
     KRError error{std::string(ScriptedHttp::errorDomain), code, {{KRError::messageKey, message}}};
@@ -30,13 +22,15 @@ HttpAnswer failure(std::int64_t code, const std::optional<std::string>& url,
 
 } // namespace
 
-std::optional<std::string> RecordedRequest::sentHeader(std::string_view name) const {
-    for (const platform::HttpHeader& header : request.headers) {
-        if (isSameName(header.name, name)) {
-            return header.value;
+std::vector<platform::HttpHeader> RecordedRequest::sentHeaders() const {
+    std::vector<platform::HttpHeader> sent = request.headers;
+    for (const platform::HttpHeader& header : configuration.additionalHeaders) {
+        if (std::ranges::find(request.headers, header.name, &platform::HttpHeader::name) ==
+            request.headers.end()) {
+            sent.push_back(header);
         }
     }
-    return std::nullopt;
+    return sent;
 }
 
 class ScriptedHttp::Session final : public platform::HttpSession,
@@ -200,11 +194,6 @@ std::shared_ptr<platform::HttpTask> ScriptedHttp::Session::dataTask(platform::Ht
                            .configuration = configuration,
                            .session = number,
                            .hasDelegate = delegate != nullptr};
-    for (const platform::HttpHeader& header : configuration.additionalHeaders) {
-        if (!record.sentHeader(header.name).has_value()) {
-            record.request.headers.push_back(header);
-        }
-    }
     const std::lock_guard lock(http->mutex_);
     auto task = std::make_shared<Task>(shared_from_this(), record.request.url,
                                        http->records_.size(), std::move(completion));

@@ -39,6 +39,7 @@ public:
         std::vector<platform::HttpRequest> received;
         for (scripted::RecordedRequest& record : phone_->http().requests()) {
             if (record.isSent) {
+                record.request.headers = record.sentHeaders();
                 received.push_back(std::move(record.request));
             }
         }

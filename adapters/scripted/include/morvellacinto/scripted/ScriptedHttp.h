@@ -24,7 +24,7 @@ struct HttpAnswer {
 
 /// One task and what became of it, as far as can be told when asked for.
 struct RecordedRequest {
-    /// As it leaves the phone: with the session's additional headers of which it has none itself.
+    /// As the library made it.
     platform::HttpRequest request;
     platform::HttpSessionConfiguration configuration;
     /// Sessions are numbered from 0 as they are made.
@@ -37,9 +37,8 @@ struct RecordedRequest {
     /// How often the session was told to finish and invalidate itself.
     int invalidationCount = 0;
 
-    /// The value of one header of the request; the name in any case.
-    [[nodiscard]] MORVELLACINTO_EXPORT std::optional<std::string>
-    sentHeader(std::string_view name) const;
+    /// The request's and, of other names, the session's additional ones.
+    [[nodiscard]] MORVELLACINTO_EXPORT std::vector<platform::HttpHeader> sentHeaders() const;
 };
 
 /// The service behind the scripted sessions: records every task and answers as planned.
