@@ -46,48 +46,8 @@ private:
 ScriptedDevice::ScriptedDevice(std::shared_ptr<SharedScript> script, platform::Dispatch& dispatch)
     : script_(std::move(script)), dispatch_(dispatch) {}
 
-std::optional<std::string> ScriptedDevice::localeIdentifier() const {
-    return script_->lock()->locale;
-}
-
-std::optional<std::string> ScriptedDevice::systemVersion() const {
-    return script_->lock()->systemVersion;
-}
-
-std::optional<Uuid> ScriptedDevice::identifierForVendor() const {
-    return script_->lock()->vendorId;
-}
-
-std::optional<std::string> ScriptedDevice::bundleIdentifier() const {
-    return script_->lock()->bundle;
-}
-
-float ScriptedDevice::batteryLevel() const { return script_->lock()->batteryLevel; }
-
-std::int64_t ScriptedDevice::batteryState() const { return script_->lock()->batteryState; }
-
-std::optional<std::string> ScriptedDevice::hardwareMachine() const {
-    return script_->lock()->model;
-}
-
-bool ScriptedDevice::isAtLeast(int major, int minor) const {
-    return script_->lock()->isAtLeast(major, minor);
-}
-
 std::unique_ptr<platform::TelephonyInfo> ScriptedDevice::makeInfo() const {
     return std::make_unique<TelephonyInfo>(script_);
-}
-
-std::optional<Uuid> ScriptedDevice::advertisingIdentifier() const {
-    return script_->lock()->advertisingId;
-}
-
-bool ScriptedDevice::isAdvertisingTrackingEnabled() const {
-    return script_->lock()->advertisingTrackingEnabled;
-}
-
-std::uint64_t ScriptedDevice::trackingAuthorizationStatus() const {
-    return script_->lock()->trackingAuthorization;
 }
 
 void ScriptedDevice::requestTrackingAuthorization(Answer answer) {
@@ -107,10 +67,6 @@ void ScriptedDevice::requestTrackingAuthorization(Answer answer) {
             answer(*status);
         }
     });
-}
-
-std::optional<std::uint32_t> ScriptedDevice::defaultRouteFlags() const {
-    return script_->lock()->reachabilityFlags;
 }
 
 std::optional<std::vector<std::string>> ScriptedDevice::supportedInterfaces() const {

@@ -38,7 +38,7 @@ public:
 
     void startUpdatingLocation() override {
         ++shared_->startCount;
-        if (updating_.exchange(true)) {
+        if (isUpdating.exchange(true)) {
             return;
         }
         const int start = ++start_;
@@ -54,7 +54,7 @@ public:
 
     void stopUpdatingLocation() override {
         ++shared_->stopCount;
-        updating_ = false;
+        isUpdating = false;
     }
 
     [[nodiscard]] std::int32_t authorizationStatus() const override {
@@ -66,8 +66,6 @@ public:
     [[nodiscard]] std::int32_t accuracyAuthorization() const override {
         return shared_->script->lock()->location.accuracyAuthorization;
     }
-
-    [[nodiscard]] bool isUpdating() const { return updating_; }
 
     // Calls `tell(service, delegate)` on the main queue when there still is a delegate then.
     template <class Tell>
@@ -83,14 +81,13 @@ public:
         }
     }
 
-private:
-    // The script's answer to the start of that number.
+    // Tells what the script says, to the start of that number.
     void answer(int start) {
         notify([start](Service& service, LocationServiceDelegate& delegate) {
-            if (!service.updating_ || service.start_ != start) {
+            const PhoneScript::Location location = service.shared_->script->lock()->location;
+            if (!service.isUpdating || service.start_ != start) {
                 return;
             }
-            const PhoneScript::Location location = service.shared_->script->lock()->location;
             if (location.error.has_value()) {
                 delegate.didFailWithError(service, *location.error);
             } else if (location.fixes.has_value()) {
@@ -99,9 +96,11 @@ private:
         });
     }
 
+    std::atomic<bool> isUpdating = false;
+
+private:
     const std::shared_ptr<Shared> shared_;
     std::atomic<LocationServiceDelegate*> delegate_ = nullptr;
-    std::atomic<bool> updating_ = false;
     std::atomic<int> start_ = 0;
 };
 
@@ -141,7 +140,7 @@ std::int32_t ScriptedLocationServices::authorizationStatus() const {
 
 void ScriptedLocationServices::deliver(const std::vector<platform::LocationFix>& fixes) {
     shared_->notify([fixes](Service& service, LocationServiceDelegate& delegate) {
-        if (service.isUpdating()) {
+        if (service.isUpdating) {
             delegate.didUpdateLocations(service, fixes);
         }
     });
@@ -149,7 +148,7 @@ void ScriptedLocationServices::deliver(const std::vector<platform::LocationFix>&
 
 void ScriptedLocationServices::fail(const KRError& error) {
     shared_->notify([error](Service& service, LocationServiceDelegate& delegate) {
-        if (service.isUpdating()) {
+        if (service.isUpdating) {
             delegate.didFailWithError(service, error);
         }
     });
