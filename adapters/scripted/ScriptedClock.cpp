@@ -6,8 +6,6 @@
 
 namespace morvellacinto::scripted {
 
-ScriptedClock::ScriptedClock() = default;
-
 Date ScriptedClock::now() const {
     const std::lock_guard lock(mutex_);
     return date_;

@@ -4,8 +4,6 @@
 
 namespace morvellacinto::scripted {
 
-ScriptedDeveloperLog::ScriptedDeveloperLog() = default;
-
 // Ends the process when memory runs out: a lost line would let a test pass.
 void ScriptedDeveloperLog::log(std::string_view text) noexcept {
     const std::lock_guard lock(mutex_);

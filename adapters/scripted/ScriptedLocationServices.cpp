@@ -1,8 +1,5 @@
 #include "morvellacinto/scripted/ScriptedLocationServices.h"
 
-#include "morvellacinto/scripted/ScriptedSystemVersion.h"
-
-#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <optional>
@@ -10,85 +7,44 @@
 
 namespace morvellacinto::scripted {
 
-// What the services object shares with its clients, who may outlive it.
-class ScriptedLocationServices::Hub {
-public:
-    Hub(ScriptPointer sharedScript, platform::Dispatch& dispatch, Scheduler scheduler)
-        : script(std::move(sharedScript)), dispatch_(&dispatch), scheduler_(std::move(scheduler)) {}
+using platform::LocationServiceDelegate;
 
-    void close() {
-        Scheduler dropped; // destroyed without the lock
-        const std::lock_guard lock(mutex_);
-        dispatch_ = nullptr;
-        dropped.swap(scheduler_);
-    }
+// What the clients, who may outlive the services object, share with it.
+struct ScriptedLocationServices::Shared {
+    Shared(std::shared_ptr<SharedScript> itsScript, std::weak_ptr<platform::Dispatch> itsDispatch,
+           Scheduler scheduler)
+        : script(std::move(itsScript)), dispatch(std::move(itsDispatch)),
+          schedule(std::move(scheduler)) {}
 
-    // `block` holds nothing of the host's: a queue may drop it while the lock is held.
-    void asyncMain(platform::Dispatch::Block block) {
-        const std::lock_guard lock(mutex_);
-        if (dispatch_ != nullptr) {
-            dispatch_->asyncMain(std::move(block));
-        }
-    }
+    // Calls `tell(service, delegate)` for each client.
+    template <class Tell>
+    void notify(Tell tell);
 
-    void schedule(std::chrono::duration<double> delay, std::function<void()> block) {
-        Scheduler scheduler;
-        {
-            const std::lock_guard lock(mutex_);
-            scheduler = scheduler_;
-        }
-        if (scheduler != nullptr) {
-            scheduler(delay, std::move(block));
-        }
-    }
-
-    void add(const std::shared_ptr<Service>& service) {
-        const std::lock_guard lock(mutex_);
-        std::erase_if(services_, [](const auto& other) { return other.expired(); });
-        services_.push_back(service);
-        ++serviceCount;
-    }
-
-    std::vector<std::shared_ptr<Service>> services() {
-        std::vector<std::shared_ptr<Service>> living;
-        const std::lock_guard lock(mutex_);
-        for (const auto& weak : services_) {
-            if (auto service = weak.lock()) {
-                living.push_back(std::move(service));
-            }
-        }
-        return living;
-    }
-
-    const ScriptPointer script;
-    std::atomic<int> serviceCount = 0;
+    const std::shared_ptr<SharedScript> script;
+    const std::weak_ptr<platform::Dispatch> dispatch;
+    const Scheduler schedule;
     std::atomic<int> startCount = 0;
     std::atomic<int> stopCount = 0;
-
-private:
-    std::mutex mutex_;
-    platform::Dispatch* dispatch_;
-    Scheduler scheduler_;
-    std::vector<std::weak_ptr<Service>> services_;
+    std::mutex mutex;
+    std::vector<std::weak_ptr<Service>> services; // guarded by the mutex
 };
 
-class ScriptedLocationServices::Service final
-    : public platform::LocationService,
-      public std::enable_shared_from_this<ScriptedLocationServices::Service> {
+class ScriptedLocationServices::Service final : public platform::LocationService,
+                                                public std::enable_shared_from_this<Service> {
 public:
-    explicit Service(std::shared_ptr<Hub> hub) : hub_(std::move(hub)) {}
+    explicit Service(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
 
-    void setDelegate(platform::LocationServiceDelegate* delegate) override { delegate_ = delegate; }
+    void setDelegate(LocationServiceDelegate* delegate) override { delegate_ = delegate; }
 
     void startUpdatingLocation() override {
-        ++hub_->startCount;
-        if (updating_.exchange(true)) {
+        ++shared_->startCount;
+        if (isUpdating.exchange(true)) {
             return;
         }
         const int start = ++start_;
-        const auto delay = hub_->script->lock()->location.delay;
+        const auto delay = shared_->script->lock()->location.delay;
         if (delay.has_value()) {
-            hub_->schedule(*delay, [weak = weak_from_this(), start] {
+            shared_->schedule(*delay, [weak = weak_from_this(), start] {
                 if (const auto service = weak.lock()) {
                     service->answer(start);
                 }
@@ -97,56 +53,41 @@ public:
     }
 
     void stopUpdatingLocation() override {
-        ++hub_->stopCount;
-        updating_ = false;
+        ++shared_->stopCount;
+        isUpdating = false;
     }
 
     [[nodiscard]] std::int32_t authorizationStatus() const override {
-        return hub_->script->lock()->location.authorizationStatus;
+        const auto script = shared_->script->lock();
+        return script->isAtLeast(14, 0) ? script->location.authorizationStatus
+                                        : platform::LocationAuthorization::notDetermined;
     }
 
     [[nodiscard]] std::int32_t accuracyAuthorization() const override {
-        return hub_->script->lock()->location.accuracyAuthorization;
+        return shared_->script->lock()->location.accuracyAuthorization;
     }
-
-    [[nodiscard]] bool isUpdating() const { return updating_; }
 
     // Calls `tell(service, delegate)` on the main queue when there still is a delegate then.
     template <class Tell>
     void notify(Tell tell) {
-        hub_->asyncMain([weak = weak_from_this(), tell = std::move(tell)] {
-            if (const auto service = weak.lock()) {
-                if (platform::LocationServiceDelegate* delegate = service->delegate_) {
+        if (const auto dispatch = shared_->dispatch.lock()) {
+            dispatch->asyncMain([weak = weak_from_this(), tell = std::move(tell)] {
+                const auto service = weak.lock();
+                if (LocationServiceDelegate* delegate =
+                        service ? service->delegate_.load() : nullptr) {
                     tell(*service, *delegate);
                 }
-            }
-        });
+            });
+        }
     }
 
-    void deliver(const std::vector<platform::LocationFix>& fixes) {
-        notify([fixes](Service& service, platform::LocationServiceDelegate& delegate) {
-            if (service.updating_) {
-                delegate.didUpdateLocations(service, fixes);
-            }
-        });
-    }
-
-    void fail(const KRError& error) {
-        notify([error](Service& service, platform::LocationServiceDelegate& delegate) {
-            if (service.updating_) {
-                delegate.didFailWithError(service, error);
-            }
-        });
-    }
-
-private:
-    // The script's answer to the start of that number.
+    // Tells what the script says, to the start of that number.
     void answer(int start) {
-        notify([start](Service& service, platform::LocationServiceDelegate& delegate) {
-            if (!service.updating_ || service.start_ != start) {
+        notify([start](Service& service, LocationServiceDelegate& delegate) {
+            const PhoneScript::Location location = service.shared_->script->lock()->location;
+            if (!service.isUpdating || service.start_ != start) {
                 return;
             }
-            const PhoneScript::Location location = service.hub_->script->lock()->location;
             if (location.error.has_value()) {
                 delegate.didFailWithError(service, *location.error);
             } else if (location.fixes.has_value()) {
@@ -155,68 +96,79 @@ private:
         });
     }
 
-    const std::shared_ptr<Hub> hub_;
-    std::atomic<platform::LocationServiceDelegate*> delegate_ = nullptr;
-    std::atomic<bool> updating_ = false;
+    std::atomic<bool> isUpdating = false;
+
+private:
+    const std::shared_ptr<Shared> shared_;
+    std::atomic<LocationServiceDelegate*> delegate_ = nullptr;
     std::atomic<int> start_ = 0;
 };
 
-ScriptedLocationServices::ScriptedLocationServices(ScriptPointer script,
-                                                   platform::Dispatch& dispatch,
-                                                   Scheduler scheduler)
-    : hub_(std::make_shared<Hub>(std::move(script), dispatch, std::move(scheduler))) {}
+template <class Tell>
+void ScriptedLocationServices::Shared::notify(Tell tell) {
+    std::vector<std::shared_ptr<Service>> living; // let go without the lock
+    const std::lock_guard lock(mutex);
+    for (const auto& weak : services) {
+        if (auto service = weak.lock()) {
+            service->notify(tell);
+            living.push_back(std::move(service));
+        }
+    }
+}
 
-ScriptedLocationServices::~ScriptedLocationServices() { hub_->close(); }
+ScriptedLocationServices::ScriptedLocationServices(std::shared_ptr<SharedScript> script,
+                                                   std::weak_ptr<platform::Dispatch> dispatch,
+                                                   Scheduler scheduler)
+    : shared_(
+          std::make_shared<Shared>(std::move(script), std::move(dispatch), std::move(scheduler))) {}
 
 std::shared_ptr<platform::LocationService> ScriptedLocationServices::makeService() {
-    auto service = std::make_shared<Service>(hub_);
-    hub_->add(service);
+    auto service = std::make_shared<Service>(shared_);
+    const std::lock_guard lock(shared_->mutex);
+    std::erase_if(shared_->services, [](const auto& other) { return other.expired(); });
+    shared_->services.push_back(service);
     return service;
 }
 
 bool ScriptedLocationServices::locationServicesEnabled() const {
-    return hub_->script->lock()->location.servicesEnabled;
+    return shared_->script->lock()->location.servicesEnabled;
 }
 
 std::int32_t ScriptedLocationServices::authorizationStatus() const {
-    return hub_->script->lock()->location.authorizationStatus;
+    return shared_->script->lock()->location.authorizationStatus;
 }
 
 void ScriptedLocationServices::deliver(const std::vector<platform::LocationFix>& fixes) {
-    for (const auto& service : hub_->services()) {
-        service->deliver(fixes);
-    }
+    shared_->notify([fixes](Service& service, LocationServiceDelegate& delegate) {
+        if (service.isUpdating) {
+            delegate.didUpdateLocations(service, fixes);
+        }
+    });
 }
 
 void ScriptedLocationServices::fail(const KRError& error) {
-    for (const auto& service : hub_->services()) {
-        service->fail(error);
-    }
+    shared_->notify([error](Service& service, LocationServiceDelegate& delegate) {
+        if (service.isUpdating) {
+            delegate.didFailWithError(service, error);
+        }
+    });
 }
 
 void ScriptedLocationServices::changeAuthorization(std::int32_t status) {
-    hub_->script->lock()->location.authorizationStatus = status;
-    // Older systems tell of a change by a notification that the interface does not have.
-    if (!ScriptedSystemVersion(hub_->script).isAtLeast(14, 0)) {
-        return;
+    {
+        const auto script = shared_->script->lock();
+        script->location.authorizationStatus = status;
+        if (!script->isAtLeast(14, 0)) {
+            return;
+        }
     }
-    for (const auto& service : hub_->services()) {
-        service->notify([](Service& changed, platform::LocationServiceDelegate& delegate) {
-            delegate.locationManagerDidChangeAuthorization(changed);
-        });
-    }
+    shared_->notify([](Service& service, LocationServiceDelegate& delegate) {
+        delegate.locationManagerDidChangeAuthorization(service);
+    });
 }
 
-int ScriptedLocationServices::startCount() const { return hub_->startCount; }
+int ScriptedLocationServices::startCount() const { return shared_->startCount; }
 
-int ScriptedLocationServices::stopCount() const { return hub_->stopCount; }
-
-int ScriptedLocationServices::serviceCount() const { return hub_->serviceCount; }
-
-bool ScriptedLocationServices::isUpdating() const {
-    const auto services = hub_->services();
-    return std::any_of(services.begin(), services.end(),
-                       [](const auto& service) { return service->isUpdating(); });
-}
+int ScriptedLocationServices::stopCount() const { return shared_->stopCount; }
 
 } // namespace morvellacinto::scripted

@@ -32,22 +32,21 @@ void ScriptedPhone::settle() {
 std::shared_ptr<platform::HttpSession>
 ScriptedPhone::makeHttpSession(platform::HttpSessionConfiguration configuration,
                                platform::HttpSessionDelegate* delegate) {
-    return http_.makeSession(std::move(configuration), delegate);
+    return http_->makeSession(std::move(configuration), delegate);
 }
 
 void ScriptedPhone::shutdown() {
-    isShutDown_ = true;
     dispatch_->shutdown();
     clock_->shutdown();
-    http_.cancelAll();
+    http_->cancelAll();
 }
 
 ScriptedPhone::ScriptedPhone(PhoneScript script)
-    : dispatch_(std::make_shared<ScriptedDispatch>()), clock_(std::make_shared<ScriptedClock>()),
-      services_(std::move(script), *dispatch_,
-                [clock = clock_](ScriptedClock::Duration delay, std::function<void()> block) {
-                    clock->schedule(delay, std::move(block));
-                }),
-      http_(dispatch_, clock_) {}
+    : script_(std::make_shared<SharedScript>(std::move(script))),
+      dispatch_(std::make_shared<ScriptedDispatch>()), clock_(std::make_shared<ScriptedClock>()),
+      http_(std::make_shared<ScriptedHttp>(dispatch_, clock_)), device_(script_, *dispatch_),
+      location_(script_, dispatch_, [clock = clock_](auto delay, auto block) {
+          clock->schedule(delay, std::move(block));
+      }) {}
 
 } // namespace morvellacinto::scripted

@@ -14,8 +14,10 @@ namespace morvellacinto {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 const Uuid token = *Uuid::parse("0123ABCD-0000-4000-8000-00000000FFFF");
 
@@ -118,6 +120,10 @@ TEST_F(Collection, dropsAnAnswerThatIsNoObject) {
 
 TEST_F(Collection, alwaysUploadsAndIgnoresTheAnswerWithoutACompletion) {
     Object payload{{"x", 1}};
+    KRSettingsManager::setLocalSetting(phone->clock().now(), "KRAudienceUpdate");
+    KRSettingsManager::setLocalSetting(Object(), "KRAudiences");
+    const auto before = phone->standardUserDefaults().flushed();
+    static_cast<void>(phone->standardUserDefaults().takeOperations());
     for (int round = 0; round < 2; ++round) {
         phone->http().plan({.body = R"({"serviceurl":"https://b.invalid"})"});
         manager.collect(payload, nullptr);
@@ -127,7 +133,9 @@ TEST_F(Collection, alwaysUploadsAndIgnoresTheAnswerWithoutACompletion) {
     manager.collect(payload, nullptr);
     phone->settle();
     EXPECT_EQ(uploads(), 3U);
-    EXPECT_THAT(phone->standardUserDefaults().flushed(), IsEmpty());
+    EXPECT_EQ(phone->standardUserDefaults().flushed(), before);
+    EXPECT_THAT(phone->standardUserDefaults().takeOperations(),
+                Not(Contains(::testing::EndsWith("KRAudiences"))));
 }
 
 TEST_F(Collection, putsTheTrackIdIntoTheCallersObjectButNotIntoCopies) {

@@ -7,7 +7,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <fstream>
+#include <limits>
 #include <thread>
 
 namespace morvellacinto {
@@ -80,6 +82,7 @@ TEST_F(GeoTags, coarsensTheLocationAndKeepsSpeedAndCourse) {
         {3.0F, R"({"lat":59.329,"lon":18.069,"speed":1.123456789012345,"course":270.5})"},
         {2.9F, R"({"lat":59.33,"lon":18.07,"speed":1.123456789012345,"course":270.5})"},
         {0.0F, R"({"lat":59,"lon":18,"speed":1.123456789012345,"course":270.5})"},
+        {std::nanf(""), R"({"lat":59,"lon":18,"speed":1.123456789012345,"course":270.5})"},
     };
     for (const auto& [decimals, members] : cases) {
         manager.setGeoFixDecimals(decimals);
@@ -93,10 +96,13 @@ TEST_F(GeoTags, coarsensTheLocationAndKeepsSpeedAndCourse) {
 }
 
 TEST_F(GeoTags, failsWithALogLineWhenTheCoordinateIsNotANumber) {
-    manager.setGeoFixDecimals(-1);
-    fetch();
-    deliverFix();
-    EXPECT_THAT(phone->takeLog(), ElementsAre("tags failed"));
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (const float decimals : {-1.0F, 1e30F, -1e30F, infinity, -infinity, 0x1p31F}) {
+        manager.setGeoFixDecimals(decimals);
+        fetch();
+        deliverFix();
+        EXPECT_THAT(phone->takeLog(), ElementsAre("tags failed")) << decimals;
+    }
     EXPECT_EQ(uploads(), 0U);
     EXPECT_THAT(calls, IsEmpty());
 }

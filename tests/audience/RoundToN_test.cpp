@@ -3,42 +3,41 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <limits>
 
 namespace morvellacinto {
 namespace {
 
-// The definition, step by step.
-float byMultiplying(float value, std::uint32_t n) {
-    std::uint32_t p = 1;
-    for (; n != 0; --n) {
-        p *= 10;
-    }
-    const auto multiplier = static_cast<float>(static_cast<std::int32_t>(p));
-    return std::round(multiplier * value) / multiplier;
-}
-
 TEST(RoundToN, roundsHalvesAwayFromZeroInSinglePrecision) {
-    EXPECT_EQ(roundToN(59.3293371F, 5), 59.32934F);
-    EXPECT_EQ(roundToN(59.3293371F, 3), 59.329F);
-    EXPECT_EQ(roundToN(2.675F, 2), 2.68F);
-    EXPECT_EQ(roundToN(-2.5F, 0), -3.0F);
-    EXPECT_EQ(roundToN(2.5F, 0), 3.0F);
-}
-
-TEST(RoundToN, computesWithTheWrappedMultiplier) {
-    for (std::uint32_t n = 0; n < 40; ++n) {
-        for (const float value : {0.0F, 1.5F, -18.0685808F, 59.3293371F, 1e30F}) {
-            const float expected = byMultiplying(value, n);
-            const float rounded = roundToN(value, n);
-            EXPECT_TRUE(rounded == expected || (std::isnan(rounded) && std::isnan(expected)))
-                << value << " to " << n;
-        }
+    const struct {
+        float value;
+        std::uint32_t decimals;
+        float rounded;
+    } cases[] = {
+        {59.3293371F, 5, 59.32934F},
+        {59.3293371F, 3, 59.329F},
+        {-18.0685808F, 1, -18.1F},
+        {2.675F, 2, 2.68F},
+        {-2.5F, 0, -3.0F},
+        {2.5F, 0, 3.0F},
+        {0.0F, 7, 0.0F},
+        {1e30F, 9, std::numeric_limits<float>::infinity()},
+        // The multiplier wraps: 1410065408, 1215752192, -727379968, 1661992960, -2147483648.
+        {1e-9F, 10, 7.09186987e-10F},
+        {-1.4e-9F, 11, -1.64507208e-9F},
+        {1e-9F, 12, 1.37479728e-9F},
+        {2e-9F, 20, 1.80506177e-9F},
+        {4e-10F, 31, 4.65661287e-10F},
+    };
+    for (const auto& [value, decimals, rounded] : cases) {
+        EXPECT_EQ(roundToN(value, decimals), rounded) << value << " to " << decimals;
     }
 }
 
 TEST(RoundToN, isNotANumberAtOnceForHugeCounts) {
-    EXPECT_TRUE(std::isnan(roundToN(59.3F, 32)));
-    EXPECT_TRUE(std::isnan(roundToN(59.3F, 4294967295U)));
+    for (const std::uint32_t decimals : {32U, 33U, 2147483648U, 4294967295U}) {
+        EXPECT_TRUE(std::isnan(roundToN(59.3F, decimals))) << decimals;
+    }
 }
 
 } // namespace

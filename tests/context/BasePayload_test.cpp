@@ -75,6 +75,19 @@ TEST_F(BasePayload, takesTheFirstCarrierWithANameAndElseTheFirst) {
     }
 }
 
+TEST_F(BasePayload, takesTheOneServiceThatSystemsBeforeTwelveTell) {
+    phone->script()->systemVersion = "11.4";
+    phone->script()->carriers->insert(phone->script()->carriers->begin(),
+                                      platform::Carrier{std::nullopt, "no", "99"});
+    const Object payload = basePayload();
+    EXPECT_EQ(payload.at("isoCountryCode"), Value("no"));
+    EXPECT_EQ(payload.at("currentRadioAccessTechnology"), Value("LTE"));
+    phone->script()->carriers = std::nullopt;
+    phone->script()->radioAccessTechnologies = std::nullopt;
+    EXPECT_EQ(basePayload().at("isoCountryCode"), Value(""));
+    EXPECT_EQ(basePayload().at("currentRadioAccessTechnology"), Value("unknown"));
+}
+
 TEST_F(BasePayload, keepsFourMembersWhenAnythingBehindThemFails) {
     phone->script()->advertisingId = std::nullopt;
     EXPECT_EQ(writeJson(basePayload()), baseMembers);

@@ -69,6 +69,7 @@ TEST_F(Location, replacesAWaiterUnderTheSameKeyWithoutACall) {
     phone->drainMain();
     EXPECT_THAT(takeCalls(), ElementsAre("a:some.domain 7"));
     EXPECT_EQ(phone->locationServices().startCount(), 2);
+    EXPECT_EQ(phone->locationServices().stopCount(), 1);
     EXPECT_TRUE(nobodyWaits());
 }
 
@@ -150,6 +151,8 @@ TEST_F(Location, mayBeUsedOnlyWhenSwitchedOnAndGranted) {
 
 TEST_F(Location, isReducedOnlyFromFourteenOn) {
     phone->script()->location.accuracyAuthorization = 1;
+    EXPECT_EQ(KRLocationManager::accuracyAuthorization(), "reduced");
+    phone->script()->systemVersion = "14.0";
     EXPECT_EQ(KRLocationManager::accuracyAuthorization(), "reduced");
     phone->script()->systemVersion = "13.9";
     EXPECT_EQ(KRLocationManager::accuracyAuthorization(), "full");

@@ -83,6 +83,7 @@ TEST_F(Request, postsPayloadAndTokenWithinTenSeconds) {
     EXPECT_EQ(sent.configuration.additionalHeaders[0].value, "gzip");
     EXPECT_EQ(sent.configuration.resourceTimeout, std::chrono::seconds(10));
     EXPECT_TRUE(sent.configuration.shouldUsePipelining);
+    EXPECT_TRUE(sent.hasDelegate);
     EXPECT_EQ(sent.invalidationCount, 1);
 }
 

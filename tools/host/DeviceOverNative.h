@@ -3,7 +3,8 @@
 #include "DelayedBlocks.h"
 
 #include "morvellacinto/native/NativePlatform.h"
-#include "morvellacinto/scripted/ScriptedDeviceServices.h"
+#include "morvellacinto/scripted/ScriptedDevice.h"
+#include "morvellacinto/scripted/ScriptedLocationServices.h"
 
 namespace morvellacinto::host {
 
@@ -31,23 +32,23 @@ public:
         return machine_->makeHttpSession(std::move(configuration), delegate);
     }
 
-    [[nodiscard]] platform::SystemVersion& systemVersion() override {
-        return phone_.systemVersion();
-    }
-    [[nodiscard]] platform::LocationServices& locationServices() override {
-        return phone_.locationServices();
-    }
-    [[nodiscard]] platform::Telephony& telephony() override { return phone_.telephony(); }
-    [[nodiscard]] platform::Device& device() override { return phone_.device(); }
-    [[nodiscard]] platform::Tracking& tracking() override { return phone_.tracking(); }
-    [[nodiscard]] platform::Network& network() override { return phone_.network(); }
+    [[nodiscard]] platform::SystemVersion& systemVersion() override { return device_; }
+    [[nodiscard]] platform::Telephony& telephony() override { return device_; }
+    [[nodiscard]] platform::Device& device() override { return device_; }
+    [[nodiscard]] platform::Tracking& tracking() override { return device_; }
+    [[nodiscard]] platform::Network& network() override { return device_; }
+    [[nodiscard]] platform::LocationServices& locationServices() override { return location_; }
 
     void shutdown() override { machine_->shutdown(); }
 
 private:
-    std::shared_ptr<native::NativePlatform> machine_;
-    scripted::ScriptedDeviceServices phone_;
-    DelayedBlocks delayed_; // ends before the phone that its blocks speak of
+    DeviceOverNative(std::shared_ptr<native::NativePlatform> machine,
+                     const std::shared_ptr<scripted::SharedScript>& phone);
+
+    const std::shared_ptr<native::NativePlatform> machine_;
+    const std::shared_ptr<DelayedBlocks> delayed_ = std::make_shared<DelayedBlocks>();
+    scripted::ScriptedDevice device_;
+    scripted::ScriptedLocationServices location_;
 };
 
 } // namespace morvellacinto::host

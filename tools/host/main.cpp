@@ -1,6 +1,7 @@
 #include "Commands.h"
 #include "DeviceOverNative.h"
 #include "Options.h"
+#include "PhoneFile.h"
 #include "ValueText.h"
 
 #include "morvellacinto/settings/KRSettingsManager.h"
@@ -32,9 +33,9 @@ std::shared_ptr<native::NativePlatform> makeMachine(const Options& options) {
     }
 }
 
-scripted::PhoneScript readPhone(const Options& options) {
+scripted::PhoneScript phoneOf(const Options& options) {
     try {
-        scripted::PhoneScript phone = scripted::PhoneScript::read(readObject(options.device));
+        scripted::PhoneScript phone = readPhone(readObject(options.device));
         if (options.bundle) {
             phone.bundle = options.bundle;
         }
@@ -49,7 +50,7 @@ int run(const Options& options) {
     if (options.device == "native") {
         platform::install(machine);
     } else {
-        platform::install(std::make_shared<DeviceOverNative>(machine, readPhone(options)));
+        platform::install(std::make_shared<DeviceOverNative>(machine, phoneOf(options)));
     }
     if (options.serviceUrl) {
         KRSettingsManager::setLocalSetting(*options.serviceUrl, "KRServiceURL");

@@ -2,7 +2,6 @@
 
 #include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/foundation/KRError.h"
-#include "morvellacinto/foundation/Object.h"
 #include "morvellacinto/foundation/Uuid.h"
 #include "morvellacinto/platform/LocationService.h"
 #include "morvellacinto/platform/Network.h"
@@ -11,8 +10,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace morvellacinto::scripted {
@@ -55,7 +56,7 @@ struct PhoneScript {
     std::optional<std::string> model = "phone14,2";
     float batteryLevel = 0.75F;
     std::int64_t batteryState = 1;
-    /// An empty entry is a service without a carrier. Systems before 12.0 show the first alone.
+    /// An empty entry is a service without a carrier.
     std::optional<std::vector<std::optional<platform::Carrier>>> carriers =
         std::vector<std::optional<platform::Carrier>>{platform::Carrier{"Telco", "se", "01"}};
     std::optional<std::vector<std::string>> radioAccessTechnologies =
@@ -65,14 +66,34 @@ struct PhoneScript {
         std::vector<WifiInterface>{{"wlan0", {"home", "00:11:22:33:44:55"}}};
     Location location;
 
-    /// Reads the members of a phone file; those that are missing keep their defaults.
-    ///
-    /// Null stands for no answer; where a service always answers, it gives what the platform says
-    /// when it does not know: battery level -1, status 0, false, full accuracy. A fix needs
-    /// latitude and longitude, a Wi-Fi interface its name, an error both of its members. Throws
-    /// std::invalid_argument with the member's path, such as "location.fixes[0].latitude", what
-    /// stands there and what was expected; a member of another name is refused too.
-    [[nodiscard]] MORVELLACINTO_EXPORT static PhoneScript read(const Object& file);
+    /// Compares the system version number by number.
+    [[nodiscard]] MORVELLACINTO_EXPORT bool isAtLeast(int major, int minor) const;
+};
+
+/// A script that device services read while others change it: `script->batteryLevel = 0.5F`.
+/// Each such access is locked to the end of its expression. Any thread.
+class SharedScript {
+public:
+    /// Keeps the script locked; for several changes at once, hold one from `lock()`.
+    class Access {
+    public:
+        explicit Access(SharedScript& shared) : lock_(shared.mutex_), script_(shared.script_) {}
+        PhoneScript* operator->() const noexcept { return &script_; }
+        PhoneScript& operator*() const noexcept { return script_; }
+
+    private:
+        std::unique_lock<std::recursive_mutex> lock_;
+        PhoneScript& script_;
+    };
+
+    explicit SharedScript(PhoneScript script) : script_(std::move(script)) {}
+
+    [[nodiscard]] Access lock() { return Access(*this); }
+    Access operator->() { return lock(); }
+
+private:
+    std::recursive_mutex mutex_; // recursive for expressions that look at the script twice
+    PhoneScript script_;
 };
 
 } // namespace morvellacinto::scripted

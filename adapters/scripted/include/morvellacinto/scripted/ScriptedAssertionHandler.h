@@ -2,6 +2,7 @@
 
 #include "morvellacinto/platform/AssertionHandler.h"
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -20,19 +21,17 @@ public:
         friend bool operator==(const Failure&, const Failure&) = default;
     };
 
-    ScriptedAssertionHandler();
-
     void handleFailureInFunction(std::string_view function, std::string_view file, int line,
                                  std::string_view description) override;
 
-    void returnAfterFailure(bool returns);
+    void returnAfterFailure(bool returns) { returns_ = returns; }
     /// The failures since the last call, oldest first. Any thread.
     [[nodiscard]] std::vector<Failure> takeFailures();
 
 private:
     std::mutex mutex_;
     std::vector<Failure> failures_;
-    bool returns_ = false;
+    std::atomic<bool> returns_ = false;
 };
 
 } // namespace morvellacinto::scripted

@@ -18,8 +18,6 @@ public:
     /// 2026-01-01T00:00:00Z.
     static constexpr Date firstDate{1'767'225'600};
 
-    ScriptedClock();
-
     [[nodiscard]] Date now() const override;
 
     /// Lets time pass: runs the scheduled blocks that come due, on this thread and in the order of

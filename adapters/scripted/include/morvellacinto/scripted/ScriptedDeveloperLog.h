@@ -11,8 +11,6 @@ namespace morvellacinto::scripted {
 /// Keeps the lines for the test to compare whole.
 class MORVELLACINTO_EXPORT ScriptedDeveloperLog final : public platform::DeveloperLog {
 public:
-    ScriptedDeveloperLog();
-
     void log(std::string_view text) noexcept override;
 
     /// The lines since the last call, oldest first. Any thread.

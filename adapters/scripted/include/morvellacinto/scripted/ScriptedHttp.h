@@ -1,17 +1,17 @@
 #pragma once
 
 #include "morvellacinto/platform/HttpSession.h"
+#include "morvellacinto/scripted/ScriptedClock.h"
+#include "morvellacinto/scripted/ScriptedDispatch.h"
 
 #include <cstddef>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <vector>
 
 namespace morvellacinto::scripted {
-
-class ScriptedClock;
-class ScriptedDispatch;
-class ScriptedHttpService;
 
 /// What the service answers to one request.
 struct HttpAnswer {
@@ -24,21 +24,21 @@ struct HttpAnswer {
 
 /// One task and what became of it, as far as can be told when asked for.
 struct RecordedRequest {
+    /// As the library made it.
     platform::HttpRequest request;
     platform::HttpSessionConfiguration configuration;
     /// Sessions are numbered from 0 as they are made.
     std::size_t session = 0;
+    /// Whether the session had a delegate to ask.
+    bool hasDelegate = false;
     int resumeCount = 0;
     /// Whether the request left the phone.
     bool isSent = false;
     /// How often the session was told to finish and invalidate itself.
     int invalidationCount = 0;
 
-    /// The session's additional headers included, as far as the request has none of that name.
+    /// The request's and, of other names, the session's additional ones.
     [[nodiscard]] MORVELLACINTO_EXPORT std::vector<platform::HttpHeader> sentHeaders() const;
-    /// The value of one of them; the name in any case.
-    [[nodiscard]] MORVELLACINTO_EXPORT std::optional<std::string>
-    sentHeader(std::string_view name) const;
 };
 
 /// The service behind the scripted sessions: records every task and answers as planned.
@@ -48,8 +48,8 @@ struct RecordedRequest {
 /// default handling and no credential. All this and the completion happens in blocks of the
 /// background queue. A task that has no answer when its resource time-out has passed on the
 /// scripted clock fails, and so does one whose URL is absent or is none; schemes are not judged.
-/// All operations may be called on any thread.
-class MORVELLACINTO_EXPORT ScriptedHttp {
+/// All operations may be called on any thread. Lives in a shared pointer, which its sessions hold.
+class MORVELLACINTO_EXPORT ScriptedHttp : public std::enable_shared_from_this<ScriptedHttp> {
 public:
     /// The errors that the session makes itself.
     static constexpr std::string_view errorDomain = "morvellacinto.scripted.http";
@@ -58,10 +58,6 @@ public:
     static constexpr std::int64_t challengeRefused = 3;
 
     ScriptedHttp(std::shared_ptr<ScriptedDispatch> dispatch, std::shared_ptr<ScriptedClock> clock);
-    ScriptedHttp(const ScriptedHttp&) = delete;
-    ScriptedHttp& operator=(const ScriptedHttp&) = delete;
-    /// Cancels what is left.
-    ~ScriptedHttp();
 
     /// Appends an answer for a task that is started later.
     void plan(HttpAnswer answer);
@@ -73,10 +69,6 @@ public:
 
     /// Every task that was made, oldest first.
     [[nodiscard]] std::vector<RecordedRequest> requests() const;
-    /// Started tasks that wait for `answer`.
-    [[nodiscard]] std::size_t waitingCount() const;
-    /// Planned answers that no task has taken.
-    [[nodiscard]] std::size_t plannedCount() const;
     [[nodiscard]] std::size_t sessionCount() const;
 
     [[nodiscard]] std::shared_ptr<platform::HttpSession>
@@ -87,7 +79,19 @@ public:
     void cancelAll();
 
 private:
-    std::shared_ptr<ScriptedHttpService> service_;
+    class Session;
+    class Task;
+
+    const std::shared_ptr<ScriptedDispatch> dispatch_;
+    const std::shared_ptr<ScriptedClock> clock_;
+    // Guards what follows. Host code is called and destroyed without it.
+    mutable std::mutex mutex_;
+    std::deque<HttpAnswer> planned_;
+    std::vector<platform::HttpChallenge> challenges_{{"serverTrust", "", 0}};
+    std::vector<RecordedRequest> records_;
+    std::vector<int> invalidationCounts_;       // one for each session
+    std::vector<std::shared_ptr<Task>> active_; // started and not finished, oldest first
+    bool isCancelled_ = false;
 };
 
 } // namespace morvellacinto::scripted

@@ -2,7 +2,7 @@
 
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/LocationService.h"
-#include "morvellacinto/scripted/SharedScript.h"
+#include "morvellacinto/scripted/PhoneScript.h"
 
 #include <chrono>
 #include <functional>
@@ -18,14 +18,13 @@ using Scheduler =
 /// A location service that answers each start with the script's fixes or its error, once, after
 /// the script's delay; and that a test can make speak by hand.
 ///
-/// Delegates are notified by blocks of the main queue alone. Clients may outlive this object; they
-/// fall silent with it.
+/// Before 14.0 only the services object knows the authorization status, and a client's is 0.
+/// Delegates are notified by blocks of the main queue alone. Clients may outlive this object and
+/// its queue, and keep the scheduler.
 class MORVELLACINTO_EXPORT ScriptedLocationServices final : public platform::LocationServices {
 public:
-    /// `dispatch` must outlive this object; `scheduler` is kept as long as this object.
-    ScriptedLocationServices(ScriptPointer script, platform::Dispatch& dispatch,
-                             Scheduler scheduler);
-    ~ScriptedLocationServices() override;
+    ScriptedLocationServices(std::shared_ptr<SharedScript> script,
+                             std::weak_ptr<platform::Dispatch> dispatch, Scheduler scheduler);
 
     [[nodiscard]] std::shared_ptr<platform::LocationService> makeService() override;
     [[nodiscard]] bool locationServicesEnabled() const override;
@@ -35,22 +34,18 @@ public:
     /// Any thread.
     void deliver(const std::vector<platform::LocationFix>& fixes);
     void fail(const KRError& error);
-    /// Puts `status` into the script; on systems from 14.0 on, every client is notified. Any
-    /// thread.
+    /// Puts `status` into the script; from 14.0 on every client is notified. Any thread.
     void changeAuthorization(std::int32_t status);
 
     /// Calls of all clients together since the beginning, those without effect included.
     [[nodiscard]] int startCount() const;
     [[nodiscard]] int stopCount() const;
-    [[nodiscard]] int serviceCount() const;
-    /// Whether any client is updating.
-    [[nodiscard]] bool isUpdating() const;
 
 private:
-    class Hub;
     class Service;
+    struct Shared;
 
-    std::shared_ptr<Hub> hub_;
+    const std::shared_ptr<Shared> shared_;
 };
 
 } // namespace morvellacinto::scripted

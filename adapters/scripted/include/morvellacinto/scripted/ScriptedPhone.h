@@ -1,16 +1,20 @@
 #pragma once
 
+// To read this folder: PhoneScript.h (what the phone tells), ScriptedPhone (how a test drives it),
+// ScriptedClock and ScriptedDispatch (when anything happens), ScriptedHttp and
+// ScriptedLocationServices (what answers late); the others answer at once and record.
+
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/scripted/ScriptedAssertionHandler.h"
 #include "morvellacinto/scripted/ScriptedClock.h"
 #include "morvellacinto/scripted/ScriptedDeveloperLog.h"
-#include "morvellacinto/scripted/ScriptedDeviceServices.h"
+#include "morvellacinto/scripted/ScriptedDevice.h"
 #include "morvellacinto/scripted/ScriptedDispatch.h"
 #include "morvellacinto/scripted/ScriptedHttp.h"
+#include "morvellacinto/scripted/ScriptedLocationServices.h"
 #include "morvellacinto/scripted/ScriptedUrlParser.h"
 #include "morvellacinto/scripted/ScriptedUserDefaults.h"
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,8 +38,8 @@ public:
     ~ScriptedPhone() override;
 
     /// May be changed at any time: `phone->script()->batteryLevel = 0.5F`.
-    [[nodiscard]] SharedScript& script() noexcept { return services_.script(); }
-    [[nodiscard]] ScriptedHttp& http() noexcept { return http_; }
+    [[nodiscard]] SharedScript& script() noexcept { return *script_; }
+    [[nodiscard]] ScriptedHttp& http() noexcept { return *http_; }
 
     // `ScriptedDispatch` tells what these do.
     std::size_t drainMain() { return dispatch_->drainMain(); }
@@ -53,38 +57,34 @@ public:
     [[nodiscard]] ScriptedAssertionHandler& assertionHandler() override {
         return assertionHandler_;
     }
-    [[nodiscard]] ScriptedSystemVersion& systemVersion() override {
-        return services_.systemVersion();
-    }
     [[nodiscard]] ScriptedUserDefaults& standardUserDefaults() override { return userDefaults_; }
     [[nodiscard]] ScriptedUrlParser& urlParser() override { return urlParser_; }
-    [[nodiscard]] ScriptedLocationServices& locationServices() override {
-        return services_.locationServices();
-    }
-    [[nodiscard]] ScriptedTelephony& telephony() override { return services_.telephony(); }
-    [[nodiscard]] ScriptedDevice& device() override { return services_.device(); }
-    [[nodiscard]] ScriptedTracking& tracking() override { return services_.tracking(); }
-    [[nodiscard]] ScriptedNetwork& network() override { return services_.network(); }
+    [[nodiscard]] ScriptedDevice& device() override { return device_; }
+    [[nodiscard]] ScriptedDevice& systemVersion() override { return device_; }
+    [[nodiscard]] ScriptedDevice& telephony() override { return device_; }
+    [[nodiscard]] ScriptedDevice& tracking() override { return device_; }
+    [[nodiscard]] ScriptedDevice& network() override { return device_; }
+    [[nodiscard]] ScriptedLocationServices& locationServices() override { return location_; }
     [[nodiscard]] std::shared_ptr<platform::HttpSession>
     makeHttpSession(platform::HttpSessionConfiguration configuration,
                     platform::HttpSessionDelegate* delegate) override;
 
     /// Drops blocks, scheduled ones included, and cancels tasks; nothing starts afterwards.
     void shutdown() override;
-    [[nodiscard]] bool isShutDown() const noexcept { return isShutDown_; }
 
 private:
     explicit ScriptedPhone(PhoneScript script);
 
-    std::shared_ptr<ScriptedDispatch> dispatch_;
-    std::shared_ptr<ScriptedClock> clock_;
+    const std::shared_ptr<SharedScript> script_;
+    const std::shared_ptr<ScriptedDispatch> dispatch_;
+    const std::shared_ptr<ScriptedClock> clock_;
+    const std::shared_ptr<ScriptedHttp> http_;
     ScriptedDeveloperLog developerLog_;
     ScriptedAssertionHandler assertionHandler_;
     ScriptedUserDefaults userDefaults_;
     ScriptedUrlParser urlParser_;
-    ScriptedDeviceServices services_;
-    ScriptedHttp http_;
-    std::atomic<bool> isShutDown_{false};
+    ScriptedDevice device_;
+    ScriptedLocationServices location_;
 };
 
 } // namespace morvellacinto::scripted

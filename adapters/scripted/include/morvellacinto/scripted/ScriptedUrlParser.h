@@ -12,9 +12,10 @@ namespace morvellacinto::scripted {
 /// character.
 class MORVELLACINTO_EXPORT ScriptedUrlParser final : public platform::UrlParser {
 public:
-    ScriptedUrlParser();
-
     [[nodiscard]] std::optional<std::string> parse(std::string_view text) const override;
+
+    /// Brackets of an address included; nothing for text that is no absolute URL.
+    [[nodiscard]] static std::optional<std::string> hostOf(std::string_view url);
 };
 
 } // namespace morvellacinto::scripted

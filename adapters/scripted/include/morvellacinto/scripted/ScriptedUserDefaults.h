@@ -2,7 +2,7 @@
 
 #include "morvellacinto/platform/UserDefaults.h"
 
-#include <functional>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <string>
@@ -15,19 +15,17 @@ class MORVELLACINTO_EXPORT ScriptedUserDefaults final : public platform::UserDef
 public:
     using Contents = std::map<std::string, Value, std::less<>>;
 
-    ScriptedUserDefaults();
-
     [[nodiscard]] std::optional<Value> objectForKey(std::string_view key) const override;
     void setObjectForKey(Value value, std::string_view key) override;
     void removeObjectForKey(std::string_view key) override;
     [[nodiscard]] bool synchronize() override;
 
     /// While true, `synchronize` gives false and keeps the changes pending.
-    void failFlush(bool fails);
+    void failFlush(bool fails) { failsFlush_ = fails; }
     /// While true, the operation throws std::runtime_error and changes nothing.
-    void raiseOnGet(bool raises);
-    void raiseOnSet(bool raises);
-    void raiseOnRemove(bool raises);
+    void raiseOnGet(bool raises) { raisesOnGet_ = raises; }
+    void raiseOnSet(bool raises) { raisesOnSet_ = raises; }
+    void raiseOnRemove(bool raises) { raisesOnRemove_ = raises; }
 
     /// What the last successful flush kept.
     [[nodiscard]] Contents flushed() const;
@@ -36,16 +34,16 @@ public:
     [[nodiscard]] std::vector<std::string> takeOperations();
 
 private:
-    void record(std::string_view operation, std::string_view key, bool raises) const;
+    void record(const char* operation, std::string_view key, bool raises) const;
 
     mutable std::mutex mutex_;
     mutable std::vector<std::string> operations_;
     Contents current_;
     Contents flushed_;
-    bool failsFlush_ = false;
-    bool raisesOnGet_ = false;
-    bool raisesOnSet_ = false;
-    bool raisesOnRemove_ = false;
+    std::atomic<bool> failsFlush_ = false;
+    std::atomic<bool> raisesOnGet_ = false;
+    std::atomic<bool> raisesOnSet_ = false;
+    std::atomic<bool> raisesOnRemove_ = false;
 };
 
 } // namespace morvellacinto::scripted

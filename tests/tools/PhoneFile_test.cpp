@@ -1,0 +1,99 @@
+#include "host/PhoneFile.h"
+
+#include "morvellacinto/foundation/Json.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace morvellacinto::host {
+namespace {
+
+scripted::PhoneScript phoneOf(std::string_view text) {
+    return readPhone(readJson(text)->asObject());
+}
+
+TEST(PhoneFile, EveryMemberIsRead) {
+    const auto phone = phoneOf(R"({
+        "systemVersion": "11.4.1", "locale": "de_CH", "bundle": "b",
+        "vendorId": "00000000-0000-4000-8000-00000000000a",
+        "advertisingId": "00000000-0000-4000-8000-00000000000B",
+        "advertisingTrackingEnabled": false, "trackingAuthorization": 2, "trackingAnswer": 1,
+        "model": "m", "batteryLevel": 0.5, "batteryState": 3,
+        "carriers": [null, {"carrierName": "T", "isoCountryCode": "ch", "mobileNetworkCode": "7"}],
+        "radioAccessTechnologies": ["NR", "LTE"], "reachabilityFlags": 262146,
+        "wifi": [{"interface": "w0"}, {"interface": "w1", "SSID": "s", "BSSID": "0:1"}],
+        "location": {"servicesEnabled": false, "authorizationStatus": 3,
+                     "accuracyAuthorization": 1, "delaySeconds": 2,
+                     "error": {"domain": "d", "code": -7},
+                     "fixes": [{"latitude": 1, "longitude": -2.5},
+                               {"latitude": 3, "longitude": 4, "speed": 5, "course": 6}]}})");
+    EXPECT_EQ(phone.systemVersion.value() + *phone.locale + *phone.bundle + *phone.model,
+              "11.4.1de_CHbm");
+    EXPECT_EQ(phone.vendorId->text(), "00000000-0000-4000-8000-00000000000A");
+    EXPECT_EQ(phone.advertisingId->text(), "00000000-0000-4000-8000-00000000000B");
+    EXPECT_FALSE(phone.advertisingTrackingEnabled);
+    EXPECT_EQ(std::pair(phone.trackingAuthorization, *phone.trackingAnswer), std::pair(2UL, 1UL));
+    EXPECT_EQ(std::pair(phone.batteryLevel, phone.batteryState), std::pair(0.5F, 3L));
+    EXPECT_EQ(phone.carriers->at(0).has_value(), false);
+    const platform::Carrier& carrier = phone.carriers->at(1).value();
+    EXPECT_EQ(*carrier.carrierName + *carrier.isoCountryCode + *carrier.mobileNetworkCode, "Tch7");
+    EXPECT_EQ(phone.radioAccessTechnologies, (std::vector<std::string>{"NR", "LTE"}));
+    EXPECT_EQ(phone.reachabilityFlags, 262146U);
+    EXPECT_EQ(phone.wifi->at(0).interface, "w0");
+    EXPECT_EQ(phone.wifi->at(0).network.ssid, std::nullopt);
+    EXPECT_EQ(*phone.wifi->at(1).network.ssid + *phone.wifi->at(1).network.bssid, "s0:1");
+    EXPECT_FALSE(phone.location.servicesEnabled);
+    EXPECT_EQ(phone.location.authorizationStatus, 3);
+    EXPECT_EQ(phone.location.accuracyAuthorization, 1);
+    EXPECT_EQ(phone.location.delay->count(), 2);
+    EXPECT_EQ(phone.location.error, (KRError{"d", -7, {}}));
+    EXPECT_EQ(phone.location.fixes->at(0).longitude, -2.5);
+    EXPECT_EQ(phone.location.fixes->at(0).course, -1) << "unknown";
+    EXPECT_EQ(phone.location.fixes->at(1).speed * 10 + phone.location.fixes->at(1).course, 56);
+}
+
+TEST(PhoneFile, NullIsNoAnswerAndAMissingMemberKeepsItsDefault) {
+    EXPECT_EQ(phoneOf("{}").model, "phone14,2");
+    EXPECT_EQ(phoneOf(R"({"location": {"delaySeconds": 9}})").location.authorizationStatus, 4);
+    const auto silent = phoneOf(R"({"systemVersion": null, "model": null, "batteryLevel": null,
+        "trackingAnswer": null, "wifi": null, "location": null})");
+    EXPECT_FALSE(silent.systemVersion || silent.model || silent.trackingAnswer || silent.wifi);
+    EXPECT_EQ(silent.batteryLevel, -1);
+    EXPECT_FALSE(silent.location.servicesEnabled || silent.location.fixes.has_value());
+}
+
+TEST(PhoneFile, WhatIsWrongIsRefusedWithItsPlaceAndWhatWasExpected) {
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"model": 17.5})", "model is 17.5; expected a string"},
+        {R"({"vendorId": "7B0F"})", "vendorId is \"7B0F\"; expected a string that is a UUID"},
+        {R"({"location": {"servicesEnabled": 1}})",
+         "location.servicesEnabled is 1; expected a boolean"},
+        {R"({"trackingAnswer": 0})",
+         "trackingAnswer is 0; expected an answer, and so an integer other than 0"},
+        {R"({"reachabilityFlags": 4294967296})",
+         "reachabilityFlags is 4294967296; expected an integer from 0 to 4294967295"},
+        {R"({"reachabilityFlags": -1})",
+         "reachabilityFlags is -1; expected an integer from 0 to 4294967295"},
+        {R"({"batteryLevel": []})", "batteryLevel is an array; expected a number"},
+        {R"({"carriers": {}})", "carriers is an object; expected an array"},
+        {R"({"carriers": ["Telco"]})", "carriers[0] is \"Telco\"; expected an object"},
+        {R"({"wifi": [{"SSID": "home"}]})", "wifi[0].interface is missing; expected a string"},
+        {R"({"location": {"fixes": [{"latitude": "59", "longitude": 18}]}})",
+         "location.fixes[0].latitude is \"59\"; expected a number"},
+        {R"({"location": {"delaySeconds": -0.5}})",
+         "location.delaySeconds is -0.5; expected a number of seconds from 0 to a year"},
+        {R"({"location": {"fix": []}})", "location.fix is no member of a phone file"},
+    };
+    for (const auto& [text, message] : cases) {
+        try {
+            (void)phoneOf(text);
+            ADD_FAILURE() << "accepted: " << text;
+        } catch (const std::invalid_argument& refusal) {
+            EXPECT_STREQ(refusal.what(), message);
+        }
+    }
+}
+
+} // namespace
+} // namespace morvellacinto::host
