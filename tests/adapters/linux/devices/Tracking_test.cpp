@@ -32,11 +32,14 @@ protected:
     KeptValues keptValues() {
         return {[this](std::string_view name) {
                     const auto found = store.find(name);
-                    return found != store.end() ? std::optional(found->second) : std::nullopt;
+                    return KeptText{found != store.end() ? std::optional(found->second)
+                                                         : std::nullopt,
+                                    canRead};
                 },
                 [this](std::string_view name, std::string_view text) {
                     store[std::string(name)] = text;
-                }};
+                },
+                [this] { return canFlush; }};
     }
     void request() {
         tracking->requestTrackingAuthorization([this](std::uint64_t status) {
@@ -47,6 +50,8 @@ protected:
 
     std::shared_ptr<MainQueue> queue = std::make_shared<MainQueue>();
     std::map<std::string, std::string, std::less<>> store;
+    bool canRead = true;
+    bool canFlush = true;
     std::vector<HostsAnswer> asked;
     std::vector<std::uint64_t> answers;
     std::unique_ptr<NativeTracking> tracking;
@@ -122,14 +127,14 @@ TEST_F(TrackingTest, WithoutAUsableAnswerTrackingIsDeniedForThisRunOnly) {
 TEST_F(TrackingTest, TheIdentifierIsGivenOutOnlyWhileTrackingIsAuthorized) {
     EXPECT_EQ(tracking->advertisingIdentifier(), Uuid());
     EXPECT_TRUE(store.empty());
-    tracking->setTrackingAuthorization(3);
+    EXPECT_TRUE(tracking->setTrackingAuthorization(3));
     const auto identifier = tracking->advertisingIdentifier();
     EXPECT_NE(identifier, Uuid());
     for (const std::uint64_t status : {0U, 1U, 2U}) {
-        tracking->setTrackingAuthorization(status);
+        std::ignore = tracking->setTrackingAuthorization(status);
         EXPECT_EQ(tracking->advertisingIdentifier(), Uuid()) << status;
     }
-    tracking->setTrackingAuthorization(3);
+    EXPECT_TRUE(tracking->setTrackingAuthorization(3));
     EXPECT_EQ(tracking->advertisingIdentifier(), identifier);
     start();
     EXPECT_EQ(tracking->advertisingIdentifier(), identifier);
@@ -146,37 +151,35 @@ TEST_F(TrackingTest, TheIdentifierIsGivenOutOnlyWhileTrackingIsAuthorized) {
     store["trackingAuthorization"] = "7";
     store["advertisingIdentifier"] = "damaged";
     EXPECT_EQ(tracking->trackingAuthorizationStatus(), 0U);
-    EXPECT_THROW(tracking->setTrackingAuthorization(4), std::invalid_argument);
-    tracking->setTrackingAuthorization(0);
+    EXPECT_THROW(std::ignore = tracking->setTrackingAuthorization(4), std::invalid_argument);
+    std::ignore = tracking->setTrackingAuthorization(0);
     request();
     queue->drain();
     EXPECT_EQ(asked.size(), 1U) << "asked again when the user's mind is open again";
 }
 
-TEST_F(TrackingTest, WhatIsDecidedLastIsKeptLast) {
-    KeptValues slow = keptValues();
-    bool isFirst = true;
-    slow.write = [this, &isFirst, write = slow.write](std::string_view name,
-                                                      std::string_view text) {
-        if (name == "advertisingIdentifier" && std::exchange(isFirst, false)) {
-            tracking->resetAdvertisingIdentifier();
-        }
-        write(name, text);
-    };
-    tracking = std::make_unique<NativeTracking>(
-        queue, slow, [this](HostsAnswer answer) { asked.push_back(std::move(answer)); });
-    tracking->setTrackingAuthorization(3);
-    std::ignore = tracking->advertisingIdentifier();
-    EXPECT_EQ(tracking->advertisingIdentifier(), Uuid::parse(store["advertisingIdentifier"]));
+TEST_F(TrackingTest, TellsWhetherADecisionIsDurableAndKeepsItInAnyCase) {
+    canFlush = false;
+    EXPECT_FALSE(tracking->setTrackingAuthorization(3));
+    EXPECT_EQ(tracking->trackingAuthorizationStatus(), 3U);
+    canRead = false;
+    const auto madeMeanwhile = tracking->advertisingIdentifier();
+    EXPECT_NE(madeMeanwhile, Uuid());
+    EXPECT_EQ(tracking->advertisingIdentifier(), madeMeanwhile);
+    EXPECT_FALSE(store.contains("advertisingIdentifier")) << "what cannot be read is not replaced";
+    canRead = canFlush = true;
+    EXPECT_TRUE(tracking->setTrackingAuthorization(3));
+    EXPECT_EQ(tracking->advertisingIdentifier(), madeMeanwhile);
+    EXPECT_EQ(store["advertisingIdentifier"], madeMeanwhile->text());
+}
 
-    tracking->setTrackingAuthorization(0);
+TEST_F(TrackingTest, AQuestionThatGoesAwayUndoesNoDecision) {
     request();
     queue->drain();
-    tracking->setTrackingAuthorization(3);
+    std::ignore = tracking->setTrackingAuthorization(3);
     asked.clear();
     queue->drain();
-    EXPECT_EQ(answers, Statuses({3})) << "a question that goes away undoes no decision";
-    EXPECT_EQ(store["trackingAuthorization"], "3");
+    EXPECT_EQ(answers, Statuses({3}));
 }
 
 TEST_F(TrackingTest, AnAnswerAfterTheEndOfThePlatformHarmsNobody) {
