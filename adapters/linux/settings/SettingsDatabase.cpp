@@ -2,6 +2,8 @@
 
 #include "ValueBlob.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <sqlite3.h>
 #include <utility>
@@ -31,18 +33,9 @@ std::string createLayout() {
            "; PRAGMA user_version = " + std::to_string(layoutVersion) + "; COMMIT";
 }
 
-bool isDamage(int result) {
-    switch (result & 0xFF) {
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-    case SQLITE_FORMAT:
-    case SQLITE_SCHEMA:
-    case SQLITE_ERROR: // our own words are fine, so the tables are not ours
-        return true;
-    default:
-        return false;
-    }
-}
+// With SQLITE_ERROR it refuses our own words, which are fine, so the tables are not ours.
+constexpr std::array damage{SQLITE_CORRUPT, SQLITE_NOTADB, SQLITE_FORMAT, SQLITE_SCHEMA,
+                            SQLITE_ERROR};
 
 int waitWhileBusy(void* wait, int) { return static_cast<const Wait*>(wait)->goesOn() ? 1 : 0; }
 
@@ -158,7 +151,7 @@ void SettingsDatabase::fail(int result) const {
     const std::string sentence = "the settings in " + file_.string() +
                                  " cannot be used: " + sqlite3_errmsg(connection_.get()) + " (" +
                                  std::to_string(result) + ")";
-    if (isDamage(result)) {
+    if (std::find(damage.begin(), damage.end(), result & 0xFF) != damage.end()) {
         throw DamageError(sentence);
     }
     if ((result & 0xFF) == SQLITE_BUSY) {

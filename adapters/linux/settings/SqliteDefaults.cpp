@@ -2,7 +2,6 @@
 
 #include "ValueBlob.h"
 
-#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <utility>
@@ -107,13 +106,12 @@ void SqliteDefaults::look(Report& report) const {
     }
     try {
         static_cast<void>(connect(wait, report));
-        failures_[reading].clear();
     } catch (const std::exception& error) {
         database_.reset();
         const bool wasRead = store_.wasRead();
         store_.looked(false);
         if (!wasRead || dynamic_cast<const BusyError*>(&error) == nullptr) {
-            failed(reading, error, report);
+            tellOnce(error.what(), report);
         }
     }
 }
@@ -133,12 +131,11 @@ bool SqliteDefaults::flush(const Wait& wait, Report& report) const {
             database_->write(pending);
             store_.committed(pending);
         }
-        failures_[writing].clear();
         return true;
     } catch (const std::exception& error) {
         // After a failed flush to disk nothing is known of the connection's files: open them anew.
         database_.reset();
-        failed(writing, error, report);
+        tellOnce(error.what(), report);
         return false;
     }
 }
@@ -205,7 +202,13 @@ bool SqliteDefaults::reach(const Wait& wait, Report& report) const {
     if (const int version = database_->version(); version != versionRead_) {
         std::vector<SettingsDatabase::Row> rows;
         database_->read(rows);
-        reportDamaged(rows, report);
+        for (const SettingsDatabase::Row& row : rows) {
+            if (!row.value) {
+                tellOnce("the value of " + percentEncoded(row.key) + " in " +
+                             files_.database().string() + " is damaged and counts as absent",
+                         report);
+            }
+        }
         store_.takeOver(std::move(rows), true);
         versionRead_ = version; // what others have committed since the question is read again
     }
@@ -226,27 +229,10 @@ void SqliteDefaults::rescue() const {
     store_.takeOver(std::move(rows), false);
 }
 
-void SqliteDefaults::reportDamaged(const std::vector<SettingsDatabase::Row>& rows,
-                                   Report& report) const {
-    std::string keys;
-    for (const SettingsDatabase::Row& row : rows) {
-        keys += row.value ? "" : ' ' + percentEncoded(row.key);
-    }
-    if (!keys.empty() && std::exchange(damagedKeys_, keys) != keys) {
-        report.push_back("values in " + files_.database().string() +
-                         " are damaged and count as absent:" + keys);
-    }
-}
-
-void SqliteDefaults::failed(Work work, const std::exception& error, Report& report) const {
-    if (isClosing_) {
-        return;
-    }
-    const std::string sentence = error.what();
-    if (std::find(failures_.begin(), failures_.end(), sentence) == failures_.end()) {
+void SqliteDefaults::tellOnce(const std::string& sentence, Report& report) const {
+    if (!isClosing_ && told_.insert(sentence).second) {
         report.push_back(sentence);
     }
-    failures_[work] = sentence;
 }
 
 } // namespace morvellacinto::native

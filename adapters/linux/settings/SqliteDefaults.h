@@ -9,11 +9,11 @@
 #include "Store.h"
 #include "morvellacinto/platform/UserDefaults.h"
 
-#include <array>
 #include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -32,8 +32,8 @@ namespace morvellacinto::native {
 class SqliteDefaults final : public platform::UserDefaults {
 public:
     /// The files live in `directory`, made with its parents when it is missing, and are named for
-    /// `bundle`. `diagnostics` hears of damage and failures, once for each and not once a call,
-    /// at the end of the operation that meets them.
+    /// `bundle`. `diagnostics` hears of damage and of each failure once, at the end of the
+    /// operation that meets it.
     SqliteDefaults(const std::filesystem::path& directory, std::string_view bundle,
                    Diagnostics diagnostics);
     SqliteDefaults(const SqliteDefaults&) = delete;
@@ -67,7 +67,6 @@ private:
     /// Sentences for the diagnostics, told once no lock is held.
     using Report = std::vector<std::string>;
     using Lock = SettingsFiles::Lock;
-    enum Work { reading, writing };
 
     template <class Find>
     [[nodiscard]] std::invoke_result_t<Find> read(const Find& find) const;
@@ -78,8 +77,7 @@ private:
     [[nodiscard]] Lock replace(std::string damage, const Wait& wait, Report& report) const;
     [[nodiscard]] bool reach(const Wait& wait, Report& report) const;
     void rescue() const;
-    void reportDamaged(const std::vector<SettingsDatabase::Row>& rows, Report& report) const;
-    void failed(Work work, const std::exception& error, Report& report) const;
+    void tellOnce(const std::string& sentence, Report& report) const;
 
     const Diagnostics diagnostics_;
     const SettingsFiles files_;
@@ -88,9 +86,8 @@ private:
     mutable Store store_;
     mutable std::mutex mutex_;
     mutable std::unique_ptr<SettingsDatabase> database_;
-    mutable int versionRead_ = 0;                 // of the open database; 0: none yet
-    mutable std::string damagedKeys_;             // as they were told
-    mutable std::array<std::string, 2> failures_; // of each kind of work, as long as they last
+    mutable int versionRead_ = 0;        // of the open database; 0: none yet
+    mutable std::set<std::string> told_; // of failures and damage
 };
 
 } // namespace morvellacinto::native
