@@ -80,21 +80,13 @@ std::string percentEncoded(std::string_view text) {
     return encoded;
 }
 
-SettingsFiles::Lock::~Lock() {
-    if (descriptor_ >= 0) {
-        flock(descriptor_,
-              LOCK_UN); // a child made by fork() meanwhile shares it, and keeps it on close
-        close(descriptor_);
-    }
-}
-
 // The layout's version is part of the names, so that versions never meet in one file.
 SettingsFiles::SettingsFiles(const std::filesystem::path& directory, std::string_view bundle)
     : directory_(directory), database_(directory / (percentEncoded(bundle) + ".v1.db")),
       draft_(with(database_, ".draft")), complete_(with(database_, ".complete")),
       aside_(with(database_, ".damaged")) {}
 
-SettingsFiles::Lock SettingsFiles::lock(Lock::Kind kind, const Wait& wait) const {
+SettingsFiles::Lock SettingsFiles::lock(Sharing sharing, const Wait& wait) const {
     int descriptor = open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0 && errno == ENOENT) {
         makeFolder(directory_);
@@ -103,8 +95,12 @@ SettingsFiles::Lock SettingsFiles::lock(Lock::Kind kind, const Wait& wait) const
     if (descriptor < 0) {
         fail("opening " + directory_.string());
     }
-    Lock lock(descriptor);
-    while (flock(descriptor, (kind == Lock::alone ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
+    Lock lock(nullptr, [descriptor](void*) {
+        flock(descriptor, LOCK_UN); // or a child made by fork() meanwhile would keep it
+        close(descriptor);
+    });
+    const int operation = (sharing == Sharing::alone ? LOCK_EX : LOCK_SH) | LOCK_NB;
+    while (flock(descriptor, operation) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) {
             fail("locking " + directory_.string());
         }

@@ -3,9 +3,9 @@
 #include "Wait.h"
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -21,22 +21,13 @@ class SettingsFiles {
 public:
     /// Whoever uses the database's name, to open it or to commit, shares the lock; whoever changes
     /// which file that is has it alone. It belongs to the directory.
-    class Lock {
-    public:
-        enum Kind { shared, alone };
-        explicit Lock(int descriptor) : descriptor_(descriptor) {}
-        Lock(Lock&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-        Lock& operator=(Lock&&) = delete;
-        ~Lock();
-
-    private:
-        int descriptor_;
-    };
+    using Lock = std::shared_ptr<void>;
+    enum class Sharing { shared, alone };
 
     SettingsFiles(const std::filesystem::path& directory, std::string_view bundle);
 
     /// Waits for the lock; makes the directory when it is missing, for this user alone.
-    [[nodiscard]] Lock lock(Lock::Kind kind, const Wait& wait) const;
+    [[nodiscard]] Lock lock(Sharing sharing, const Wait& wait) const;
 
     [[nodiscard]] const std::filesystem::path& database() const noexcept { return database_; }
     /// Throws for files that others could have a hand in, or that are no regular ones.

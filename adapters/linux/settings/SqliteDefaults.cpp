@@ -122,15 +122,16 @@ bool SqliteDefaults::flush(const Wait& wait, Report& report) const {
         return !isClosing_;
     }
     try {
+        Lock lock;
         try {
-            const Lock lock = connect(wait, report);
+            lock = connect(wait, report);
             database_->write(pending);
-            store_.committed(pending);
         } catch (const DamageError& damage) {
-            const Lock lock = replace(damage.what(), wait, report);
+            lock.reset();
+            lock = replace(damage.what(), wait, report);
             database_->write(pending);
-            store_.committed(pending);
         }
+        store_.committed(pending);
         return true;
     } catch (const std::exception& error) {
         // After a failed flush to disk nothing is known of the connection's files: open them anew.
@@ -145,7 +146,7 @@ bool SqliteDefaults::flush(const Wait& wait, Report& report) const {
 SqliteDefaults::Lock SqliteDefaults::connect(const Wait& wait, Report& report) const {
     std::string damage;
     try {
-        Lock shared = files_.lock(Lock::shared, wait);
+        const Lock shared = files_.lock(SettingsFiles::Sharing::shared, wait);
         if (reach(wait, report)) {
             return shared;
         }
@@ -158,7 +159,7 @@ SqliteDefaults::Lock SqliteDefaults::connect(const Wait& wait, Report& report) c
 // For a database that is damaged or missing, unless others have replaced it.
 SqliteDefaults::Lock SqliteDefaults::replace(std::string damage, const Wait& wait,
                                              Report& report) const {
-    Lock alone = files_.lock(Lock::alone, wait);
+    const Lock alone = files_.lock(SettingsFiles::Sharing::alone, wait);
     try {
         const bool isOpen = database_ != nullptr && !database_->wasMoved();
         if ((damage.empty() || !isOpen) && reach(wait, report)) {

@@ -27,17 +27,16 @@ std::chrono::milliseconds coarseNow() noexcept {
 
 std::optional<Value> Store::find(Space space, std::string_view key) const {
     const std::shared_lock lock(mutex_);
-    const Entries& entries = spaces_[static_cast<std::size_t>(space)];
-    const auto entry = entries.find(key);
-    return entry == entries.end() ? std::nullopt : entry->second.value;
+    const auto entry = entries_.find(std::tuple(space, key));
+    return entry == entries_.end() ? std::nullopt : entry->second.value;
 }
 
 Object Store::contents(Space space) const {
     Object all;
     const std::shared_lock lock(mutex_);
-    for (const auto& [key, entry] : spaces_[static_cast<std::size_t>(space)]) {
-        if (entry.value) {
-            all.set(key, *entry.value);
+    for (const auto& [name, entry] : entries_) {
+        if (entry.value && std::get<Space>(name) == space) {
+            all.set(std::get<std::string>(name), *entry.value);
         }
     }
     return all;
@@ -47,7 +46,7 @@ void Store::change(Space space, std::string_view key, std::optional<Value> value
                    std::shared_ptr<const std::string> blob) {
     const std::unique_lock lock(mutex_);
     if (!isClosed_) {
-        Entry& entry = of(spaces_, space).try_emplace(std::string(key)).first->second;
+        Entry& entry = entries_[{space, std::string(key)}];
         entry.value.swap(value); // what it was is freed when the lock is gone
         entry.blob = std::move(blob);
         entry.isPending = true;
@@ -57,11 +56,9 @@ void Store::change(Space space, std::string_view key, std::optional<Value> value
 std::vector<Store::Change> Store::pending() const {
     std::vector<Change> pending;
     const std::shared_lock lock(mutex_);
-    for (const Space space : {Space::settings, Space::adapter}) {
-        for (const auto& [key, entry] : spaces_[static_cast<std::size_t>(space)]) {
-            if (entry.isPending) {
-                pending.push_back({space, key, entry.blob});
-            }
+    for (const auto& [name, entry] : entries_) {
+        if (entry.isPending) {
+            pending.push_back({std::get<Space>(name), std::get<std::string>(name), entry.blob});
         }
     }
     return pending;
@@ -70,46 +67,43 @@ std::vector<Store::Change> Store::pending() const {
 void Store::committed(const std::vector<Change>& changes) {
     const std::unique_lock lock(mutex_);
     for (const Change& change : changes) {
-        Entries& entries = of(spaces_, change.space);
-        const auto entry = entries.find(change.key);
-        if (entry == entries.end() || entry->second.blob != change.blob) {
+        const auto entry = entries_.find(std::tuple(change.space, std::string_view(change.key)));
+        if (entry == entries_.end() || entry->second.blob != change.blob) {
             continue; // closed or changed again meanwhile
         }
         entry->second.isPending = false;
         entry->second.blob.reset();
         if (!entry->second.value) {
-            entries.erase(entry);
+            entries_.erase(entry);
         }
     }
 }
 
 std::vector<Store::Change> Store::everything() const {
     std::vector<Change> all;
-    for (const Space space : {Space::settings, Space::adapter}) {
-        for (const Object::Member& member : contents(space)) {
-            all.push_back({space, std::string(member.key()),
-                           std::make_shared<const std::string>(encodeValue(member.value))});
+    const std::shared_lock lock(mutex_);
+    for (const auto& [name, entry] : entries_) {
+        if (entry.value) {
+            all.push_back({std::get<Space>(name), std::get<std::string>(name),
+                           std::make_shared<const std::string>(encodeValue(*entry.value))});
         }
     }
     return all;
 }
 
 void Store::takeOver(std::vector<SettingsDatabase::Row> rows, bool all) {
-    Spaces taken;
+    Entries taken;
     for (SettingsDatabase::Row& row : rows) {
-        of(taken, row.space)[std::move(row.key)].value = std::move(row.value);
+        taken[{row.space, std::move(row.key)}].value = std::move(row.value);
     }
     const std::unique_lock lock(mutex_);
-    for (const Space space : {Space::settings, Space::adapter}) {
-        for (auto& [key, entry] : of(spaces_, space)) {
-            const auto row = of(taken, space).find(key);
-            const bool isRead = row != of(taken, space).end() && row->second.value;
-            if (entry.isPending || (!all && !isRead)) {
-                of(taken, space).insert_or_assign(key, std::move(entry));
-            }
+    for (auto& [name, entry] : entries_) {
+        const auto row = taken.find(name);
+        if (entry.isPending || (!all && (row == taken.end() || !row->second.value))) {
+            taken.insert_or_assign(name, std::move(entry));
         }
     }
-    spaces_.swap(taken); // which is freed when the lock is gone
+    entries_.swap(taken); // which is freed when the lock is gone
 }
 
 bool Store::isDue() const noexcept { return coarseNow() >= nextLook_.load(); }
@@ -121,11 +115,11 @@ void Store::looked(bool successfully) noexcept {
 }
 
 void Store::close() {
-    Spaces dropped; // freed when the lock is gone
+    Entries dropped; // freed when the lock is gone
     const std::unique_lock lock(mutex_);
     isClosed_ = true;
     isCurrent_ = false;
-    spaces_.swap(dropped);
+    entries_.swap(dropped);
 }
 
 } // namespace morvellacinto::native

@@ -2,12 +2,12 @@
 
 #include "SettingsDatabase.h"
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
 #include <shared_mutex>
+#include <tuple>
 
 namespace morvellacinto::native {
 
@@ -24,6 +24,7 @@ public:
     void change(Space space, std::string_view key, std::optional<Value> value,
                 std::shared_ptr<const std::string> blob);
 
+    /// The changes that wait for a flush.
     [[nodiscard]] std::vector<Change> pending() const;
     /// The changes have been stored; those made since remain pending.
     void committed(const std::vector<Change>& changes);
@@ -48,15 +49,10 @@ private:
         std::shared_ptr<const std::string> blob; // what to flush; null removes
         bool isPending = false;
     };
-    using Entries = std::map<std::string, Entry, std::less<>>;
-    using Spaces = std::array<Entries, 2>;
-
-    [[nodiscard]] static Entries& of(Spaces& spaces, Space space) {
-        return spaces[static_cast<std::size_t>(space)];
-    }
+    using Entries = std::map<std::tuple<Space, std::string>, Entry, std::less<>>;
 
     mutable std::shared_mutex mutex_;
-    Spaces spaces_;
+    Entries entries_;
     bool isClosed_ = false;
     std::atomic<std::chrono::milliseconds> nextLook_{};
     std::atomic<bool> isCurrent_ = false;
