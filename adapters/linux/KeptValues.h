@@ -7,12 +7,21 @@
 
 namespace morvellacinto::native {
 
-/// Texts that the adapter keeps for itself across runs, out of reach of the host's settings. Both
-/// functions may be called on any thread for as long as somebody holds them; they never throw, and
-/// what cannot be written is lost with the process.
+/// What a read of a kept value gives.
+struct KeptText {
+    std::optional<std::string> text;
+    bool isCertain = true; ///< false: there may be another text, which could not be read
+};
+
+/// Texts that the adapter keeps for itself across runs, out of reach of the host's settings. The
+/// functions may be called on any thread for as long as somebody holds them. `read` and `flush` may
+/// tell the host something: no lock is held then.
 struct KeptValues {
-    std::function<std::optional<std::string>(std::string_view name)> read;
-    std::function<void(std::string_view name, std::string_view text)> write;
+    std::function<KeptText(std::string_view name)> read;
+    /// At once for this process.
+    std::function<void(std::string_view name, std::string_view text)> set;
+    /// Whether all that was set has become durable, on whatever thread.
+    std::function<bool()> flush;
 };
 
 } // namespace morvellacinto::native

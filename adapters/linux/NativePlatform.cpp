@@ -101,13 +101,13 @@ std::filesystem::path absolutePathIn(const char* variable) {
 
 std::filesystem::path dataDirectoryOr(const std::filesystem::path& chosen) {
     if (!chosen.empty()) {
-        return std::filesystem::absolute(chosen);
+        return std::filesystem::absolute(chosen).lexically_normal();
     }
     if (const auto data = absolutePathIn("XDG_DATA_HOME"); !data.empty()) {
-        return data / "morvellacinto";
+        return (data / "morvellacinto").lexically_normal();
     }
     if (const auto home = absolutePathIn("HOME"); !home.empty()) {
-        return home / ".local/share/morvellacinto";
+        return (home / ".local/share/morvellacinto").lexically_normal();
     }
     throw std::invalid_argument("dataDirectory is empty, and neither XDG_DATA_HOME nor HOME is set "
                                 "to an absolute path that could stand for it");
@@ -141,9 +141,9 @@ private:
 KeptValues keptIn(const std::shared_ptr<Settings>& settings) {
     return {[settings](std::string_view name) { return settings->defaults().adapterValue(name); },
             [settings](std::string_view name, std::string_view text) {
-                // The store tells of a failure itself.
-                static_cast<void>(settings->defaults().setAdapterValue(name, text));
-            }};
+                settings->defaults().setAdapterValue(name, text);
+            },
+            [settings] { return settings->defaults().synchronize(); }};
 }
 
 } // namespace
@@ -223,8 +223,8 @@ void NativePlatform::resetAdvertisingIdentifier() {
     services_->tracking.resetAdvertisingIdentifier();
 }
 
-void NativePlatform::setTrackingAuthorization(std::uint64_t status) {
-    services_->tracking.setTrackingAuthorization(status);
+bool NativePlatform::setTrackingAuthorization(std::uint64_t status) {
+    return services_->tracking.setTrackingAuthorization(status);
 }
 
 platform::Dispatch& NativePlatform::dispatch() { return services_->dispatch; }

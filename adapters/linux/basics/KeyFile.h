@@ -7,6 +7,10 @@
 
 namespace morvellacinto::native {
 
+/// The first 64 KiB of a regular file, without waiting for anything; nothing when it cannot be
+/// read.
+[[nodiscard]] std::optional<std::string> readSmallFile(const std::filesystem::path& path);
+
 /// The value of `key` in a file of lines KEY=VALUE, as it stands there; with a `section`, in that
 /// part of the file that the line [section] heads. Nothing when there is no such line or file.
 [[nodiscard]] std::optional<std::string> readKey(const std::filesystem::path& path,

@@ -1,12 +1,10 @@
 #pragma once
 
-#include "KeptValues.h"
+#include "KeptUuid.h"
 
 #include "morvellacinto/foundation/Uuid.h"
 
-#include <mutex>
 #include <optional>
-#include <string>
 #include <string_view>
 
 namespace morvellacinto::native {
@@ -29,10 +27,8 @@ public:
     [[nodiscard]] Uuid of(std::string_view vendor) const;
 
 private:
-    const KeptValues kept_;
+    mutable KeptUuid kept_;
     const MachineIdentity identity_;
-    mutable std::mutex mutex_;
-    mutable std::optional<Uuid> random_; // made by this process
 };
 
 } // namespace morvellacinto::native

@@ -3,13 +3,9 @@
 #include "ValueBlob.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
+#include <array>
+#include <cstdint>
 #include <sqlite3.h>
-#include <sys/random.h>
-#include <sys/stat.h>
-#include <thread>
-#include <unistd.h>
 #include <utility>
 
 #define XXH_INLINE_ALL
@@ -19,45 +15,29 @@ namespace morvellacinto::native {
 
 namespace {
 
-constexpr std::int64_t applicationId = 0x4D564331;
-constexpr std::int64_t layoutVersion = 1;
+constexpr int applicationId = 0x4D564331;
+constexpr int layoutVersion = 1;
 
-// Settings that are in the database file outlive their log, so it is kept shorter than SQLite would
-// keep it, but a checkpoint costs about as much as two commits and waits until there were many.
-constexpr int fewestPagesInLog = 64;
-constexpr int mostPagesInLog = 1000;
-constexpr int commitsInLog = 40;
-
-constexpr std::chrono::microseconds firstBusyPause(100);
-constexpr std::chrono::microseconds longestBusyPause(1000);
+// The log is cut to about the size at which SQLite empties it.
+constexpr const char* preparation = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;"
+                                    "PRAGMA journal_size_limit = 4194304";
 
 // Keys are blobs: compared byte by byte, and whatever bytes a damaged file has read back as such.
-constexpr const char* createTable = "CREATE TABLE entry (space INTEGER NOT NULL, key BLOB NOT NULL,"
-                                    " stamp INTEGER NOT NULL, sum INTEGER NOT NULL,"
-                                    " value BLOB NOT NULL, PRIMARY KEY (space, key)) WITHOUT ROWID";
-
-bool isDamage(int result) {
-    switch (result & 0xFF) {
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-    case SQLITE_FORMAT:
-    case SQLITE_SCHEMA:
-    case SQLITE_ERROR: // our own words are fine, so the tables are not ours
-        return true;
-    default:
-        return false;
-    }
+// Nothing is journalled: a file that is not complete is thrown away.
+std::string createLayout() {
+    return "PRAGMA auto_vacuum = FULL; PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; BEGIN;"
+           "CREATE TABLE entry (space INTEGER NOT NULL, key BLOB NOT NULL, stamp INTEGER NOT NULL,"
+           " sum INTEGER NOT NULL, value BLOB NOT NULL, PRIMARY KEY (space, key)) WITHOUT ROWID;"
+           "PRAGMA application_id = " +
+           std::to_string(applicationId) +
+           "; PRAGMA user_version = " + std::to_string(layoutVersion) + "; COMMIT";
 }
 
-std::int64_t randomStamp() {
-    std::int64_t stamp = 0;
-    while (stamp == 0) {
-        if (getrandom(&stamp, sizeof stamp, 0) != static_cast<ssize_t>(sizeof stamp)) {
-            stamp = 0;
-        }
-    }
-    return stamp;
-}
+// With SQLITE_ERROR it refuses our own words, which are fine, so the tables are not ours.
+constexpr std::array damage{SQLITE_CORRUPT, SQLITE_NOTADB, SQLITE_FORMAT, SQLITE_SCHEMA,
+                            SQLITE_ERROR};
+
+int waitWhileBusy(void* wait, int) { return static_cast<const Wait*>(wait)->goesOn() ? 1 : 0; }
 
 // Over all columns, so that no part of one row passes for that of another.
 std::int64_t checksum(Space space, std::string_view key, std::int64_t stamp,
@@ -74,302 +54,140 @@ std::string_view blobColumn(sqlite3_stmt* statement, int column) {
             bytes == nullptr ? 0 : static_cast<std::size_t>(length)};
 }
 
-void bindBlob(sqlite3_stmt* statement, int parameter, std::string_view bytes) {
-    // An empty view may have no address, which SQLite would take for NULL. The bytes outlive the
-    // statement's run.
-    sqlite3_bind_blob64(statement, parameter, bytes.empty() ? "" : bytes.data(), bytes.size(),
-                        SQLITE_STATIC);
-}
-
-// A statement that stays in mid-run would keep its transaction open.
-class Reset {
-public:
-    explicit Reset(sqlite3_stmt* statement) : statement_(statement) {}
-    Reset(const Reset&) = delete;
-    Reset& operator=(const Reset&) = delete;
-    ~Reset() {
-        sqlite3_reset(statement_);
-        sqlite3_clear_bindings(statement_);
-    }
-
-private:
-    sqlite3_stmt* statement_;
-};
-
 } // namespace
 
-void SettingsDatabase::Finalizer::operator()(sqlite3_stmt* statement) const noexcept {
-    sqlite3_finalize(statement);
+SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, const Wait& wait)
+    : SettingsDatabase(file, wait, preparation) {}
+
+void SettingsDatabase::fill(const std::filesystem::path& file, const std::vector<Change>& content,
+                            const Wait& wait) {
+    SettingsDatabase filled(file, wait, createLayout());
+    filled.write(content);
+    filled.run("PRAGMA journal_mode = WAL");
+    sqlite3_db_config(filled.connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
 }
-
-void SettingsDatabase::Closer::operator()(sqlite3* connection) const noexcept {
-    sqlite3_close(connection);
-}
-
-SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Layout layout,
-                                   const Patience& patience)
-    : file_(file), patience_(patience) {
-    sqlite3* opened = nullptr;
-    const int result = sqlite3_open_v2(file.c_str(), &opened,
-                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX |
-                                           SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_PRIVATECACHE,
-                                       nullptr);
-    connection_.reset(opened);
-    if (result != SQLITE_OK) {
-        fail("opened", result);
-    }
-    // SQLite falls back to opening a file to read, for whatever reason.
-    const bool openedToRead = sqlite3_db_readonly(opened, "main") == 1;
-    if (openedToRead && access(file.c_str(), W_OK) == 0) {
-        throw std::runtime_error("the settings in " + file_.string() + " could only be read");
-    }
-    sqlite3_busy_handler(opened, waitWhileBusy, this);
-    sqlite3_wal_hook(opened, checkpointSometimes, this);
-    // Closing must be quick: what is in the write-ahead log is durable and stays there.
-    sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    sqlite3_db_config(opened, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    sqlite3_db_config(opened, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    run("PRAGMA cell_size_check = ON");
-
-    const std::int64_t version = queryNumber("PRAGMA user_version");
-    if (version == 0 && layout == Layout::mayBeMade) {
-        createLayout();
-    } else if (version != layoutVersion || queryNumber("PRAGMA application_id") != applicationId) {
-        throw DamageError(file_.string() + " is no settings database");
-    }
-    if (!openedToRead && sqlite3_db_readonly(opened, "main") == 1) {
-        throw DamageError(file_.string() + " forbids to be written, which its file does not");
-    }
-    run("PRAGMA journal_mode = WAL");
-    run("PRAGMA journal_size_limit = -1"); // a log that is cut has been cut by somebody else
-    run("PRAGMA synchronous = FULL");
-    begin_ = prepare("BEGIN");
-    beginWrite_ = prepare("BEGIN IMMEDIATE");
-    commit_ = prepare("COMMIT");
-    version_ = prepare("PRAGMA data_version");
-    list_ = prepare("SELECT space, key, stamp FROM entry");
-    load_ = prepare("SELECT sum, value FROM entry WHERE space = ?1 AND key = ?2");
-    store_ = prepare("INSERT INTO entry (space, key, stamp, sum, value) VALUES (?1, ?2, ?3, ?4, ?5)"
-                     " ON CONFLICT (space, key) DO UPDATE"
-                     " SET stamp = ?3, sum = ?4, value = ?5");
-    remove_ = prepare("DELETE FROM entry WHERE space = ?1 AND key = ?2");
-    rememberFiles();
-}
-
-SettingsDatabase::~SettingsDatabase() = default;
 
 bool SettingsDatabase::wasMoved() const {
     int moved = 0;
-    return sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) ==
-               SQLITE_OK &&
-           moved != 0;
+    sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    return moved != 0;
 }
 
-// SQLite's own pauses are many times as long as a commit takes.
-int SettingsDatabase::waitWhileBusy(void* database, int calls) {
-    if (static_cast<SettingsDatabase*>(database)->patience_.isOver()) {
-        return 0;
-    }
-    std::this_thread::sleep_for(
-        std::min(firstBusyPause * (1 << std::min(calls, 4)), longestBusyPause));
-    return 1;
-}
+int SettingsDatabase::version() const { return numberOf("PRAGMA data_version"); }
 
-int SettingsDatabase::checkpointSometimes(void* database, sqlite3* connection, const char* name,
-                                          int pagesInLog) {
-    auto* self = static_cast<SettingsDatabase*>(database);
-    const int written = pagesInLog - std::exchange(self->pagesInLog_, pagesInLog);
-    if (pagesInLog / commitsInLog >= written ? pagesInLog >= fewestPagesInLog
-                                             : pagesInLog >= mostPagesInLog) {
-        // The commit has succeeded whether or not this does.
-        sqlite3_wal_checkpoint_v2(connection, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
-    }
-    return SQLITE_OK;
-}
-
-void SettingsDatabase::rememberFiles() {
-    const std::array suffixes{"", "-wal", "-shm"};
-    for (std::size_t index = 0; index < suffixes.size(); ++index) {
-        OpenFile& file = openFiles_[index];
-        file.path = file_;
-        file.path += suffixes[index];
-        struct stat status {};
-        if (stat(file.path.c_str(), &status) == 0) {
-            file.device = status.st_dev;
-            file.number = status.st_ino;
-            file.size = static_cast<std::uintmax_t>(status.st_size);
+void SettingsDatabase::read(std::vector<Row>& rows) const {
+    const Statement all = prepare("SELECT space, key, stamp, sum, value FROM entry");
+    while (step(all)) {
+        if (wait_->isUnwanted()) {
+            throw BusyError("the settings were closed while they were read");
         }
-    }
-}
-
-// SQLite does not look whether its files are still there: it would go on and commit to a log that
-// nobody else can find, or that has lost its beginning.
-void SettingsDatabase::checkFiles() {
-    if (wasMoved()) {
-        return;
-    }
-    for (OpenFile& file : openFiles_) {
-        if (file.number == 0) {
+        const Space space{sqlite3_column_int(all.get(), 0)};
+        const std::string_view key = blobColumn(all.get(), 1);
+        const std::string_view blob = blobColumn(all.get(), 4);
+        if (space != Space::settings && space != Space::adapter) {
             continue;
         }
-        struct stat status {};
-        if (stat(file.path.c_str(), &status) != 0) {
-            if (errno == ENOENT) {
-                throw DamageError(file.path.string() + " was deleted while it was in use");
-            }
-            continue;
-        }
-        if (status.st_dev != file.device || status.st_ino != file.number) {
-            throw DamageError(file.path.string() + " was replaced while it was in use");
-        }
-        const auto size = static_cast<std::uintmax_t>(status.st_size);
-        if (size < file.size) {
-            throw DamageError(file.path.string() + " was cut to " + std::to_string(size) +
-                              " bytes while it was in use");
-        }
-        file.size = size;
+        const bool isSound = checksum(space, key, sqlite3_column_int64(all.get(), 2), blob) ==
+                             sqlite3_column_int64(all.get(), 3);
+        rows.push_back({space, std::string(key), isSound ? decodeValue(blob) : std::nullopt});
     }
 }
 
-std::int64_t SettingsDatabase::version() {
-    checkFiles();
-    const Reset reset(version_.get());
-    step(version_, "read");
-    return sqlite3_column_int64(version_.get(), 0);
-}
-
-void SettingsDatabase::read(const std::function<std::int64_t(Space, std::string_view)>& known,
-                            std::vector<Row>& rows) {
+void SettingsDatabase::write(const std::vector<Change>& changes) {
+    std::int64_t stamp = 0; // makes the checksum of a value another one each time
+    sqlite3_randomness(sizeof stamp, &stamp);
+    const Statement store = prepare("REPLACE INTO entry (space, key, stamp, sum, value)"
+                                    " VALUES (?1, ?2, ?3, ?4, ?5)");
+    const Statement remove = prepare("DELETE FROM entry WHERE space = ?1 AND key = ?2");
+    run("BEGIN IMMEDIATE");
     try {
-        {
-            const Reset reset(begin_.get());
-            step(begin_, "read");
-        }
-        const Reset reset(list_.get());
-        while (step(list_, "read")) {
-            const int space = sqlite3_column_int(list_.get(), 0);
-            if (space != static_cast<int>(Space::settings) &&
-                space != static_cast<int>(Space::adapter)) {
-                continue;
-            }
-            Row row{Space{space}, std::string(blobColumn(list_.get(), 1)),
-                    sqlite3_column_int64(list_.get(), 2), false, std::nullopt};
-            if (known(row.space, row.key) != row.stamp) {
-                loadValue(row);
-            }
-            rows.push_back(std::move(row));
-        }
-    } catch (...) {
-        rollBack();
-        throw;
-    }
-    rollBack();
-}
-
-std::int64_t SettingsDatabase::write(std::span<const Change> changes) {
-    checkFiles();
-    const std::int64_t stamp = randomStamp();
-    try {
-        {
-            const Reset reset(beginWrite_.get());
-            step(beginWrite_, "locked");
-        }
         for (const Change& change : changes) {
-            const Statement& statement = change.blob == nullptr ? remove_ : store_;
-            const Reset reset(statement.get());
-            sqlite3_bind_int(statement.get(), 1, static_cast<int>(change.space));
-            bindBlob(statement.get(), 2, change.key);
-            if (change.blob != nullptr) {
-                sqlite3_bind_int64(statement.get(), 3, stamp);
-                sqlite3_bind_int64(statement.get(), 4,
+            sqlite3_stmt* const statement = (change.blob ? store : remove).get();
+            sqlite3_bind_int(statement, 1, static_cast<int>(change.space));
+            sqlite3_bind_blob64(statement, 2, change.key.data(), change.key.size(), SQLITE_STATIC);
+            if (change.blob) {
+                sqlite3_bind_int64(statement, 3, stamp);
+                sqlite3_bind_int64(statement, 4,
                                    checksum(change.space, change.key, stamp, *change.blob));
-                bindBlob(statement.get(), 5, *change.blob);
+                sqlite3_bind_blob64(statement, 5, change.blob->data(), change.blob->size(),
+                                    SQLITE_STATIC);
             }
-            step(statement, "written");
+            step(change.blob ? store : remove);
+            sqlite3_reset(statement);
         }
-        const Reset reset(commit_.get());
-        step(commit_, "written");
+        run("COMMIT");
     } catch (...) {
-        rollBack();
+        sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
         throw;
     }
-    return stamp;
 }
 
-void SettingsDatabase::fail(const char* doing, int result) const {
-    const std::string sentence = "the settings in " + file_.string() + " could not be " + doing +
-                                 ": " + sqlite3_errmsg(connection_.get()) + " (" +
+SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, const Wait& wait,
+                                   const std::string& preparation)
+    : file_(file), wait_(std::make_unique<Wait>(wait)), connection_(nullptr, sqlite3_close) {
+    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE |
+                          SQLITE_OPEN_PRIVATECACHE;
+    sqlite3* opened = nullptr;
+    const int result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
+    connection_.reset(opened);
+    if (result != SQLITE_OK) {
+        fail(result);
+    }
+    const bool mayBeWritten = sqlite3_db_readonly(opened, "main") == 0;
+    sqlite3_busy_handler(opened, waitWhileBusy, wait_.get());
+    // Closing is quick, and leaves a damaged file as it is.
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    run("PRAGMA cell_size_check = ON;" + preparation);
+    if (numberOf("PRAGMA user_version") != layoutVersion ||
+        numberOf("PRAGMA application_id") != applicationId) {
+        throw DamageError(file_.string() + " is no settings database");
+    }
+    if (mayBeWritten && sqlite3_db_readonly(opened, "main") == 1) {
+        throw DamageError(file_.string() + " forbids to be written, which its file does not");
+    }
+}
+
+void SettingsDatabase::fail(int result) const {
+    const std::string sentence = "the settings in " + file_.string() +
+                                 " cannot be used: " + sqlite3_errmsg(connection_.get()) + " (" +
                                  std::to_string(result) + ")";
-    if (isDamage(result)) {
+    if (std::find(damage.begin(), damage.end(), result & 0xFF) != damage.end()) {
         throw DamageError(sentence);
+    }
+    if ((result & 0xFF) == SQLITE_BUSY) {
+        throw BusyError(sentence);
     }
     throw std::runtime_error(sentence);
 }
 
-void SettingsDatabase::run(const char* sql) {
-    const int result = sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr);
+void SettingsDatabase::run(const std::string& sql) {
+    const int result = sqlite3_exec(connection_.get(), sql.c_str(), nullptr, nullptr, nullptr);
     if (result != SQLITE_OK) {
-        fail("opened", result);
+        fail(result);
     }
 }
 
-std::int64_t SettingsDatabase::queryNumber(const char* sql) {
-    const Statement statement = prepare(sql);
-    step(statement, "opened");
-    return sqlite3_column_int64(statement.get(), 0);
-}
-
-SettingsDatabase::Statement SettingsDatabase::prepare(const char* sql) {
+SettingsDatabase::Statement SettingsDatabase::prepare(const char* sql) const {
     sqlite3_stmt* statement = nullptr;
-    const int result = sqlite3_prepare_v3(connection_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT,
-                                          &statement, nullptr);
+    const int result = sqlite3_prepare_v2(connection_.get(), sql, -1, &statement, nullptr);
     if (result != SQLITE_OK) {
-        fail("opened", result);
+        fail(result);
     }
-    return Statement(statement);
+    return {statement, sqlite3_finalize};
 }
 
-void SettingsDatabase::createLayout() {
-    try {
-        run("PRAGMA journal_mode = WAL");
-        run("PRAGMA synchronous = FULL");
-        run("BEGIN IMMEDIATE");
-        run(createTable);
-        run(("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
-        run(("PRAGMA user_version = " + std::to_string(layoutVersion)).c_str());
-        run("COMMIT");
-    } catch (...) {
-        rollBack();
-        throw;
-    }
-}
-
-bool SettingsDatabase::step(const Statement& statement, const char* doing) {
+bool SettingsDatabase::step(const Statement& statement) const {
     const int result = sqlite3_step(statement.get());
     if (result != SQLITE_ROW && result != SQLITE_DONE) {
-        fail(doing, result);
+        fail(result);
     }
     return result == SQLITE_ROW;
 }
 
-void SettingsDatabase::loadValue(Row& row) {
-    const Reset reset(load_.get());
-    sqlite3_bind_int(load_.get(), 1, static_cast<int>(row.space));
-    bindBlob(load_.get(), 2, row.key);
-    row.loaded = true;
-    if (!step(load_, "read")) {
-        return; // listed but not found: damage has put the keys out of order
-    }
-    const std::string_view blob = blobColumn(load_.get(), 1);
-    if (checksum(row.space, row.key, row.stamp, blob) == sqlite3_column_int64(load_.get(), 0)) {
-        row.value = decodeValue(blob);
-    }
-}
-
-void SettingsDatabase::rollBack() noexcept {
-    if (sqlite3_get_autocommit(connection_.get()) == 0) {
-        sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
-    }
+int SettingsDatabase::numberOf(const char* sql) const {
+    const Statement statement = prepare(sql);
+    step(statement);
+    return sqlite3_column_int(statement.get(), 0);
 }
 
 } // namespace morvellacinto::native

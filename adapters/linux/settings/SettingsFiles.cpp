@@ -1,62 +1,64 @@
 #include "SettingsFiles.h"
 
-#include "WriteAheadLog.h"
-
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <fcntl.h>
+#include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 namespace morvellacinto::native {
 
 namespace {
 
-// The layout's version is part of the name, so that versions never meet in one file.
-constexpr const char* databaseSuffix = ".v1.db";
-constexpr const char* lockSuffix = ".v1.lock";
-constexpr const char* asideMark = ".damaged-";
-constexpr const char* logSuffix = "-wal";
-constexpr std::array companionSuffixes{logSuffix, "-shm"};
-constexpr std::size_t asideKept = 3;
+// SQLite's log and its index belong to the database by their names alone.
+constexpr std::array suffixes{"", "-wal", "-shm"};
 
-[[noreturn]] void fail(int error, const std::string& what) {
-    throw std::system_error(error, std::generic_category(), what);
+[[noreturn]] void fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
 }
 
-std::filesystem::path with(std::filesystem::path path, const std::string& suffix) {
+std::filesystem::path with(std::filesystem::path path, const char* suffix) {
     path += suffix;
     return path;
 }
 
-std::uintmax_t sizeOf(const std::filesystem::path& path) {
-    std::error_code none;
-    const std::uintmax_t size = std::filesystem::file_size(path, none);
-    return none ? 0 : size;
+// What a file holds, or which entries a folder has, survives loss of power from here on.
+void flush(const std::filesystem::path& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool isFlushed = descriptor >= 0 && fsync(descriptor) == 0;
+    const int error = errno;
+    close(descriptor);
+    if (!isFlushed) {
+        errno = error;
+        fail("flushing " + path.string());
+    }
+}
+
+void makeFolder(const std::filesystem::path& folder) {
+    int result = mkdir(folder.c_str(), 0700);
+    if (result != 0 && errno == ENOENT && folder.has_relative_path()) {
+        makeFolder(folder.parent_path());
+        result = mkdir(folder.c_str(), 0700);
+    }
+    if (result == 0) {
+        flush(folder.parent_path());
+    } else if (errno != EEXIST) {
+        fail("making " + folder.string());
+    }
+}
+
+void moveIfThere(const std::filesystem::path& from, const std::filesystem::path& to) {
+    if (rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
+        fail("renaming " + from.string());
+    }
 }
 
 void removeIfThere(const std::filesystem::path& path) {
     if (unlink(path.c_str()) != 0 && errno != ENOENT) {
-        fail(errno, "deleting " + path.string());
-    }
-}
-
-// Makes the entries of a folder survive loss of power.
-void flushFolder(const std::filesystem::path& folder) {
-    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) {
-        fail(errno, "opening " + folder.string());
-    }
-    const int result = fsync(descriptor);
-    const int error = errno;
-    close(descriptor);
-    if (result != 0) {
-        fail(error, "flushing " + folder.string());
+        fail("deleting " + path.string());
     }
 }
 
@@ -78,95 +80,88 @@ std::string percentEncoded(std::string_view text) {
     return encoded;
 }
 
-SettingsFiles::SettingsFiles(std::filesystem::path directory, std::string_view bundle)
-    : directory_(std::move(directory)),
-      database_(directory_ / (percentEncoded(bundle) + databaseSuffix)),
-      lock_(directory_ / (percentEncoded(bundle) + lockSuffix)) {}
+// The layout's version is part of the names, so that versions never meet in one file.
+SettingsFiles::SettingsFiles(const std::filesystem::path& directory, std::string_view bundle)
+    : directory_(directory), database_(directory / (percentEncoded(bundle) + ".v1.db")),
+      draft_(with(database_, ".draft")), complete_(with(database_, ".complete")),
+      aside_(with(database_, ".damaged")) {}
 
-bool SettingsFiles::hasDatabase() const { return sizeOf(database_) > 0; }
-
-std::string SettingsFiles::damage() const {
-    const std::filesystem::path log = with(database_, logSuffix);
-    if (!hasDatabase() && std::filesystem::exists(database_) && sizeOf(log) > 0) {
-        return database_.string() + " is empty but its log is not";
+SettingsFiles::Lock SettingsFiles::lock(Sharing sharing, const Wait& wait) const {
+    int descriptor = open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0 && errno == ENOENT) {
+        makeFolder(directory_);
+        descriptor = open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     }
-    if (losesCommits(log)) {
-        return log.string() + " is damaged";
-    }
-    return {};
-}
-
-void SettingsFiles::createDirectory() const {
-    std::vector<std::filesystem::path> missing;
-    std::error_code ignored;
-    for (std::filesystem::path folder = std::filesystem::absolute(directory_).lexically_normal();
-         !std::filesystem::exists(folder, ignored) && folder.has_relative_path();
-         folder = folder.parent_path()) {
-        missing.push_back(folder);
-    }
-    for (; !missing.empty(); missing.pop_back()) {
-        const std::filesystem::path& folder = missing.back();
-        if (folder.has_filename() && mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-            fail(errno, "making " + folder.string());
-        }
-        flushFolder(folder.parent_path());
-    }
-}
-
-void SettingsFiles::createDatabase() const {
-    if (std::filesystem::exists(database_)) {
-        return;
-    }
-    // Of an earlier database: none of their content may find its way into the new one.
-    for (const char* suffix : companionSuffixes) {
-        removeIfThere(with(database_, suffix));
-    }
-    const int descriptor =
-        open(database_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (descriptor < 0) {
-        fail(errno, "making " + database_.string());
+        fail("opening " + directory_.string());
+    }
+    Lock lock(nullptr, [descriptor](void*) {
+        flock(descriptor, LOCK_UN); // or a child made by fork() meanwhile would keep it
+        close(descriptor);
+    });
+    const int operation = (sharing == Sharing::alone ? LOCK_EX : LOCK_SH) | LOCK_NB;
+    while (flock(descriptor, operation) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            fail("locking " + directory_.string());
+        }
+        if (!wait.goesOn()) {
+            throw BusyError(directory_.string() + " was locked by others for too long");
+        }
+    }
+    return lock;
+}
+
+bool SettingsFiles::hasDatabase() const {
+    bool isThere = false;
+    for (const char* suffix : suffixes) {
+        const std::filesystem::path file = with(database_, suffix);
+        struct stat status {};
+        if (lstat(file.c_str(), &status) != 0) {
+            if (errno != ENOENT) {
+                fail("looking at " + file.string());
+            }
+            continue;
+        }
+        if (!S_ISREG(status.st_mode) || status.st_uid != geteuid() ||
+            (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+            throw std::runtime_error(file.string() + " is not used for settings: it is no regular "
+                                                     "file that this user alone may write");
+        }
+        isThere = isThere || file == database_;
+    }
+    return isThere;
+}
+
+bool SettingsFiles::hasOrphanedDraft() const {
+    return access(database_.c_str(), F_OK) != 0 && access(complete_.c_str(), F_OK) == 0;
+}
+
+std::filesystem::path SettingsFiles::draft() const {
+    for (const char* suffix : suffixes) {
+        removeIfThere(with(draft_, suffix));
+    }
+    const int descriptor = open(draft_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (descriptor < 0) {
+        fail("making " + draft_.string());
     }
     close(descriptor);
+    return draft_;
 }
 
-std::filesystem::path SettingsFiles::setAside() const {
-    const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
-        std::chrono::system_clock::now().time_since_epoch());
-    std::filesystem::path aside =
-        with(database_, asideMark + std::to_string(now.count()) + '-' + std::to_string(getpid()));
-    // The database first: whoever still has it open tells by its name that it is no longer in use.
-    if (rename(database_.c_str(), aside.c_str()) != 0) {
-        fail(errno, "renaming " + database_.string());
-    }
-    for (const char* companion : companionSuffixes) {
-        const std::filesystem::path from = with(database_, companion);
-        if (rename(from.c_str(), with(aside, companion).c_str()) != 0 && errno != ENOENT) {
-            fail(errno, "renaming " + from.string());
-        }
-    }
-    dropOldest();
-    return aside;
+void SettingsFiles::completeDraft() const {
+    flush(draft_);
+    moveIfThere(draft_, complete_);
+    flush(directory_);
 }
 
-void SettingsFiles::dropOldest() const {
-    const std::string prefix = database_.filename().string() + asideMark;
-    std::vector<std::filesystem::path> aside;
-    for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
-        const std::string name = entry.path().filename().string();
-        const bool isCompanion =
-            std::any_of(companionSuffixes.begin(), companionSuffixes.end(),
-                        [&name](std::string_view suffix) { return name.ends_with(suffix); });
-        if (name.starts_with(prefix) && !isCompanion) {
-            aside.push_back(entry.path());
-        }
+// The log goes with its database: SQLite would play it into the new one. The database goes first:
+// those who have it open tell by its name that it is no longer in use.
+void SettingsFiles::installDraft() const {
+    for (const char* suffix : suffixes) {
+        moveIfThere(with(database_, suffix), with(aside_, suffix));
     }
-    std::sort(aside.begin(), aside.end());
-    for (std::size_t index = 0; index + asideKept < aside.size(); ++index) {
-        removeIfThere(aside[index]);
-        for (const char* suffix : companionSuffixes) {
-            removeIfThere(with(aside[index], suffix));
-        }
-    }
+    moveIfThere(complete_, database_);
+    flush(directory_);
 }
 
 } // namespace morvellacinto::native

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "Wait.h"
+
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -11,36 +14,40 @@ namespace morvellacinto::native {
 
 /// The files that the settings of one bundle live in.
 ///
-/// What changes them throws std::system_error, and is only called with the lock on `lock()` held.
+/// A new database is filled as `draft()`, becomes complete with `completeDraft()` and the database
+/// with `installDraft()`; a process killed in between leaves the old database, or the complete
+/// draft for the next one to install. Failures leave as exceptions with a sentence.
 class SettingsFiles {
 public:
-    SettingsFiles(std::filesystem::path directory, std::string_view bundle);
+    /// Whoever uses the database's name, to open it or to commit, shares the lock; whoever changes
+    /// which file that is has it alone. It belongs to the directory.
+    using Lock = std::shared_ptr<void>;
+    enum class Sharing { shared, alone };
+
+    SettingsFiles(const std::filesystem::path& directory, std::string_view bundle);
+
+    /// Waits for the lock; makes the directory when it is missing, for this user alone.
+    [[nodiscard]] Lock lock(Sharing sharing, const Wait& wait) const;
 
     [[nodiscard]] const std::filesystem::path& database() const noexcept { return database_; }
-    [[nodiscard]] const std::filesystem::path& lock() const noexcept { return lock_; }
-
-    /// Whether there is a database that is not an empty file.
+    /// Throws for files that others could have a hand in, or that are no regular ones.
     [[nodiscard]] bool hasDatabase() const;
-    /// What SQLite would not tell and rather drop: a sentence, empty when there is no such damage.
-    /// Certain only while nobody commits.
-    [[nodiscard]] std::string damage() const;
+    /// Whether somebody was kept from installing a complete draft after the database was set aside.
+    [[nodiscard]] bool hasOrphanedDraft() const;
 
-    /// Makes the directory and its missing parents, durably, for this user alone. Needs no lock.
-    void createDirectory() const;
-
-    /// Makes an empty database file where there is none, for this user alone.
-    void createDatabase() const;
-
-    /// Gives the database another name, and keeps the three newest that have such a name.
-    /// Connections that have it open must notice by themselves. The new path.
-    std::filesystem::path setAside() const;
+    /// These need the lock for oneself alone. An empty file of this user's:
+    [[nodiscard]] std::filesystem::path draft() const;
+    void completeDraft() const;
+    /// Sets the database aside, in place of the one set aside before, and puts the complete draft
+    /// in its place.
+    void installDraft() const;
 
 private:
-    void dropOldest() const;
-
     std::filesystem::path directory_;
     std::filesystem::path database_;
-    std::filesystem::path lock_;
+    std::filesystem::path draft_;
+    std::filesystem::path complete_;
+    std::filesystem::path aside_;
 };
 
 } // namespace morvellacinto::native

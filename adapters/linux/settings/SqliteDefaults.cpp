@@ -1,285 +1,239 @@
 #include "SqliteDefaults.h"
 
-#include "SettingsMemory.h"
-#include "SettingsStorage.h"
 #include "ValueBlob.h"
 
-#include <algorithm>
-#include <array>
-#include <atomic>
 #include <chrono>
-#include <mutex>
-#include <unistd.h>
+#include <exception>
 #include <utility>
-#include <vector>
 
 namespace morvellacinto::native {
 
 namespace {
 
-using Report = SettingsStorage::Report;
-
 constexpr std::chrono::milliseconds flushPatience(5000);
-constexpr std::chrono::milliseconds readPatience(500);
+constexpr std::chrono::milliseconds firstReadPatience(500);
 
-// Tells a failure that lasts once, also when reading and writing fail for the same reason.
-class Failures {
-public:
-    enum Of { reading, writing };
-
-    void happened(Of which, const std::string& sentence, Report& report) {
-        const std::lock_guard lock(mutex_);
-        if (std::find(last_.begin(), last_.end(), sentence) == last_.end()) {
-            report.push_back(sentence);
+// The last thing that an operation does: the host may let go of the defaults meanwhile.
+void tell(const Diagnostics& diagnostics, const std::vector<std::string>& report) {
+    const Diagnostics sink = report.empty() ? nullptr : diagnostics;
+    for (const std::string& sentence : report) {
+        if (sink) {
+            sink(sentence);
         }
-        last_[which] = sentence;
     }
-    void ended(Of which) {
-        const std::lock_guard lock(mutex_);
-        last_[which].clear();
-    }
-
-private:
-    std::mutex mutex_;
-    std::array<std::string, 2> last_;
-};
+}
 
 } // namespace
 
-struct SqliteDefaults::State {
-    State(std::filesystem::path directory, const std::string& bundle, Diagnostics sink)
-        : diagnostics(std::move(sink)),
-          storage(SettingsFiles(std::move(directory), bundle), memory) {}
-
-    [[nodiscard]] std::optional<Value> value(Space space, std::string_view key);
-    [[nodiscard]] bool synchronize();
-    void close();
-
-    const pid_t process = getpid();
-    SettingsMemory memory;
-
-    // Set to live on for good, within reach of leak checkers.
-    std::shared_ptr<State> itself;
-    State* keptBefore = nullptr;
-
-private:
-    void look(Report& report);
-    void lookNow(Report& report);
-    void readChanges(Report& report);
-    [[nodiscard]] bool flush(Report& report);
-    [[nodiscard]] std::int64_t write(const SettingsMemory::Pending& pending,
-                                     const Patience& patience, Report& report);
-    void tell(const Report& report) const;
-
-    const Diagnostics diagnostics;
-    SettingsStorage storage;
-    Failures failures;
-    std::atomic<bool> closing = false;
-
-    // Reads go on while a flush takes its time. With both locks, `writing` comes first.
-    std::mutex writing;
-    SettingsStorage::Connection writer;
-    std::mutex reading;
-    SettingsStorage::Connection reader;
-    std::int64_t readVersion = -1; // of the database when memory took it over
-};
-
-std::optional<Value> SqliteDefaults::State::value(Space space, std::string_view key) {
-    std::optional<Value> found;
-    if (memory.findIfCurrent(space, key, found)) {
-        return found;
-    }
-    Report report;
-    look(report);
-    found = memory.find(space, key);
-    tell(report);
-    return found;
-}
-
-bool SqliteDefaults::State::synchronize() {
-    Report report;
-    bool flushed = false;
-    {
-        const std::lock_guard lock(writing);
-        flushed = flush(report);
-    }
-    tell(report);
-    return flushed;
-}
-
-void SqliteDefaults::State::close() {
-    closing = true;
-    const std::lock_guard noWriting(writing);
-    const std::lock_guard noReading(reading);
-    memory.close();
-    writer.reset();
-    reader.reset();
-}
-
-void SqliteDefaults::State::look(Report& report) {
-    const std::lock_guard lock(reading);
-    if (memory.isCurrent()) {
-        return; // another thread has just done it
-    }
-    lookNow(report);
-}
-
-// Brings memory up to date; when that fails it stays as it is. `reading` is held.
-void SqliteDefaults::State::lookNow(Report& report) {
-    try {
-        readChanges(report);
-        failures.ended(Failures::reading);
-    } catch (const std::exception& error) {
-        reader.reset();
-        memory.couldNotLook();
-        if (!closing) {
-            failures.happened(Failures::reading, error.what(), report);
-        }
-    }
-}
-
-void SqliteDefaults::State::readChanges(Report& report) {
-    const Patience patience(readPatience, &closing);
-    bool mayBeKept = true;
-    if (!storage.isUpToDate(reader)) {
-        mayBeKept = storage.openToRead(reader, patience, report);
-        readVersion = -1;
-    } else {
-        reader->setPatience(patience);
-    }
-    for (bool damagedBefore = false;;) {
-        const SettingsMemory::Moment now = memory.now();
-        try {
-            const std::int64_t version = reader->version();
-            std::vector<SettingsDatabase::Row> rows;
-            Report damaged;
-            const bool mustRead = now.mustRead || version != readVersion;
-            if (mustRead) {
-                storage.read(*reader, rows, damaged);
-            }
-            if (!mustRead || memory.takeOver(rows, now, true)) {
-                readVersion = version;
-                memory.lookedAt(now);
-                report.insert(report.end(), damaged.begin(), damaged.end());
-                if (!mayBeKept) {
-                    reader.reset();
-                    memory.couldNotLook();
-                }
-                return;
-            }
-        } catch (const DamageError& damage) {
-            if (std::exchange(damagedBefore, true)) {
-                throw;
-            }
-            storage.replaceDamaged(reader, damage, patience, report);
-            mayBeKept = storage.openToRead(reader, patience, report);
-            readVersion = -1;
-        }
-    }
-}
-
-bool SqliteDefaults::State::flush(Report& report) {
-    if (memory.isClosed()) {
-        return false;
-    }
-    SettingsMemory::Pending pending = memory.pending();
-    if (pending.changes.empty()) {
-        return true;
-    }
-    if (writer == nullptr) {
-        // The reader notices what has become of the files meanwhile, which a new connection cannot.
-        const std::lock_guard lock(reading);
-        lookNow(report);
-        pending = memory.pending();
-    }
-    const Patience patience(flushPatience);
-    try {
-        std::int64_t stamp = 0;
-        try {
-            stamp = write(pending, patience, report);
-        } catch (const DamageError& damage) {
-            storage.replaceDamaged(writer, damage, patience, report);
-            stamp = write(pending, patience, report);
-        }
-        memory.committed(pending, stamp);
-        failures.ended(Failures::writing);
-        return true;
-    } catch (const std::exception& error) {
-        // After a failed flush to disk nothing is known of the connection's files: open them anew.
-        writer.reset();
-        failures.happened(Failures::writing, error.what(), report);
-        return false;
-    }
-}
-
-std::int64_t SqliteDefaults::State::write(const SettingsMemory::Pending& pending,
-                                          const Patience& patience, Report& report) {
-    const FileLock lock = storage.open(writer, patience, report);
-    return writer->write(pending.changes);
-}
-
-void SqliteDefaults::State::tell(const Report& report) const {
-    if (diagnostics) {
-        for (const std::string& sentence : report) {
-            diagnostics(sentence);
-        }
-    }
-}
-
-SqliteDefaults::SqliteDefaults(std::filesystem::path directory, const std::string& bundle,
+SqliteDefaults::SqliteDefaults(const std::filesystem::path& directory, std::string_view bundle,
                                Diagnostics diagnostics)
-    : state_(std::make_shared<State>(std::move(directory), bundle, std::move(diagnostics))) {}
+    : diagnostics_(std::move(diagnostics)), files_(directory, bundle) {}
 
-SqliteDefaults::~SqliteDefaults() {
-    if (getpid() != state_->process) {
-        // Closing a connection that was made before fork() would harm the parent's: never do it.
-        static std::atomic<State*> kept = nullptr;
-        state_->itself = state_;
-        state_->keptBefore = kept.exchange(state_.get());
-        return;
-    }
-    close();
-}
+SqliteDefaults::~SqliteDefaults() { SqliteDefaults::close(); }
 
 std::optional<Value> SqliteDefaults::objectForKey(std::string_view key) const {
-    return state_->value(Space::settings, key);
+    return read([&] { return store_.find(Space::settings, key); });
 }
 
 void SqliteDefaults::setObjectForKey(Value value, std::string_view key) {
-    std::string blob = encodeValue(value);
-    state_->memory.set(Space::settings, key, std::move(value), std::move(blob));
+    auto blob = std::make_shared<const std::string>(encodeValue(value));
+    store_.change(Space::settings, key, std::move(value), std::move(blob));
 }
 
 void SqliteDefaults::removeObjectForKey(std::string_view key) {
-    static_cast<void>(state_->value(Space::settings, key)); // brings memory up to date
-    state_->memory.remove(Space::settings, key);
+    store_.change(Space::settings, key, std::nullopt, nullptr);
 }
 
 bool SqliteDefaults::synchronize() {
-    const std::shared_ptr<State> state = state_;
-    return state->synchronize();
+    Report report;
+    bool isFlushed = false;
+    {
+        const Wait wait(flushPatience, isClosing_);
+        const std::lock_guard lock(mutex_);
+        isFlushed = flush(wait, report);
+    }
+    tell(diagnostics_, report);
+    return isFlushed;
 }
 
 Object SqliteDefaults::contents() const {
-    static_cast<void>(state_->value(Space::settings, {})); // brings memory up to date
-    return state_->memory.contents(Space::settings);
+    return read([&] { return store_.contents(Space::settings); });
 }
 
-std::optional<std::string> SqliteDefaults::adapterValue(std::string_view name) const {
-    const std::optional<Value> value = state_->value(Space::adapter, name);
-    if (!value || !value->isString()) {
-        return std::nullopt;
+KeptText SqliteDefaults::adapterValue(std::string_view name) const {
+    return read([&] {
+        // Asked before the value: what is read in between cannot make it too sure.
+        KeptText kept{std::nullopt, store_.isCurrent()};
+        if (const auto value = store_.find(Space::adapter, name); value && value->isString()) {
+            kept = {std::string(value->asString()), true};
+        }
+        return kept;
+    });
+}
+
+void SqliteDefaults::setAdapterValue(std::string_view name, std::string_view text) {
+    store_.change(Space::adapter, name, text,
+                  std::make_shared<const std::string>(encodeValue(text)));
+}
+
+void SqliteDefaults::close() {
+    isClosing_ = true;
+    const std::lock_guard lock(mutex_);
+    database_.reset();
+    store_.close();
+}
+
+template <class Find>
+std::invoke_result_t<Find> SqliteDefaults::read(const Find& find) const {
+    Report report;
+    if (store_.isDue()) {
+        look(report);
     }
-    return std::string(value->asString());
+    auto found = find();
+    tell(diagnostics_, report);
+    return found;
 }
 
-bool SqliteDefaults::setAdapterValue(std::string_view name, std::string_view text) {
-    const std::shared_ptr<State> state = state_;
-    const Value value = text;
-    state->memory.set(Space::adapter, name, value, encodeValue(value));
-    return state->synchronize();
+void SqliteDefaults::look(Report& report) const {
+    const Wait wait(store_.wasRead() ? std::chrono::milliseconds(0) : firstReadPatience,
+                    isClosing_);
+    std::unique_lock lock(mutex_, std::try_to_lock);
+    while (!lock.owns_lock() && !store_.wasRead() && wait.goesOn()) {
+        static_cast<void>(lock.try_lock());
+    }
+    if (!lock.owns_lock() || !store_.isDue() || isClosing_) {
+        return; // another thread is at it, or has just been
+    }
+    try {
+        static_cast<void>(connect(wait, report));
+    } catch (const std::exception& error) {
+        database_.reset();
+        const bool wasRead = store_.wasRead();
+        store_.looked(false);
+        if (!wasRead || dynamic_cast<const BusyError*>(&error) == nullptr) {
+            tellOnce(error.what(), report);
+        }
+    }
 }
 
-void SqliteDefaults::close() { state_->close(); }
+bool SqliteDefaults::flush(const Wait& wait, Report& report) const {
+    const std::vector<Store::Change> pending = store_.pending();
+    if (pending.empty() || isClosing_) {
+        return !isClosing_;
+    }
+    try {
+        Lock lock;
+        try {
+            lock = connect(wait, report);
+            database_->write(pending);
+        } catch (const DamageError& damage) {
+            lock.reset();
+            lock = replace(damage.what(), wait, report);
+            database_->write(pending);
+        }
+        store_.committed(pending);
+        return true;
+    } catch (const std::exception& error) {
+        // After a failed flush to disk nothing is known of the connection's files: open them anew.
+        database_.reset();
+        tellOnce(error.what(), report);
+        return false;
+    }
+}
+
+// Brings memory up to date with the database that bears the name now, which no other is put in
+// place of while the lock lives.
+SqliteDefaults::Lock SqliteDefaults::connect(const Wait& wait, Report& report) const {
+    std::string damage;
+    try {
+        const Lock shared = files_.lock(SettingsFiles::Sharing::shared, wait);
+        if (reach(wait, report)) {
+            return shared;
+        }
+    } catch (const DamageError& error) {
+        damage = error.what();
+    }
+    return replace(std::move(damage), wait, report);
+}
+
+// For a database that is damaged or missing, unless others have replaced it.
+SqliteDefaults::Lock SqliteDefaults::replace(std::string damage, const Wait& wait,
+                                             Report& report) const {
+    const Lock alone = files_.lock(SettingsFiles::Sharing::alone, wait);
+    try {
+        const bool isOpen = database_ != nullptr && !database_->wasMoved();
+        if ((damage.empty() || !isOpen) && reach(wait, report)) {
+            return alone;
+        }
+    } catch (const DamageError& error) {
+        damage = error.what();
+    }
+    if (damage.empty() && database_ != nullptr) {
+        damage = files_.database().string() + " was deleted while it was in use";
+    }
+    if (!files_.hasOrphanedDraft()) {
+        rescue();
+        const std::vector<Store::Change> known = store_.everything();
+        SettingsDatabase::fill(files_.draft(), known, wait);
+        files_.completeDraft();
+        if (!damage.empty()) {
+            report.push_back("the settings were begun anew with " + std::to_string(known.size()) +
+                             " known values, and what was damaged of them set aside (" + damage +
+                             ")");
+        }
+    }
+    database_.reset();
+    files_.installDraft();
+    if (!reach(wait, report)) {
+        throw std::runtime_error(files_.database().string() + " was deleted at once");
+    }
+    return alone;
+}
+
+// False when there is no database.
+bool SqliteDefaults::reach(const Wait& wait, Report& report) const {
+    if (database_ == nullptr || database_->wasMoved()) {
+        if (!files_.hasDatabase()) {
+            return false;
+        }
+        database_ = std::make_unique<SettingsDatabase>(files_.database(), wait);
+        versionRead_ = 0;
+    }
+    database_->setWait(wait);
+    if (const int version = database_->version(); version != versionRead_) {
+        std::vector<SettingsDatabase::Row> rows;
+        database_->read(rows);
+        for (const SettingsDatabase::Row& row : rows) {
+            if (!row.value) {
+                tellOnce("the value of " + percentEncoded(row.key) + " in " +
+                             files_.database().string() + " is damaged and counts as absent",
+                         report);
+            }
+        }
+        store_.takeOver(std::move(rows), true);
+        versionRead_ = version; // what others have committed since the question is read again
+    }
+    store_.looked(true);
+    return true;
+}
+
+// Takes over what can still be read of the database that is to be replaced.
+void SqliteDefaults::rescue() const {
+    std::vector<SettingsDatabase::Row> rows;
+    try {
+        if (database_ != nullptr) {
+            database_->read(rows);
+        }
+    } catch (const std::runtime_error&) {
+        // The rows before the damage have been read.
+    }
+    store_.takeOver(std::move(rows), false);
+}
+
+void SqliteDefaults::tellOnce(const std::string& sentence, Report& report) const {
+    if (!isClosing_ && told_.insert(sentence).second) {
+        report.push_back(sentence);
+    }
+}
 
 } // namespace morvellacinto::native

@@ -1,32 +1,40 @@
 #pragma once
 
+// Read in this order: SqliteDefaults (the operations, and opening and replacing the database),
+// Store (the values in memory), SettingsDatabase (a connection), SettingsFiles (names and locks).
+
 #include "Diagnostics.h"
+#include "KeptValues.h"
+#include "SettingsFiles.h"
+#include "Store.h"
 #include "morvellacinto/platform/UserDefaults.h"
 
-#include <filesystem>
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <vector>
 
 namespace morvellacinto::native {
 
 /// Persistent defaults in an SQLite database, one for each bundle; several processes may have the
 /// same one open. docs/storage.md describes the files.
 ///
-/// Everything is kept in memory. Reads are answered from there, and still see at the next read what
-/// another process has flushed; when that process has no System V shared memory in common with this
-/// one (another sandbox), within 100 ms. A pending change of this process hides what others flush
-/// under its key. The last one to flush a key wins.
+/// Everything is kept in memory. Reads are answered from there, and within 100 ms see what another
+/// process has flushed; none waits for a flush. A pending change of this process hides what others
+/// flush under its key. The last one to flush a key wins.
 ///
-/// Any thread. Constructing opens nothing; the first use does. In a child made by fork() only the
-/// destructor may be called, and does nothing.
+/// Any thread. Constructing opens nothing; the first use does.
 class SqliteDefaults final : public platform::UserDefaults {
 public:
     /// The files live in `directory`, made with its parents when it is missing, and are named for
-    /// `bundle`. `diagnostics` hears of damage and failures, once for each and not once a call,
-    /// inside the operation that meets them.
-    SqliteDefaults(std::filesystem::path directory, const std::string& bundle,
+    /// `bundle`. `diagnostics` hears of damage and of each failure once, at the end of the
+    /// operation that meets it.
+    SqliteDefaults(const std::filesystem::path& directory, std::string_view bundle,
                    Diagnostics diagnostics);
     SqliteDefaults(const SqliteDefaults&) = delete;
     SqliteDefaults& operator=(const SqliteDefaults&) = delete;
@@ -34,30 +42,52 @@ public:
     ~SqliteDefaults() override;
 
     [[nodiscard]] std::optional<Value> objectForKey(std::string_view key) const override;
-    /// Throws std::invalid_argument also for a value that would take over 256 MiB.
+    /// Throws std::invalid_argument also for a value that would take over 256 MiB, or that has more
+    /// than 512 arrays and objects in one another.
     void setObjectForKey(Value value, std::string_view key) override;
     void removeObjectForKey(std::string_view key) override;
-    /// Waits up to 5 seconds for other processes that write; reads wait up to half a second.
+    /// Waits up to 5 seconds for other processes that write; the first read waits up to half a
+    /// second, others do not.
     [[nodiscard]] bool synchronize() override;
 
     /// All values, sorted by key.
     [[nodiscard]] Object contents() const;
 
-    /// A text of the adapter's own, which no key of the defaults reaches; nothing when there is
-    /// none.
-    [[nodiscard]] std::optional<std::string> adapterValue(std::string_view name) const;
-    /// Stores a text of the adapter's own and flushes, with the result of `synchronize`.
-    [[nodiscard]] bool setAdapterValue(std::string_view name, std::string_view text);
+    /// A text of the adapter's own, which no key of the defaults reaches.
+    [[nodiscard]] KeptText adapterValue(std::string_view name) const;
+    /// `synchronize` flushes it with the rest.
+    void setAdapterValue(std::string_view name, std::string_view text);
 
-    /// Closes the database once a flush in progress has ended, but ends the waiting of a read;
-    /// pending changes are dropped. From
-    /// then on there is nothing to read, changes are ignored and `synchronize` gives false.
+    /// Ends all waiting; only a commit that is being written is waited for. Pending changes are
+    /// dropped. From then on there is nothing to read, changes are ignored and `synchronize` gives
+    /// false.
     void close();
 
 private:
-    struct State;
-    // Shared with the operations under way, which may be reporting while this is destroyed.
-    std::shared_ptr<State> state_;
+    /// Sentences for the diagnostics, told once no lock is held.
+    using Report = std::vector<std::string>;
+    using Lock = SettingsFiles::Lock;
+
+    template <class Find>
+    [[nodiscard]] std::invoke_result_t<Find> read(const Find& find) const;
+    void look(Report& report) const;
+    // `mutex_` is held by the callers of these.
+    [[nodiscard]] bool flush(const Wait& wait, Report& report) const;
+    [[nodiscard]] Lock connect(const Wait& wait, Report& report) const;
+    [[nodiscard]] Lock replace(std::string damage, const Wait& wait, Report& report) const;
+    [[nodiscard]] bool reach(const Wait& wait, Report& report) const;
+    void rescue() const;
+    void tellOnce(const std::string& sentence, Report& report) const;
+
+    const Diagnostics diagnostics_;
+    const SettingsFiles files_;
+    std::atomic<bool> isClosing_ = false;
+    // Reading brings all of this up to date. No read but the first waits for the mutex.
+    mutable Store store_;
+    mutable std::mutex mutex_;
+    mutable std::unique_ptr<SettingsDatabase> database_;
+    mutable int versionRead_ = 0;        // of the open database; 0: none yet
+    mutable std::set<std::string> told_; // of failures and damage
 };
 
 } // namespace morvellacinto::native

@@ -1,11 +1,9 @@
 #include "NativeTracking.h"
 
+#include "KeptUuid.h"
 #include "threads/MainQueue.h"
-#include "basics/RandomUuid.h"
 
 #include <atomic>
-#include <functional>
-#include <map>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -19,7 +17,6 @@ namespace {
 namespace status = platform::TrackingAuthorization;
 
 constexpr std::string_view keptStatus = "trackingAuthorization";
-constexpr std::string_view keptIdentifier = "advertisingIdentifier";
 
 bool isDecided(std::uint64_t answer) {
     return answer != status::notDetermined && answer <= status::authorized;
@@ -34,131 +31,41 @@ std::uint64_t statusIn(const std::optional<std::string>& text) {
 
 // What is known of the user's will: what is kept, which another process of the application may
 // change at any time. Shared with answers that may come when the platform is gone. Values are read
-// and written with the mutex open: the store may have something to tell the host.
+// and flushed with the mutex open: the store may have something to tell the host.
 class NativeTracking::Decision : public std::enable_shared_from_this<Decision> {
 public:
-    Decision(std::shared_ptr<MainQueue> mainQueue, KeptValues kept, Question question)
-        : mainQueue_(std::move(mainQueue)), kept_(std::move(kept)), question_(std::move(question)) {
-    }
+    Decision(std::shared_ptr<MainQueue> mainQueue, const KeptValues& kept, Question question)
+        : mainQueue_(std::move(mainQueue)), kept_(kept), question_(std::move(question)),
+          identifier_(kept, "advertisingIdentifier") {}
 
-    [[nodiscard]] std::uint64_t current() {
-        const std::uint64_t kept = statusIn(read(keptStatus));
-        const std::lock_guard lock(mutex_);
+    [[nodiscard]] std::uint64_t current() const {
+        const std::uint64_t kept = statusIn(kept_.read(keptStatus).text);
         return kept == status::notDetermined && isDeniedForNow_ ? status::denied : kept;
     }
 
-    [[nodiscard]] Uuid identifier() {
-        if (current() != status::authorized) {
-            return {};
-        }
-        if (const auto kept = keptIdentity()) {
-            return *kept;
-        }
-        const Uuid made = madeOnce();
-        note(keptIdentifier, made.text());
-        store();
-        return keptIdentity().value_or(made); // that of a process which was faster
-    }
+    [[nodiscard]] KeptUuid& identifier() { return identifier_; }
 
-    void resetIdentifier() {
-        const Uuid fresh = randomUuid();
-        {
-            const std::lock_guard lock(mutex_);
-            made_ = fresh;
-        }
-        note(keptIdentifier, fresh.text());
-        store();
-    }
-
-    void set(std::uint64_t decided) {
-        decide(decided);
-        store();
+    [[nodiscard]] bool set(std::uint64_t decided) {
+        kept_.set(keptStatus, std::to_string(decided));
+        isDeniedForNow_ = false;
+        return kept_.flush();
     }
 
     void request(Answer answer);
 
     void settle(std::uint64_t decided) {
-        decide(decided);
+        kept_.set(keptStatus, std::to_string(decided));
         answerWaiting();
-        store(); // which may take its time
+        static_cast<void>(kept_.flush()); // which may take its time
     }
 
     // The question went away unanswered; what was decided meanwhile stays.
     void settleWithoutAnswer() {
-        {
-            const std::lock_guard lock(mutex_);
-            isDeniedForNow_ = true;
-        }
+        isDeniedForNow_ = true;
         answerWaiting();
     }
 
 private:
-    // What is being written counts already.
-    [[nodiscard]] std::optional<std::string> read(std::string_view name) {
-        {
-            const std::lock_guard lock(mutex_);
-            if (const auto found = unwritten_.find(name); found != unwritten_.end()) {
-                return found->second;
-            }
-        }
-        return kept_.read(name);
-    }
-
-    void note(std::string_view name, std::string text) {
-        const std::lock_guard lock(mutex_);
-        unwritten_.insert_or_assign(std::string(name), std::move(text));
-    }
-
-    void decide(std::uint64_t decided) {
-        note(keptStatus, std::to_string(decided));
-        const std::lock_guard lock(mutex_);
-        isDeniedForNow_ = false;
-    }
-
-    // The thread that is writing writes also what others want kept meanwhile: the last one wins in
-    // the store as it does here.
-    void store() {
-        std::unique_lock lock(mutex_);
-        if (std::exchange(isWriting_, true)) {
-            return;
-        }
-        // Also when memory runs out; the mutex is held then, or taken again.
-        struct Ended {
-            std::unique_lock<std::mutex>& lock;
-            bool& isWriting;
-            ~Ended() {
-                if (!lock.owns_lock()) {
-                    lock.lock();
-                }
-                isWriting = false;
-            }
-        };
-        const Ended ended{lock, isWriting_};
-        while (!unwritten_.empty()) {
-            const auto [next, value] = *unwritten_.begin();
-            lock.unlock();
-            kept_.write(next, value);
-            lock.lock();
-            if (const auto written = unwritten_.find(next); written->second == value) {
-                unwritten_.erase(written);
-            }
-        }
-    }
-
-    [[nodiscard]] std::optional<Uuid> keptIdentity() {
-        const auto text = read(keptIdentifier);
-        return text ? Uuid::parse(*text) : std::nullopt;
-    }
-
-    [[nodiscard]] Uuid madeOnce() {
-        const Uuid fresh = randomUuid();
-        const std::lock_guard lock(mutex_);
-        if (!made_) {
-            made_ = fresh;
-        }
-        return *made_;
-    }
-
     void answerWaiting() {
         const std::uint64_t decided = current();
         std::vector<Answer> waiting;
@@ -178,11 +85,9 @@ private:
     const std::shared_ptr<MainQueue> mainQueue_;
     const KeptValues kept_;
     const Question question_;
+    KeptUuid identifier_;
+    std::atomic<bool> isDeniedForNow_ = false; // for this process, as long as nothing is decided
     std::mutex mutex_;
-    std::map<std::string, std::string, std::less<>> unwritten_;
-    bool isWriting_ = false;
-    bool isDeniedForNow_ = false; // for this process, as long as nothing is decided
-    std::optional<Uuid> made_;
     std::vector<Answer> waiting_;
 };
 
@@ -235,15 +140,14 @@ void NativeTracking::Decision::request(Answer answer) {
     }
 }
 
-NativeTracking::NativeTracking(std::shared_ptr<MainQueue> mainQueue, KeptValues kept,
+NativeTracking::NativeTracking(std::shared_ptr<MainQueue> mainQueue, const KeptValues& kept,
                                Question question)
-    : decision_(
-          std::make_shared<Decision>(std::move(mainQueue), std::move(kept), std::move(question))) {}
+    : decision_(std::make_shared<Decision>(std::move(mainQueue), kept, std::move(question))) {}
 
 NativeTracking::~NativeTracking() = default;
 
 std::optional<Uuid> NativeTracking::advertisingIdentifier() const {
-    return decision_->identifier();
+    return isAdvertisingTrackingEnabled() ? decision_->identifier().get() : Uuid();
 }
 
 bool NativeTracking::isAdvertisingTrackingEnabled() const {
@@ -256,14 +160,14 @@ void NativeTracking::requestTrackingAuthorization(Answer answer) {
     decision_->request(std::move(answer));
 }
 
-void NativeTracking::resetAdvertisingIdentifier() { decision_->resetIdentifier(); }
+void NativeTracking::resetAdvertisingIdentifier() { decision_->identifier().makeAnew(); }
 
-void NativeTracking::setTrackingAuthorization(std::uint64_t newStatus) {
+bool NativeTracking::setTrackingAuthorization(std::uint64_t newStatus) {
     if (newStatus > status::authorized) {
         throw std::invalid_argument(std::to_string(newStatus) +
                                     " is no tracking authorization status (0 to 3)");
     }
-    decision_->set(newStatus);
+    return decision_->set(newStatus);
 }
 
 } // namespace morvellacinto::native

@@ -19,7 +19,7 @@ public:
     using Question = std::function<void(std::function<void(std::uint64_t status)> answer)>;
 
     /// Without a question the answer is that tracking is denied.
-    NativeTracking(std::shared_ptr<MainQueue> mainQueue, KeptValues kept, Question question);
+    NativeTracking(std::shared_ptr<MainQueue> mainQueue, const KeptValues& kept, Question question);
     ~NativeTracking() override;
 
     /// All zero unless tracking is authorized.
@@ -33,9 +33,10 @@ public:
 
     /// The user wants to be somebody else from now on.
     void resetAdvertisingIdentifier();
-    /// The user changed their mind; 0 has them asked again. Throws std::invalid_argument for what
-    /// is no status.
-    void setTrackingAuthorization(std::uint64_t status);
+    /// The user changed their mind; 0 has them asked again. In this process that holds in any case;
+    /// false when it could not be stored for the next. Throws std::invalid_argument for what is no
+    /// status.
+    [[nodiscard]] bool setTrackingAuthorization(std::uint64_t status);
 
 private:
     class Decision;

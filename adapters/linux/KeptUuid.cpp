@@ -1,0 +1,36 @@
+#include "KeptUuid.h"
+
+#include "basics/RandomUuid.h"
+
+namespace morvellacinto::native {
+
+Uuid KeptUuid::get() {
+    const auto [text, isCertain] = kept_.read(name_);
+    if (const auto kept = text ? Uuid::parse(*text) : std::nullopt) {
+        return *kept;
+    }
+    Uuid made;
+    {
+        const std::lock_guard lock(mutex_);
+        made_ = made_ ? made_ : randomUuid();
+        made = *made_;
+        if (isCertain) {
+            kept_.set(name_, made.text());
+        }
+    }
+    if (isCertain) {
+        static_cast<void>(kept_.flush()); // which tells the host of a failure
+    }
+    return made;
+}
+
+void KeptUuid::makeAnew() {
+    {
+        const std::lock_guard lock(mutex_);
+        made_ = randomUuid();
+        kept_.set(name_, made_->text());
+    }
+    static_cast<void>(kept_.flush());
+}
+
+} // namespace morvellacinto::native
