@@ -1,20 +1,37 @@
 #include "KeyFile.h"
 
-#include <fstream>
+#include <fcntl.h>
+#include <sstream>
+#include <unistd.h>
 
 namespace morvellacinto::native {
 
 namespace {
-// Far above what any of the files read this way holds.
-constexpr std::size_t maximumLines = 1000;
-} // namespace
+constexpr std::size_t maximumSize = 64UL * 1024;
+}
+
+std::optional<std::string> readSmallFile(const std::filesystem::path& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        return std::nullopt;
+    }
+    std::string text(maximumSize, '\0');
+    std::size_t size = 0;
+    ssize_t count = 0;
+    while (size < text.size() &&
+           (count = read(descriptor, text.data() + size, text.size() - size)) > 0) {
+        size += static_cast<std::size_t>(count);
+    }
+    close(descriptor);
+    text.resize(size);
+    return count >= 0 ? std::optional(std::move(text)) : std::nullopt;
+}
 
 std::optional<std::string> readKey(const std::filesystem::path& path, std::string_view section,
                                    std::string_view key) {
-    std::ifstream file(path);
+    std::istringstream lines(readSmallFile(path).value_or(""));
     bool inSection = section.empty();
-    std::string line;
-    for (std::size_t count = 0; count < maximumLines && std::getline(file, line); ++count) {
+    for (std::string line; std::getline(lines, line);) {
         if (line.starts_with('[')) {
             inSection = line == "[" + std::string(section) + "]";
         } else if (inSection && line.starts_with(key) && line.size() > key.size() &&

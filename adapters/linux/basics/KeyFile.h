@@ -7,6 +7,10 @@
 
 namespace morvellacinto::native {
 
+/// What a small file holds, at most its first 64 KiB; nothing when it cannot be read. Never waits
+/// for a writer, and leaves nothing open to programs that the host starts.
+[[nodiscard]] std::optional<std::string> readSmallFile(const std::filesystem::path& path);
+
 /// The value of `key` in a file of lines KEY=VALUE, as it stands there; with a `section`, in that
 /// part of the file that the line [section] heads. Nothing when there is no such line or file.
 [[nodiscard]] std::optional<std::string> readKey(const std::filesystem::path& path,
