@@ -1,7 +1,6 @@
 #include "Bus.h"
 
 #include "BusConnection.h"
-#include "threads/StopSignal.h"
 
 #include <utility>
 
@@ -17,7 +16,5 @@ void Bus::tellTrouble(const std::string& trouble) {
         diagnostics_("the system bus " + trouble + "; what it would tell counts as unknown");
     }
 }
-
-int Bus::stopDescriptor() const noexcept { return stop_.descriptor(); }
 
 } // namespace morvellacinto::native

@@ -4,13 +4,12 @@
 
 #include "BusCall.h"
 #include "Diagnostics.h"
+#include "threads/StopSignal.h"
 
 #include <atomic>
 #include <string>
 
 namespace morvellacinto::native {
-
-class StopSignal;
 
 /// The system bus for all services. It has neither a thread nor a connection: each question opens
 /// one, which takes a quarter of a millisecond, on the thread that asks. Any thread.
@@ -25,7 +24,7 @@ public:
     /// Tells what is wrong with the bus, once until it answers again.
     void tellTrouble(const std::string& trouble);
     void noteAnswer() noexcept { told_ = false; }
-    [[nodiscard]] int stopDescriptor() const noexcept;
+    [[nodiscard]] int stopDescriptor() const noexcept { return stop_.descriptor(); }
 
 private:
     const Diagnostics diagnostics_;

@@ -46,10 +46,4 @@ struct BusReply {
     [[nodiscard]] bool succeeded() const noexcept { return errorName.empty(); }
 };
 
-/// The call that reads all properties of one interface of an object.
-[[nodiscard]] BusCall readProperties(std::string destination, std::string path,
-                                     std::string_view interface);
-/// The properties that came back, or none at all.
-[[nodiscard]] Object propertiesIn(const BusReply& reply);
-
 } // namespace morvellacinto::native

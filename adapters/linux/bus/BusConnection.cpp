@@ -7,7 +7,6 @@
 #include <map>
 #include <poll.h>
 #include <system_error>
-#include <systemd/sd-bus.h>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -33,13 +32,6 @@ BusReply replyIn(sd_bus_message* message) {
 
 } // namespace
 
-// Without a flush, which would wait.
-void BusConnection::CloseBus::operator()(sd_bus* bus) const noexcept { sd_bus_close_unref(bus); }
-
-void BusConnection::ReleaseMessage::operator()(sd_bus_message* message) const noexcept {
-    sd_bus_message_unref(message);
-}
-
 BusConnection::BusConnection(Bus& bus, int stop) : owner_(bus), stop_(stop) {
     sd_bus* opened = nullptr;
     const int result = sd_bus_open_system(&opened);
@@ -48,8 +40,6 @@ BusConnection::BusConnection(Bus& bus, int stop) : owner_(bus), stop_(stop) {
         owner_.tellTrouble("cannot be reached (" + std::generic_category().message(-result) + ")");
     }
 }
-
-BusConnection::~BusConnection() = default;
 
 std::vector<BusReply> BusConnection::callAll(const std::vector<BusCall>& calls,
                                              std::optional<Clock::time_point> deadline) {
@@ -115,7 +105,7 @@ std::optional<std::uint64_t> BusConnection::send(const BusCall& call) {
     int result = sd_bus_message_new_method_call(bus_.get(), &created, call.destination.c_str(),
                                                 call.path.c_str(), call.interface.c_str(),
                                                 call.member.c_str());
-    const Message message(created);
+    const Message message(created, sd_bus_message_unref);
     if (result >= 0 && call.arguments) {
         result = call.arguments(created);
     }
@@ -133,13 +123,13 @@ BusConnection::Message BusConnection::receive(Clock::time_point deadline) {
     while (!hasEnded() && Clock::now() < deadline && !mustStop(until)) {
         sd_bus_message* received = nullptr;
         const int result = sd_bus_process(bus_.get(), &received);
-        Message message(received);
+        Message message(received, sd_bus_message_unref);
         if (result < 0 || sd_bus_is_open(bus_.get()) <= 0) {
             bus_.reset();
             if (!isReady_) {
                 owner_.tellTrouble("refuses the connection");
             }
-            return nullptr;
+            break;
         }
         if (!isReady_ && sd_bus_is_ready(bus_.get()) > 0) {
             isReady_ = true;
@@ -150,7 +140,7 @@ BusConnection::Message BusConnection::receive(Clock::time_point deadline) {
         }
         until = result == 0 ? deadline : Clock::time_point::min();
     }
-    return nullptr;
+    return {nullptr, sd_bus_message_unref};
 }
 
 // Waits for the bus, at most `until` then.
@@ -165,10 +155,9 @@ bool BusConnection::mustStop(Clock::time_point until) {
     waits[0].events = static_cast<short>(std::max(sd_bus_get_events(bus_.get()), 0));
     poll(waits, std::size(waits), static_cast<int>(left.count()));
     if (waits[1].revents != 0 || waits[2].revents != 0) {
-        isStopped_ = true;
         bus_.reset();
     }
-    return isStopped_;
+    return hasEnded();
 }
 
 void BusConnection::keepSignal(sd_bus_message* message) {

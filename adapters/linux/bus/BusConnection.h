@@ -8,9 +8,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <systemd/sd-bus.h>
 #include <vector>
-
-struct sd_bus;
 
 namespace morvellacinto::native {
 
@@ -33,7 +32,6 @@ public:
     explicit BusConnection(Bus& bus, int stop = -1);
     BusConnection(const BusConnection&) = delete;
     BusConnection& operator=(const BusConnection&) = delete;
-    ~BusConnection();
 
     /// Sends all calls, then waits for the answers, given in the order of the calls. Without a
     /// deadline: until `busTimeout` after the connection was opened.
@@ -48,17 +46,9 @@ public:
     [[nodiscard]] std::optional<BusSignal> nextSignal(Clock::time_point deadline);
 
     [[nodiscard]] bool hasEnded() const noexcept { return bus_ == nullptr; }
-    /// Whether it has ended because it was told to.
-    [[nodiscard]] bool isStopped() const noexcept { return isStopped_; }
 
 private:
-    struct CloseBus {
-        void operator()(sd_bus* bus) const noexcept;
-    };
-    struct ReleaseMessage {
-        void operator()(sd_bus_message* message) const noexcept;
-    };
-    using Message = std::unique_ptr<sd_bus_message, ReleaseMessage>;
+    using Message = std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)>;
 
     [[nodiscard]] std::optional<std::uint64_t> send(const BusCall& call);
     [[nodiscard]] Message receive(Clock::time_point deadline);
@@ -68,10 +58,10 @@ private:
     Bus& owner_;
     const int stop_;
     const Clock::time_point deadline_ = Clock::now() + busTimeout;
-    std::unique_ptr<sd_bus, CloseBus> bus_;
+    // Closed without a flush, which would wait.
+    std::unique_ptr<sd_bus, decltype(&sd_bus_close_unref)> bus_{nullptr, sd_bus_close_unref};
     std::deque<BusSignal> signals_;
     bool isReady_ = false;
-    bool isStopped_ = false;
 };
 
 } // namespace morvellacinto::native

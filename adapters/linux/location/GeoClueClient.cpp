@@ -66,12 +66,6 @@ void GeoClueClient::authorizationChanged() {
     }
 }
 
-// Looked at when a fix is delivered, for it may have changed while that was on its way.
-bool GeoClueClient::isGranted() const {
-    return location_->locationServicesEnabled() &&
-           authorizationStatus() == platform::LocationAuthorization::whenInUse;
-}
-
 void GeoClueClient::handle(std::uint64_t run, const LocationNews& news) {
     if (!isUpdating_ || run != runNumber_) {
         return;
@@ -82,7 +76,12 @@ void GeoClueClient::handle(std::uint64_t run, const LocationNews& news) {
         if (delegate != nullptr) {
             delegate->didFailWithError(*this, *news.failure);
         }
-    } else if (news.fix && delegate != nullptr && isGranted()) {
+        return;
+    }
+    // Permission may have changed while the fix was on its way.
+    const bool isGranted = location_->locationServicesEnabled() &&
+                           authorizationStatus() == platform::LocationAuthorization::whenInUse;
+    if (news.fix && delegate != nullptr && isGranted) {
         delegate->didUpdateLocations(*this, {*news.fix});
     }
 }

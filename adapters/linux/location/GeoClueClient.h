@@ -43,7 +43,6 @@ public:
     void authorizationChanged();
 
 private:
-    [[nodiscard]] bool isGranted() const;
     void handle(std::uint64_t run, const LocationNews& news);
 
     const std::shared_ptr<NativeLocation> location_;

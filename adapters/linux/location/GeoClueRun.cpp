@@ -33,6 +33,14 @@ BusCall setProperty(const std::string& client, const char* name, const char* typ
             }};
 }
 
+// CreateClient gives every application a client of its own; daemons before 2.5 know only GetClient,
+// which gives one to the whole connection.
+BusReply createClient(BusConnection& connection, const char* member, Clock::time_point deadline) {
+    return connection.call({serviceName, "/org/freedesktop/GeoClue2/Manager",
+                            "org.freedesktop.GeoClue2.Manager", member},
+                           std::min(deadline, Clock::now() + answerTimeout));
+}
+
 std::string textAt(const Array& values, std::size_t index) {
     return index < values.size() && values[index].isString() ? std::string(values[index].asString())
                                                              : std::string();
@@ -67,72 +75,56 @@ void GeoClueRun::run() {
     } catch (const std::exception& exception) {
         fail(LocationErrorCode::other, exception.what());
     }
-    connection_.reset();
 }
 
 void GeoClueRun::followUpdates() {
     deadline_ = Clock::now() + timeout_;
-    connection_.emplace(bus_, stop_.descriptor());
-    connection_->watch(ownerRule);
-    const BusReply created = createClient();
-    client_ = textAt(created.body, 0);
-    daemon_ = created.sender;
-    if (client_.empty()) {
+    BusConnection connection(bus_, stop_.descriptor());
+    connection.watch(ownerRule);
+    BusReply created = createClient(connection, "CreateClient", deadline_);
+    if (created.errorName == BusError::unknownMethod) {
+        created = createClient(connection, "GetClient", deadline_);
+    }
+    const std::string client = textAt(created.body, 0);
+    if (client.empty()) {
         failWith(created);
         return;
     }
-    connection_->watch("type='signal',sender='org.freedesktop.GeoClue2',path='" + client_ + "'");
-    if (const BusReply started = start(); !started.succeeded()) {
-        failWith(started);
+    connection.watch("type='signal',sender='org.freedesktop.GeoClue2',path='" + client + "'");
+    // A start that misses a setting is refused. The user may be asked meanwhile.
+    const auto started =
+        connection.callAll({setProperty(client, "DesktopId", "s", desktopId_.c_str()),
+                            setProperty(client, "RequestedAccuracyLevel", "u", exactAccuracy),
+                            {serviceName, client, clientInterface, "Start"}},
+                           deadline_);
+    if (!started.back().succeeded()) {
+        failWith(started.back());
         return;
     }
     if (permission_.noteAllowed()) {
         tell_({true});
     }
-    while (const auto signal = connection_->nextSignal(deadline_)) {
-        if (signal->member == "NameOwnerChanged" && textAt(signal->body, 1) == daemon_) {
+    while (const auto signal = connection.nextSignal(deadline_)) {
+        const bool isClients = signal->sender == created.sender && signal->path == client;
+        if (isClients && signal->member == "LocationUpdated") {
+            locationUpdated(connection, signal->body);
+        } else if (isClients && signal->member == "PropertiesChanged") {
+            propertiesChanged(signal->body);
+        } else if (signal->member == "NameOwnerChanged" &&
+                   textAt(signal->body, 1) == created.sender) {
             fail(LocationErrorCode::lost, "the location service has ended");
             return;
         }
-        const bool isClients = signal->sender == daemon_ && signal->path == client_;
-        if (isClients && signal->member == "LocationUpdated") {
-            locationUpdated(signal->body);
-        } else if (isClients && signal->member == "PropertiesChanged") {
-            propertiesChanged(signal->body);
-        }
     }
-    if (!connection_->hasEnded()) {
-        fail(LocationErrorCode::timedOut, "no location came in time");
-    } else if (!connection_->isStopped()) {
+    if (connection.hasEnded()) {
         fail(LocationErrorCode::lost, "the system bus is gone");
+    } else {
+        fail(LocationErrorCode::timedOut, "no location came in time");
     }
 }
 
-// CreateClient gives every application a client of its own; daemons before 2.5 know only GetClient,
-// which gives one to the whole connection.
-BusReply GeoClueRun::createClient() {
-    const auto limit = std::min(deadline_, Clock::now() + answerTimeout);
-    const auto create = [&](const char* member) {
-        return connection_->call({serviceName, "/org/freedesktop/GeoClue2/Manager",
-                                  "org.freedesktop.GeoClue2.Manager", member},
-                                 limit);
-    };
-    BusReply reply = create("CreateClient");
-    return reply.errorName == BusError::unknownMethod ? create("GetClient") : reply;
-}
-
-// A start that misses a setting is refused. The user may be asked meanwhile.
-BusReply GeoClueRun::start() {
-    return connection_
-        ->callAll({setProperty(client_, "DesktopId", "s", desktopId_.c_str()),
-                   setProperty(client_, "RequestedAccuracyLevel", "u", exactAccuracy),
-                   {serviceName, client_, clientInterface, "Start"}},
-                  deadline_)
-        .back();
-}
-
-void GeoClueRun::locationUpdated(const Array& paths) {
-    const Object location = propertiesIn(connection_->call(
+void GeoClueRun::locationUpdated(BusConnection& connection, const Array& paths) {
+    const Object location = propertiesIn(connection.call(
         readProperties(serviceName, textAt(paths, 1), "org.freedesktop.GeoClue2.Location"),
         Clock::now() + answerTimeout));
     const auto latitude = degrees(location, "Latitude", 90);
@@ -164,7 +156,7 @@ void GeoClueRun::failWith(const BusReply& reply) {
     using Refusal = LocationPermission::Refusal;
     const std::string_view name = reply.errorName;
     LocationErrorCode code = LocationErrorCode::other;
-    if (connection_->isStopped()) {
+    if (stop_.isRaised()) { // which tells nothing of the service
         return;
     }
     if (name == BusError::timedOut) {
@@ -188,7 +180,9 @@ void GeoClueRun::failWith(const BusReply& reply) {
 }
 
 void GeoClueRun::fail(LocationErrorCode code, std::string_view message) {
-    tell_({false, {}, locationError(code, message)});
+    if (!stop_.isRaised()) {
+        tell_({false, {}, locationError(code, message)});
+    }
 }
 
 } // namespace morvellacinto::native

@@ -39,16 +39,14 @@ public:
     GeoClueRun(Bus& bus, LocationPermission& permission, std::string desktopId,
                std::chrono::milliseconds timeout, Tell tell);
 
-    /// Returns when the run has ended.
+    /// Returns when it has ended.
     void run();
     /// Any thread.
     void stop() noexcept { stop_.raise(); }
 
 private:
     void followUpdates();
-    [[nodiscard]] BusReply createClient();
-    [[nodiscard]] BusReply start();
-    void locationUpdated(const Array& paths);
+    void locationUpdated(BusConnection& connection, const Array& paths);
     void propertiesChanged(const Array& change);
     void failWith(const BusReply& reply);
     void fail(LocationErrorCode code, std::string_view message);
@@ -60,10 +58,7 @@ private:
     const Tell tell_;
     StopSignal stop_;
     // The run's thread's.
-    std::optional<BusConnection> connection_;
     BusConnection::Clock::time_point deadline_;
-    std::string client_; // its object path
-    std::string daemon_; // its connection
     bool isActive_ = true;
 };
 

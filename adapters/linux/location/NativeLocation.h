@@ -30,8 +30,8 @@ struct LocationOptions {
     std::function<bool()> serviceExists = geoClueSearch();
 };
 
-/// Location by GeoClue. Its clients share it and may outlive the platform; after `shutdown` they
-/// keep neither a descriptor nor a thread.
+/// Location by GeoClue. Its clients share it and may outlive the platform, without a descriptor or a
+/// thread of it.
 class NativeLocation final : public platform::LocationServices,
                              public std::enable_shared_from_this<NativeLocation> {
 public:

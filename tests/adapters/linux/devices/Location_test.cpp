@@ -284,6 +284,7 @@ TEST_F(LocationTest, AStopWhileItStartsAndAServiceThatIsDroppedEndTheRunAtOnce) 
     EXPECT_LT(std::chrono::steady_clock::now() - start, testing::shutdownLimit());
     EXPECT_EQ(mock.callsOf("Start"), 0);
     EXPECT_THAT(listener.events, IsEmpty());
+    EXPECT_EQ(location->authorizationStatus(), 4) << "a stop tells nothing of the service";
 }
 
 TEST_F(LocationTest, ADelegateThatWentHearsNothingAndAShutdownEndsTheRun) {
