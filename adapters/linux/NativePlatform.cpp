@@ -154,9 +154,10 @@ struct NativePlatform::Services {
           bundle(std::move(options.bundleIdentifier)),
           settings(std::make_shared<Settings>(dataDirectoryOr(options.dataDirectory), bundle,
                                               diagnostics)),
-          developerLog(std::move(options.developerLog)), device(bundle, *bus, keptIn(settings)),
+          developerLog(std::move(options.developerLog)), device(bundle, bus, keptIn(settings)),
           tracking(mainQueue, keptIn(settings), std::move(options.trackingQuestion)),
-          location(mainQueue, bus, {bundle, options.locationTimeout}),
+          location(std::make_shared<NativeLocation>(
+              mainQueue, bus, workers, LocationOptions{bundle, options.locationTimeout})),
           http({.trustAnchors = std::move(options.trustAnchors)}, workers) {}
 
     const Diagnostics diagnostics;
@@ -173,12 +174,12 @@ struct NativePlatform::Services {
     NativeDeveloperLog developerLog;
     ThrowingAssertionHandler assertionHandler;
     NativeSystemVersion systemVersion;
-    const std::shared_ptr<Bus> bus = std::make_shared<Bus>(diagnostics);
+    Bus bus{diagnostics, stopSignal};
     NativeDevice device;
     NativeTracking tracking;
-    NativeTelephony telephony{*bus};
-    NativeNetwork network{*bus};
-    NativeLocation location;
+    NativeTelephony telephony{bus};
+    NativeNetwork network{bus};
+    const std::shared_ptr<NativeLocation> location;
     CurlUrlParser urlParser;
     HttpTransport http;
 
@@ -245,7 +246,7 @@ platform::UserDefaults& NativePlatform::standardUserDefaults() {
 
 platform::UrlParser& NativePlatform::urlParser() { return services_->urlParser; }
 
-platform::LocationServices& NativePlatform::locationServices() { return services_->location; }
+platform::LocationServices& NativePlatform::locationServices() { return *services_->location; }
 
 platform::Telephony& NativePlatform::telephony() { return services_->telephony; }
 
@@ -271,7 +272,7 @@ void NativePlatform::shutdown() {
     // time even while a worker is busy with code of the host.
     services_->mainQueue->shutdown();
     services_->stopSignal.raise();
-    services_->bus->shutdown();
+    services_->location->shutdown();
     services_->http.shutdown();
     services_->workers.shutdown();
     services_->settings->defaults().close();

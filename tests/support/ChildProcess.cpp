@@ -1,12 +1,12 @@
 #include "support/ChildProcess.h"
 
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include <array>
 #include <csignal>
 #include <fcntl.h>
-#include <spawn.h>
 #include <stdexcept>
 #include <system_error>
 #include <unistd.h>
@@ -40,28 +40,32 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::s
     }
     output_ = ends[0];
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, errors_, STDERR_FILENO);
     std::vector<char*> words;
     for (const std::string& word : command) {
         words.push_back(const_cast<char*>(word.c_str()));
     }
     words.push_back(nullptr);
-    const int error = posix_spawn(&pid_, words[0], &actions, nullptr, words.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    pid_ = fork();
+    if (pid_ == 0) {
+        setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(in, STDIN_FILENO);
+        dup2(ends[1], STDOUT_FILENO);
+        dup2(errors_, STDERR_FILENO);
+        execv(words[0], words.data());
+        _exit(127);
+    }
+    setpgid(pid_, pid_); // whoever of both comes first
     close(in);
     close(ends[1]);
-    if (error != 0) {
-        throw std::system_error(error, std::generic_category(), command.front());
+    if (pid_ < 0) {
+        throw std::system_error(errno, std::generic_category(), command.front());
     }
 }
 
 ChildProcess::~ChildProcess() {
     if (pid_ > 0) {
-        kill(pid_, SIGKILL);
+        kill(-pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
     close(output_);

@@ -7,8 +7,8 @@
 
 namespace morvellacinto::native {
 
-/// The first 64 KiB of a regular file, without waiting for anything; nothing when it cannot be
-/// read.
+/// What a small file holds, at most its first 64 KiB; nothing when it cannot be read. Never waits
+/// for a writer, and leaves nothing open to programs that the host starts.
 [[nodiscard]] std::optional<std::string> readSmallFile(const std::filesystem::path& path);
 
 /// The value of `key` in a file of lines KEY=VALUE, as it stands there; with a `section`, in that

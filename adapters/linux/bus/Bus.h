@@ -1,50 +1,35 @@
 #pragma once
 
+// Read BusCall.h, Bus.h, BusConnection.h, then BusValues.h.
+
 #include "BusCall.h"
 #include "Diagnostics.h"
+#include "threads/StopSignal.h"
 
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <vector>
+#include <atomic>
+#include <string>
 
 namespace morvellacinto::native {
 
-class BusConnection;
-
-/// The system bus for all services: one connection, used on one thread that is started at first
-/// use, blocks all signals and ends, with the connection, when nobody has waited for anything for
-/// some time.
-///
-/// All operations may be called on any thread. In a child made by fork() a bus does nothing, and
-/// calls fail.
+/// The system bus for all services. It has neither a thread nor a connection: each question opens
+/// one, which takes a quarter of a millisecond, on the thread that asks. Any thread.
 class Bus {
 public:
-    using Task = std::function<void(BusConnection&)>;
+    /// `stop` ends all that waits, and must outlive this.
+    Bus(Diagnostics diagnostics, const StopSignal& stop);
 
-    explicit Bus(Diagnostics diagnostics,
-                 std::chrono::milliseconds idleLimit = std::chrono::seconds(15));
-    Bus(const Bus&) = delete;
-    Bus& operator=(const Bus&) = delete;
-    /// As `shutdown`.
-    ~Bus();
+    /// A question of one call: waits for the answer, at most for `busTimeout`.
+    [[nodiscard]] BusReply call(const BusCall& call);
 
-    /// Waits for the answer, at most for the call's time-out; after a time-out the name fails at
-    /// once for two seconds. On the bus's own thread it fails at once too.
-    [[nodiscard]] BusReply call(BusCall call);
-    /// Makes all calls at once and waits for them together; answers in the order of the calls.
-    [[nodiscard]] std::vector<BusReply> callAll(const std::vector<BusCall>& calls);
-
-    /// Runs `task` on the bus's thread. False, and dropped, after `shutdown` and when no thread can
-    /// be made.
-    bool post(Task task);
-
-    /// Closes the connection, fails the calls that wait, and joins the thread unless called on it.
-    void shutdown();
+    /// Tells what is wrong with the bus, once until it answers again.
+    void tellTrouble(const std::string& trouble);
+    void noteAnswer() noexcept { told_ = false; }
+    [[nodiscard]] int stopDescriptor() const noexcept { return stop_.descriptor(); }
 
 private:
-    struct State;
-    std::shared_ptr<State> state_;
+    const Diagnostics diagnostics_;
+    const StopSignal& stop_;
+    std::atomic<bool> told_ = false;
 };
 
 } // namespace morvellacinto::native

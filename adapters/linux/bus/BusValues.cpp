@@ -4,6 +4,7 @@
 #include <span>
 #include <stdexcept>
 #include <systemd/sd-bus.h>
+#include <utility>
 
 namespace morvellacinto::native {
 
@@ -13,29 +14,19 @@ namespace {
 // bus limits nesting to 64 containers, so recursion is bounded.
 std::optional<Value> nextValue(sd_bus_message* message);
 
+// A number, or as `const char*` a text.
 template <class T>
-std::optional<Value> number(sd_bus_message* message, char type) {
+std::optional<Value> basic(sd_bus_message* message, char type) {
     T value{};
-    if (sd_bus_message_read_basic(message, type, &value) <= 0) {
-        return std::nullopt;
-    }
-    return Value(value);
+    return sd_bus_message_read_basic(message, type, &value) > 0 ? std::optional(Value(value))
+                                                                : std::nullopt;
 }
 
 std::optional<Value> boolean(sd_bus_message* message) {
     int value = 0;
-    if (sd_bus_message_read_basic(message, SD_BUS_TYPE_BOOLEAN, &value) <= 0) {
-        return std::nullopt;
-    }
-    return Value(value != 0);
-}
-
-std::optional<Value> text(sd_bus_message* message, char type) {
-    const char* value = nullptr;
-    if (sd_bus_message_read_basic(message, type, &value) <= 0) {
-        return std::nullopt;
-    }
-    return Value(value);
+    return sd_bus_message_read_basic(message, SD_BUS_TYPE_BOOLEAN, &value) > 0
+               ? std::optional(Value(value != 0))
+               : std::nullopt;
 }
 
 std::optional<Value> bytes(sd_bus_message* message) {
@@ -100,27 +91,27 @@ std::optional<Value> nextValue(sd_bus_message* message) {
     }
     switch (type) {
     case SD_BUS_TYPE_BYTE:
-        return number<std::uint8_t>(message, type);
+        return basic<std::uint8_t>(message, type);
     case SD_BUS_TYPE_BOOLEAN:
         return boolean(message);
     case SD_BUS_TYPE_INT16:
-        return number<std::int16_t>(message, type);
+        return basic<std::int16_t>(message, type);
     case SD_BUS_TYPE_UINT16:
-        return number<std::uint16_t>(message, type);
+        return basic<std::uint16_t>(message, type);
     case SD_BUS_TYPE_INT32:
-        return number<std::int32_t>(message, type);
+        return basic<std::int32_t>(message, type);
     case SD_BUS_TYPE_UINT32:
-        return number<std::uint32_t>(message, type);
+        return basic<std::uint32_t>(message, type);
     case SD_BUS_TYPE_INT64:
-        return number<std::int64_t>(message, type);
+        return basic<std::int64_t>(message, type);
     case SD_BUS_TYPE_UINT64:
-        return number<std::uint64_t>(message, type);
+        return basic<std::uint64_t>(message, type);
     case SD_BUS_TYPE_DOUBLE:
-        return number<double>(message, type);
+        return basic<double>(message, type);
     case SD_BUS_TYPE_STRING:
     case SD_BUS_TYPE_OBJECT_PATH:
     case SD_BUS_TYPE_SIGNATURE:
-        return text(message, type);
+        return basic<const char*>(message, type);
     case SD_BUS_TYPE_ARRAY:
     case SD_BUS_TYPE_VARIANT:
     case SD_BUS_TYPE_STRUCT:
@@ -139,6 +130,18 @@ Array valuesIn(sd_bus_message* message) {
         return {};
     }
     return elements(message);
+}
+
+BusCall readProperties(std::string destination, std::string path, std::string_view interface) {
+    return {std::move(destination), std::move(path), "org.freedesktop.DBus.Properties", "GetAll",
+            [interface = std::string(interface)](sd_bus_message* message) {
+                return sd_bus_message_append_basic(message, 's', interface.c_str());
+            }};
+}
+
+Object propertiesIn(const BusReply& reply) {
+    const Object* properties = reply.body.empty() ? nullptr : reply.body[0].ifObject();
+    return properties != nullptr ? *properties : Object();
 }
 
 std::optional<std::string> textMember(const Object& object, std::string_view key) {

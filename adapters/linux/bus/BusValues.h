@@ -1,13 +1,11 @@
 #pragma once
 
-#include "morvellacinto/foundation/Value.h"
+#include "BusCall.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-
-struct sd_bus_message;
 
 namespace morvellacinto::native {
 
@@ -16,6 +14,12 @@ namespace morvellacinto::native {
 /// as objects, variants as what they hold, anything else as null. A message that cannot be read
 /// gives what could be read of it.
 [[nodiscard]] Array valuesIn(sd_bus_message* message);
+
+/// The call that reads all properties of one interface of an object.
+[[nodiscard]] BusCall readProperties(std::string destination, std::string path,
+                                     std::string_view interface);
+/// The properties that came back, or none at all.
+[[nodiscard]] Object propertiesIn(const BusReply& reply);
 
 // Members of a service's answer: nothing when a member is missing or of another type.
 [[nodiscard]] std::optional<std::string> textMember(const Object& object, std::string_view key);

@@ -3,26 +3,14 @@
 #include "bus/Bus.h"
 #include "bus/BusValues.h"
 
+#include <iterator>
+
 namespace morvellacinto::native {
 
 namespace {
 
-std::int64_t stateOf(std::int64_t deviceState) {
-    enum { charging = 1, discharging, empty, full, pendingCharge, pendingDischarge };
-    switch (deviceState) {
-    case discharging:
-    case empty:
-    case pendingDischarge:
-        return 1;
-    case charging:
-    case pendingCharge: // on the charger, which waits with the charge
-        return 2;
-    case full:
-        return 3;
-    default:
-        return 0;
-    }
-}
+// By UPower's number: a battery that waits on the charger is charging.
+constexpr std::int64_t states[] = {0, 2, 1, 1, 3, 2, 1};
 
 } // namespace
 
@@ -32,8 +20,9 @@ Battery batteryIn(const Object& displayDevice) {
         !(*percentage >= 0 && *percentage <= 100)) {
         return {};
     }
-    return {static_cast<float>(*percentage / 100),
-            stateOf(integerMember(displayDevice, "State").value_or(0))};
+    const auto state = integerMember(displayDevice, "State").value_or(0);
+    const bool isKnown = state >= 0 && state < std::ssize(states);
+    return {static_cast<float>(*percentage / 100), isKnown ? states[state] : 0};
 }
 
 Battery readBattery(Bus& bus) {

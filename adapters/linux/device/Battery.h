@@ -16,7 +16,7 @@ struct Battery {
 /// What the properties of UPower's display device tell; unknown when no battery is present.
 [[nodiscard]] Battery batteryIn(const Object& displayDevice);
 
-/// Asks UPower for the battery that it would show to the user. Waits for at most one time-out.
+/// Asks UPower for the battery that it would show to the user.
 [[nodiscard]] Battery readBattery(Bus& bus);
 
 } // namespace morvellacinto::native

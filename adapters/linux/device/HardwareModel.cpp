@@ -1,27 +1,21 @@
 #include "HardwareModel.h"
 
+#include "basics/KeyFile.h"
 #include "basics/VisibleText.h"
 #include "bus/Bus.h"
 #include "bus/BusValues.h"
 
 #include <algorithm>
-#include <fstream>
 #include <string_view>
 #include <sys/utsname.h>
-#include <utility>
 
 namespace morvellacinto::native {
 
 namespace {
 
-constexpr std::size_t maximumLength = 256;
-
-// The first line, which in the device tree ends with a zero. A file of such a kind is short.
+// The first line, which in the device tree ends with a zero.
 std::optional<std::string> firstLine(const std::filesystem::path& path) {
-    std::string text(maximumLength, '\0');
-    std::ifstream file(path, std::ios::binary);
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(file.gcount()));
+    std::string text = readSmallFile(path).value_or("");
     text.resize(std::min(text.find_first_of(std::string_view("\0\r\n", 3)), text.size()));
     text.resize(text.find_last_not_of(" \t") + 1);
     return text.empty() ? std::nullopt : std::optional(visibleText(text));
@@ -29,21 +23,13 @@ std::optional<std::string> firstLine(const std::filesystem::path& path) {
 
 } // namespace
 
-HardwareModel::HardwareModel(Bus& bus, std::filesystem::path root)
-    : bus_(bus), root_(std::move(root)) {}
-
-std::optional<std::string> HardwareModel::text() const {
-    std::call_once(found_, [this] { text_ = find(); });
-    return text_;
-}
-
-std::optional<std::string> HardwareModel::find() const {
+std::optional<std::string> findHardwareModel(Bus& bus, const std::filesystem::path& root) {
     for (const char* path : {"proc/device-tree/model", "sys/devices/virtual/dmi/id/product_name"}) {
-        if (auto model = firstLine(root_ / path)) {
+        if (auto model = firstLine(root / path)) {
             return model;
         }
     }
-    const Object host = propertiesIn(bus_.call(readProperties(
+    const Object host = propertiesIn(bus.call(readProperties(
         "org.freedesktop.hostname1", "/org/freedesktop/hostname1", "org.freedesktop.hostname1")));
     if (auto model = nonEmptyMember(host, "HardwareModel")) {
         return model;

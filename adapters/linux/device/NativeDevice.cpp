@@ -1,6 +1,6 @@
 #include "NativeDevice.h"
 
-#include "Battery.h"
+#include "HardwareModel.h"
 #include "basics/Environment.h"
 #include "basics/KeyFile.h"
 #include "basics/VisibleText.h"
@@ -13,6 +13,9 @@
 namespace morvellacinto::native {
 
 namespace {
+
+// Long enough for level and state of one payload.
+constexpr std::chrono::seconds batteryHolds(1);
 
 std::string nonEmptyVariable(std::initializer_list<const char*> names) {
     for (const char* name : names) {
@@ -30,11 +33,6 @@ std::string withoutQuotes(std::string text) {
         text.erase(0, 1);
     }
     return text;
-}
-
-std::optional<utsname> kernelNames() {
-    utsname names{};
-    return uname(&names) == 0 ? std::optional(names) : std::nullopt;
 }
 
 } // namespace
@@ -55,7 +53,7 @@ NativeDevice::NativeDevice(BundleIdentifier bundle, Bus& bus, KeptValues kept,
                            std::filesystem::path root)
     : locale_(localeIdentifierOf(nonEmptyVariable({"LC_ALL", "LC_MESSAGES", "LANG"}))),
       bundle_(std::move(bundle)), root_(std::move(root)), bus_(bus),
-      vendorIdentifier_(std::move(kept)), hardwareModel_(bus, root_) {}
+      vendorIdentifier_(std::move(kept)) {}
 
 std::optional<std::string> NativeDevice::localeIdentifier() const { return locale_; }
 
@@ -68,8 +66,8 @@ std::optional<std::string> NativeDevice::systemVersion() const {
         }
     }
     // Distributions that roll on have no version; the kernel always has one.
-    const auto names = kernelNames();
-    return names ? asciiWord(names->release) : std::nullopt;
+    utsname names{};
+    return uname(&names) == 0 ? asciiWord(names.release) : std::nullopt;
 }
 
 std::optional<Uuid> NativeDevice::identifierForVendor() const {
@@ -78,10 +76,34 @@ std::optional<Uuid> NativeDevice::identifierForVendor() const {
 
 std::optional<std::string> NativeDevice::bundleIdentifier() const { return bundle_(); }
 
-float NativeDevice::batteryLevel() const { return readBattery(bus_).level; }
+float NativeDevice::batteryLevel() const { return battery().level; }
 
-std::int64_t NativeDevice::batteryState() const { return readBattery(bus_).state; }
+std::int64_t NativeDevice::batteryState() const { return battery().state; }
 
-std::optional<std::string> NativeDevice::hardwareMachine() const { return hardwareModel_.text(); }
+std::optional<std::string> NativeDevice::hardwareMachine() const {
+    {
+        const std::lock_guard lock(mutex_);
+        if (model_) {
+            return model_;
+        }
+    }
+    auto model = findHardwareModel(bus_, root_);
+    const std::lock_guard lock(mutex_);
+    return model_ ? model_ : model_ = std::move(model);
+}
+
+Battery NativeDevice::battery() const {
+    const auto now = std::chrono::steady_clock::now();
+    {
+        const std::lock_guard lock(mutex_);
+        if (battery_ && now - batteryRead_ < batteryHolds) {
+            return *battery_;
+        }
+    }
+    const Battery battery = readBattery(bus_);
+    const std::lock_guard lock(mutex_);
+    batteryRead_ = now;
+    return battery_.emplace(battery);
+}
 
 } // namespace morvellacinto::native

@@ -1,13 +1,17 @@
 #pragma once
 
+// Read NativeDevice.h, then the facts one by one.
+
+#include "Battery.h"
 #include "BundleIdentifier.h"
-#include "HardwareModel.h"
 #include "KeptValues.h"
 #include "VendorIdentifier.h"
 
 #include "morvellacinto/platform/Device.h"
 
+#include <chrono>
 #include <filesystem>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,12 +42,18 @@ public:
     [[nodiscard]] std::optional<std::string> hardwareMachine() const override;
 
 private:
+    [[nodiscard]] Battery battery() const;
+
     const std::string locale_;
     const BundleIdentifier bundle_;
     const std::filesystem::path root_;
     Bus& bus_;
     const VendorIdentifier vendorIdentifier_;
-    const HardwareModel hardwareModel_;
+    // No lock is held while the bus is asked.
+    mutable std::mutex mutex_;
+    mutable std::optional<std::string> model_;
+    mutable std::optional<Battery> battery_;
+    mutable std::chrono::steady_clock::time_point batteryRead_;
 };
 
 } // namespace morvellacinto::native

@@ -1,56 +1,17 @@
 #include "GeoClueClient.h"
 
-#include "LocationContext.h"
-#include "threads/MainQueue.h"
-#include "bus/Bus.h"
+#include "NativeLocation.h"
 
-#include <string>
+#include <exception>
+#include <stdexcept>
 #include <utility>
 
 namespace morvellacinto::native {
 
-namespace {
+GeoClueClient::GeoClueClient(std::shared_ptr<NativeLocation> location)
+    : location_(std::move(location)) {}
 
-KRError errorOf(LocationErrorCode code, const std::string& message) {
-    KRError error{std::string(locationErrorDomain), static_cast<std::int64_t>(code), {}};
-    error.userInfo.set(KRError::messageKey, message);
-    return error;
-}
-
-// Gives whether the delegates are to hear of a change. That there is no service is not for them:
-// the failure tells.
-bool note(LocationPermission& permission, const SessionEvent::Any& event) {
-    if (std::holds_alternative<SessionEvent::Started>(event)) {
-        return permission.noteAllowed();
-    }
-    if (const auto* switched = std::get_if<SessionEvent::Switched>(&event)) {
-        if (switched->on) {
-            permission.noteAllowed();
-        } else {
-            permission.noteSwitchedOff();
-        }
-        return true;
-    }
-    if (const auto* refused = std::get_if<SessionEvent::Refused>(&event)) {
-        permission.noteDenied();
-        if (refused->isSwitchedOff) {
-            permission.noteSwitchedOff();
-        }
-        return true;
-    }
-    const auto* failed = std::get_if<SessionEvent::Failed>(&event);
-    if (failed != nullptr && failed->code == LocationErrorCode::unavailable) {
-        permission.noteAbsent();
-    }
-    return false;
-}
-
-} // namespace
-
-GeoClueClient::GeoClueClient(std::shared_ptr<LocationContext> context)
-    : context_(std::move(context)) {}
-
-GeoClueClient::~GeoClueClient() { endSession(); }
+GeoClueClient::~GeoClueClient() { stopUpdatingLocation(); }
 
 void GeoClueClient::setDelegate(platform::LocationServiceDelegate* delegate) {
     delegate_ = delegate;
@@ -60,41 +21,39 @@ void GeoClueClient::startUpdatingLocation() {
     if (std::exchange(isUpdating_, true)) {
         return;
     }
-    const auto tell = [client = weak_from_this(), context = context_,
-                       run = ++run_](const SessionEvent::Any& event) {
-        const bool isChange = note(context->permission(), event);
-        // Weak, for the queue that the block waits in is the context's.
-        context->mainQueue().post([client, shared = std::weak_ptr(context), run, event, isChange] {
-            const auto known = shared.lock();
-            if (isChange && known != nullptr) {
-                known->tellAuthorizationChange();
+    const auto tell = [client = weak_from_this(), location = location_,
+                       run = ++runNumber_](const LocationNews& news) {
+        location->postToMain([client, location, run, news] {
+            if (news.isPermissionChanged) {
+                location->tellAuthorizationChange();
             }
             if (const auto self = client.lock()) {
-                self->handle(run, event);
+                self->handle(run, news);
             }
         });
     };
-    const auto& bundle = context_->bundleIdentifier();
-    if (!bundle) {
-        tell(SessionEvent::Failed{LocationErrorCode::unavailable,
-                                  "the application has no bundle identifier to ask with"});
-        return;
-    }
-    session_ = std::make_shared<GeoClueSession>(*bundle, context_->timeout(), tell);
-    const bool isPosted = context_->bus().post(
-        [session = session_](BusConnection& connection) { session->start(connection); });
-    if (!isPosted) {
-        tell(SessionEvent::Failed{LocationErrorCode::unavailable, "no thread for the system bus"});
+    try {
+        const auto& bundle = location_->bundleIdentifier();
+        if (!bundle) {
+            throw std::runtime_error("the application has no bundle identifier to ask with");
+        }
+        run_ = std::make_shared<GeoClueRun>(location_->bus(), location_->permission(), *bundle,
+                                            location_->timeout(), tell);
+        location_->startThread([run = run_] { run->run(); });
+    } catch (const std::exception& exception) { // no thread or descriptor is left, too
+        tell({false, {}, locationError(LocationErrorCode::unavailable, exception.what())});
     }
 }
 
 void GeoClueClient::stopUpdatingLocation() {
     isUpdating_ = false;
-    endSession();
+    if (const auto run = std::exchange(run_, nullptr)) {
+        run->stop();
+    }
 }
 
 std::int32_t GeoClueClient::authorizationStatus() const {
-    return context_->permission().authorizationStatus();
+    return location_->permission().authorizationStatus();
 }
 
 std::int32_t GeoClueClient::accuracyAuthorization() const {
@@ -107,34 +66,23 @@ void GeoClueClient::authorizationChanged() {
     }
 }
 
-void GeoClueClient::handle(std::uint64_t run, const SessionEvent::Any& event) {
-    if (const auto* fix = std::get_if<platform::LocationFix>(&event)) {
-        auto* delegate = delegate_.load();
-        if (isCurrent(run) && delegate != nullptr) {
-            delegate->didUpdateLocations(*this, {*fix});
-        }
-    } else if (const auto* refused = std::get_if<SessionEvent::Refused>(&event)) {
-        fail(run, LocationErrorCode::denied, refused->message);
-    } else if (const auto* failed = std::get_if<SessionEvent::Failed>(&event)) {
-        fail(run, failed->code, failed->message);
-    }
-}
-
-void GeoClueClient::fail(std::uint64_t run, LocationErrorCode code, const std::string& message) {
-    if (!isCurrent(run)) {
+void GeoClueClient::handle(std::uint64_t run, const LocationNews& news) {
+    if (!isUpdating_ || run != runNumber_) {
         return;
     }
-    isUpdating_ = false;
-    session_.reset();
-    if (auto* delegate = delegate_.load()) {
-        delegate->didFailWithError(*this, errorOf(code, message));
+    auto* delegate = delegate_.load();
+    if (news.failure) {
+        stopUpdatingLocation();
+        if (delegate != nullptr) {
+            delegate->didFailWithError(*this, *news.failure);
+        }
+        return;
     }
-}
-
-void GeoClueClient::endSession() {
-    if (session_ != nullptr) {
-        context_->bus().post([session = std::exchange(session_, nullptr)](
-                                 BusConnection& connection) { session->stop(connection); });
+    // Permission may have changed while the fix was on its way.
+    const bool isGranted = location_->locationServicesEnabled() &&
+                           authorizationStatus() == platform::LocationAuthorization::whenInUse;
+    if (news.fix && delegate != nullptr && isGranted) {
+        delegate->didUpdateLocations(*this, {*news.fix});
     }
 }
 

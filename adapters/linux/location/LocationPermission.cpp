@@ -2,57 +2,53 @@
 
 #include "morvellacinto/platform/LocationService.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace morvellacinto::native {
 
-LocationPermission::LocationPermission(std::function<Clock::time_point()> now)
-    : now_(std::move(now)) {}
+namespace {
+constexpr std::chrono::seconds refusalHolds(60);
+}
+
+LocationPermission::LocationPermission(std::function<bool()> serviceExists,
+                                       std::function<Clock::time_point()> now)
+    : serviceExists_(std::move(serviceExists)), now_(std::move(now)) {}
 
 std::int32_t LocationPermission::authorizationStatus() const {
-    const std::lock_guard lock(mutex_);
-    if (!canBeUsed_ || holds(absentUntil_)) {
+    if (!canBeUsed()) {
         return platform::LocationAuthorization::notDetermined;
     }
-    return holds(deniedUntil_) ? platform::LocationAuthorization::denied
-                               : platform::LocationAuthorization::whenInUse;
+    return holds(Refusal::denied) ? platform::LocationAuthorization::denied
+                                  : platform::LocationAuthorization::whenInUse;
 }
 
 bool LocationPermission::servicesEnabled() const {
-    const std::lock_guard lock(mutex_);
-    return canBeUsed_ && !holds(absentUntil_) && !holds(switchedOffUntil_);
+    return canBeUsed() && !holds(Refusal::switchedOff);
 }
 
-bool LocationPermission::isUsable() const {
+void LocationPermission::note(Refusal refusal) {
     const std::lock_guard lock(mutex_);
-    return canBeUsed_;
-}
-
-bool LocationPermission::noteUsable() {
-    const std::lock_guard lock(mutex_);
-    return !std::exchange(canBeUsed_, true);
-}
-
-void LocationPermission::noteAbsent() {
-    const std::lock_guard lock(mutex_);
-    absentUntil_ = now_() + refusalHolds;
-}
-
-void LocationPermission::noteDenied() {
-    const std::lock_guard lock(mutex_);
-    deniedUntil_ = now_() + refusalHolds;
-}
-
-void LocationPermission::noteSwitchedOff() {
-    const std::lock_guard lock(mutex_);
-    switchedOffUntil_ = now_() + refusalHolds;
+    until_.at(static_cast<std::size_t>(refusal)) = now_() + refusalHolds;
 }
 
 bool LocationPermission::noteAllowed() {
     const std::lock_guard lock(mutex_);
-    const bool isNews = holds(absentUntil_) || holds(deniedUntil_) || holds(switchedOffUntil_);
-    absentUntil_ = deniedUntil_ = switchedOffUntil_ = Clock::time_point::min();
-    return isNews;
+    const auto latest = *std::max_element(until_.begin(), until_.end());
+    until_.fill({});
+    return now_() < latest;
+}
+
+bool LocationPermission::holds(Refusal refusal) const {
+    const std::lock_guard lock(mutex_);
+    return now_() < until_.at(static_cast<std::size_t>(refusal));
+}
+
+bool LocationPermission::canBeUsed() const {
+    if (!isKnownToExist_) {
+        isKnownToExist_ = serviceExists_();
+    }
+    return isKnownToExist_ && !holds(Refusal::absent);
 }
 
 } // namespace morvellacinto::native

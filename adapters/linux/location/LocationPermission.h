@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -13,36 +15,35 @@ namespace morvellacinto::native {
 class LocationPermission {
 public:
     using Clock = std::chrono::steady_clock;
-    static constexpr std::chrono::seconds refusalHolds{60};
+    enum class Refusal {
+        absent, ///< there turned out to be no service
+        denied,
+        switchedOff, ///< for the whole device
+    };
 
-    explicit LocationPermission(std::function<Clock::time_point()> now = Clock::now);
+    /// `serviceExists`, whether there is a service that the application could use, is asked at each
+    /// question until it has said yes.
+    explicit LocationPermission(std::function<bool()> serviceExists,
+                                std::function<Clock::time_point()> now = Clock::now);
 
-    /// A `platform::LocationAuthorization`: 4 when the service can be used, 2 while a refusal
-    /// holds, 0 when there is no service.
+    /// A `platform::LocationAuthorization`: 4 when the service can be used, 2 while it is denied, 0
+    /// when there is no service.
     [[nodiscard]] std::int32_t authorizationStatus() const;
     [[nodiscard]] bool servicesEnabled() const;
 
-    /// Whether there is known to be a service that the application could use.
-    [[nodiscard]] bool isUsable() const;
-    /// There is a service and what it takes to use it. Whether that was news.
-    bool noteUsable();
-    /// There turned out to be no service, for now.
-    void noteAbsent();
-    void noteDenied();
-    /// Location is switched off for the whole device.
-    void noteSwitchedOff();
+    void note(Refusal refusal);
     /// The service works for this application. Whether that was news.
     bool noteAllowed();
 
 private:
-    [[nodiscard]] bool holds(Clock::time_point until) const { return now_() < until; }
+    [[nodiscard]] bool holds(Refusal refusal) const;
+    [[nodiscard]] bool canBeUsed() const;
 
+    const std::function<bool()> serviceExists_;
     const std::function<Clock::time_point()> now_;
+    mutable std::atomic<bool> isKnownToExist_ = false;
     mutable std::mutex mutex_;
-    bool canBeUsed_ = false;
-    Clock::time_point absentUntil_ = Clock::time_point::min();
-    Clock::time_point deniedUntil_ = Clock::time_point::min();
-    Clock::time_point switchedOffUntil_ = Clock::time_point::min();
+    std::array<Clock::time_point, 3> until_{};
 };
 
 } // namespace morvellacinto::native

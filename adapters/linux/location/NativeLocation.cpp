@@ -1,31 +1,67 @@
 #include "NativeLocation.h"
 
 #include "GeoClueClient.h"
-#include "LocationContext.h"
+#include "threads/MainQueue.h"
+#include "threads/WorkerPool.h"
 
 #include <utility>
 
 namespace morvellacinto::native {
 
-NativeLocation::NativeLocation(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<Bus> bus,
-                               LocationOptions options)
-    : context_(std::make_shared<LocationContext>(std::move(mainQueue), std::move(bus),
-                                                 std::move(options))) {}
-
-NativeLocation::~NativeLocation() = default;
+NativeLocation::NativeLocation(const std::shared_ptr<MainQueue>& mainQueue, Bus& bus,
+                               WorkerPool& workers, LocationOptions options)
+    : mainQueue_(mainQueue), bus_(bus), options_(std::move(options)),
+      permission_([this] { return bundleIdentifier() && options_.serviceExists(); }),
+      workers_(&workers) {}
 
 std::shared_ptr<platform::LocationService> NativeLocation::makeService() {
-    auto client = std::make_shared<GeoClueClient>(context_);
-    context_->add(client);
+    auto client = std::make_shared<GeoClueClient>(shared_from_this());
+    const std::lock_guard lock(mutex_);
+    std::erase_if(clients_, [](const auto& known) { return known.expired(); });
+    clients_.push_back(client);
     return client;
 }
 
-bool NativeLocation::locationServicesEnabled() const {
-    return context_->permission().servicesEnabled();
-}
+bool NativeLocation::locationServicesEnabled() const { return permission_.servicesEnabled(); }
 
 std::int32_t NativeLocation::authorizationStatus() const {
-    return context_->permission().authorizationStatus();
+    return permission_.authorizationStatus();
+}
+
+const std::optional<std::string>& NativeLocation::bundleIdentifier() {
+    std::call_once(bundleSeen_, [this] { bundleIdentifier_ = options_.bundleIdentifier(); });
+    return bundleIdentifier_;
+}
+
+void NativeLocation::postToMain(std::function<void()> block) const {
+    if (const auto queue = mainQueue_.lock()) {
+        queue->post(std::move(block));
+    }
+}
+
+void NativeLocation::startThread(std::function<void()> block) {
+    const std::lock_guard lock(mutex_);
+    if (workers_ != nullptr) {
+        workers_->postLasting(std::move(block));
+    }
+}
+
+void NativeLocation::tellAuthorizationChange() {
+    std::vector<std::weak_ptr<GeoClueClient>> clients;
+    {
+        const std::lock_guard lock(mutex_);
+        clients = clients_;
+    }
+    for (const auto& known : clients) {
+        if (const auto client = known.lock()) {
+            client->authorizationChanged();
+        }
+    }
+}
+
+void NativeLocation::shutdown() {
+    const std::lock_guard lock(mutex_);
+    workers_ = nullptr;
 }
 
 } // namespace morvellacinto::native

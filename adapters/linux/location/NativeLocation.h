@@ -1,44 +1,72 @@
 #pragma once
 
-#include "GeoClueFiles.h"
+// Read NativeLocation.h, GeoClueClient.h, GeoClueRun.h, LocationPermission.h, GeoClueSearch.h.
+
+#include "GeoClueSearch.h"
+#include "LocationPermission.h"
 
 #include "morvellacinto/platform/LocationService.h"
 
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace morvellacinto::native {
 
 class Bus;
-class LocationContext;
+class GeoClueClient;
 class MainQueue;
+class WorkerPool;
 
 struct LocationOptions {
     /// GeoClue knows the application by it; without one there is no location.
     std::function<std::optional<std::string>()> bundleIdentifier;
     /// How long to wait for a fix.
     std::chrono::milliseconds timeout = std::chrono::seconds(30);
-    GeoClueFiles files = GeoClueFiles();
+    std::function<bool()> serviceExists = geoClueSearch();
 };
 
-/// Location by GeoClue. Whether it may be used is first told by the files of the system, then by
-/// what the daemon answers.
-class NativeLocation final : public platform::LocationServices {
+/// Location by GeoClue. Its clients share it and may outlive the platform, without a descriptor or a
+/// thread of it.
+class NativeLocation final : public platform::LocationServices,
+                             public std::enable_shared_from_this<NativeLocation> {
 public:
-    /// Shared, since a client may outlive the platform.
-    NativeLocation(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<Bus> bus,
+    /// `bus` and `workers`, on whose threads updates run, are used until `shutdown`.
+    NativeLocation(const std::shared_ptr<MainQueue>& mainQueue, Bus& bus, WorkerPool& workers,
                    LocationOptions options);
-    ~NativeLocation() override;
 
     [[nodiscard]] std::shared_ptr<platform::LocationService> makeService() override;
     [[nodiscard]] bool locationServicesEnabled() const override;
     [[nodiscard]] std::int32_t authorizationStatus() const override;
 
+    // For the clients, on any thread.
+    [[nodiscard]] LocationPermission& permission() { return permission_; }
+    [[nodiscard]] const std::optional<std::string>& bundleIdentifier();
+    [[nodiscard]] std::chrono::milliseconds timeout() const { return options_.timeout; }
+    [[nodiscard]] Bus& bus() const { return bus_; }
+    void postToMain(std::function<void()> block) const;
+    /// Throws std::system_error when no thread can be made.
+    void startThread(std::function<void()> block);
+    /// Main thread: every client's delegate hears of it.
+    void tellAuthorizationChange();
+
+    /// No thread is started from now on.
+    void shutdown();
+
 private:
-    const std::shared_ptr<LocationContext> context_;
+    const std::weak_ptr<MainQueue> mainQueue_;
+    Bus& bus_;
+    const LocationOptions options_;
+    LocationPermission permission_;
+    std::once_flag bundleSeen_;
+    std::optional<std::string> bundleIdentifier_;
+    std::mutex mutex_;
+    WorkerPool* workers_;
+    std::vector<std::weak_ptr<GeoClueClient>> clients_;
 };
 
 } // namespace morvellacinto::native

@@ -8,8 +8,8 @@ namespace morvellacinto::native {
 /// What the kernel's files tell about network interfaces.
 class InterfaceFacts {
 public:
-    /// `sysfs` is where the kernel's files are: /sys.
-    explicit InterfaceFacts(std::filesystem::path sysfs);
+    /// `root` is the folder that the kernel's files are looked up in.
+    explicit InterfaceFacts(std::filesystem::path root);
 
     enum class State {
         usable,  ///< also when the kernel does not tell
@@ -25,10 +25,8 @@ public:
 private:
     [[nodiscard]] std::filesystem::path fileOf(const std::string& interface,
                                                const char* file) const;
-    [[nodiscard]] std::string deviceType(const std::string& interface) const;
-    [[nodiscard]] int hardwareType(const std::string& interface) const;
 
-    const std::filesystem::path sysfs_;
+    const std::filesystem::path root_;
 };
 
 } // namespace morvellacinto::native

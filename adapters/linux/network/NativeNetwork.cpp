@@ -1,9 +1,10 @@
 #include "NativeNetwork.h"
 
 #include "Routes.h"
+#include "WifiNetworks.h"
+#include "basics/KeyFile.h"
 
 #include <sys/socket.h>
-#include <system_error>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -12,30 +13,25 @@ namespace {
 namespace flags = platform::ReachabilityFlags;
 } // namespace
 
-NativeNetwork::NativeNetwork(Bus& bus, std::filesystem::path sysfs)
-    : wifi_(bus), interfaces_(std::move(sysfs)) {}
+NativeNetwork::NativeNetwork(Bus& bus, std::filesystem::path root)
+    : root_(std::move(root)), bus_(bus), interfaces_(root_) {}
 
 std::optional<std::uint32_t> NativeNetwork::defaultRouteFlags() const {
-    try {
-        Routes routes;
-        const std::uint32_t version4 = flagsOf(routes, AF_INET);
-        return version4 != 0 ? version4 : flagsOf(routes, AF_INET6);
-    } catch (const std::system_error&) {
-        return std::nullopt;
-    }
+    const std::uint32_t version4 = flagsOf(AF_INET);
+    return version4 != 0 ? version4 : flagsOf(AF_INET6);
 }
 
 std::optional<std::vector<std::string>> NativeNetwork::supportedInterfaces() const {
-    return wifi_.interfaces();
+    return wifiInterfaces(bus_);
 }
 
 std::optional<platform::WifiNetwork>
 NativeNetwork::currentNetworkInfo(const std::string& interface) const {
-    return wifi_.networkOf(interface);
+    return wifiNetworkOf(bus_, interface);
 }
 
-std::uint32_t NativeNetwork::flagsOf(Routes& routes, int family) const {
-    const auto interface = routes.interfaceToInternet(family);
+std::uint32_t NativeNetwork::flagsOf(int family) const {
+    const auto interface = interfaceToInternet(family);
     if (!interface) {
         return 0;
     }
@@ -45,15 +41,17 @@ std::uint32_t NativeNetwork::flagsOf(Routes& routes, int family) const {
     }
     return flags::reachable |
            (state == InterfaceFacts::State::waiting ? flags::connectionRequired : 0) |
-           (leadsOverCellular(routes, *interface) ? flags::isWwan : 0);
+           (leadsOverCellular(*interface) ? flags::isWwan : 0);
 }
 
-bool NativeNetwork::leadsOverCellular(Routes& routes, const std::string& interface) const {
+bool NativeNetwork::leadsOverCellular(const std::string& interface) const {
     if (!interfaces_.isTunnel(interface)) {
         return interfaces_.isCellular(interface);
     }
     for (const int family : {AF_INET, AF_INET6}) {
-        for (const std::string& below : routes.interfacesOfDefaultRoutes(family)) {
+        const auto* file = family == AF_INET ? "proc/net/route" : "proc/net/ipv6_route";
+        const auto table = readSmallFile(root_ / file).value_or("");
+        for (const std::string& below : defaultRoutesIn(table, family)) {
             if (!interfaces_.isTunnel(below) &&
                 interfaces_.stateOf(below) == InterfaceFacts::State::usable) {
                 return interfaces_.isCellular(below);

@@ -1,7 +1,8 @@
 #pragma once
 
+// Read NativeNetwork.h, Routes.h, InterfaceFacts.h, then WifiNetworks.h.
+
 #include "InterfaceFacts.h"
-#include "WifiNetworks.h"
 
 #include "morvellacinto/platform/Network.h"
 
@@ -10,13 +11,12 @@
 namespace morvellacinto::native {
 
 class Bus;
-class Routes;
 
 /// Reachability from the kernel's routes, Wi-Fi from NetworkManager.
 class NativeNetwork final : public platform::Network {
 public:
-    /// `bus` must outlive this; `sysfs` is where the kernel's files are.
-    explicit NativeNetwork(Bus& bus, std::filesystem::path sysfs = "/sys");
+    /// `bus` must outlive this; `root` is the folder that the kernel's files are looked up in.
+    explicit NativeNetwork(Bus& bus, std::filesystem::path root = "/");
 
     /// Of the way to the Internet by IPv4, or by IPv6 where there is none. `reachable` and, on a
     /// mobile network, `isWwan`; `connectionRequired` too while the interface waits to be let in.
@@ -28,10 +28,11 @@ public:
     currentNetworkInfo(const std::string& interface) const override;
 
 private:
-    [[nodiscard]] std::uint32_t flagsOf(Routes& routes, int family) const;
-    [[nodiscard]] bool leadsOverCellular(Routes& routes, const std::string& interface) const;
+    [[nodiscard]] std::uint32_t flagsOf(int family) const;
+    [[nodiscard]] bool leadsOverCellular(const std::string& interface) const;
 
-    const WifiNetworks wifi_;
+    const std::filesystem::path root_;
+    Bus& bus_;
     const InterfaceFacts interfaces_;
 };
 

@@ -6,25 +6,13 @@
 
 namespace morvellacinto::native {
 
-/// The kernel's routes, in the network namespace of the calling thread. Nothing here sends a
-/// packet.
-class Routes {
-public:
-    /// Throws std::system_error when the kernel cannot be asked.
-    Routes();
-    Routes(const Routes&) = delete;
-    Routes& operator=(const Routes&) = delete;
-    ~Routes();
+/// The interface that a packet to the Internet would leave by, in the network namespace of the
+/// calling thread, rules and metrics considered; nothing when there is no way. `family` is AF_INET
+/// or AF_INET6. Sends no packet.
+[[nodiscard]] std::optional<std::string> interfaceToInternet(int family);
 
-    /// The name of the interface that a packet to the Internet would leave by, rules and metrics
-    /// considered; nothing when there is no way. `family` is AF_INET or AF_INET6.
-    [[nodiscard]] std::optional<std::string> interfaceToInternet(int family);
-
-    /// The interfaces of all default routes of the main table, the preferred one first.
-    [[nodiscard]] std::vector<std::string> interfacesOfDefaultRoutes(int family);
-
-private:
-    int descriptor_;
-};
+/// The interfaces of the default routes in the text of the kernel's file "route" (AF_INET) or
+/// "ipv6_route" (AF_INET6), the preferred one first.
+[[nodiscard]] std::vector<std::string> defaultRoutesIn(const std::string& table, int family);
 
 } // namespace morvellacinto::native

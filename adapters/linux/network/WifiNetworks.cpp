@@ -1,7 +1,7 @@
 #include "WifiNetworks.h"
 
 #include "basics/VisibleText.h"
-#include "bus/Bus.h"
+#include "bus/BusConnection.h"
 #include "bus/BusValues.h"
 
 #include <systemd/sd-bus.h>
@@ -30,10 +30,10 @@ std::optional<std::string> networkName(const Object& accessPoint) {
 
 } // namespace
 
-WifiNetworks::WifiNetworks(Bus& bus) : bus_(bus) {}
-
-std::optional<std::vector<std::string>> WifiNetworks::interfaces() const {
-    const BusReply devices = bus_.call({serviceName, managerPath, serviceName, "GetDevices", {}});
+std::optional<std::vector<std::string>> wifiInterfaces(Bus& bus) {
+    BusConnection connection(bus);
+    const BusReply devices =
+        connection.call({serviceName, managerPath, serviceName, "GetDevices", {}});
     const Array* paths = devices.body.empty() ? nullptr : devices.body[0].ifArray();
     if (paths == nullptr) {
         return std::nullopt;
@@ -46,7 +46,7 @@ std::optional<std::vector<std::string>> WifiNetworks::interfaces() const {
         }
     }
     std::vector<std::string> names;
-    for (const BusReply& reply : bus_.callAll(calls)) {
+    for (const BusReply& reply : connection.callAll(calls)) {
         const Object device = propertiesIn(reply);
         const auto name = nonEmptyMember(device, "Interface");
         if (name && integerMember(device, "DeviceType") == wifiDevice) {
@@ -56,24 +56,25 @@ std::optional<std::vector<std::string>> WifiNetworks::interfaces() const {
     return names.empty() ? std::nullopt : std::optional(std::move(names));
 }
 
-std::optional<platform::WifiNetwork> WifiNetworks::networkOf(const std::string& interface) const {
+std::optional<platform::WifiNetwork> wifiNetworkOf(Bus& bus, const std::string& interface) {
+    BusConnection connection(bus);
     const BusReply device =
-        bus_.call({serviceName, managerPath, serviceName, "GetDeviceByIpIface",
-                   [interface](sd_bus_message* message) {
-                       return sd_bus_message_append_basic(message, 's', interface.c_str());
-                   }});
+        connection.call({serviceName, managerPath, serviceName, "GetDeviceByIpIface",
+                         [interface](sd_bus_message* message) {
+                             return sd_bus_message_append_basic(message, 's', interface.c_str());
+                         }});
     if (device.body.empty() || !device.body[0].isString()) {
         return std::nullopt;
     }
     const std::string path(device.body[0].asString());
     const Object wireless =
-        propertiesIn(bus_.call(readProperties(serviceName, path, wirelessInterface)));
+        propertiesIn(connection.call(readProperties(serviceName, path, wirelessInterface)));
     const auto accessPointPath = pathMember(wireless, "ActiveAccessPoint");
     if (!accessPointPath || integerMember(wireless, "Mode") == hotspotMode) {
         return std::nullopt;
     }
     const Object accessPoint = propertiesIn(
-        bus_.call(readProperties(serviceName, *accessPointPath, accessPointInterface)));
+        connection.call(readProperties(serviceName, *accessPointPath, accessPointInterface)));
     return platform::WifiNetwork{networkName(accessPoint),
                                  nonEmptyMember(accessPoint, "HwAddress")};
 }

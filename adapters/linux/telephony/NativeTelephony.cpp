@@ -1,7 +1,7 @@
 #include "NativeTelephony.h"
 
 #include "MobileCountries.h"
-#include "bus/Bus.h"
+#include "bus/BusConnection.h"
 #include "bus/BusValues.h"
 
 #include <algorithm>
@@ -59,7 +59,8 @@ std::vector<Modem> modemsIn(const Object& objects) {
 }
 
 std::vector<Modem> askForModems(Bus& bus) {
-    const BusReply objects = bus.call(
+    BusConnection connection(bus);
+    const BusReply objects = connection.call(
         {serviceName, managerPath, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", {}});
     std::vector<Modem> modems = modemsIn(propertiesIn(objects));
     std::vector<BusCall> calls;
@@ -70,7 +71,7 @@ std::vector<Modem> askForModems(Bus& bus) {
             askedFor.push_back(index);
         }
     }
-    const auto replies = bus.callAll(calls);
+    const auto replies = connection.callAll(calls);
     for (std::size_t index = 0; index < replies.size(); ++index) {
         modems[askedFor[index]].sim = propertiesIn(replies[index]);
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+// Read NativeTelephony.h, then MobileCountries.h.
+
 #include "morvellacinto/platform/Telephony.h"
 
 #include <cstdint>
@@ -21,7 +23,7 @@ public:
     /// `bus` must outlive the objects that `makeInfo` gives.
     explicit NativeTelephony(Bus& bus);
 
-    /// An object asks the bus once, at the first question; it waits for at most two time-outs.
+    /// An object asks the bus once, at the first question.
     [[nodiscard]] std::unique_ptr<platform::TelephonyInfo> makeInfo() const override;
 
 private:

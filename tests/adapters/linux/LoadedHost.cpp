@@ -1,5 +1,6 @@
 #include "adapters/linux/NativeFixtures.h"
 
+#include "morvellacinto/location/KRLocationManager.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/UserDefaults.h"
 
@@ -23,8 +24,12 @@ std::shared_ptr<native::NativePlatform> make(const char* directory) {
 extern "C" __attribute__((visibility("default"))) int useThePlatform(const char* url,
                                                                      const char* directory) {
     const auto platform = make(directory);
+    platform::install(platform);
     std::atomic<int> status = 0;
     bool back = false;
+    bool located = false;
+    KRLocationManager::shared().addLocationUpdateBlock(
+        [&located](const auto&, const auto&) { located = true; }, "key");
     platform::HttpRequest request;
     request.url = url;
     platform->makeHttpSession({}, nullptr)
@@ -36,8 +41,8 @@ extern "C" __attribute__((visibility("default"))) int useThePlatform(const char*
         ->resume();
     platform->standardUserDefaults().setObjectForKey(1, "key");
     const bool kept = platform->standardUserDefaults().synchronize();
-    const bool done = native::pumpUntil(*platform, [&] { return back; });
-    platform->shutdown();
+    const bool done = native::pumpUntil(*platform, [&] { return back && located; });
+    platform::shutdown();
     return done && kept && status == 200 ? 0 : 1;
 }
 

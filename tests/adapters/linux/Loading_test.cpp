@@ -36,7 +36,8 @@ Signature* function(void* host, const char* name) {
 }
 
 TEST(Loading, StartsNoThreadAndOpensNoDescriptorAndUnloadsAfterShutdown) {
-    FaultServer server(nullptr, {});
+    const auto descriptorsBefore = descriptorCount();
+    auto server = std::make_unique<FaultServer>(nullptr, FaultServer::Script{});
     const TemporaryDirectory directory;
     for (int round = 0; round < morvellacinto::testing::attackRounds(100); ++round) {
         const auto threads = threadCount();
@@ -47,10 +48,12 @@ TEST(Loading, StartsNoThreadAndOpensNoDescriptorAndUnloadsAfterShutdown) {
         EXPECT_LE(threadCount(), threads); // the server may have ended one
         EXPECT_LE(descriptorCount(), descriptors);
         const auto use = function<int(const char*, const char*)>(host, "useThePlatform");
-        EXPECT_EQ(use(server.url("/").c_str(), directory.path().c_str()), 0);
+        EXPECT_EQ(use(server->url("/").c_str(), directory.path().c_str()), 0);
         ASSERT_EQ(dlclose(host), 0);
         EXPECT_FALSE(isMapped("libmorvellacinto_linux"));
     }
+    server.reset();
+    EXPECT_LE(descriptorCount(), descriptorsBefore);
 }
 
 TEST(Loading, UnloadsWhileANameLookupHangs) {

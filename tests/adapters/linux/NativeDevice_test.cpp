@@ -1,45 +1,26 @@
-#include "bus/Bus.h"
+#include "PrivateBus.h"
+
+#include "basics/KeyFile.h"
 #include "device/NativeDevice.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <fcntl.h>
 #include <string>
+#include <sys/stat.h>
 #include <sys/utsname.h>
-#include <unistd.h>
 
 namespace morvellacinto::native {
 namespace {
-
-// A folder that stands for "/", with the files that a test puts there.
-class Root {
-public:
-    Root() {
-        std::string name = (std::filesystem::temp_directory_path() / "device-XXXXXX").string();
-        path_ = mkdtemp(name.data());
-    }
-    Root(const Root&) = delete;
-    Root& operator=(const Root&) = delete;
-    ~Root() { std::filesystem::remove_all(path_); }
-
-    void write(const std::string& file, const std::string& text) const {
-        std::filesystem::create_directories((path_ / file).parent_path());
-        std::ofstream(path_ / file, std::ios::binary) << text;
-    }
-    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
 
 // Facts that come from no service.
 struct DeviceIn {
     explicit DeviceIn(std::optional<std::string> bundle, const std::filesystem::path& root = "/")
         : device(BundleIdentifier(std::move(bundle), root), bus, {}, root) {}
 
-    Bus bus{[](std::string_view) {}};
+    StopSignal stopSignal;
+    Bus bus{[](std::string_view) {}, stopSignal};
     NativeDevice device;
 };
 
@@ -51,19 +32,12 @@ std::string kernelRelease() {
 
 TEST(NativeDevice, GivesLocaleIdentifiersWithoutCodesetAndModifier) {
     const std::pair<const char*, const char*> cases[] = {
-        {"sv_SE.UTF-8", "sv_SE"},
-        {"sv_SE", "sv_SE"},
-        {"de_AT.ISO-8859-15@euro", "de_AT"},
-        {"sr_RS@latin", "sr_RS"},
-        {"en", "en"},
-        {"C", "en_US_POSIX"},
-        {"C.UTF-8", "en_US_POSIX"},
-        {"POSIX", "en_US_POSIX"},
-        {"", "en_US_POSIX"},
-        {".UTF-8", "en_US_POSIX"},
-        {"a/b", "en_US_POSIX"},
-        {"s\xc3", "en_US_POSIX"},
-    };
+        {"sv_SE.UTF-8", "sv_SE"},  {"de_AT.ISO-8859-15@euro", "de_AT"},
+        {"sr_RS@latin", "sr_RS"},  {"en", "en"},
+        {"C", "en_US_POSIX"},      {"C.UTF-8", "en_US_POSIX"},
+        {"POSIX", "en_US_POSIX"},  {"", "en_US_POSIX"},
+        {".UTF-8", "en_US_POSIX"}, {"a/b", "en_US_POSIX"},
+        {"s\xc3", "en_US_POSIX"}};
     for (const auto& [name, identifier] : cases) {
         EXPECT_EQ(localeIdentifierOf(name), identifier) << name;
     }
@@ -84,7 +58,7 @@ TEST(NativeDevice, TakesTheFirstLocaleVariableThatIsNotEmpty) {
 }
 
 TEST(NativeDevice, ReadsTheSystemsVersionAndFallsBackOnTheKernels) {
-    const Root root;
+    const TemporaryRoot root;
     const DeviceIn in({}, root.path());
     const NativeDevice& device = in.device;
     EXPECT_EQ(device.systemVersion(), kernelRelease()) << "no file at all";
@@ -98,7 +72,7 @@ TEST(NativeDevice, ReadsTheSystemsVersionAndFallsBackOnTheKernels) {
 }
 
 TEST(NativeDevice, TakesTheBundleFromTheHostThenFromFlatpak) {
-    const Root root;
+    const TemporaryRoot root;
     unsetenv("FLATPAK_ID");
     EXPECT_EQ(DeviceIn({}, root.path()).device.bundleIdentifier(), std::nullopt);
     root.write(".flatpak-info", "name=wrong\n[Application]\nruntime=a\nname=org.example.File\n"
@@ -109,6 +83,16 @@ TEST(NativeDevice, TakesTheBundleFromTheHostThenFromFlatpak) {
     EXPECT_EQ(DeviceIn({}, root.path()).device.bundleIdentifier(), "org.example.Variable");
     EXPECT_EQ(DeviceIn("com.example.host", root.path()).device.bundleIdentifier(),
               "com.example.host");
+}
+
+TEST(KeyFile, ReadsFilesOfReasonableSizeAndWaitsForNobody) {
+    const TemporaryRoot root;
+    EXPECT_EQ(readSmallFile(root.path() / "absent"), std::nullopt);
+    EXPECT_EQ(readSmallFile(root.path()), std::nullopt) << "a folder";
+    root.write("large", std::string(1'000'000, 'x'));
+    EXPECT_EQ(readSmallFile(root.path() / "large")->size(), 64UL * 1024);
+    ASSERT_EQ(mkfifo((root.path() / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(readSmallFile(root.path() / "pipe"), "") << "nobody writes";
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "bus/Bus.h"
 #include "device/Battery.h"
 #include "device/HardwareModel.h"
+#include "device/NativeDevice.h"
 #include "device/Sha256.h"
 #include "device/VendorIdentifier.h"
 
@@ -17,20 +18,16 @@
 namespace morvellacinto::native {
 namespace {
 
-constexpr const char* displayDevice = "/org/freedesktop/UPower/devices/DisplayDevice";
-constexpr const char* hostname1 = "org.freedesktop.hostname1";
-
 TEST(Battery, IsTheDisplayDevicesOrUnknown) {
     struct Case {
         std::int64_t state;
         double percentage;
         Battery expected;
     };
-    const Case cases[] = {
-        {0, 50, {0.5F, 0}},  {1, 75, {0.75F, 2}}, {2, 10, {0.1F, 1}}, {3, 0, {0, 1}},
-        {4, 100, {1, 3}},    {5, 80, {0.8F, 2}},  {6, 80, {0.8F, 1}}, {7, 80, {0.8F, 0}},
-        {1, 100.5, {-1, 0}}, {1, -1, {-1, 0}},
-    };
+    const Case cases[] = {{0, 50, {0.5F, 0}},  {1, 75, {0.75F, 2}}, {2, 10, {0.1F, 1}},
+                          {3, 0, {0, 1}},      {4, 100, {1, 3}},    {5, 80, {0.8F, 2}},
+                          {6, 80, {0.8F, 1}},  {7, 80, {0.8F, 0}},  {-1, 80, {0.8F, 0}},
+                          {1, 100.5, {-1, 0}}, {1, -1, {-1, 0}}};
     for (const auto& [state, percentage, expected] : cases) {
         const Battery battery =
             batteryIn({{"IsPresent", true}, {"Percentage", percentage}, {"State", state}});
@@ -46,36 +43,25 @@ TEST(Battery, IsTheDisplayDevicesOrUnknown) {
     }
 }
 
-TEST(Battery, IsReadFromTheBus) {
-    const PrivateBus daemon;
-    Bus bus([](std::string_view) {});
-    EXPECT_EQ(readBattery(bus).level, -1);
-    MockService upower("org.freedesktop.UPower");
-    upower.setProperties(
-        displayDevice, "org.freedesktop.UPower.Device",
-        {{"IsPresent", boolean(true)}, {"Percentage", number(62.5)}, {"State", unsignedNumber(2)}});
-    EXPECT_EQ(readBattery(bus).level, 0.625F);
-    EXPECT_EQ(readBattery(bus).state, 1);
-}
-
 TEST(HardwareModel, ComesFromTheFirstSourceThatTellsIt) {
-    const PrivateBus daemon;
-    Bus bus([](std::string_view) {});
-    const TemporaryFolder root;
+    PrivateBus daemon;
+    const TemporaryRoot root;
     utsname names{};
     uname(&names);
-    const HardwareModel withoutAnySource(bus, root.path());
-    EXPECT_EQ(withoutAnySource.text(), names.machine);
-    MockService host(hostname1);
-    host.setProperties("/org/freedesktop/hostname1", hostname1, {{"HardwareModel", text("Host")}});
-    EXPECT_EQ(HardwareModel(bus, root.path()).text(), "Host");
-    EXPECT_EQ(withoutAnySource.text(), names.machine) << "the same on every call";
+    const NativeDevice device(BundleIdentifier({}), daemon.bus, {}, root.path());
+    EXPECT_EQ(device.hardwareMachine(), names.machine);
+    const auto model = [&] { return findHardwareModel(daemon.bus, root.path()); };
+    MockService host("org.freedesktop.hostname1");
+    host.setProperties("/org/freedesktop/hostname1", "org.freedesktop.hostname1",
+                       {{"HardwareModel", property("s", "Host")}});
+    EXPECT_EQ(model(), "Host");
+    EXPECT_EQ(device.hardwareMachine(), names.machine) << "the same on every call";
     root.write("sys/devices/virtual/dmi/id/product_name", "Product 5 \n");
-    EXPECT_EQ(HardwareModel(bus, root.path()).text(), "Product 5");
+    EXPECT_EQ(model(), "Product 5");
     root.write("proc/device-tree/model", std::string("Maker Phone\xFF v1\0", 16));
-    EXPECT_EQ(HardwareModel(bus, root.path()).text(), "Maker Phone\xEF\xBF\xBD v1");
+    EXPECT_EQ(model(), "Maker Phone\xEF\xBF\xBD v1");
     root.write("proc/device-tree/model", std::string("\0", 1));
-    EXPECT_EQ(HardwareModel(bus, root.path()).text(), "Product 5");
+    EXPECT_EQ(model(), "Product 5");
 }
 
 TEST(Sha256, GivesTheDigestsOfTheStandard) {

@@ -1,18 +1,19 @@
 #pragma once
 
+#include "MockService.h"
 #include "PrivateBus.h"
 
-#include "threads/MainQueue.h"
-#include "bus/Bus.h"
 #include "location/NativeLocation.h"
+#include "threads/MainQueue.h"
+#include "threads/WorkerPool.h"
 
 #include <morvellacinto/native/LocationError.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <functional>
-#include <future>
 #include <memory>
 #include <optional>
 #include <poll.h>
@@ -35,8 +36,7 @@ public:
     }
     void didUpdateLocations(platform::LocationService& /*manager*/,
                             const std::vector<platform::LocationFix>& fixes) override {
-        events.push_back(std::to_string(fixes.size()) + " at " +
-                         std::to_string(static_cast<int>(fixes.back().latitude)));
+        events.push_back("at " + std::to_string(static_cast<int>(fixes.back().latitude)));
         last = fixes.back();
     }
     void didFailWithError(platform::LocationService& /*manager*/, const KRError& error) override {
@@ -52,29 +52,25 @@ public:
 /// A location service on a private bus that could start GeoClue.
 class LocationTest : public ::testing::Test {
 protected:
-    LocationTest() {
-        folder.write("usr/share/dbus-1/system-services/org.freedesktop.GeoClue2.service", "");
-    }
     ~LocationTest() override {
-        service.reset();
-        bus->shutdown();
+        daemon.stopSignal.raise();
+        workers.shutdown();
     }
 
     void makeService(std::chrono::milliseconds timeout = generous,
                      const std::optional<std::string>& bundle = "com.example.host") {
-        location.emplace(
-            queue, bus,
-            LocationOptions{[bundle] { return bundle; }, timeout, GeoClueFiles(folder.path())});
+        location = std::make_shared<NativeLocation>(
+            queue, daemon.bus, workers,
+            LocationOptions{[bundle] { return bundle; }, timeout, [] { return true; }});
         service = location->makeService();
         service->setDelegate(&listener);
     }
-
     void pumpUntil(const std::function<bool()>& done) {
         const auto limit = std::chrono::steady_clock::now() + generous;
         queue->drain();
         while (!done() && std::chrono::steady_clock::now() < limit) {
             pollfd waits{queue->descriptor(), POLLIN, 0};
-            poll(&waits, 1, 100);
+            poll(&waits, 1, 10);
             queue->drain();
         }
         ASSERT_TRUE(done()) << ::testing::PrintToString(listener.events);
@@ -82,21 +78,17 @@ protected:
     void pumpUntilEvents(std::size_t count) {
         pumpUntil([&] { return listener.events.size() >= count; });
     }
-    // What the mock has sent so far has been handled, and told.
-    void settle() {
-        static_cast<void>(bus->call({geoClue, "/", "com.example.A", "Nothing", {}}));
-        std::promise<void> done;
-        bus->post([&done](BusConnection&) { done.set_value(); });
-        done.get_future().wait();
+    // All runs have been stopped: they end, and what they told is heard.
+    void finish() {
+        workers.shutdown();
         queue->drain();
     }
 
-    TemporaryFolder folder;
     PrivateBus daemon;
     Listener listener;
     std::shared_ptr<MainQueue> queue = std::make_shared<MainQueue>();
-    std::shared_ptr<Bus> bus = std::make_shared<Bus>([](std::string_view) {});
-    std::optional<NativeLocation> location;
+    WorkerPool workers{[](const std::exception_ptr&) { ADD_FAILURE() << "an exception"; }};
+    std::shared_ptr<NativeLocation> location;
     std::shared_ptr<platform::LocationService> service;
 };
 

@@ -1,88 +1,71 @@
-#include "Child.h"
 #include "MockService.h"
 #include "PrivateBus.h"
 
+#include "basics/KeyFile.h"
 #include "basics/VisibleText.h"
-#include "bus/Bus.h"
 #include "network/NativeNetwork.h"
+#include "network/Routes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <sched.h>
-#include <systemd/sd-bus.h>
+#include <sys/socket.h>
 
 namespace morvellacinto::native {
 namespace {
 
 namespace flags = platform::ReachabilityFlags;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::Optional;
 
 constexpr const char* networkManager = "org.freedesktop.NetworkManager";
-const std::string deviceInterface = "org.freedesktop.NetworkManager.Device";
-
-class NetworkManagerMock : public MockService {
-public:
-    NetworkManagerMock() : MockService(networkManager) {
-        onCall("GetDevices", [this](sd_bus_message* call) {
-            reply(call, [this](sd_bus_message* message) {
-                sd_bus_message_open_container(message, 'a', "o");
-                for (const std::string& name : names_) {
-                    sd_bus_message_append(message, "o", ("/device/" + name).c_str());
-                }
-                sd_bus_message_close_container(message);
-            });
-        });
-        onCall("GetDeviceByIpIface", [](sd_bus_message* call) {
-            const char* name = nullptr;
-            sd_bus_message_read(call, "s", &name);
-            reply(call, [name](sd_bus_message* message) {
-                sd_bus_message_append(message, "o", ("/device/" + std::string(name)).c_str());
-            });
-        });
-    }
-
-    void addDevice(const std::string& name, Append type, const std::string& accessPoint = "/",
-                   unsigned mode = 2) {
-        names_.push_back(name);
-        setProperties("/device/" + name, deviceInterface,
-                      {{"DeviceType", std::move(type)}, {"Interface", text(name)}});
-        setProperties("/device/" + name, deviceInterface + ".Wireless",
-                      {{"ActiveAccessPoint", path(accessPoint)}, {"Mode", unsignedNumber(mode)}});
-    }
-    void addAccessPoint(const std::string& where, Append name, Append address) {
-        setProperties(where, "org.freedesktop.NetworkManager.AccessPoint",
-                      {{"Ssid", std::move(name)}, {"HwAddress", std::move(address)}});
-    }
-
-private:
-    std::vector<std::string> names_;
-};
+constexpr const char* managerPath = "/org/freedesktop/NetworkManager";
 
 TEST(WifiNetworks, AreThoseThatTheWifiDevicesHaveJoined) {
-    const PrivateBus daemon;
-    Bus bus([](std::string_view) {});
-    const NativeNetwork network(bus);
+    PrivateBus daemon;
+    const NativeNetwork network(daemon.bus);
     EXPECT_EQ(network.supportedInterfaces(), std::nullopt) << "no daemon";
-    NetworkManagerMock mock;
-    EXPECT_EQ(network.supportedInterfaces(), std::nullopt) << "no device";
-    mock.addDevice("eth0", unsignedNumber(1));
-    mock.addDevice("wlan1", unsignedNumber(2), "/ap/1");
-    mock.addDevice("odd0", text("2"));
-    mock.addDevice("wlan0", unsignedNumber(2));
-    mock.addDevice("wlan2", unsignedNumber(2), "/ap/hidden");
-    mock.addDevice("wlan3", unsignedNumber(2), "/ap/1", 3);
-    mock.addAccessPoint("/ap/1", bytes("caf\xC3\xA9 \xFF!"), text("00:11:22:33:44:55"));
-    mock.addAccessPoint("/ap/hidden", bytes(""), unsignedNumber(5));
-    EXPECT_THAT(network.supportedInterfaces(),
-                Optional(ElementsAre("wlan1", "wlan0", "wlan2", "wlan3")));
-    EXPECT_FALSE(network.currentNetworkInfo("wlan3")) << "a hotspot of its own";
+    MockService mock(networkManager);
+    mock.onCall(managerPath, networkManager, "GetDevices", [](sd_bus_message* call) {
+        reply(call, values("ao", 6, "/absent", "/eth0", "/wlan1", "/odd0", "/wlan0", "/wlan2"));
+    });
+    EXPECT_EQ(network.supportedInterfaces(), std::nullopt) << "devices that are gone";
+    mock.onCall(managerPath, networkManager, "GetDeviceByIpIface", [](sd_bus_message* call) {
+        const char* name = nullptr;
+        sd_bus_message_read(call, "s", &name);
+        reply(call, values("o", ("/" + std::string(name)).c_str()));
+    });
+    const std::string device = "org.freedesktop.NetworkManager.Device";
+    const auto addDevice = [&](const char* name, const Append& type, const char* accessPoint,
+                               unsigned mode = 2) {
+        const std::string path = "/" + std::string(name);
+        mock.setProperties(path, device,
+                           {{"DeviceType", type}, {"Interface", property("s", name)}});
+        mock.setProperties(
+            path, device + ".Wireless",
+            {{"ActiveAccessPoint", property("o", accessPoint)}, {"Mode", property("u", mode)}});
+    };
+    addDevice("eth0", property("u", 1U), "/");
+    addDevice("wlan1", property("u", 2U), "/ap");
+    addDevice("odd0", property("s", "2"), "/");
+    addDevice("wlan0", property("u", 2U), "/");
+    addDevice("wlan2", property("u", 2U), "/hidden");
+    addDevice("hotspot0", property("u", 2U), "/ap", 3);
+    const std::string accessPoint = "org.freedesktop.NetworkManager.AccessPoint";
+    mock.setProperties("/ap", accessPoint,
+                       {{"Ssid", property("ay", 6, 'c', 'a', 'f', 0xC3, 0xA9, 0xFF)},
+                        {"HwAddress", property("s", "00:11:22:33:44:55")}});
+    mock.setProperties("/hidden", accessPoint,
+                       {{"Ssid", property("ay", 0)}, {"HwAddress", property("u", 5U)}});
+    EXPECT_THAT(network.supportedInterfaces(), Optional(ElementsAre("wlan1", "wlan0", "wlan2")));
     const auto joined = network.currentNetworkInfo("wlan1");
     ASSERT_TRUE(joined);
-    EXPECT_EQ(joined->ssid, "caf\xC3\xA9 \xEF\xBF\xBD!");
+    EXPECT_EQ(joined->ssid, "caf\xC3\xA9\xEF\xBF\xBD");
     EXPECT_EQ(joined->bssid, "00:11:22:33:44:55");
+    EXPECT_FALSE(network.currentNetworkInfo("hotspot0"));
     EXPECT_FALSE(network.currentNetworkInfo("wlan0"));
     EXPECT_FALSE(network.currentNetworkInfo("wlan2")->ssid);
     EXPECT_FALSE(network.currentNetworkInfo("wlan2")->bssid);
@@ -94,98 +77,127 @@ TEST(VisibleText, ShowsEachByteThatIsNoUtf8) {
     EXPECT_EQ(visibleText("\xE2\x82"), "\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
-// A network namespace of the test's own, with interfaces that lead nowhere.
+TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
+    const std::string table =
+        "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\n"
+        "b0\t00000000\t0200020A\t0003\t0\t0\t700\t00000000\t0\t0\t0\n"
+        "half0\t00000000\t00000000\t0001\t0\t0\t1\t00000080\t0\t0\t0\n"
+        "net0\t0000010A\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
+        "*\t00000000\t00000000\t0201\t0\t0\t5\t00000000\t0\t0\t0\n"
+        "off0\t00000000\t00000000\t0002\t0\t0\t5\t00000000\t0\t0\t0\n"
+        "a0\t00000000\t0200010A\t0003\t0\t0\t60\t00000000\t0\t0\t0\ncut0\t0\n";
+    EXPECT_THAT(defaultRoutesIn(table, AF_INET), ElementsAre("a0", "b0"));
+    EXPECT_THAT(defaultRoutesIn("", AF_INET), IsEmpty());
+    const std::string none(32, '0');
+    const auto line = [&](const char* length, const char* metric, const char* rest) {
+        return none + " " + length + " " + none + " 00 " + none + " " + metric + rest;
+    };
+    EXPECT_THAT(defaultRoutesIn(line("00", "00000400", " 1 0 00000003 b0\n") +
+                                    line("00", "00000064", " 1 0 00000003 a0\n") +
+                                    line("00", "00000001", " 1 0 00200200 lo\n") +
+                                    line("40", "00000001", " 1 0 00000001 net0\n"),
+                                AF_INET6),
+                ElementsAre("a0", "b0"));
+}
+
+TEST(InterfaceFacts, AreTheKernels) {
+    using State = InterfaceFacts::State;
+    const TemporaryRoot root;
+    const InterfaceFacts facts(root.path());
+    const std::pair<const char*, State> states[] = {{"up\n", State::usable},
+                                                    {"unknown\n", State::usable},
+                                                    {"dormant\n", State::waiting},
+                                                    {"down\n", State::down},
+                                                    {"lowerlayerdown\n", State::down}};
+    EXPECT_EQ(facts.stateOf("a0"), State::usable) << "untold";
+    for (const auto& [text, state] : states) {
+        root.write("sys/class/net/a0/operstate", text);
+        EXPECT_EQ(facts.stateOf("a0"), state) << text;
+    }
+    struct Case {
+        const char *interface, *file, *content;
+        bool isCellular, isTunnel;
+    };
+    const Case cases[] = {{"eth0", "type", "1\n", false, false},
+                          {"raw0", "type", "519\n", true, false},
+                          {"raw0", "phy80211/name", "phy0\n", false, false},
+                          {"wwan0", "type", "65534\n", true, false},
+                          {"wwan0", "uevent", "INTERFACE=wwan0\nDEVTYPE=wlan\n", false, true},
+                          {"mob0", "uevent", "DEVTYPE=wwan\n", true, false},
+                          {"rmnet_data0", "type", "1\n", true, false},
+                          {"vpn0", "type", "65534\n", false, true},
+                          {"tun0", "tun_flags", "0x1\n", false, true}};
+    for (const auto& [interface, file, content, isCellular, isTunnel] : cases) {
+        root.write(std::string("sys/class/net/") + interface + "/" + file, content);
+        EXPECT_EQ(facts.isCellular(interface), isCellular) << interface << " " << file;
+        EXPECT_EQ(facts.isTunnel(interface), isTunnel) << interface << " " << file;
+    }
+}
+
+// A network namespace of the test's own, with interfaces that lead nowhere, and described files.
 class ReachabilityTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (unshare(CLONE_NEWNET) != 0 &&
-            (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0 || !run("link set lo up"))) {
+        if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
             GTEST_SKIP() << "this machine lets the test make no network namespace";
         }
-        ASSERT_TRUE(run("link set lo up"));
+        run("link set lo up");
+        for (const std::string name : {"a0", "b0", "vpn0"}) {
+            const std::string network = std::to_string(name[0] - 'a' + 1);
+            run("link add " + name + " type veth peer name " + name + "x");
+            run("link set " + name + " up");
+            run("link set " + name + "x up");
+            run("addr add 10." + network + ".0.1/24 dev " + name + " label " + name + ":1");
+            run("-6 addr add fd00:" + network + "::1/64 dev " + name + " nodad");
+        }
+        describe("b0", "uevent", "DEVTYPE=wwan\n");
+        describe("vpn0", "type", "65534\n");
     }
 
-    static bool run(const std::string& command) {
-        return std::system(("ip " + command).c_str()) == 0;
-    }
-    // Two ends of a cable, the first with addresses.
-    static void plug(const std::string& name, const std::string& network) {
-        ASSERT_TRUE(run("link add " + name + " type veth peer name " + name + "x"));
-        ASSERT_TRUE(run("link set " + name + " up") && run("link set " + name + "x up"));
-        ASSERT_TRUE(run("addr add 10." + network + ".0.1/24 dev " + name));
-        ASSERT_TRUE(run("-6 addr add fd00:" + network + "::1/64 dev " + name + " nodad"));
+    static void run(const std::string& command) {
+        ASSERT_EQ(std::system(("ip " + command).c_str()), 0) << command;
     }
     void describe(const std::string& name, const std::string& file, const std::string& content) {
-        sysfs.write("class/net/" + name + "/" + file, content);
+        root.write("sys/class/net/" + name + "/" + file, content);
     }
+    // With the kernel's own routes in the files that stand for them.
     [[nodiscard]] std::optional<std::uint32_t> reach() {
-        return NativeNetwork(bus, sysfs.path()).defaultRouteFlags();
+        for (const char* file : {"proc/net/route", "proc/net/ipv6_route"}) {
+            root.write(file, readSmallFile("/" + std::string(file)).value_or(""));
+        }
+        return NativeNetwork(bus, root.path()).defaultRouteFlags();
     }
 
-    TemporaryFolder sysfs;
-    Bus bus{[](std::string_view) {}};
+    TemporaryRoot root;
+    StopSignal stopSignal;
+    Bus bus{[](std::string_view) {}, stopSignal};
 };
 
 TEST_F(ReachabilityTest, FollowsTheRouteThatThePacketsWouldTake) {
-    EXPECT_EQ(reach(), 0U);
-    plug("a0", "1");
-    plug("b0", "2");
     EXPECT_EQ(reach(), 0U) << "networks, but no way out of them";
-    describe("b0", "uevent", "INTERFACE=b0\nDEVTYPE=wwan\n");
-    ASSERT_TRUE(run("route add default via 10.2.0.2 dev b0 metric 700"));
+    run("route add default via 10.2.0.2 dev b0 metric 700");
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan);
-    ASSERT_TRUE(run("route add default via 10.1.0.2 dev a0 metric 600"));
+    run("route add default via 10.1.0.2 dev a0 metric 600");
     EXPECT_EQ(reach(), flags::reachable);
-    ASSERT_TRUE(run("route add default via 10.2.0.2 dev b0 table 77"));
-    ASSERT_TRUE(run("rule add to 192.0.2.0/24 lookup 77"));
-    EXPECT_EQ(reach(), flags::reachable | flags::isWwan) << "rules come before the main table";
-    ASSERT_TRUE(run("route replace unreachable default table 77"));
+    describe("a0", "operstate", "dormant\n");
+    EXPECT_EQ(reach(), flags::reachable | flags::connectionRequired);
+    describe("a0", "operstate", "down\n");
     EXPECT_EQ(reach(), 0U);
-    ASSERT_TRUE(run("-6 route add default via fd00:1::2 dev a0"));
-    EXPECT_EQ(reach(), flags::reachable) << "IPv6 where IPv4 leads nowhere";
-}
-
-TEST_F(ReachabilityTest, MapsStateAndKindOfTheInterface) {
-    plug("a0", "1");
-    ASSERT_TRUE(run("route add default via 10.1.0.2 dev a0"));
-    const std::pair<const char*, std::uint32_t> states[] = {
-        {"up", flags::reachable},
-        {"unknown", flags::reachable},
-        {"dormant", flags::reachable | flags::connectionRequired},
-        {"down", 0},
-        {"lowerlayerdown", 0},
-    };
-    for (const auto& [state, expected] : states) {
-        describe("a0", "operstate", std::string(state) + "\n");
-        EXPECT_EQ(reach(), expected) << state;
-    }
-    describe("a0", "operstate", "up\n");
-    describe("a0", "type", "519\n");
-    EXPECT_EQ(reach(), flags::reachable | flags::isWwan) << "raw IP";
-    describe("a0", "phy80211/name", "phy0\n");
-    EXPECT_EQ(reach(), flags::reachable);
-    describe("a0", "uevent", "DEVTYPE=wlan\n");
-    EXPECT_EQ(reach(), flags::reachable);
-    for (const char* name : {"wwan0", "rmnet_data0"}) {
-        plug(name, "9");
-        ASSERT_TRUE(run("route replace default via 10.9.0.2 dev " + std::string(name)));
-        EXPECT_EQ(reach(), flags::reachable | flags::isWwan) << name;
-        ASSERT_TRUE(run("link del " + std::string(name)));
-        ASSERT_TRUE(run("route replace default via 10.1.0.2 dev a0"));
-    }
+    run("route add default via 10.2.0.2 dev b0 table 77");
+    run("rule add to 192.0.2.0/24 lookup 77");
+    EXPECT_EQ(reach(), flags::reachable | flags::isWwan) << "rules come before the main table";
+    run("route replace unreachable default table 77");
+    EXPECT_EQ(reach(), 0U);
+    run("-6 route add default via fd00:2::2 dev b0");
+    EXPECT_EQ(reach(), flags::reachable | flags::isWwan) << "IPv6 where IPv4 leads nowhere";
 }
 
 TEST_F(ReachabilityTest, ATunnelCountsAsWhatItGoesThrough) {
-    plug("a0", "1");
-    plug("b0", "2");
-    plug("vpn0", "3");
-    describe("b0", "uevent", "DEVTYPE=wwan\n");
-    describe("vpn0", "type", "65534\n");
-    ASSERT_TRUE(run("route add default via 10.3.0.2 dev vpn0 metric 1"));
+    run("route add default via 10.22.0.2 dev vpn0 metric 1");
     EXPECT_EQ(reach(), flags::reachable) << "nothing known below it";
-    ASSERT_TRUE(run("route add default via 10.2.0.2 dev b0 metric 700"));
+    run("-6 route add default via fd00:2::2 dev b0 metric 700");
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan);
-    ASSERT_TRUE(run("route add default via 10.1.0.2 dev a0 metric 600"));
+    run("route add default via 10.1.0.2 dev a0 metric 600");
     EXPECT_EQ(reach(), flags::reachable);
     describe("a0", "operstate", "down\n");
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan);

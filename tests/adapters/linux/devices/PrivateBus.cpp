@@ -1,54 +1,48 @@
 #include "PrivateBus.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
 namespace morvellacinto::native {
 
-TemporaryFolder::TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "devices-XXXXXX").string();
-    path_ = mkdtemp(name.data());
+void TemporaryRoot::write(const std::string& file, const std::string& text) const {
+    std::filesystem::create_directories((path() / file).parent_path());
+    std::ofstream(path() / file, std::ios::binary) << text;
 }
 
-TemporaryFolder::~TemporaryFolder() { std::filesystem::remove_all(path_); }
-
-void TemporaryFolder::write(const std::string& file, const std::string& text) const {
-    std::filesystem::create_directories((path_ / file).parent_path());
-    std::ofstream(path_ / file, std::ios::binary) << text;
-}
-
-PrivateBus::PrivateBus() {
-    const std::string folder = folder_.path().string();
-    folder_.write("services/.keep", "");
-    folder_.write(
-        "bus.conf",
-        R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-<type>session</type>
-<listen>unix:path=)" +
-            folder + R"(/socket</listen>
-<servicedir>)" +
-            folder + R"(/services</servicedir>
-<auth>EXTERNAL</auth>
-<policy context="default">
+PrivateBus::PrivateBus()
+    : bus(
+          [this](std::string_view sentence) {
+              const std::lock_guard lock(mutex_);
+              told_.emplace_back(sentence);
+          },
+          stopSignal) {
+    const std::string address = "unix:path=" + (folder.path() / "socket").string();
+    folder.write("bus.conf", R"(<busconfig><type>session</type><auth>EXTERNAL</auth><listen>)" +
+                                 address + R"(</listen><policy context="default">
 <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
-</policy>
-</busconfig>
-)");
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + folder + "/socket").c_str(), 1);
+</policy></busconfig>)");
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
     start();
 }
 
 void PrivateBus::start() {
-    std::filesystem::remove(folder_.path() / "socket");
-    daemon_ = std::make_unique<Child>(std::vector<std::string>{
-        "/usr/bin/dbus-daemon", "--config-file=" + (folder_.path() / "bus.conf").string(),
+    std::filesystem::remove(folder.path() / "socket");
+    daemon_ = std::make_unique<testing::ChildProcess>(std::vector<std::string>{
+        "/usr/bin/dbus-daemon", "--config-file=" + (folder.path() / "bus.conf").string(),
         "--nofork", "--nopidfile", "--print-address"});
     if (daemon_->readLine().empty()) {
         throw std::runtime_error("dbus-daemon does not run");
     }
+}
+
+void PrivateBus::freeze() { daemon_->send(SIGSTOP); }
+
+std::vector<std::string> PrivateBus::told() {
+    const std::lock_guard lock(mutex_);
+    return told_;
 }
 
 } // namespace morvellacinto::native

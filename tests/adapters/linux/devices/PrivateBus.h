@@ -1,30 +1,27 @@
 #pragma once
 
-#include "Child.h"
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
+#include "bus/Bus.h"
+#include "threads/StopSignal.h"
 
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <vector>
 
 namespace morvellacinto::native {
 
-/// A folder of the test's own, removed with what is in it.
-class TemporaryFolder {
+/// A folder of the test's own that stands for "/".
+class TemporaryRoot : public testing::TemporaryDirectory {
 public:
-    TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder();
-
-    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
     void write(const std::string& file, const std::string& text) const;
-
-private:
-    std::filesystem::path path_;
 };
 
-/// A bus daemon of the test's own that this process takes for the system bus. It can start the
-/// services that are described in the folder `services`.
+/// A bus daemon of the test's own that this process takes for the system bus, and the class under
+/// test that asks it.
 class PrivateBus {
 public:
     PrivateBus();
@@ -32,12 +29,18 @@ public:
     void stop() { daemon_.reset(); }
     /// Also after `stop`, at the same address.
     void start();
-    [[nodiscard]] const Child& daemon() const { return *daemon_; }
-    [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+    /// From now on it takes connections and says nothing.
+    void freeze();
+    [[nodiscard]] std::vector<std::string> told();
+
+    StopSignal stopSignal;
+    Bus bus;
+    const TemporaryRoot folder;
 
 private:
-    const TemporaryFolder folder_;
-    std::unique_ptr<Child> daemon_;
+    std::unique_ptr<testing::ChildProcess> daemon_;
+    std::mutex mutex_;
+    std::vector<std::string> told_;
 };
 
 } // namespace morvellacinto::native

@@ -1,0 +1,188 @@
+#include "GeoClueRun.h"
+
+#include "LocationPermission.h"
+#include "bus/BusValues.h"
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <systemd/sd-bus.h>
+#include <utility>
+
+namespace morvellacinto::native {
+
+namespace {
+
+using Clock = BusConnection::Clock;
+
+constexpr const char* serviceName = "org.freedesktop.GeoClue2";
+constexpr const char* clientInterface = "org.freedesktop.GeoClue2.Client";
+constexpr const char* ownerRule =
+    "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+    "member='NameOwnerChanged',arg0='org.freedesktop.GeoClue2'";
+constexpr std::string_view switchedOffMessage = "Geolocation disabled";
+constexpr std::uint32_t exactAccuracy = 8;
+// The daemon may have to be started first; without an agent in the user's session it never answers.
+constexpr std::chrono::seconds answerTimeout(5);
+
+template <class T>
+BusCall setProperty(const std::string& client, const char* name, const char* type, T value) {
+    return {serviceName, client, "org.freedesktop.DBus.Properties", "Set",
+            [=](sd_bus_message* message) {
+                return sd_bus_message_append(message, "ssv", clientInterface, name, type, value);
+            }};
+}
+
+// CreateClient gives every application a client of its own; daemons before 2.5 know only GetClient,
+// which gives one to the whole connection.
+BusReply createClient(BusConnection& connection, const char* member, Clock::time_point deadline) {
+    return connection.call({serviceName, "/org/freedesktop/GeoClue2/Manager",
+                            "org.freedesktop.GeoClue2.Manager", member},
+                           std::min(deadline, Clock::now() + answerTimeout));
+}
+
+std::string textAt(const Array& values, std::size_t index) {
+    return index < values.size() && values[index].isString() ? std::string(values[index].asString())
+                                                             : std::string();
+}
+
+std::optional<double> degrees(const Object& location, std::string_view key, double limit) {
+    const auto value = doubleMember(location, key);
+    return value && std::abs(*value) <= limit ? value : std::nullopt;
+}
+
+double knownOrMinusOne(const Object& location, std::string_view key) {
+    const double value = doubleMember(location, key).value_or(-1);
+    return std::isfinite(value) && value >= 0 ? value : -1;
+}
+
+} // namespace
+
+KRError locationError(LocationErrorCode code, std::string_view message) {
+    return {std::string(locationErrorDomain),
+            static_cast<std::int64_t>(code),
+            {{KRError::messageKey, message}}};
+}
+
+GeoClueRun::GeoClueRun(Bus& bus, LocationPermission& permission, std::string desktopId,
+                       std::chrono::milliseconds timeout, Tell tell)
+    : bus_(bus), permission_(permission), desktopId_(std::move(desktopId)), timeout_(timeout),
+      tell_(std::move(tell)) {}
+
+void GeoClueRun::run() {
+    try {
+        followUpdates();
+    } catch (const std::exception& exception) {
+        fail(LocationErrorCode::other, exception.what());
+    }
+}
+
+void GeoClueRun::followUpdates() {
+    deadline_ = Clock::now() + timeout_;
+    BusConnection connection(bus_, stop_.descriptor());
+    connection.watch(ownerRule);
+    BusReply created = createClient(connection, "CreateClient", deadline_);
+    if (created.errorName == BusError::unknownMethod) {
+        created = createClient(connection, "GetClient", deadline_);
+    }
+    const std::string client = textAt(created.body, 0);
+    if (client.empty()) {
+        failWith(created);
+        return;
+    }
+    connection.watch("type='signal',sender='org.freedesktop.GeoClue2',path='" + client + "'");
+    // A start that misses a setting is refused. The user may be asked meanwhile.
+    const auto started =
+        connection.callAll({setProperty(client, "DesktopId", "s", desktopId_.c_str()),
+                            setProperty(client, "RequestedAccuracyLevel", "u", exactAccuracy),
+                            {serviceName, client, clientInterface, "Start"}},
+                           deadline_);
+    if (!started.back().succeeded()) {
+        failWith(started.back());
+        return;
+    }
+    if (permission_.noteAllowed()) {
+        tell_({true});
+    }
+    while (const auto signal = connection.nextSignal(deadline_)) {
+        const bool isClients = signal->sender == created.sender && signal->path == client;
+        if (isClients && signal->member == "LocationUpdated") {
+            locationUpdated(connection, signal->body);
+        } else if (isClients && signal->member == "PropertiesChanged") {
+            propertiesChanged(signal->body);
+        } else if (signal->member == "NameOwnerChanged" &&
+                   textAt(signal->body, 1) == created.sender) {
+            fail(LocationErrorCode::lost, "the location service has ended");
+            return;
+        }
+    }
+    if (connection.hasEnded()) {
+        fail(LocationErrorCode::lost, "the system bus is gone");
+    } else {
+        fail(LocationErrorCode::timedOut, "no location came in time");
+    }
+}
+
+void GeoClueRun::locationUpdated(BusConnection& connection, const Array& paths) {
+    const Object location = propertiesIn(connection.call(
+        readProperties(serviceName, textAt(paths, 1), "org.freedesktop.GeoClue2.Location"),
+        Clock::now() + answerTimeout));
+    const auto latitude = degrees(location, "Latitude", 90);
+    const auto longitude = degrees(location, "Longitude", 180);
+    if (!latitude || !longitude) {
+        return;
+    }
+    deadline_ = Clock::time_point::max();
+    tell_({false, platform::LocationFix{*latitude, *longitude, knownOrMinusOne(location, "Speed"),
+                                        knownOrMinusOne(location, "Heading")}});
+}
+
+// The daemon goes on by itself when location is switched on again.
+void GeoClueRun::propertiesChanged(const Array& change) {
+    const Object* changed = change.size() > 1 ? change[1].ifObject() : nullptr;
+    const auto active = changed != nullptr ? boolMember(*changed, "Active") : std::nullopt;
+    if (!active || std::exchange(isActive_, *active) == *active) {
+        return;
+    }
+    if (*active) {
+        permission_.noteAllowed();
+    } else {
+        permission_.note(LocationPermission::Refusal::switchedOff);
+    }
+    tell_({true});
+}
+
+void GeoClueRun::failWith(const BusReply& reply) {
+    using Refusal = LocationPermission::Refusal;
+    const std::string_view name = reply.errorName;
+    LocationErrorCode code = LocationErrorCode::other;
+    if (stop_.isRaised()) { // which tells nothing of the service
+        return;
+    }
+    if (name == BusError::timedOut) {
+        code = LocationErrorCode::timedOut;
+    } else if (name == BusError::noReply) {
+        code = LocationErrorCode::lost;
+    } else if (name == BusError::accessDenied) {
+        code = LocationErrorCode::denied;
+        permission_.note(Refusal::denied);
+        if (reply.errorMessage.starts_with(switchedOffMessage)) {
+            permission_.note(Refusal::switchedOff);
+        }
+        tell_({true});
+    } else if (name == BusError::serviceUnknown || name == BusError::disconnected ||
+               name.starts_with("org.freedesktop.DBus.Error.Spawn.")) {
+        code = LocationErrorCode::unavailable;
+        permission_.note(Refusal::absent);
+    }
+    fail(code, reply.succeeded() ? "the location service gave a malformed answer"
+                                 : reply.errorName + ": " + reply.errorMessage);
+}
+
+void GeoClueRun::fail(LocationErrorCode code, std::string_view message) {
+    if (!stop_.isRaised()) {
+        tell_({false, {}, locationError(code, message)});
+    }
+}
+
+} // namespace morvellacinto::native
