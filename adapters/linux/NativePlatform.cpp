@@ -7,8 +7,9 @@
 #include "bus/Bus.h"
 #include "device/BundleIdentifier.h"
 #include "device/NativeDevice.h"
-#include "http/CurlUrlParser.h"
-#include "http/HttpTransport.h"
+#include "http/CurlSession.h"
+#include "http/CurlUrl.h"
+#include "http/TransferLoop.h"
 #include "location/NativeLocation.h"
 #include "network/NativeNetwork.h"
 #include "settings/SqliteDefaults.h"
@@ -23,6 +24,7 @@
 #include "morvellacinto/platform/DeveloperLog.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/SystemVersion.h"
+#include "morvellacinto/platform/UrlParser.h"
 
 #include <cerrno> // program_invocation_short_name
 #include <chrono>
@@ -51,6 +53,15 @@ class NativeSystemVersion final : public platform::SystemVersion {
 public:
     [[nodiscard]] bool isAtLeast(int major, int minor) const override {
         return std::pair(14, 0) >= std::pair(major, minor);
+    }
+};
+
+// The opinion of the parser that transfers use: absolute URLs in printable ASCII only.
+class NativeUrlParser final : public platform::UrlParser {
+public:
+    [[nodiscard]] std::optional<std::string> parse(std::string_view text) const override {
+        const std::optional<CurlUrl> url = CurlUrl::parse(text);
+        return url ? std::optional(url->text()) : std::nullopt;
     }
 };
 
@@ -158,7 +169,8 @@ struct NativePlatform::Services {
           tracking(mainQueue, keptIn(settings), std::move(options.trackingQuestion)),
           location(std::make_shared<NativeLocation>(
               mainQueue, bus, workers, LocationOptions{bundle, options.locationTimeout})),
-          http({.trustAnchors = std::move(options.trustAnchors)}, workers) {}
+          http(std::make_shared<TransferLoop>(
+              HttpOptions{.trustAnchors = std::move(options.trustAnchors)}, workers)) {}
 
     const Diagnostics diagnostics;
     const BundleIdentifier bundle;
@@ -180,8 +192,8 @@ struct NativePlatform::Services {
     NativeTelephony telephony{bus};
     NativeNetwork network{bus};
     const std::shared_ptr<NativeLocation> location;
-    CurlUrlParser urlParser;
-    HttpTransport http;
+    NativeUrlParser urlParser;
+    const std::shared_ptr<TransferLoop> http;
 
     [[nodiscard]] bool isForkedChild() const { return getpid() != process_; }
 
@@ -258,8 +270,9 @@ platform::Network& NativePlatform::network() { return services_->network; }
 
 std::shared_ptr<platform::HttpSession>
 NativePlatform::makeHttpSession(platform::HttpSessionConfiguration configuration,
-                                platform::HttpSessionDelegate* delegate) {
-    return services_->http.makeSession(std::move(configuration), delegate);
+                                platform::HttpSessionDelegate* /*delegate*/) {
+    return std::make_shared<CurlSession>(std::move(configuration), services_->http,
+                                         services_->workers);
 }
 
 Object NativePlatform::storedSettings() const { return services_->settings->defaults().contents(); }
@@ -272,8 +285,9 @@ void NativePlatform::shutdown() {
     // time even while a worker is busy with code of the host.
     services_->mainQueue->shutdown();
     services_->stopSignal.raise();
+    services_->settings->defaults().endWaits();
     services_->location->shutdown();
-    services_->http.shutdown();
+    services_->http->stop();
     services_->workers.shutdown();
     services_->settings->defaults().close();
     services_->mainQueue->awaitBlock();

@@ -65,14 +65,9 @@ void FaultServer::Connection::close() {
     ended = true;
 }
 
-void FaultServer::Connection::reset() {
-    const linger abortive{1, 0};
-    setsockopt(socket, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
-    // Disconnecting with SO_LINGER at zero sends the RST at once and keeps the descriptor.
-    sockaddr none{};
-    none.sa_family = AF_UNSPEC;
-    ::connect(socket, &none, sizeof none);
-    ended = true;
+void FaultServer::Connection::closeTls() {
+    SSL_shutdown(tls);
+    close();
 }
 
 FaultServer::FaultServer(std::shared_ptr<SSL_CTX> tls, Script script, const char* address)

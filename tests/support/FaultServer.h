@@ -38,9 +38,9 @@ public:
         void stall();
         /// Shorter when the server is being destroyed.
         void pause(std::chrono::milliseconds duration);
-        /// Ends the connection in the middle of whatever was going on; `reset` with an RST.
+        /// Ends the connection in the middle of whatever was going on; `closeTls` says so first.
         void close();
-        void reset();
+        void closeTls();
 
     private:
         friend class FaultServer;

@@ -16,7 +16,8 @@
 namespace morvellacinto::testing {
 
 /// A network for the thread that makes it, and for the threads that one makes, in which nothing but
-/// a name server is to be found that answers no question. Look-ups give up after some seconds.
+/// a name server is to be found that answers no question. Look-ups give up after some seconds; that
+/// of "localhost" gives an address where nobody listens.
 class SilentNameServer {
 public:
     /// Null when the test may not make networks.
@@ -27,6 +28,7 @@ public:
         }
         bool isMounted =
             replace("/etc/resolv.conf", "nameserver 127.0.0.1\noptions timeout:2 attempts:1\n");
+        isMounted = replace("/etc/hosts", "127.0.0.5 localhost\n") && isMounted;
         if (std::filesystem::exists("/etc/nsswitch.conf")) { // may name services on other sockets
             isMounted = replace("/etc/nsswitch.conf", "hosts: files dns\n") && isMounted;
         }

@@ -1,38 +1,48 @@
 #pragma once
 
-#include <openssl/evp.h>
-#include <openssl/ssl.h>
-#include <openssl/x509.h>
+#include "service/CertificateAuthority.h"
+#include "support/TemporaryDirectory.h"
 
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 
 namespace morvellacinto::testing {
 
-enum class KeyKind { p256, rsa2048 };
+using service::KeyKind;
 
-/// A throw-away certificate authority, made in memory; its certificate lies in a file of its own
-/// for as long as the object lives.
+/// A throw-away certificate authority whose certificate lies in a file of its own.
 class TestAuthority {
 public:
-    /// `kind` is that of its own key and of its servers'.
-    explicit TestAuthority(KeyKind kind = KeyKind::p256);
-    TestAuthority(const TestAuthority&) = delete;
-    TestAuthority& operator=(const TestAuthority&) = delete;
-    ~TestAuthority();
+    explicit TestAuthority(KeyKind kind = KeyKind::p256) : authority_(kind) {
+        std::ofstream(file()) << authority_.pem();
+    }
 
-    [[nodiscard]] const std::filesystem::path& file() const { return file_; }
+    [[nodiscard]] std::filesystem::path file() const { return directory_.path() / "authority.pem"; }
+    [[nodiscard]] std::string pem() const { return authority_.pem(); }
 
     /// A server's TLS context for the names, such as "IP:127.0.0.1,DNS:localhost".
-    [[nodiscard]] std::shared_ptr<SSL_CTX> serverContext(const std::string& names,
-                                                         long validSeconds = 3600) const;
+    [[nodiscard]] std::shared_ptr<SSL_CTX> serverContext(const std::string& names) const {
+        const service::Identity identity = authority_.issue(names);
+        std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
+        SSL_CTX_use_certificate(context.get(), identity.certificate.get());
+        SSL_CTX_use_PrivateKey(context.get(), identity.key.get());
+        return context;
+    }
+
+    /// What the file is called in a hashed directory.
+    [[nodiscard]] std::string hashedName() const {
+        const service::Identity any = authority_.issue("DNS:any");
+        char name[16];
+        std::snprintf(name, sizeof name, "%08lx.0", X509_issuer_name_hash(any.certificate.get()));
+        return name;
+    }
 
 private:
-    KeyKind kind_;
-    std::shared_ptr<EVP_PKEY> key_;
-    std::shared_ptr<X509> certificate_;
-    std::filesystem::path file_;
+    const TemporaryDirectory directory_;
+    const service::CertificateAuthority authority_;
 };
 
 } // namespace morvellacinto::testing

@@ -26,8 +26,9 @@ void require(bool isDone, std::string_view what) {
     }
 }
 
-std::shared_ptr<EVP_PKEY> makeKey() {
-    std::shared_ptr<EVP_PKEY> key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
+std::shared_ptr<EVP_PKEY> makeKey(KeyKind kind) {
+    std::shared_ptr<EVP_PKEY> key(kind == KeyKind::p256 ? EVP_EC_gen("P-256") : EVP_RSA_gen(2048),
+                                  &EVP_PKEY_free);
     require(key != nullptr, "make a key");
     return key;
 }
@@ -74,8 +75,8 @@ void sign(X509& certificate, const X509& issuer, EVP_PKEY& issuerKey) {
 
 } // namespace
 
-CertificateAuthority::CertificateAuthority() {
-    self_.key = makeKey();
+CertificateAuthority::CertificateAuthority(KeyKind kind) : kind_(kind) {
+    self_.key = makeKey(kind);
     self_.certificate = makeCertificate(*self_.key, "Throw-away authority");
     X509& certificate = *self_.certificate;
     addExtension(certificate, certificate, NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
@@ -94,7 +95,7 @@ std::string CertificateAuthority::pem() const {
 }
 
 Identity CertificateAuthority::issue(const std::string& names) const {
-    Identity identity{nullptr, makeKey()};
+    Identity identity{nullptr, makeKey(kind_)};
     identity.certificate = makeCertificate(*identity.key, "Throw-away server");
     X509& certificate = *identity.certificate;
     addExtension(certificate, *self_.certificate, NID_basic_constraints, "critical,CA:FALSE");

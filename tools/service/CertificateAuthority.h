@@ -13,11 +13,14 @@ struct Identity {
     std::shared_ptr<EVP_PKEY> key;
 };
 
+enum class KeyKind { p256, rsa2048 };
+
 /// A certificate authority that lives as long as this object: its key is never written anywhere.
 /// Throws std::runtime_error when OpenSSL refuses.
 class CertificateAuthority {
 public:
-    CertificateAuthority();
+    /// `kind` is that of its own key and of its servers'.
+    explicit CertificateAuthority(KeyKind kind = KeyKind::p256);
 
     /// The authority's own certificate, to be trusted by clients.
     [[nodiscard]] std::string pem() const;
@@ -27,6 +30,7 @@ public:
     [[nodiscard]] Identity issue(const std::string& names) const;
 
 private:
+    KeyKind kind_;
     Identity self_;
 };
 

@@ -1,21 +1,30 @@
 #pragma once
 
+// HTTP over libcurl. Read on in this order:
+// - Redirects: where a request may go, hop by hop, and what goes with it (on CurlUrl);
+// - Headers: which are sent, and which are taken;
+// - Trust: by which certificates servers are judged;
+// - Transfer: one request with its hops and their easy handle;
+// - TransferLoop: the thread that moves the bytes of all transfers, and its end;
+// - Libcurl: what keeps exit() and the thread out of each other's way;
+// - HttpFailure: how all of them say that there is no answer.
+
+#include "Transfer.h"
 #include "threads/WorkerPool.h"
 
 #include "morvellacinto/platform/HttpSession.h"
 
-#include <atomic>
 #include <memory>
 
 namespace morvellacinto::native {
 
-class Transfer;
 class TransferLoop;
 
 /// A session over the transfers of one TransferLoop. Session and tasks may be dropped while their
-/// transfers run.
+/// transfers run. It handles every challenge by default and asks no delegate.
 class CurlSession final : public platform::HttpSession {
 public:
+    /// Completions run on `pool`.
     CurlSession(platform::HttpSessionConfiguration configuration,
                 std::shared_ptr<TransferLoop> loop, WorkerPool& pool);
 
@@ -24,10 +33,8 @@ public:
     void finishTasksAndInvalidate() override;
 
 private:
-    struct State;
-    class Task;
-
-    std::shared_ptr<State> state_;
+    const std::shared_ptr<TransferLoop> loop_;
+    const std::shared_ptr<SessionState> state_;
 };
 
 } // namespace morvellacinto::native

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <strings.h>
 
 #include <algorithm>
 #include <new>
@@ -20,7 +19,17 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
+bool isIn127(in_addr address) noexcept { return ntohl(address.s_addr) >> 24U == 127; }
+
 } // namespace
+
+bool isLoopback(const sockaddr& address) noexcept {
+    if (address.sa_family == AF_INET) {
+        return isIn127(reinterpret_cast<const sockaddr_in&>(address).sin_addr);
+    }
+    return address.sa_family == AF_INET6 &&
+           IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6&>(address).sin6_addr);
+}
 
 std::optional<CurlUrl> CurlUrl::parse(std::string_view text) {
     const bool printable = std::all_of(text.begin(), text.end(), [](char character) {
@@ -59,29 +68,26 @@ std::string CurlUrl::shown() const {
 }
 
 std::string CurlUrl::origin() const {
-    return lowerCase(part(CURLUPART_SCHEME) + "://" + part(CURLUPART_HOST) + ":" + port());
+    return lowerCase(part(CURLUPART_SCHEME) + "://" + part(CURLUPART_HOST) + ":" +
+                     part(CURLUPART_PORT, CURLU_DEFAULT_PORT));
 }
 
 bool CurlUrl::hasScheme(std::string_view scheme) const {
     return lowerCase(part(CURLUPART_SCHEME)) == scheme;
 }
 
-bool CurlUrl::isLocalhost() const { return lowerCase(part(CURLUPART_HOST)) == "localhost"; }
-
 bool CurlUrl::isLoopback() const {
-    const std::string host = part(CURLUPART_HOST);
+    const std::string host = lowerCase(part(CURLUPART_HOST));
     in_addr address{};
     if (inet_pton(AF_INET, host.c_str(), &address) == 1) {
-        return ntohl(address.s_addr) >> 24U == 127;
+        return isIn127(address);
     }
-    return host == "[::1]" || isLocalhost();
+    return host == "[::1]" || host == "localhost";
 }
 
 bool CurlUrl::hasCredentials() const {
     return !part(CURLUPART_USER).empty() || !part(CURLUPART_PASSWORD).empty();
 }
-
-std::string CurlUrl::port() const { return part(CURLUPART_PORT, CURLU_DEFAULT_PORT); }
 
 CurlUrl::CurlUrl(CURLU* handle) : handle_(handle) {
     if (handle == nullptr) {

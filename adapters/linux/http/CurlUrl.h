@@ -1,6 +1,7 @@
 #pragma once
 
 #include <curl/curl.h>
+#include <sys/socket.h>
 
 #include <memory>
 #include <optional>
@@ -8,6 +9,9 @@
 #include <string_view>
 
 namespace morvellacinto::native {
+
+/// An address in 127.0.0.0/8, or ::1.
+[[nodiscard]] bool isLoopback(const sockaddr& address) noexcept;
 
 /// An absolute URL as libcurl parsed it. Decisions are taken on the same parse that the transfer is
 /// given, so that no two opinions of one text can differ.
@@ -24,12 +28,9 @@ public:
     /// Scheme, host and port, in lower case; equal for URLs of one origin.
     [[nodiscard]] std::string origin() const;
     [[nodiscard]] bool hasScheme(std::string_view scheme) const;
-    [[nodiscard]] bool isLocalhost() const;
     /// An address in 127.0.0.0/8, ::1, or "localhost".
     [[nodiscard]] bool isLoopback() const;
     [[nodiscard]] bool hasCredentials() const;
-    /// The port, also when it is the scheme's own. Empty for a scheme without one.
-    [[nodiscard]] std::string port() const;
 
     /// For CURLOPT_CURLU; this object must outlive the transfer.
     [[nodiscard]] CURLU* handle() const noexcept { return handle_.get(); }

@@ -1,73 +1,316 @@
 #include "Transfer.h"
 
+#include "HttpFailure.h"
+#include "Trust.h"
+
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <climits>
+#include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace morvellacinto::native {
 
 namespace {
 
+constexpr const char* userAgent = "Morvellacinto"; // and nothing that tells devices apart
+constexpr std::size_t maximumBodyBytes = std::size_t(64) << 20U; // decoded
+constexpr long longestIdleSeconds = 15; // of a connection that is to be used again
 // libcurl counts in a long; 24 days are as good as no limit.
 constexpr std::chrono::milliseconds longestTimeout{INT_MAX};
 
+// A program that the host starts must not inherit it.
+curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
+    return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
+curl_socket_t openLoopbackSocket(void* data, curlsocktype type, curl_sockaddr* address) noexcept {
+    return isLoopback(address->addr) ? openSocket(data, type, address) : CURL_SOCKET_BAD;
+}
+
 } // namespace
 
-Transfer::Transfer(std::shared_ptr<const platform::HttpSessionConfiguration> configuration,
-                   platform::HttpRequest request, platform::HttpSession::Completion completion,
-                   Deliver deliver)
-    : configuration_(std::move(configuration)), request_(std::move(request)),
-      completion_(std::move(completion)), deliver_(std::move(deliver)) {}
+Transfer::Transfer(std::shared_ptr<SessionState> session, platform::HttpRequest request,
+                   platform::HttpSession::Completion completion)
+    : session_(std::move(session)), request_(std::move(request)),
+      completion_(std::move(completion)),
+      error_(HttpFailure{HttpErrorCode::other, "The transfer failed: there is no memory left."}
+                 .asError(std::nullopt)) {}
 
-void Transfer::start(Clock::time_point now) {
-    deadline_ = now + std::clamp(configuration_->resourceTimeout, std::chrono::milliseconds(0),
-                                 longestTimeout);
+void Transfer::start() {
+    deadline_ =
+        std::chrono::steady_clock::now() + std::clamp(session_->configuration.resourceTimeout,
+                                                      std::chrono::milliseconds(0), longestTimeout);
 }
 
-CURL* Transfer::beginExchange(ExchangeContext& context, Clock::time_point now) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - now);
-    exchange_.emplace(context, *route_, request_, configuration_->additionalHeaders,
-                      std::max(left, std::chrono::milliseconds(1))); // 0 would mean no limit
-    return exchange_->handle();
+bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
+    return attempt([&] {
+        if (!hop_) {
+            hop_ = firstHop(request_);
+        }
+        if (!handle_) {
+            handle_.reset(curl_easy_init());
+        }
+        if (!handle_) {
+            throw std::bad_alloc();
+        }
+        curl_easy_reset(handle_.get()); // which keeps the cookies
+        answerHeaders_ = {};
+        bodyBytes_ = 0;
+        isCut_ = false;
+        set(CURLOPT_PRIVATE, this);
+        set(CURLOPT_SHARE, tlsSessions);
+        trust.applyTo(handle_.get());
+        setUpTransport();
+        setUpRequest();
+        setUpHeaders();
+        if (curl_multi_add_handle(multi, handle_.get()) != CURLM_OK) {
+            throw std::bad_alloc();
+        }
+        multi_ = multi;
+    });
 }
 
-bool Transfer::endExchange(CURLcode result) {
-    exchange_->finish(result);
-    const std::optional<std::string> target = exchange_->redirectTarget();
-    if (target) {
-        const long status = exchange_->status();
-        exchange_.reset(); // before the URL that it refers to changes
-        route_->redirect(status, *target);
+bool Transfer::end(CURLcode result) noexcept {
+    leaveMulti();
+    bool goesOn = false;
+    if (!hasFailed_) {
+        attempt([&] {
+            requireAnswer(result);
+            if (const char* const location = redirectLocation()) {
+                follow(location);
+                goesOn = true;
+            }
+        });
     }
-    return target.has_value();
+    if (!goesOn && status() != 0) {
+        attempt([&] { response_ = {hop_->url.text(), static_cast<int>(status())}; });
+    }
+    if (!goesOn) {
+        handle_.reset();
+    }
+    return goesOn;
 }
 
-void Transfer::succeed() { end(std::nullopt); }
-
-void Transfer::fail(const HttpFailure& failure) { end(failure.asError(shownUrl())); }
-
-std::optional<std::string> Transfer::shownUrl() const {
-    if (route_) {
-        return route_->url().shown();
-    }
-    const std::optional<CurlUrl> url = request_.url ? CurlUrl::parse(*request_.url) : std::nullopt;
-    return url ? std::optional(url->shown()) : std::nullopt;
+void Transfer::abandon() noexcept {
+    leaveMulti();
+    handle_.reset();
 }
 
-std::optional<platform::HttpResponse> Transfer::response() const {
-    if (!exchange_ || exchange_->status() == 0) {
-        return std::nullopt;
+void Transfer::fail(const HttpFailure& failure) noexcept {
+    hasFailed_ = true;
+    try {
+        std::optional<std::string> url;
+        if (hop_) {
+            url = hop_->url.shown();
+        } else if (const auto asked = CurlUrl::parse(request_.url.value_or(""))) {
+            url = asked->shown();
+        }
+        error_ = failure.asError(url);
+    } catch (const std::bad_alloc&) {
+        // `error_` tells of that already.
     }
-    return platform::HttpResponse{route_->url().text(), static_cast<int>(exchange_->status())};
 }
 
-void Transfer::end(std::optional<KRError> error) {
-    Outcome outcome{std::move(completion_), std::nullopt, response(), std::move(error)};
-    if (outcome.response) {
-        outcome.data = exchange_->takeBody();
+void Transfer::complete() {
+    const auto completion = std::move(completion_); // and is released here
+    if (completion) {
+        completion(response_ ? std::optional(std::move(body_)) : std::nullopt, response_,
+                   hasFailed_ ? std::optional(std::move(error_)) : std::nullopt);
     }
-    exchange_.reset();
-    deliver_(std::move(outcome));
+}
+
+template <class Step>
+bool Transfer::attempt(Step step) noexcept {
+    try {
+        step();
+        return true;
+    } catch (const HttpFailure& failure) {
+        fail(failure);
+    } catch (...) {
+        hasFailed_ = true; // for want of memory
+    }
+    return false;
+}
+
+template <class T>
+void Transfer::set(CURLoption option, T value) {
+    if (const CURLcode result = curl_easy_setopt(handle_.get(), option, value);
+        result != CURLE_OK) {
+        throw HttpFailure::ofCurl(result, hop_->url.shown(), {});
+    }
+}
+
+void Transfer::setUpTransport() {
+    const bool isPlain = hop_->url.hasScheme("http");
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline_ - std::chrono::steady_clock::now());
+    set(CURLOPT_CURLU, hop_->url.handle());
+    set(CURLOPT_PROTOCOLS_STR, isPlain ? "http" : "https");
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    // Not 0, which would mean no limit.
+    set(CURLOPT_TIMEOUT_MS, static_cast<long>(std::max<std::int64_t>(left.count(), 1)));
+    set(CURLOPT_MAXAGE_CONN, longestIdleSeconds);
+    set(CURLOPT_NOSIGNAL, 1L);
+    // A look-up that hangs is left to end by itself instead of being waited for.
+    set(CURLOPT_QUICK_EXIT, 1L);
+    set(CURLOPT_ERRORBUFFER, detail_.data());
+    set(CURLOPT_COOKIEFILE, ""); // cookies, in memory
+    set(CURLOPT_OPENSOCKETFUNCTION, isPlain ? &openLoopbackSocket : &openSocket);
+    if (hop_->url.isLoopback()) {
+        set(CURLOPT_PROXY, "");
+    }
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+}
+
+void Transfer::setUpRequest() {
+    if (hop_->method == "HEAD") {
+        set(CURLOPT_NOBODY, 1L);
+    } else {
+        if (hop_->carriesBody || hop_->method == "POST") {
+            const std::string_view body =
+                hop_->carriesBody ? std::string_view(*request_.body) : std::string_view("");
+            set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+            set(CURLOPT_POSTFIELDS, body.data());
+        }
+        set(CURLOPT_CUSTOMREQUEST, hop_->method.c_str());
+    }
+    set(CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+    set(CURLOPT_WRITEDATA, this);
+}
+
+// What the host sets wins over what libcurl sets by itself.
+void Transfer::setUpHeaders() {
+    set(CURLOPT_USERAGENT, userAgent);
+    set(CURLOPT_ACCEPT_ENCODING, "gzip");
+    std::vector<std::string> lines = {"Expect:"}; // a "100 Continue" can cost a second
+    for (const auto& [name, value] : mergedHeaders(
+             session_->configuration.additionalHeaders,
+             hop_->carriesOwnHeaders ? request_.headers : std::vector<platform::HttpHeader>())) {
+        // libcurl sends a header without a value only when it is written with a semicolon.
+        lines.push_back(value.empty() ? name + ";" : name + ": " + value);
+    }
+    headers_.reset();
+    for (const std::string& line : lines) {
+        curl_slist* const longer = curl_slist_append(headers_.get(), line.c_str());
+        if (longer == nullptr) {
+            throw std::bad_alloc();
+        }
+        static_cast<void>(headers_.release());
+        headers_.reset(longer);
+    }
+    set(CURLOPT_HTTPHEADER, headers_.get());
+}
+
+void Transfer::requireAnswer(CURLcode result) const {
+    const std::string url = hop_->url.shown();
+    if (result != CURLE_OK) {
+        throw HttpFailure::ofCurl(result, url, detail_.data());
+    }
+    // libcurl takes these for answers without a body.
+    if (status() == 101) {
+        throw HttpFailure{HttpErrorCode::malformedAnswer,
+                          "The answer switches to a protocol that was not asked for: " + url + "."};
+    }
+    if (!answerHeaders_.areComplete() || status() < 200) {
+        throw HttpFailure::ofCurl(CURLE_GOT_NOTHING, url, {});
+    }
+    if (isCut_) {
+        throw HttpFailure{HttpErrorCode::connectionLost, "The answer from " + url + " was cut."};
+    }
+}
+
+void Transfer::leaveMulti() noexcept {
+    curl_multi_remove_handle(std::exchange(multi_, nullptr), handle_.get());
+    if (tls_) {
+        SSL_set_info_callback(tls_.get(), nullptr);
+        tls_.reset();
+    }
+}
+
+// A body that lasts as long as its connection may have been cut by anyone on the way, unless TLS
+// says that this is the end. libcurl overlooks that.
+void Transfer::watchForCut() noexcept {
+    curl_tlssessioninfo* info = nullptr;
+    curl_easy_getinfo(handle_.get(), CURLINFO_TLS_SSL_PTR, &info);
+    const bool mayHaveBody = hop_->method != "HEAD" && status() != 204 && status() != 304;
+    if (info == nullptr || info->internals == nullptr || !mayHaveBody) {
+        return;
+    }
+    auto* const tls = static_cast<SSL*>(info->internals);
+    SSL_up_ref(tls);
+    tls_.reset(tls);
+    isCut_ = true;
+    SSL_set_app_data(tls, this);
+    SSL_set_info_callback(tls, [](const SSL* ended, int event, int alert) {
+        if (event == SSL_CB_READ_ALERT && (alert & 0xff) == SSL_AD_CLOSE_NOTIFY) {
+            static_cast<Transfer*>(SSL_get_app_data(ended))->isCut_ = false;
+        }
+    });
+}
+
+void Transfer::follow(const std::string& location) {
+    Hop next = nextHop(*hop_, status(), location);
+    if (next.url.origin() != hop_->url.origin()) {
+        handle_.reset(); // and its cookies, which libcurl would send to another port
+    }
+    hop_ = std::move(next);
+}
+
+long Transfer::status() const noexcept {
+    long status = 0;
+    curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
+    return status;
+}
+
+const char* Transfer::redirectLocation() const noexcept {
+    curl_header* location = nullptr;
+    if (isRedirect(status()) &&
+        curl_easy_header(handle_.get(), "Location", 0, CURLH_HEADER, -1, &location) == CURLHE_OK) {
+        return *location->value != '\0' ? location->value : nullptr;
+    }
+    return nullptr;
+}
+
+void Transfer::receiveHeader(std::string_view line) {
+    answerHeaders_.receive(line);
+    if (answerHeaders_.areComplete() && !answerHeaders_.tellLength()) {
+        watchForCut();
+    }
+}
+
+void Transfer::receiveBody(std::string_view bytes) {
+    bodyBytes_ += bytes.size();
+    if (bodyBytes_ > maximumBodyBytes) {
+        throw HttpFailure{HttpErrorCode::answerTooLarge,
+                          "The answer is larger than " + std::to_string(maximumBodyBytes >> 20U) +
+                              " MiB."};
+    }
+    if (redirectLocation() == nullptr) {
+        body_.append(bytes);
+    }
+}
+
+std::size_t Transfer::onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept {
+    Transfer& transfer = *static_cast<Transfer*>(self);
+    return transfer.attempt([&] {
+        transfer.receiveHeader({line, length});
+    })
+               ? length
+               : CURL_WRITEFUNC_ERROR;
+}
+
+std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept {
+    Transfer& transfer = *static_cast<Transfer*>(self);
+    return transfer.attempt([&] {
+        transfer.receiveBody({bytes, count});
+    })
+               ? count
+               : CURL_WRITEFUNC_ERROR;
 }
 
 } // namespace morvellacinto::native

@@ -1,70 +1,112 @@
 #pragma once
 
-#include "Exchange.h"
-#include "Route.h"
+#include "Headers.h"
+#include "Libcurl.h"
+#include "Redirects.h"
+#include "threads/WorkerPool.h"
 
+#include "morvellacinto/foundation/KRError.h"
 #include "morvellacinto/platform/HttpSession.h"
 
+#include <curl/curl.h>
+#include <openssl/ssl.h>
+
+#include <array>
+#include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace morvellacinto::native {
 
-/// One task's work from its start to its end, redirects included. Used on the transfer thread once
-/// it has been submitted.
+class Trust;
+struct HttpFailure;
+
+/// What a session shares with its transfers.
+struct SessionState {
+    SessionState(platform::HttpSessionConfiguration settings, WorkerPool& pool)
+        : configuration(std::move(settings)), queue(pool) {}
+
+    const platform::HttpSessionConfiguration configuration;
+    SerialQueue queue; ///< of the completions
+    std::atomic<bool> isInvalidated = false;
+};
+
+/// One request from its start to its end, redirects included: an easy handle and all that it points
+/// to. From `start` on it belongs to the transfer thread, and from its end on to the session's
+/// queue.
 class Transfer {
 public:
-    using Clock = std::chrono::steady_clock;
-    /// What a task ends with, to be handed to its completion on the session's queue.
-    struct Outcome {
-        platform::HttpSession::Completion completion;
-        std::optional<std::string> data;
-        std::optional<platform::HttpResponse> response;
-        std::optional<KRError> error;
-    };
-    using Deliver = std::function<void(Outcome outcome)>;
+    Transfer(std::shared_ptr<SessionState> session, platform::HttpRequest request,
+             platform::HttpSession::Completion completion);
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+    ~Transfer() = default;
 
-    /// `deliver` is called at most once.
-    Transfer(std::shared_ptr<const platform::HttpSessionConfiguration> configuration,
-             platform::HttpRequest request, platform::HttpSession::Completion completion,
-             Deliver deliver);
+    [[nodiscard]] SessionState& session() const noexcept { return *session_; }
 
     /// The time-out counts from here.
-    void start(Clock::time_point now);
-    [[nodiscard]] Clock::time_point deadline() const noexcept { return deadline_; }
+    void start();
 
-    /// Finds out where the request goes first. Throws HttpFailure when it must not be sent.
-    void openRoute() { route_.emplace(request_); }
-    /// Of the present hop.
-    [[nodiscard]] std::string origin() const { return route_->url().origin(); }
+    // The following three are called in a turn.
 
-    /// Prepares the present hop; the handle is this object's. Throws HttpFailure.
-    [[nodiscard]] CURL* beginExchange(ExchangeContext& context, Clock::time_point now);
-    /// Judges the hop that libcurl ended with `result`. True when there is a next one; else the
-    /// answer is whole. Throws HttpFailure.
-    [[nodiscard]] bool endExchange(CURLcode result);
+    /// Adds the present hop to `multi`, with this object as its CURLOPT_PRIVATE. False when it has
+    /// failed, which ends the transfer.
+    [[nodiscard]] bool begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept;
+    /// Judges the hop that libcurl ended with `result`. True when there is a next one to begin;
+    /// else the transfer has ended.
+    [[nodiscard]] bool end(CURLcode result) noexcept;
+    /// Takes a hop under way out of the multi handle.
+    void abandon() noexcept;
 
-    void succeed();
-    void fail(const HttpFailure& failure);
-    /// Cleans up the handle, which libcurl's multi handle must know no more.
-    void dropExchange() { exchange_.reset(); }
+    void fail(const HttpFailure& failure) noexcept;
+    /// Hands what the transfer ended with to the completion, and lets go of that.
+    void complete();
 
 private:
-    [[nodiscard]] std::optional<platform::HttpResponse> response() const;
-    /// Of the present hop, or of the request when that was not sent; absent when it is no URL.
-    [[nodiscard]] std::optional<std::string> shownUrl() const;
-    void end(std::optional<KRError> error);
+    template <class Step>
+    bool attempt(Step step) noexcept;
+    template <class T>
+    void set(CURLoption option, T value);
+    void setUpTransport();
+    void setUpRequest();
+    void setUpHeaders();
+    void requireAnswer(CURLcode result) const;
+    void follow(const std::string& location);
+    /// 0 before the answer's headers have come.
+    [[nodiscard]] long status() const noexcept;
+    /// Where the answer redirects to; null when it is not to be followed.
+    [[nodiscard]] const char* redirectLocation() const noexcept;
+    void leaveMulti() noexcept;
+    void watchForCut() noexcept;
+    void receiveHeader(std::string_view line);
+    void receiveBody(std::string_view bytes);
 
-    const std::shared_ptr<const platform::HttpSessionConfiguration> configuration_;
+    static std::size_t onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept;
+    static std::size_t onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
+
+    const std::shared_ptr<SessionState> session_;
     const platform::HttpRequest request_;
     platform::HttpSession::Completion completion_;
-    Deliver deliver_;
-    Clock::time_point deadline_;
-    std::optional<Route> route_;
-    std::optional<Exchange> exchange_;
+    std::chrono::steady_clock::time_point deadline_;
+
+    std::optional<Hop> hop_;
+    std::unique_ptr<curl_slist, InTurn<&curl_slist_free_all>> headers_;
+    std::array<char, CURL_ERROR_SIZE> detail_{};
+    AnswerHeaders answerHeaders_;
+    std::size_t bodyBytes_ = 0;
+    std::unique_ptr<SSL, InTurn<&SSL_free>> tls_; ///< of a body that does not tell its length
+    bool isCut_ = false; ///< for all that TLS has said so far
+    // After all that it refers to.
+    std::unique_ptr<CURL, InTurn<&curl_easy_cleanup>> handle_;
+    CURLM* multi_ = nullptr; ///< while the handle is in it
+
+    std::string body_;
+    std::optional<platform::HttpResponse> response_;
+    bool hasFailed_ = false;
+    KRError error_; ///< made beforehand for the case that memory runs out
 };
 
 } // namespace morvellacinto::native

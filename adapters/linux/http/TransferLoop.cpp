@@ -1,212 +1,217 @@
 #include "TransferLoop.h"
 
-#include "ExitGuard.h"
-#include "threads/SignalsBlocked.h"
-#include "TransferEngine.h"
-#include "basics/KeepForever.h"
+#include "HttpFailure.h"
 
-#include <dlfcn.h>
-#include <new>
-#include <pthread.h>
-#include <stdexcept>
-#include <unistd.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace morvellacinto::native {
 
 namespace {
 
-// A name look-up that hangs is left behind on a thread that still runs libcurl's code when the host
-// has unloaded this library and with it the last user of libcurl.
-void keepLibcurlMapped() {
-    Dl_info libcurl{};
-    if (dladdr(reinterpret_cast<const void*>(&curl_easy_init), &libcurl) != 0) {
-        // Fails for what is part of the program itself, which stays mapped anyway.
-        dlopen(libcurl.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
-    }
-}
+constexpr rlim_t fewestConnections = 4;
+constexpr rlim_t mostConnections = 256;
 
-void failAll(const std::vector<std::shared_ptr<Transfer>>& transfers,
-             const std::exception& exception) {
-    for (const std::shared_ptr<Transfer>& transfer : transfers) {
-        transfer->fail({HttpErrorCode::other,
-                        std::string("Transfers are not possible (") + exception.what() + ")."});
-    }
-}
-
-CURLcode initialiseLibcurl() {
-    keepLibcurlMapped();
-    return curl_global_init(CURL_GLOBAL_DEFAULT);
+// At least half of the descriptors are the host's.
+long connectionLimit() {
+    rlimit descriptors{};
+    getrlimit(RLIMIT_NOFILE, &descriptors);
+    return static_cast<long>(
+        std::clamp(descriptors.rlim_cur / 2, fewestConnections, mostConnections));
 }
 
 } // namespace
 
-TransferLoop::TransferLoop(HttpOptions options)
-    : options_(std::move(options)), process_(getpid()), trust_(options_.trustAnchors) {}
+TransferLoop::TransferLoop(const HttpOptions& options, WorkerPool& pool)
+    : idleTime_(options.idleTime), pool_(pool), trust_(options.trustAnchors, options.systemRoots) {}
 
 void TransferLoop::submit(const std::shared_ptr<Transfer>& transfer) {
-    transfer->start(Transfer::Clock::now());
-    std::unique_lock lock(mutex_);
-    if (stopped_) {
-        lock.unlock(); // dropping the transfer drops the host's completion
-        return;
-    }
-    submitted_.push_back(transfer);
-    if (threadTakesMore_) {
-        if (wakeable_ != nullptr && submitted_.size() == 1) {
-            curl_multi_wakeup(wakeable_);
-        }
-        return;
-    }
-    try {
-        startThread();
-    } catch (const std::exception&) {
-        submitted_.pop_back();
-        lock.unlock();
-        transfer->fail({HttpErrorCode::other, "The thread for transfers could not be started."});
-    }
-}
-
-void TransferLoop::halt() {
-    if (inForkedChild()) {
-        return;
-    }
-    std::thread thread;
+    Transfers one{transfer};
     {
         const std::lock_guard lock(mutex_);
-        stopped_ = true;
-        if (wakeable_ != nullptr) {
-            curl_multi_wakeup(wakeable_);
+        if (isStopped_) {
+            return;
         }
-        thread.swap(thread_);
+        submitted_.splice(submitted_.end(), one);
+        if (isRunning_) {
+            if (multi_ && submitted_.size() == 1) {
+                curl_multi_wakeup(multi_.get());
+            }
+            return;
+        }
+        try {
+            guardLibcurlAtExit();
+            pool_.postLasting([self = shared_from_this()] { self->run(); });
+            isRunning_ = true;
+            return;
+        } catch (const std::exception&) {
+            submitted_.pop_back();
+        }
     }
-    if (thread.get_id() == std::this_thread::get_id()) {
-        thread.detach();
-    } else if (thread.joinable()) {
-        thread.join();
-    }
+    transfer->fail({HttpErrorCode::other, "The thread for transfers could not be started."});
+    postCompletion(transfer);
 }
 
 void TransferLoop::stop() {
-    if (inForkedChild()) {
-        // The child has this object but not its thread: leave all as it is, for good.
-        keepForever(shared_from_this());
-        return;
-    }
-    halt();
     Transfers released; // with no lock held: the completions in it are the host's
+    std::unique_lock lock(mutex_);
+    isStopped_ = true;
+    if (multi_) {
+        curl_multi_wakeup(multi_.get());
+    }
+    if (thread_ != std::this_thread::get_id()) {
+        ended_.wait(lock, [this] { return !isRunning_; });
+    }
+    released.swap(submitted_);
+    lock.unlock();
+}
+
+void TransferLoop::postCompletion(const std::shared_ptr<Transfer>& transfer) {
+    transfer->session().queue.post([transfer, self = shared_from_this()] {
+        if (!self->isStopped_) {
+            transfer->complete();
+        }
+    });
+}
+
+void TransferLoop::run() {
     {
         const std::lock_guard lock(mutex_);
-        released.swap(abandoned_);
+        thread_ = std::this_thread::get_id();
     }
-}
-
-bool TransferLoop::inForkedChild() const noexcept { return getpid() != process_; }
-
-void TransferLoop::startThread() {
-    haltAtExit(weak_from_this());
-    const SignalsBlocked blocked;
-    // The thread before this one has taken its last look and is cleaning up.
-    const auto previous = std::make_shared<std::thread>(std::move(thread_));
-    try {
-        thread_ = std::thread([self = shared_from_this(), previous] {
-            if (previous->joinable()) {
-                previous->join();
+    do {
+        auto idleEnd = Clock::now() + idleTime_;
+        bool isIdle = false;
+        while (!isIdle && !isStopped_) {
+            Transfers ended = step();
+            const bool haveEnded = !ended.empty();
+            deliver(ended);
+            if (haveEnded || !active_.empty()) {
+                idleEnd = Clock::now() + idleTime_;
             }
-            self->run();
-        });
-    } catch (...) {
-        thread_ = std::move(*previous);
-        throw;
-    }
-    threadTakesMore_ = true;
-}
-
-void TransferLoop::run() noexcept {
-    pthread_setname_np(pthread_self(), "morvellacinto");
-    try {
-        work();
-    } catch (const std::exception& exception) {
-        Transfers failed;
-        {
-            const std::lock_guard lock(mutex_);
-            threadTakesMore_ = false;
-            failed.swap(submitted_);
+            isIdle = !multi_ || Clock::now() >= idleEnd;
+            if (!haveEnded && !isIdle) {
+                wait(idleEnd);
+            }
         }
-        failAll(failed, exception);
+        close();
+    } while (!mayEnd());
+    if (escaped_) {
+        std::rethrow_exception(std::exchange(escaped_, nullptr)); // to the pool's handler
     }
 }
 
-void TransferLoop::work() {
-    static const CURLcode initialised = initialiseLibcurl(); // never undone
-    if (initialised != CURLE_OK) {
-        throw std::runtime_error(curl_easy_strerror(initialised));
+// Does what can be done at once. The transfers that have ended.
+TransferLoop::Transfers TransferLoop::step() {
+    Transfers ended;
+    const LibcurlTurn turn;
+    if (!turn) {
+        isStopped_ = true;
+        return ended;
     }
-    makeShare();
-    TransferEngine engine({share_.get(), trust_, options_.userAgent});
-    try {
-        serve(engine);
-    } catch (const std::exception& exception) {
-        {
-            const std::lock_guard lock(mutex_);
-            wakeable_ = nullptr;
+    open();
+    Transfers arrived;
+    {
+        const std::lock_guard lock(mutex_);
+        arrived.swap(submitted_);
+    }
+    while (!arrived.empty()) {
+        beginFirst(arrived, ended);
+    }
+    int count = 0;
+    curl_multi_perform(multi_.get(), &count);
+    while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &count)) {
+        void* transfer = nullptr;
+        curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+        const auto place =
+            std::find_if(active_.begin(), active_.end(),
+                         [transfer](const auto& each) { return each.get() == transfer; });
+        Transfers one;
+        one.splice(one.end(), active_, place);
+        if (one.front()->end(message->data.result)) {
+            beginFirst(one, ended);
+        } else {
+            ended.splice(ended.end(), one);
         }
-        failAll(engine.abandon(), exception);
-        throw;
     }
+    return ended;
 }
 
-void TransferLoop::serve(TransferEngine& engine) {
-    auto idleSince = Transfer::Clock::now();
-    bool idleTooLong = false;
-    while (!takeSubmitted(engine, idleTooLong)) {
-        const bool anyEnded = engine.step();
-        const auto now = Transfer::Clock::now();
-        if (anyEnded || !engine.isIdle()) {
-            idleSince = now;
-        }
-        idleTooLong = now >= idleSince + options_.idleTime;
-        if (!anyEnded && !idleTooLong) {
-            engine.wait(engine.isIdle() ? idleSince + options_.idleTime
-                                        : Transfer::Clock::time_point::max());
-        }
-    }
-}
-
-void TransferLoop::makeShare() {
-    if (share_) {
+// Without a multi handle, for want of memory, transfers fail.
+void TransferLoop::open() {
+    if (multi_ || !initialiseLibcurl()) {
         return;
     }
-    share_.reset(curl_share_init());
-    if (!share_) {
-        throw std::bad_alloc();
+    if (!tlsSessions_) {
+        tlsSessions_.reset(curl_share_init());
+        curl_share_setopt(tlsSessions_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     }
-    curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
-    curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    CURLM* const multi = curl_multi_init();
+    // Beyond that, transfers wait in libcurl. No limit for a host: requests must not wait for one
+    // another.
+    curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, connectionLimit());
+    curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, connectionLimit()); // those kept included
+    const std::lock_guard lock(mutex_);
+    multi_.reset(multi);
 }
 
-bool TransferLoop::takeSubmitted(TransferEngine& engine, bool idleTooLong) {
-    Transfers taken;
-    {
-        const std::lock_guard lock(mutex_);
-        if (stopped_) {
-            abandoned_ = engine.abandon();
-            std::move(submitted_.begin(), submitted_.end(), std::back_inserter(abandoned_));
-            submitted_.clear();
-        } else {
-            taken.swap(submitted_);
-        }
-        const bool over = stopped_ || (taken.empty() && idleTooLong);
-        threadTakesMore_ = !over;
-        wakeable_ = over ? nullptr : engine.handle();
-        if (over) {
-            return true;
+void TransferLoop::beginFirst(Transfers& from, Transfers& ended) {
+    Transfers& to = from.front()->begin(multi_.get(), tlsSessions_.get(), trust_) ? active_ : ended;
+    to.splice(to.end(), from, from.begin());
+}
+
+void TransferLoop::deliver(Transfers& ended) noexcept {
+    for (; !ended.empty(); ended.pop_front()) {
+        try {
+            postCompletion(ended.front());
+        } catch (...) { // no worker can be had
+            try {
+                if (!isStopped_) {
+                    ended.front()->complete();
+                }
+            } catch (...) {
+                escaped_ = std::current_exception();
+            }
         }
     }
-    for (std::shared_ptr<Transfer>& transfer : taken) {
-        engine.add(std::move(transfer));
+}
+
+void TransferLoop::wait(Clock::time_point idleEnd) {
+    // While there are transfers libcurl knows when it is to go on.
+    const auto left = active_.empty()
+                          ? std::chrono::ceil<std::chrono::milliseconds>(idleEnd - Clock::now())
+                          : std::chrono::minutes(1);
+    const auto bounded = std::clamp<std::chrono::milliseconds>(left, std::chrono::milliseconds(0),
+                                                               std::chrono::minutes(1));
+    curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(bounded.count()), nullptr);
+}
+
+void TransferLoop::close() {
+    const LibcurlTurn turn;
+    if (!turn) {
+        return;
     }
-    return false;
+    for (const std::shared_ptr<Transfer>& transfer : active_) {
+        transfer->abandon();
+    }
+    const std::lock_guard lock(mutex_);
+    multi_.reset();
+}
+
+// What is still active or waiting is left for `stop` to release.
+bool TransferLoop::mayEnd() {
+    const std::lock_guard lock(mutex_);
+    if (!isStopped_ && !submitted_.empty()) {
+        return false;
+    }
+    submitted_.splice(submitted_.end(), active_);
+    isRunning_ = false;
+    thread_ = {};
+    ended_.notify_all();
+    return true;
 }
 
 } // namespace morvellacinto::native

@@ -1,13 +1,18 @@
 #pragma once
 
-#include "HttpTransport.h"
+#include "Libcurl.h"
 #include "Transfer.h"
-#include "TrustStore.h"
+#include "Trust.h"
+#include "threads/WorkerPool.h"
 
 #include <curl/curl.h>
-#include <sys/types.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <exception>
+#include <filesystem>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -15,55 +20,70 @@
 
 namespace morvellacinto::native {
 
-class TransferEngine;
+struct HttpOptions {
+    /// PEM files whose certificates are trusted besides the system's.
+    std::vector<std::filesystem::path> trustAnchors;
+    SystemRoots systemRoots = SystemRoots::usual();
+    /// For how long connections and the thread outlive the last transfer.
+    std::chrono::milliseconds idleTime = std::chrono::seconds(15);
+};
 
-/// The one thread of an HttpTransport. Held by the transport, by its sessions and by the thread.
+/// HTTP for one platform: its transfers share connections, TLS sessions and one thread that moves
+/// all bytes. The thread runs from the first transfer until it has been idle for
+/// `HttpOptions::idleTime`, and again when there is work; host code runs on it only when no worker
+/// can be had.
 class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
 public:
-    /// Throws as HttpTransport does.
-    explicit TransferLoop(HttpOptions options);
+    /// Starts no thread. The loop must be stopped before `pool` is shut down. Throws
+    /// std::runtime_error naming a trust anchor that cannot be read.
+    TransferLoop(const HttpOptions& options, WorkerPool& pool);
     TransferLoop(const TransferLoop&) = delete;
     TransferLoop& operator=(const TransferLoop&) = delete;
     ~TransferLoop() = default;
 
-    /// Any thread. Once stopped, the transfer is dropped.
+    /// Any thread. Once stopped, the transfer is dropped. When the thread cannot be started the
+    /// transfer fails; throws std::system_error when no worker can be had to tell so, either.
     void submit(const std::shared_ptr<Transfer>& transfer);
-    /// Cancels all transfers, keeping them, and joins the thread. In a forked child, which has no
-    /// such thread, without effect.
-    void halt();
-    /// `halt`, then releases what was cancelled.
+
+    /// Cancels what is in flight and waits for the thread's end, whatever the network does. No
+    /// completion starts afterwards. Those that will never run are released on this thread before
+    /// the call returns. Any thread; later calls have no effect.
     void stop();
-    [[nodiscard]] bool isStopped() const noexcept { return stopped_; }
 
 private:
-    struct Free {
-        void operator()(CURLSH* share) const noexcept { curl_share_cleanup(share); }
-    };
-    using Transfers = std::vector<std::shared_ptr<Transfer>>;
+    using Clock = std::chrono::steady_clock;
+    using Transfers = std::list<std::shared_ptr<Transfer>>; // which moves without allocating
 
-    [[nodiscard]] bool inForkedChild() const noexcept;
-    void startThread();
-    void run() noexcept;
-    void work();
-    void serve(TransferEngine& engine);
-    void makeShare();
-    /// True when there is nothing more to do, now or ever. `wakeable_` is null from then on.
-    bool takeSubmitted(TransferEngine& engine, bool idleTooLong);
+    /// On the session's queue. Throws when no worker can be had.
+    void postCompletion(const std::shared_ptr<Transfer>& transfer);
 
-    const HttpOptions options_;
-    const pid_t process_;
-    std::atomic<bool> stopped_ = false;
+    // On the thread.
+    void run();
+    [[nodiscard]] Transfers step();
+    void open();
+    void beginFirst(Transfers& from, Transfers& ended);
+    void deliver(Transfers& ended) noexcept;
+    void wait(Clock::time_point idleEnd);
+    void close();
+    [[nodiscard]] bool mayEnd();
+
+    const std::chrono::milliseconds idleTime_;
+    WorkerPool& pool_;
+    std::atomic<bool> isStopped_ = false;
 
     std::mutex mutex_;
+    std::condition_variable ended_;
+    bool isRunning_ = false;
+    std::thread::id thread_;
     Transfers submitted_;
-    Transfers abandoned_;
-    std::thread thread_;
-    bool threadTakesMore_ = false;
-    CURLM* wakeable_ = nullptr;
+    // Changed by the thread alone; others wake it.
+    std::unique_ptr<CURLM, InTurn<&curl_multi_cleanup>> multi_;
 
     // Of the thread alone, kept from one to the next.
-    TrustStore trust_;
-    std::unique_ptr<CURLSH, Free> share_;
+    Trust trust_;
+    std::unique_ptr<CURLSH, InTurn<&curl_share_cleanup>> tlsSessions_;
+    Transfers active_;
+    std::exception_ptr escaped_;
 };
 
 } // namespace morvellacinto::native

@@ -48,7 +48,7 @@ bool SqliteDefaults::synchronize() {
     Report report;
     bool isFlushed = false;
     {
-        const Wait wait(flushPatience, isClosing_);
+        const Wait wait(flushPatience, areWaitsOver_);
         const std::lock_guard lock(mutex_);
         isFlushed = flush(wait, report);
     }
@@ -77,6 +77,7 @@ void SqliteDefaults::setAdapterValue(std::string_view name, std::string_view tex
 }
 
 void SqliteDefaults::close() {
+    endWaits();
     isClosing_ = true;
     const std::lock_guard lock(mutex_);
     database_.reset();
@@ -96,7 +97,7 @@ std::invoke_result_t<Find> SqliteDefaults::read(const Find& find) const {
 
 void SqliteDefaults::look(Report& report) const {
     const Wait wait(store_.wasRead() ? std::chrono::milliseconds(0) : firstReadPatience,
-                    isClosing_);
+                    areWaitsOver_);
     std::unique_lock lock(mutex_, std::try_to_lock);
     while (!lock.owns_lock() && !store_.wasRead() && wait.goesOn()) {
         static_cast<void>(lock.try_lock());
@@ -231,7 +232,7 @@ void SqliteDefaults::rescue() const {
 }
 
 void SqliteDefaults::tellOnce(const std::string& sentence, Report& report) const {
-    if (!isClosing_ && told_.insert(sentence).second) {
+    if (!areWaitsOver_ && told_.insert(sentence).second) {
         report.push_back(sentence);
     }
 }

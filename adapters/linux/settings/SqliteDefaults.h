@@ -58,8 +58,9 @@ public:
     /// `synchronize` flushes it with the rest.
     void setAdapterValue(std::string_view name, std::string_view text);
 
-    /// Ends all waiting; only a commit that is being written is waited for. Pending changes are
-    /// dropped. From then on there is nothing to read, changes are ignored and `synchronize` gives
+    /// From now on nothing waits for other processes.
+    void endWaits() noexcept { areWaitsOver_ = true; }
+    /// As `endWaits`; only a commit that is being written is waited for. Pending changes are dropped. From then on there is nothing to read, changes are ignored and `synchronize` gives
     /// false.
     void close();
 
@@ -81,6 +82,7 @@ private:
 
     const Diagnostics diagnostics_;
     const SettingsFiles files_;
+    std::atomic<bool> areWaitsOver_ = false;
     std::atomic<bool> isClosing_ = false;
     // Reading brings all of this up to date. No read but the first waits for the mutex.
     mutable Store store_;

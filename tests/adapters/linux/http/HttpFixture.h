@@ -1,19 +1,15 @@
 #pragma once
 
-#include "http/HttpTransport.h"
+#include "http/CurlSession.h"
+#include "http/TransferLoop.h"
 #include "support/FaultServer.h"
 #include "support/TestCertificates.h"
 
-#include "morvellacinto/foundation/KRError.h"
 #include <morvellacinto/native/HttpError.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <future>
-#include <memory>
-#include <optional>
-#include <string>
 
 namespace morvellacinto::native {
 
@@ -21,6 +17,9 @@ using namespace std::chrono_literals;
 using morvellacinto::testing::answer;
 using morvellacinto::testing::FaultServer;
 using morvellacinto::testing::TestAuthority;
+using Clock = std::chrono::steady_clock;
+using Connection = FaultServer::Connection;
+using Request = FaultServer::Request;
 
 /// What a completion was called with.
 struct Ending {
@@ -36,36 +35,31 @@ struct Ending {
     }
 };
 
-/// A transport that trusts `authority`, and sessions as the library makes them.
+/// A loop that trusts `authority`, and sessions as the library makes them.
 class HttpTest : public ::testing::Test {
 protected:
-    using Request = FaultServer::Request;
-    using Connection = FaultServer::Connection;
+    ~HttpTest() override { stop(); }
 
-    [[nodiscard]] platform::HttpSessionConfiguration
-    configuration(std::chrono::milliseconds timeout = 30s) const {
-        return {{{"Accept-Encoding", "gzip"}}, timeout, true};
+    /// The next request makes another loop.
+    void stop() {
+        if (const auto stopped = std::exchange(loop_, nullptr)) {
+            stopped->stop();
+        }
     }
 
     /// Each request has its own session, which is dropped while the transfer runs.
     std::future<Ending> send(platform::HttpRequest request,
                              std::chrono::milliseconds timeout = 30s) {
         const auto promise = std::make_shared<std::promise<Ending>>();
-        const auto session = transport().makeSession(configuration(timeout), nullptr);
+        CurlSession session({{{"Accept-Encoding", "gzip"}}, timeout, true}, loop(), pool);
         session
-            ->dataTask(std::move(request),
-                       [promise](auto data, auto response, auto error) {
-                           promise->set_value({data, response, error});
-                       })
+            .dataTask(std::move(request),
+                      [promise](auto data, auto response, auto error) {
+                          promise->set_value({data, response, error});
+                      })
             ->resume();
-        session->finishTasksAndInvalidate();
+        session.finishTasksAndInvalidate();
         return promise->get_future();
-    }
-    std::future<Ending> get(const std::string& url, std::chrono::milliseconds timeout = 30s) {
-        return send({"GET", url, {}, std::nullopt}, timeout);
-    }
-    std::future<Ending> post(const std::string& url, std::chrono::milliseconds timeout = 30s) {
-        return send({"POST", url, {{"API_TOKEN", "secret-token"}}, "secret-body"}, timeout);
     }
     static Ending result(std::future<Ending> future) {
         if (future.wait_for(60s) != std::future_status::ready) {
@@ -74,25 +68,29 @@ protected:
         }
         return future.get();
     }
+    Ending get(const std::string& url, std::chrono::milliseconds timeout = 30s) {
+        return result(send({"GET", url, {}, std::nullopt}, timeout));
+    }
+    Ending post(const std::string& url, std::chrono::milliseconds timeout = 30s) {
+        return result(send({"POST", url, {{"API_TOKEN", "secret-token"}}, "secret-body"}, timeout));
+    }
 
-    [[nodiscard]] HttpTransport& transport() {
-        if (!transport_) {
-            transport_.emplace(options, pool);
+    [[nodiscard]] const std::shared_ptr<TransferLoop>& loop() {
+        if (!loop_) {
+            loop_ = std::make_shared<TransferLoop>(options, pool);
         }
-        return *transport_;
+        return loop_;
     }
-    /// Of 127.0.0.1 alone.
     [[nodiscard]] std::shared_ptr<SSL_CTX> tls() const {
-        return authority.serverContext("IP:127.0.0.1,IP:127.0.0.2");
+        return authority.serverContext("IP:127.0.0.1,DNS:localhost");
     }
 
-    TestAuthority authority;
-    std::promise<std::exception_ptr> escaped;
-    WorkerPool pool{[this](std::exception_ptr exception) { escaped.set_value(exception); }};
-    HttpOptions options{{authority.file()}};
+    const TestAuthority authority;
+    WorkerPool pool{[](const std::exception_ptr&) { ADD_FAILURE() << "an exception"; }, 0ms};
+    HttpOptions options{.trustAnchors = {authority.file()}};
 
 private:
-    std::optional<HttpTransport> transport_;
+    std::shared_ptr<TransferLoop> loop_;
 };
 
 } // namespace morvellacinto::native

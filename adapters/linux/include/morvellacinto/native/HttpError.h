@@ -22,7 +22,7 @@ enum class HttpErrorCode : std::int64_t {
     connectionLost = 15,       ///< closed or reset before the answer was complete
 
     malformedAnswer = 20,    ///< not HTTP, or in another protocol than was asked for
-    badContentEncoding = 21, ///< damaged or incomplete gzip, or another encoding
+    badContentEncoding = 21, ///< damaged gzip, or another encoding
     answerTooLarge = 22,     ///< more than 64 MiB once decoded, or 256 KiB of headers
     tooManyRedirects = 23,   ///< more than 20
     redirectRefused = 24,    ///< it leads where this request must not go

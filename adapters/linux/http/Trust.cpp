@@ -1,0 +1,114 @@
+#include "Trust.h"
+
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace morvellacinto::native {
+
+namespace {
+
+using std::filesystem::path;
+
+bool isHashed(const path& directory) {
+    std::error_code absent;
+    return std::any_of(std::filesystem::directory_iterator(directory, absent), {}, [](auto& entry) {
+        const std::string name = entry.path().filename();
+        return name.size() == 10 && name.ends_with(".0") &&
+               name.find_first_not_of("0123456789abcdef") == 8;
+    });
+}
+
+// The certificates in a PEM file. Throws std::runtime_error when there are none, or worse.
+std::string certificatesIn(const path& file) {
+    using Bio = std::unique_ptr<BIO, decltype(&BIO_free)>;
+    const Bio in(BIO_new_file(file.c_str(), "re"), &BIO_free); // closed on exec
+    const Bio out(BIO_new(BIO_s_mem()), &BIO_free);
+    while (X509* const certificate =
+               in ? PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr) : nullptr) {
+        PEM_write_bio_X509(out.get(), certificate);
+        X509_free(certificate);
+    }
+    const bool isAtEnd = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
+    ERR_clear_error();
+    char* text = nullptr;
+    const long length = BIO_get_mem_data(out.get(), &text);
+    if (!isAtEnd || length <= 0) {
+        throw std::runtime_error("The trust anchor " + file.string() +
+                                 (in ? " holds no valid certificate in PEM." : " cannot be read."));
+    }
+    return {text, static_cast<std::size_t>(length)};
+}
+
+} // namespace
+
+SystemRoots SystemRoots::usual() {
+    const curl_version_info_data& libcurl = *curl_version_info(CURLVERSION_NOW);
+    return {{libcurl.capath != nullptr ? libcurl.capath : "", X509_get_default_cert_dir(),
+             "/etc/ssl/certs"},
+            libcurl.cainfo != nullptr ? libcurl.cainfo : X509_get_default_cert_file()};
+}
+
+Trust::Trust(std::vector<path> anchors, SystemRoots system)
+    : anchors_(std::move(anchors)), system_(std::move(system)), watched_(system_.directories) {
+    watched_.push_back(system_.bundle);
+    watched_.insert(watched_.end(), anchors_.begin(), anchors_.end());
+    std::for_each(anchors_.begin(), anchors_.end(), &certificatesIn);
+}
+
+void Trust::applyTo(CURL* transfer) {
+    std::vector<std::filesystem::file_time_type> changed;
+    for (const path& file : watched_) {
+        std::error_code absent;
+        changed.push_back(std::filesystem::last_write_time(file, absent));
+    }
+    if (changed != changed_) {
+        load();
+        changed_ = std::move(changed);
+    }
+    curl_blob texts{texts_.data(), texts_.size(), CURL_BLOB_COPY};
+    const auto set = [transfer](CURLoption option, auto* value, bool isEmpty) {
+        if (curl_easy_setopt(transfer, option, isEmpty ? nullptr : value) != CURLE_OK) {
+            throw std::runtime_error("libcurl lacks option " + std::to_string(option));
+        }
+    };
+    set(CURLOPT_CAPATH, directory_.c_str(), directory_.empty());
+    set(CURLOPT_PROXY_CAPATH, directory_.c_str(), directory_.empty());
+    set(CURLOPT_CAINFO, bundle_.c_str(), bundle_.empty());
+    set(CURLOPT_PROXY_CAINFO, bundle_.c_str(), bundle_.empty());
+    set(CURLOPT_CAINFO_BLOB, &texts, texts_.empty());
+    set(CURLOPT_PROXY_CAINFO_BLOB, &texts, texts_.empty());
+}
+
+void Trust::load() {
+    const auto add = [this](const path& file) {
+        try {
+            texts_ += certificatesIn(file);
+        } catch (const std::runtime_error&) {
+            // The others decide.
+        }
+    };
+    respelling_ = respelling_.size() < 2000 ? respelling_ + "/." : "/.";
+    texts_.clear();
+    std::for_each(anchors_.begin(), anchors_.end(), add);
+    const auto& directories = system_.directories;
+    const auto hashed = std::find_if(directories.begin(), directories.end(), &isHashed);
+    directory_ = hashed != directories.end() ? hashed->string() + respelling_ : "";
+    bundle_.clear();
+    if (directory_.empty() && texts_.empty()) {
+        const path& bundle = system_.bundle;
+        bundle_ = bundle.parent_path().string() + respelling_ + "/" + bundle.filename().string();
+    } else if (directory_.empty()) {
+        add(system_.bundle); // libcurl takes texts or a file
+    }
+}
+
+} // namespace morvellacinto::native

@@ -1,0 +1,419 @@
+#include "HttpFixture.h"
+
+#include "service/Gzip.h"
+#include "support/Attack.h"
+#include "support/SilentNameServer.h"
+
+#include <fcntl.h>
+#include <list>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+namespace morvellacinto::native {
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+constexpr HttpErrorCode fine{};
+
+TEST_F(HttpTest, AnUploadArrivesByteForByteByASocketThatNoOtherProgramInherits) {
+    int inheritable = 0;
+    FaultServer server(tls(), {.onRequest = [&](Connection& connection, const Request&) {
+                           for (int socket = 3; socket < 64; ++socket) {
+                               sockaddr place{};
+                               socklen_t length = sizeof place;
+                               inheritable += getsockname(socket, &place, &length) == 0 &&
+                                              place.sa_family == AF_INET &&
+                                              fcntl(socket, F_GETFD) != FD_CLOEXEC;
+                           }
+                           connection.write(answer(200, "{}"));
+                       }});
+    std::string body(3 << 20, 'x');
+    body[1] = '\0';
+    const Ending ending = result(
+        send({"POST",
+              server.url("/v5?a=b"),
+              {{"API_TOKEN", "secret"}, {"content-type", "application/json"}, {"X-Empty", ""}},
+              body}));
+    EXPECT_EQ(ending.data, "{}") << ending.message();
+    EXPECT_EQ(ending.response.value().url, server.url("/v5?a=b"));
+    EXPECT_EQ(server.requests().at(0).head,
+              "POST /v5?a=b HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
+                  "\r\nUser-Agent: Morvellacinto\r\nAccept: */*\r\nAPI_TOKEN: secret\r\n"
+                  "content-type: application/json\r\nX-Empty:\r\nAccept-Encoding: gzip\r\n"
+                  "Content-Length: 3145728\r\n\r\n");
+    EXPECT_TRUE(server.requests()[0].body == body);
+    EXPECT_EQ(inheritable, 0);
+}
+
+TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n";
+    const std::string line = "X: " + std::string(4000, 'x') + "\r\n";
+    const std::string packed = service::gzip(std::string(100'000, 'a'));
+    std::string damaged = packed;
+    damaged[damaged.size() - 6] ^= 1; // in the checksum
+    const struct {
+        const char* name;
+        std::string bytes;
+        HttpErrorCode code;
+        std::string repeated = {}; // for 4 MB, or until nobody listens
+    } cases[] = {
+        {"chunks", chunked + "0\r\n\r\n", fine},
+        {"trailer", chunked + "0\r\nX-Checksum: 1\r\n\r\n", fine},
+        {"gzip", answer(200, packed, "Content-Encoding: gzip\r\n"), fine},
+        {"damaged gzip", answer(200, damaged, "Content-Encoding: gzip\r\n"),
+         HttpErrorCode::badContentEncoding},
+        {"bomb",
+         answer(200, service::gzip(std::string((64 << 20) + 1, 'a')), "Content-Encoding: gzip\r\n"),
+         HttpErrorCode::answerTooLarge},
+        {"64 MiB", answer(200, std::string(64 << 20, 'a')), fine},
+        {"a byte more", answer(200, std::string((64 << 20) + 1, 'a')),
+         HttpErrorCode::answerTooLarge},
+        {"a redirect's body", answer(302, std::string((64 << 20) + 1, 'a'), "Location: /\r\n"),
+         HttpErrorCode::answerTooLarge},
+        {"two lengths", answer(200, "{}", "Content-Length: 1\r\n"), HttpErrorCode::malformedAnswer},
+        {"no HTTP", "SSH-2.0-server\r\n\r\n", HttpErrorCode::malformedAnswer},
+        {"no chunk", ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n",
+         HttpErrorCode::malformedAnswer},
+        {"another protocol", "HTTP/1.1 101 Other\r\nUpgrade: x\r\nConnection: upgrade\r\n\r\nabc",
+         HttpErrorCode::malformedAnswer},
+        {"nothing", "", HttpErrorCode::connectionLost},
+        {"half a header", ok + "Content-Le", HttpErrorCode::connectionLost},
+        {"headers without their end", ok + "X: 1\r\n", HttpErrorCode::connectionLost},
+        {"only a hundred", "HTTP/1.1 100 Continue\r\n\r\n", HttpErrorCode::connectionLost},
+        {"half a body", ok + "Content-Length: 4\r\n\r\n{}", HttpErrorCode::connectionLost},
+        {"half a chunk", ok + "Transfer-Encoding: chunked\r\n\r\n4\r\n{}",
+         HttpErrorCode::connectionLost},
+        {"headers", ok, HttpErrorCode::answerTooLarge, line},
+        {"hundreds", "", HttpErrorCode::answerTooLarge,
+         "HTTP/1.1 100 Continue\r\n" + line + "\r\n"},
+        {"trailers", chunked + "0\r\n", HttpErrorCode::answerTooLarge, line},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        FaultServer server(nullptr, {.onRequest = [&](Connection& connection, const Request&) {
+                               connection.write(each.bytes);
+                               for (int i = 0; i < 1000 && !each.repeated.empty(); ++i) {
+                                   connection.write(each.repeated);
+                               }
+                               connection.close();
+                           }});
+        const Ending ending = get(server.url("/?secret#secret"));
+        EXPECT_EQ(ending.code(), each.code) << ending.message();
+        EXPECT_THAT(ending.message(), Not(HasSubstr("secret")));
+        if (each.name == std::string("gzip")) {
+            EXPECT_EQ(ending.data->size(), 100'000U);
+        }
+    }
+}
+
+struct Phase {
+    const char* name;
+    FaultServer::Script script;
+    bool isEncrypted = false;
+};
+
+const std::function<void(Connection&)> stall = &Connection::stall;
+
+Phase stallAfter(const char* name, std::string bytes) {
+    return {name, {.onRequest = [bytes](Connection& connection, const Request&) {
+                connection.write(bytes);
+                connection.stall();
+            }}};
+}
+
+const Phase phases[] = {
+    {"accepted", {.onAccept = stall}},
+    {"in the handshake", {.onAccept = stall}, true},
+    stallAfter("before the answer", ""),
+    stallAfter("in the headers", "HTTP/1.1 200 OK\r\nContent-Le"),
+    stallAfter("in the body", "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n{}"),
+    {"drips",
+     {.onRequest =
+          [](Connection& connection, const Request&) {
+              connection.write("HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n");
+              for (int i = 0; i < 500; ++i) {
+                  connection.pause(20ms);
+                  connection.write(" ");
+              }
+          }}},
+    {"redirects",
+     {.onRequest =
+          [](Connection& connection, const Request&) {
+              connection.pause(60ms);
+              connection.write(answer(302, "", "Location: /\r\n"));
+          }}},
+};
+
+TEST_F(HttpTest, TheTimeoutCoversEveryPhaseAndTheWaitForAConnection) {
+    rlimit descriptors{};
+    getrlimit(RLIMIT_NOFILE, &descriptors);
+    const rlimit fewer{128, descriptors.rlim_max}; // 64 connections
+    setrlimit(RLIMIT_NOFILE, &fewer);
+    EXPECT_EQ(get("http://127.0.0.1:1/").code(), HttpErrorCode::cannotConnect);
+    setrlimit(RLIMIT_NOFILE, &descriptors);
+    for (const Phase& phase : phases) {
+        SCOPED_TRACE(phase.name);
+        FaultServer server(phase.isEncrypted ? tls() : nullptr, phase.script);
+        const auto start = Clock::now();
+        const Ending ending = post(server.url("/"), 300ms);
+        EXPECT_EQ(ending.code(), HttpErrorCode::timedOut) << ending.message();
+        EXPECT_GE(Clock::now() - start, 290ms); // libcurl counts whole milliseconds
+        EXPECT_LT(Clock::now() - start, 5s);
+        if (phase.name == std::string("in the body")) {
+            EXPECT_EQ(ending.data, "{}"); // as far as it had come
+        }
+    }
+    FaultServer server(nullptr, phases[0].script);
+    std::list<std::future<Ending>> waiting;
+    const auto start = Clock::now();
+    for (int i = 0; i < 80; ++i) {
+        waiting.push_back(send({"GET", server.url("/"), {}, {}}, 400ms));
+    }
+    for (auto& each : waiting) {
+        EXPECT_EQ(result(std::move(each)).code(), HttpErrorCode::timedOut);
+    }
+    EXPECT_LT(server.connections(), 80);
+    EXPECT_LT(Clock::now() - start, 5s);
+}
+
+TEST_F(HttpTest, StoppingIsQuickInEveryPhaseAndNoCompletionRunsAfterwards) {
+    for (const Phase& phase : phases) {
+        SCOPED_TRACE(phase.name);
+        FaultServer server(phase.isEncrypted ? tls() : nullptr, phase.script);
+        const auto mine = std::make_shared<TransferLoop>(options, pool);
+        std::atomic<int> called = 0;
+        const auto witness = std::make_shared<int>();
+        CurlSession session({}, mine, pool);
+        std::vector<std::shared_ptr<platform::HttpTask>> tasks;
+        for (int i = 0; i < 20; ++i) {
+            tasks.push_back(session.dataTask({"POST", server.url("/"), {}, "body"},
+                                             [&called, witness](auto, auto, auto) { ++called; }));
+            if (i > 0) {
+                tasks.back()->resume();
+            }
+        }
+        ASSERT_TRUE(server.waitForConnections(2));
+        const auto start = Clock::now();
+        mine->stop();
+        EXPECT_LT(Clock::now() - start, testing::shutdownLimit());
+        EXPECT_EQ(witness.use_count(), 2); // here and in the task that was not started
+        tasks.front()->resume();           // too late
+        EXPECT_EQ(witness.use_count(), 1);
+        EXPECT_EQ(called, 0);
+    }
+}
+
+TEST_F(HttpTest, NamesThatAreLookedUpForeverHoldUpNothingAndLocalhostIsNotLookedUp) {
+    const auto nameServer = testing::SilentNameServer::start();
+    if (!nameServer) {
+        GTEST_SKIP() << "needs the right to make a network namespace";
+    }
+    FaultServer healthy(tls(), {});
+    auto hanging = send({"GET", "https://audience.test/", {}, {}}, 500ms);
+    ASSERT_TRUE(nameServer->isAsked());
+    EXPECT_EQ(get(healthy.url("/", "localhost")).data, "{}");
+    EXPECT_EQ(result(std::move(hanging)).code(), HttpErrorCode::timedOut);
+    send({"GET", "https://audience2.test/", {}, {}});
+    ASSERT_TRUE(nameServer->isAsked());
+    const auto start = Clock::now();
+    loop()->stop();
+    EXPECT_LT(Clock::now() - start, testing::shutdownLimit());
+}
+
+TEST_F(HttpTest, ConnectionsAreReusedAndTlsSessionsResumedAfterAnIdleTime) {
+    options.idleTime = 1s;
+    FaultServer server(tls(), {.onRequest = [](Connection& connection, const Request& request) {
+                           if (request.path() == "/slow") { // that long is not idle
+                               connection.pause(1200ms);
+                           }
+                           connection.write(answer(200, "{}"));
+                       }});
+    for (const char* path : {"/slow", "/", "/"}) {
+        EXPECT_EQ(post(server.url(path)).data, "{}");
+    }
+    EXPECT_EQ(server.connections(), 1);
+    ASSERT_TRUE(server.waitForClosed(1)); // it ends with the thread, which the next starts anew
+    EXPECT_EQ(post(server.url("/")).data, "{}");
+    EXPECT_EQ(server.connections(), 2);
+    EXPECT_EQ(server.resumedTlsSessions(), 1);
+}
+
+TEST_F(HttpTest, ManyThreadsGetTheirOwnAnswers) {
+    FaultServer server(tls(), {.onRequest = [](Connection& connection, const Request& request) {
+                           connection.write(answer(200, request.body));
+                       }});
+    static_cast<void>(loop());
+    std::vector<std::thread> senders;
+    for (int thread = 0; thread < 50; ++thread) {
+        senders.emplace_back([&, thread] {
+            for (int i = 0; i < 4; ++i) {
+                const std::string body = std::to_string(thread) + "/" + std::to_string(i);
+                EXPECT_EQ(result(send({"POST", server.url("/"), {}, body})).data, body);
+            }
+        });
+    }
+    for (std::thread& sender : senders) {
+        sender.join();
+    }
+}
+
+TEST_F(HttpTest, ServersAreJudgedByTheirCertificateTheirNameAndTheirTls) {
+    const TestAuthority stranger;
+    const auto old = tls();
+    SSL_CTX_set_security_level(old.get(), 0);
+    SSL_CTX_set_min_proto_version(old.get(), TLS1_VERSION);
+    SSL_CTX_set_max_proto_version(old.get(), TLS1_1_VERSION);
+    const struct {
+        std::shared_ptr<SSL_CTX> context;
+        HttpErrorCode code;
+    } cases[] = {
+        {tls(), fine},
+        {stranger.serverContext("IP:127.0.0.1"), HttpErrorCode::certificateUntrusted},
+        {authority.serverContext("DNS:audience.invalid"), HttpErrorCode::certificateUntrusted},
+        {old, HttpErrorCode::tlsFailed},
+    };
+    for (const auto& each : cases) {
+        FaultServer server(each.context, {});
+        const Ending ending = post(server.url("/v5?lat=59.329#59.329"));
+        EXPECT_EQ(ending.code(), each.code) << ending.message();
+        if (ending.error) {
+            EXPECT_EQ(ending.error->userInfo.at(KRError::urlKey), Value(server.url("/v5")));
+            EXPECT_THAT(ending.message(), Not(HasSubstr("59.329")));
+            EXPECT_TRUE(server.requests().empty());
+        }
+    }
+    const std::string untilTheEnd = "HTTP/1.1 200 OK\r\n\r\n{}";
+    for (const bool isCut : {false, true}) {
+        FaultServer server(tls(), {.onRequest = [&](Connection& connection, const Request&) {
+                               connection.write(untilTheEnd);
+                               isCut ? connection.close() : connection.closeTls();
+                           }});
+        EXPECT_EQ(get(server.url("/")).code(), isCut ? HttpErrorCode::connectionLost : fine);
+    }
+}
+
+TEST_F(HttpTest, ChangedTrustCountsAtOnceAlsoForKeptConnectionsAndTlsSessions) {
+    const TestAuthority stranger;
+    const testing::TemporaryDirectory folder;
+    std::ofstream(folder.path() / stranger.hashedName()) << stranger.pem();
+    for (const std::string way : {"directory", "bundle", "anchor", "bundle beside an anchor"}) {
+        for (const bool isKept : {true, false}) {
+            SCOPED_TRACE(way + (isKept ? ", connection kept" : ", TLS session kept"));
+            FaultServer server(tls(), {.onRequest = [&](Connection& connection, const Request&) {
+                                   connection.write(
+                                       answer(200, "{}", isKept ? "" : "Connection: close\r\n"));
+                               }});
+            const std::filesystem::path file =
+                folder.path() / (way == "directory" ? authority.hashedName() : "file");
+            std::ofstream(file) << authority.pem();
+            options.trustAnchors.clear();
+            options.systemRoots = {};
+            if (way == "directory") {
+                options.systemRoots = {{"/nonexistent", folder.path()}, "/nonexistent"};
+            } else if (way == "anchor") {
+                options.trustAnchors = {file};
+            } else {
+                options.systemRoots.bundle = file;
+            }
+            if (way == "bundle beside an anchor") {
+                options.trustAnchors = {stranger.file()};
+            }
+            stop();
+            EXPECT_EQ(get(server.url("/")).data, "{}");
+            if (way == "directory") {
+                std::filesystem::remove(file);
+            } else {
+                std::ofstream(file) << stranger.pem();
+            }
+            EXPECT_EQ(get(server.url("/")).code(), HttpErrorCode::certificateUntrusted);
+            std::ofstream(file) << authority.pem();
+            EXPECT_EQ(get(server.url("/")).data, "{}");
+            std::filesystem::remove(file);
+        }
+    }
+}
+
+TEST_F(HttpTest, TokensAndCookiesStayWithinTheirOriginAndTheirRequest) {
+    std::string location;
+    const FaultServer::Script script{
+        .onRequest = [&](Connection& connection, const Request& request) {
+            connection.write(
+                request.path() == "/"
+                    ? answer(302, "moved", "Set-Cookie: crumb=1\r\nLocation: " + location + "\r\n")
+                    : answer(200, "{}"));
+        }};
+    FaultServer server(tls(), script);
+    FaultServer elsewhere(tls(), script);
+    const platform::HttpRequest request{"GET", server.url("/"), {{"API_TOKEN", "1"}}, {}};
+    location = "/same";
+    EXPECT_EQ(result(send(request)).response.value().url, server.url("/same"));
+    location = elsewhere.url("/other");
+    EXPECT_EQ(result(send(request)).data, "{}");
+    const std::string both = server.requests().at(1).head;
+    EXPECT_THAT(both, ::testing::AllOf(HasSubstr("API_TOKEN: 1"), HasSubstr("Cookie: crumb=1")));
+    EXPECT_THAT(server.requests().at(2).head, Not(HasSubstr("Cookie")));
+    EXPECT_THAT(elsewhere.requests().at(0).head,
+                Not(AnyOf(HasSubstr("API_TOKEN"), HasSubstr("Cookie"))));
+
+    FaultServer proxy(nullptr, {.onRequest = [](Connection& connection, const Request&) {
+                          connection.write(answer(403, ""));
+                      }});
+    for (const char* variable : {"http_proxy", "https_proxy", "all_proxy"}) {
+        setenv(variable, proxy.url("").c_str(), 1);
+    }
+    EXPECT_TRUE(post("https://audience.invalid/").error);
+    EXPECT_THAT(proxy.requests().at(0).head, HasSubstr("CONNECT audience.invalid:443 "));
+    EXPECT_THAT(proxy.requests().at(0).head, Not(HasSubstr("API_TOKEN")));
+    FaultServer plain(nullptr, {});
+    EXPECT_EQ(get(plain.url("/")).data, "{}");
+    EXPECT_EQ(get(plain.url("/", "localhost")).data, "{}");
+    EXPECT_EQ(proxy.requests().size(), 1U);
+}
+
+// While it lives no thread can be made: there is no room for a stack as large as it asks for.
+class NoMoreThreads {
+public:
+    NoMoreThreads() {
+        pthread_getattr_default_np(&before_);
+        pthread_attr_t huge = before_;
+        pthread_attr_setstacksize(&huge, std::size_t(1) << 46U);
+        pthread_setattr_default_np(&huge);
+    }
+    ~NoMoreThreads() { pthread_setattr_default_np(&before_); }
+
+private:
+    pthread_attr_t before_{};
+};
+
+TEST_F(HttpTest, WithoutThreadsEveryTaskStillEnds) {
+    std::promise<void> mayAnswer;
+    FaultServer server(nullptr, {.onRequest = [&](Connection& connection, const Request&) {
+                           mayAnswer.get_future().wait();
+                           connection.write(answer(200, "{}"));
+                       }});
+    const platform::HttpRequest request{"GET", server.url("/"), {}, {}};
+    std::promise<void> mayReturn;
+    {
+        const NoMoreThreads none;
+        EXPECT_THROW(send(request), std::system_error);
+    }
+    pool.post([&] { mayReturn.get_future().wait(); });
+    {
+        const NoMoreThreads butThatWorker;
+        auto failing = send(request);
+        mayReturn.set_value();
+        EXPECT_EQ(result(std::move(failing)).code(), HttpErrorCode::other);
+    }
+    auto answered = send(request);
+    ASSERT_TRUE(server.waitForRequests(1));
+    const NoMoreThreads butTheLoops;
+    mayAnswer.set_value();
+    EXPECT_EQ(result(std::move(answered)).data, "{}");
+}
+
+} // namespace
+} // namespace morvellacinto::native
