@@ -7,11 +7,9 @@
 namespace morvellacinto::native {
 
 namespace {
-
-// Of <linux/if_arp.h>, which cannot be included beside <net/if.h>.
+// Of <linux/if_arp.h>.
 constexpr std::string_view hardwareRawIp = "519\n";
 constexpr std::string_view hardwareNone = "65534\n";
-
 } // namespace
 
 InterfaceFacts::InterfaceFacts(std::filesystem::path root) : root_(std::move(root)) {}

@@ -13,7 +13,6 @@
 #include <sstream>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -22,9 +21,8 @@ namespace {
 // Addresses set aside for documentation: nobody has a route of their own to them.
 constexpr const char* internetAddress4 = "192.0.2.1";
 constexpr const char* internetAddress6 = "2001:db8::1";
-constexpr const char* anyPort = "9";
 
-// Where a line of the kernel's table holds what; both lengths or masks of a default route are zero.
+// Where the kernel's tables hold what; the second and third are zero for default routes.
 struct Columns {
     std::size_t interface, destination, other, flags, metric;
     int metricBase;
@@ -36,9 +34,8 @@ std::string textOf(const sockaddr* address) {
     const socklen_t size =
         address->sa_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
     std::array<char, NI_MAXHOST> text{};
-    const int error =
-        getnameinfo(address, size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST);
-    return error == 0 ? text.data() : "";
+    getnameinfo(address, size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST);
+    return text.data();
 }
 
 // The kernel chooses a datagram socket's own address when it is connected, which sends nothing.
@@ -47,7 +44,7 @@ std::string addressTowardsInternet(int family) {
     const addrinfo hints{AI_NUMERICHOST | AI_NUMERICSERV, family, SOCK_DGRAM, 0, 0, {}, {}, {}};
     addrinfo* found = nullptr;
     const char* internet = family == AF_INET ? internetAddress4 : internetAddress6;
-    if (getaddrinfo(internet, anyPort, &hints, &found) != 0) {
+    if (getaddrinfo(internet, "9", &hints, &found) != 0) {
         return {};
     }
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> target(found, freeaddrinfo);
@@ -102,8 +99,8 @@ std::vector<std::string> defaultRoutesIn(const std::string& table, int family) {
         }
     }
     std::vector<std::string> interfaces;
-    for (auto& route : byMetric) {
-        interfaces.push_back(std::move(route.second));
+    for (const auto& route : byMetric) {
+        interfaces.push_back(route.second);
     }
     return interfaces;
 }
