@@ -2,8 +2,6 @@
 
 #include "basics/KeyFile.h"
 
-#include <utility>
-
 namespace morvellacinto::native {
 
 namespace {
