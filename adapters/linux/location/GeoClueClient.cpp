@@ -33,12 +33,12 @@ void GeoClueClient::startUpdatingLocation() {
         });
     };
     try {
-        const auto& bundle = location_->bundleIdentifier();
+        const auto bundle = location_->options().bundleIdentifier();
         if (!bundle) {
             throw std::runtime_error("the application has no bundle identifier to ask with");
         }
         run_ = std::make_shared<GeoClueRun>(location_->bus(), location_->permission(), *bundle,
-                                            location_->timeout(), tell);
+                                            location_->options().timeout, tell);
         location_->startThread([run = run_] { run->run(); });
     } catch (const std::exception& exception) { // no thread or descriptor is left, too
         tell({false, {}, locationError(LocationErrorCode::unavailable, exception.what())});

@@ -14,18 +14,14 @@ class NativeLocation;
 
 /// A client of the location service. After a failure updates have ended, as if stopped.
 ///
-/// - A refusal turns the authorization status to 2 for 60 seconds: the delegates of all clients
-/// hear
-///   of the change, then the client fails with `denied`, unless its delegate has stopped it.
-///   Refused because location is switched off for the device, the services count as disabled too.
-/// - Location switched off while updates run, or on again: the services count as disabled, or as
-///   enabled, and all delegates hear of a change. A fix that is then on its way is dropped; updates
-///   go on when the daemon resumes them.
-/// - A start that succeeds while a refusal or an absence is still believed ends that, and all
-///   delegates hear of the change.
-/// - No fix within the time-out fails with `timedOut`; no bus, no daemon or no bundle identifier
-///   with `unavailable`, and without bus or daemon the status is 0 for 60 seconds; a daemon that
-///   ends, or a bus that goes while updates run, with `lost`.
+/// - A refusal turns the status to 2 for 60 seconds and, when location is off for the whole device,
+///   disables the services; all clients' delegates hear of it. Then the client fails with `denied`,
+///   unless its delegate has stopped it. A start that succeeds earlier is told to all too.
+/// - Location switched off while updates run, or on again: services count as disabled or enabled,
+///   all delegates hear of it, a fix on its way is dropped, and updates go on with the daemon.
+/// - No fix in time fails with `timedOut`; no bus, daemon or bundle identifier with `unavailable`,
+///   and without bus or daemon the status is 0 for 60 seconds; a daemon that ends, or a bus that
+///   goes while updates run, with `lost`.
 class GeoClueClient final : public platform::LocationService,
                             public std::enable_shared_from_this<GeoClueClient> {
 public:

@@ -144,9 +144,8 @@ void GeoClueRun::propertiesChanged(const Array& change) {
     if (!active || std::exchange(isActive_, *active) == *active) {
         return;
     }
-    if (*active) {
-        permission_.noteAllowed();
-    } else {
+    permission_.noteAllowed();
+    if (!*active) {
         permission_.note(LocationPermission::Refusal::switchedOff);
     }
     tell_({true});

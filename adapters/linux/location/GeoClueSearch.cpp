@@ -1,12 +1,10 @@
-#include "GeoClueSearch.h"
+#include "NativeLocation.h"
 
 #include "basics/Environment.h"
 #include "basics/KeyFile.h"
 
 #include <algorithm>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace morvellacinto::native {
 

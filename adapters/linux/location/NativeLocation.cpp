@@ -11,7 +11,7 @@ namespace morvellacinto::native {
 NativeLocation::NativeLocation(const std::shared_ptr<MainQueue>& mainQueue, Bus& bus,
                                WorkerPool& workers, LocationOptions options)
     : mainQueue_(mainQueue), bus_(bus), options_(std::move(options)),
-      permission_([this] { return bundleIdentifier() && options_.serviceExists(); }),
+      permission_([this] { return options_.bundleIdentifier() && options_.serviceExists(); }),
       workers_(&workers) {}
 
 std::shared_ptr<platform::LocationService> NativeLocation::makeService() {
@@ -26,11 +26,6 @@ bool NativeLocation::locationServicesEnabled() const { return permission_.servic
 
 std::int32_t NativeLocation::authorizationStatus() const {
     return permission_.authorizationStatus();
-}
-
-const std::optional<std::string>& NativeLocation::bundleIdentifier() {
-    std::call_once(bundleSeen_, [this] { bundleIdentifier_ = options_.bundleIdentifier(); });
-    return bundleIdentifier_;
 }
 
 void NativeLocation::postToMain(std::function<void()> block) const {

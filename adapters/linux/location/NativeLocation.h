@@ -1,13 +1,13 @@
 #pragma once
 
-// Read NativeLocation.h, GeoClueClient.h, GeoClueRun.h, LocationPermission.h, GeoClueSearch.h.
+// Read NativeLocation.h, GeoClueClient.h, GeoClueRun.h, LocationPermission.h, GeoClueSearch.cpp.
 
-#include "GeoClueSearch.h"
 #include "LocationPermission.h"
 
 #include "morvellacinto/platform/LocationService.h"
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -22,6 +22,10 @@ class GeoClueClient;
 class MainQueue;
 class WorkerPool;
 
+/// Tells, from files below `root`, whether there is a system bus that can start GeoClue or to which
+/// a sandbox lets the application talk. Reads the environment now and files when it is called.
+[[nodiscard]] std::function<bool()> geoClueSearch(const std::filesystem::path& root = "/");
+
 struct LocationOptions {
     /// GeoClue knows the application by it; without one there is no location.
     std::function<std::optional<std::string>()> bundleIdentifier;
@@ -30,12 +34,12 @@ struct LocationOptions {
     std::function<bool()> serviceExists = geoClueSearch();
 };
 
-/// Location by GeoClue. Its clients share it and may outlive the platform, without a descriptor or a
-/// thread of it.
+/// Location by GeoClue. Its clients share it and may outlive the platform, without a descriptor or
+/// a thread of it.
 class NativeLocation final : public platform::LocationServices,
                              public std::enable_shared_from_this<NativeLocation> {
 public:
-    /// `bus` and `workers`, on whose threads updates run, are used until `shutdown`.
+    /// `bus` and `workers` are used until `shutdown`.
     NativeLocation(const std::shared_ptr<MainQueue>& mainQueue, Bus& bus, WorkerPool& workers,
                    LocationOptions options);
 
@@ -45,13 +49,12 @@ public:
 
     // For the clients, on any thread.
     [[nodiscard]] LocationPermission& permission() { return permission_; }
-    [[nodiscard]] const std::optional<std::string>& bundleIdentifier();
-    [[nodiscard]] std::chrono::milliseconds timeout() const { return options_.timeout; }
+    [[nodiscard]] const LocationOptions& options() const { return options_; }
     [[nodiscard]] Bus& bus() const { return bus_; }
     void postToMain(std::function<void()> block) const;
     /// Throws std::system_error when no thread can be made.
     void startThread(std::function<void()> block);
-    /// Main thread: every client's delegate hears of it.
+    /// Main thread.
     void tellAuthorizationChange();
 
     /// No thread is started from now on.
@@ -62,8 +65,6 @@ private:
     Bus& bus_;
     const LocationOptions options_;
     LocationPermission permission_;
-    std::once_flag bundleSeen_;
-    std::optional<std::string> bundleIdentifier_;
     std::mutex mutex_;
     WorkerPool* workers_;
     std::vector<std::weak_ptr<GeoClueClient>> clients_;

@@ -2,16 +2,12 @@
 
 #include "basics/KeyFile.h"
 
-#include <utility>
-
 namespace morvellacinto::native {
 
 namespace {
-
-// Of <linux/if_arp.h>, which cannot be included beside <net/if.h>.
+// Of <linux/if_arp.h>.
 constexpr std::string_view hardwareRawIp = "519\n";
 constexpr std::string_view hardwareNone = "65534\n";
-
 } // namespace
 
 InterfaceFacts::InterfaceFacts(std::filesystem::path root) : root_(std::move(root)) {}

@@ -9,9 +9,7 @@
 
 namespace morvellacinto::native {
 
-namespace {
 namespace flags = platform::ReachabilityFlags;
-} // namespace
 
 NativeNetwork::NativeNetwork(Bus& bus, std::filesystem::path root)
     : root_(std::move(root)), bus_(bus), interfaces_(root_) {}

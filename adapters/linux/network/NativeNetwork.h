@@ -6,8 +6,6 @@
 
 #include "morvellacinto/platform/Network.h"
 
-#include <filesystem>
-
 namespace morvellacinto::native {
 
 class Bus;

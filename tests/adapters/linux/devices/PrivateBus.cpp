@@ -19,17 +19,17 @@ PrivateBus::PrivateBus()
               told_.emplace_back(sentence);
           },
           stopSignal) {
-    const std::string address = "unix:path=" + (folder.path() / "socket").string();
-    folder.write("bus.conf", R"(<busconfig><type>session</type><auth>EXTERNAL</auth><listen>)" +
-                                 address + R"(</listen><policy context="default">
-<allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
-</policy></busconfig>)");
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
     start();
 }
 
-void PrivateBus::start() {
+void PrivateBus::start(const std::string& authentication) {
+    daemon_.reset();
     std::filesystem::remove(folder.path() / "socket");
+    folder.write("bus.conf", "<busconfig><type>session</type><listen>" + address_ +
+                                 "</listen><auth>" + authentication + R"(</auth>
+<policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/>
+<allow own="*"/></policy></busconfig>)");
     daemon_ = std::make_unique<testing::ChildProcess>(std::vector<std::string>{
         "/usr/bin/dbus-daemon", "--config-file=" + (folder.path() / "bus.conf").string(),
         "--nofork", "--nopidfile", "--print-address"});

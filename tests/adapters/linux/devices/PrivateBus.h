@@ -27,8 +27,8 @@ public:
     PrivateBus();
 
     void stop() { daemon_.reset(); }
-    /// Also after `stop`, at the same address.
-    void start();
+    /// Anew at the same address. We are let in by "EXTERNAL" only.
+    void start(const std::string& authentication = "EXTERNAL");
     /// From now on it takes connections and says nothing.
     void freeze();
     [[nodiscard]] std::vector<std::string> told();
@@ -38,6 +38,7 @@ public:
     const TemporaryRoot folder;
 
 private:
+    const std::string address_ = "unix:path=" + (folder.path() / "socket").string();
     std::unique_ptr<testing::ChildProcess> daemon_;
     std::mutex mutex_;
     std::vector<std::string> told_;
