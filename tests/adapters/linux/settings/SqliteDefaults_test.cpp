@@ -16,8 +16,12 @@
 
 namespace {
 std::atomic<bool> flushesFail = false;
+std::function<void()> duringFlush; // run once
 
 int flushToDisk(long call, int descriptor) {
+    if (duringFlush) {
+        std::exchange(duringFlush, nullptr)();
+    }
     errno = EIO;
     return flushesFail ? -1 : static_cast<int>(syscall(call, descriptor));
 }
@@ -276,6 +280,15 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
     }
 }
 
+TEST_F(SqliteDefaultsTest, AChangeThatIsMadeDuringAFlushRemainsPending) {
+    const auto defaults = open();
+    flush(*defaults, "key", 0);
+    duringFlush = [&] { defaults->setObjectForKey(2, "key"); };
+    flush(*defaults, "key", 1);
+    EXPECT_TRUE(defaults->synchronize());
+    EXPECT_EQ(open()->objectForKey("key"), Value(2));
+}
+
 TEST_F(SqliteDefaultsTest, AReadThatFailsIsNoAbsenceAndARemovalMeanwhileHolds) {
     flush(*open(), "key", 1);
     const auto defaults = open();
@@ -284,9 +297,12 @@ TEST_F(SqliteDefaultsTest, AReadThatFailsIsNoAbsenceAndARemovalMeanwhileHolds) {
     EXPECT_EQ(defaults->adapterValue("name").text, std::nullopt);
     EXPECT_FALSE(defaults->adapterValue("name").isCertain);
     defaults->removeObjectForKey("key");
-    ::close(locked);
+    flock(locked, LOCK_UN);
     EXPECT_TRUE(defaults->synchronize());
     EXPECT_TRUE(defaults->adapterValue("name").isCertain);
+    ASSERT_EQ(flock(locked, LOCK_EX), 0);
+    EXPECT_TRUE(soon([&] { return !defaults->adapterValue("name").isCertain; })) << "again";
+    ::close(locked);
     EXPECT_EQ(open()->objectForKey("key"), std::nullopt);
     EXPECT_THAT(told(), ElementsAre(HasSubstr("locked")));
 }
@@ -305,13 +321,12 @@ TEST_F(SqliteDefaultsTest, ClosingEndsTheWaitsOfFlushesAndReads) {
                       false);
             isDone = true;
         });
-        if (!isRead) {
-            EXPECT_TRUE(soon([&] { return defaults->objectForKey("key") == Value(2); }))
-                << "a read does not stand behind a flush";
-        }
-        std::this_thread::sleep_for(50ms);
+        std::this_thread::sleep_for(120ms); // by when a read looks at the database
+        auto begun = steady_clock::now();
+        EXPECT_TRUE(isRead || defaults->objectForKey("key") == Value(2));
+        EXPECT_LT(steady_clock::now() - begun, 250ms) << "a read does not stand behind a flush";
         EXPECT_FALSE(isDone);
-        const auto begun = steady_clock::now();
+        begun = steady_clock::now();
         defaults->close();
         EXPECT_LT(steady_clock::now() - begun, 250ms);
         waiting.join();
