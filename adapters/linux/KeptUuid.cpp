@@ -1,8 +1,25 @@
 #include "KeptUuid.h"
 
-#include "basics/RandomUuid.h"
+#include <algorithm>
+#include <system_error>
+#include <systemd/sd-id128.h>
 
 namespace morvellacinto::native {
+
+namespace {
+
+Uuid randomUuid() {
+    sd_id128_t random{};
+    const int result = sd_id128_randomize(&random);
+    if (result < 0) {
+        throw std::system_error(-result, std::generic_category(), "random identifier");
+    }
+    Uuid::Bytes bytes;
+    std::copy(std::begin(random.bytes), std::end(random.bytes), bytes.begin());
+    return Uuid(bytes);
+}
+
+} // namespace
 
 Uuid KeptUuid::get() {
     const auto [text, isCertain] = kept_.read(name_);

@@ -2,10 +2,8 @@
 
 #include "Diagnostics.h"
 #include "KeptValues.h"
-#include "basics/Environment.h"
-#include "basics/StandardError.h"
+#include "basics/SystemFiles.h"
 #include "bus/Bus.h"
-#include "device/BundleIdentifier.h"
 #include "device/NativeDevice.h"
 #include "http/CurlSession.h"
 #include "http/CurlUrl.h"
@@ -26,10 +24,12 @@
 #include "morvellacinto/platform/SystemVersion.h"
 #include "morvellacinto/platform/UrlParser.h"
 
-#include <cerrno> // program_invocation_short_name
+#include <cerrno> // program_invocation_short_name too
 #include <chrono>
-#include <mutex>
+#include <csignal>
+#include <ctime>
 #include <stdexcept>
+#include <sys/uio.h>
 #include <unistd.h>
 #include <utility>
 
@@ -79,6 +79,29 @@ private:
     WorkerPool& workers_;
 };
 
+iovec piece(std::string_view text) {
+    // writev only reads, but its interface cannot say so.
+    return {const_cast<char*>(text.data()), text.size()};
+}
+
+// In one piece, and without SIGPIPE when nobody reads it any more.
+void writeLineToStandardError(std::string_view prefix, std::string_view text) noexcept {
+    sigset_t brokenPipe;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    sigpending(&pending);
+    pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
+    const iovec line[] = {piece(prefix), piece(text), piece("\n")};
+    const auto written = writev(STDERR_FILENO, line, 3);
+    if (written < 0 && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
+        constexpr timespec atOnce{0, 0};
+        sigtimedwait(&brokenPipe, nullptr, &atOnce);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 // Lines for a function of the host, or for standard error.
 Diagnostics linesTo(std::function<void(std::string_view)> write, std::string_view prefix) {
     return [write = std::move(write), prefix](std::string_view line) {
@@ -124,37 +147,12 @@ std::filesystem::path dataDirectoryOr(const std::filesystem::path& chosen) {
                                 "to an absolute path that could stand for it");
 }
 
-// The settings, made when first asked for: finding the bundle's name may open a file. Shared with
-// what may store a value late, such as the user's answer to a question.
-class Settings {
-public:
-    Settings(std::filesystem::path directory, std::function<std::optional<std::string>()> bundle,
-             Diagnostics diagnostics)
-        : directory_(std::move(directory)), bundle_(std::move(bundle)),
-          diagnostics_(std::move(diagnostics)) {}
-
-    SqliteDefaults& defaults() {
-        std::call_once(made_, [this] {
-            defaults_.emplace(directory_, bundle_().value_or(program_invocation_short_name),
-                              diagnostics_);
-        });
-        return *defaults_;
-    }
-
-private:
-    const std::filesystem::path directory_;
-    const std::function<std::optional<std::string>()> bundle_;
-    const Diagnostics diagnostics_;
-    std::once_flag made_;
-    std::optional<SqliteDefaults> defaults_;
-};
-
-KeptValues keptIn(const std::shared_ptr<Settings>& settings) {
-    return {[settings](std::string_view name) { return settings->defaults().adapterValue(name); },
+KeptValues keptIn(const std::shared_ptr<SqliteDefaults>& settings) {
+    return {[settings](std::string_view name) { return settings->adapterValue(name); },
             [settings](std::string_view name, std::string_view text) {
-                settings->defaults().setAdapterValue(name, text);
+                settings->setAdapterValue(name, text);
             },
-            [settings] { return settings->defaults().synchronize(); }};
+            [settings] { return settings->synchronize(); }};
 }
 
 } // namespace
@@ -162,9 +160,10 @@ KeptValues keptIn(const std::shared_ptr<Settings>& settings) {
 struct NativePlatform::Services {
     explicit Services(NativeOptions options)
         : diagnostics(linesTo(std::move(options.diagnostics), "morvellacinto: ")),
-          bundle(std::move(options.bundleIdentifier)),
-          settings(std::make_shared<Settings>(dataDirectoryOr(options.dataDirectory), bundle,
-                                              diagnostics)),
+          bundle(findBundleIdentifier(std::move(options.bundleIdentifier))),
+          settings(std::make_shared<SqliteDefaults>(dataDirectoryOr(options.dataDirectory),
+                                                    bundle.value_or(program_invocation_short_name),
+                                                    diagnostics)),
           developerLog(std::move(options.developerLog)), device(bundle, bus, keptIn(settings)),
           tracking(mainQueue, keptIn(settings), std::move(options.trackingQuestion)),
           location(std::make_shared<NativeLocation>(
@@ -173,8 +172,8 @@ struct NativePlatform::Services {
               HttpOptions{.trustAnchors = std::move(options.trustAnchors)}, workers)) {}
 
     const Diagnostics diagnostics;
-    const BundleIdentifier bundle;
-    const std::shared_ptr<Settings> settings;
+    const std::optional<std::string> bundle;
+    const std::shared_ptr<SqliteDefaults> settings;
     StopSignal stopSignal;
     const std::shared_ptr<MainQueue> mainQueue = std::make_shared<MainQueue>();
     // Before what posts to it: it is destroyed after that.
@@ -252,9 +251,7 @@ platform::AssertionHandler& NativePlatform::assertionHandler() {
 
 platform::SystemVersion& NativePlatform::systemVersion() { return services_->systemVersion; }
 
-platform::UserDefaults& NativePlatform::standardUserDefaults() {
-    return services_->settings->defaults();
-}
+platform::UserDefaults& NativePlatform::standardUserDefaults() { return *services_->settings; }
 
 platform::UrlParser& NativePlatform::urlParser() { return services_->urlParser; }
 
@@ -275,7 +272,7 @@ NativePlatform::makeHttpSession(platform::HttpSessionConfiguration configuration
                                          services_->workers);
 }
 
-Object NativePlatform::storedSettings() const { return services_->settings->defaults().contents(); }
+Object NativePlatform::storedSettings() const { return services_->settings->contents(); }
 
 void NativePlatform::shutdown() {
     if (services_->isForkedChild()) {
@@ -285,11 +282,11 @@ void NativePlatform::shutdown() {
     // time even while a worker is busy with code of the host.
     services_->mainQueue->shutdown();
     services_->stopSignal.raise();
-    services_->settings->defaults().endWaits();
+    services_->settings->endWaits();
     services_->location->shutdown();
     services_->http->stop();
     services_->workers.shutdown();
-    services_->settings->defaults().close();
+    services_->settings->close();
     services_->mainQueue->awaitBlock();
 }
 

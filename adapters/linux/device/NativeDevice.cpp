@@ -1,8 +1,6 @@
 #include "NativeDevice.h"
 
-#include "HardwareModel.h"
-#include "basics/Environment.h"
-#include "basics/KeyFile.h"
+#include "basics/SystemFiles.h"
 #include "basics/VisibleText.h"
 #include "bus/Bus.h"
 
@@ -49,13 +47,22 @@ std::string localeIdentifierOf(std::string_view localeName) {
     return std::string(name);
 }
 
-NativeDevice::NativeDevice(BundleIdentifier bundle, Bus& bus, KeptValues kept,
+std::optional<std::string> findBundleIdentifier(std::optional<std::string> chosen,
+                                                const std::filesystem::path& root) {
+    if (chosen && !chosen->empty()) {
+        return chosen;
+    }
+    if (auto known = asciiWord(environment("FLATPAK_ID"))) {
+        return known;
+    }
+    return asciiWord(readKey(root / ".flatpak-info", "Application", "name").value_or(""));
+}
+
+NativeDevice::NativeDevice(std::optional<std::string> bundle, Bus& bus, KeptValues kept,
                            std::filesystem::path root)
     : locale_(localeIdentifierOf(nonEmptyVariable({"LC_ALL", "LC_MESSAGES", "LANG"}))),
       bundle_(std::move(bundle)), root_(std::move(root)), bus_(bus),
       vendorIdentifier_(std::move(kept)) {}
-
-std::optional<std::string> NativeDevice::localeIdentifier() const { return locale_; }
 
 std::optional<std::string> NativeDevice::systemVersion() const {
     for (const char* path : {"etc/os-release", "usr/lib/os-release"}) {
@@ -73,12 +80,6 @@ std::optional<std::string> NativeDevice::systemVersion() const {
 std::optional<Uuid> NativeDevice::identifierForVendor() const {
     return vendorIdentifier_.of(vendorOf(bundleIdentifier().value_or(std::string())));
 }
-
-std::optional<std::string> NativeDevice::bundleIdentifier() const { return bundle_(); }
-
-float NativeDevice::batteryLevel() const { return battery().level; }
-
-std::int64_t NativeDevice::batteryState() const { return battery().state; }
 
 std::optional<std::string> NativeDevice::hardwareMachine() const {
     {

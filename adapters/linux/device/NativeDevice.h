@@ -1,9 +1,8 @@
 #pragma once
 
-// Read NativeDevice.h, then the facts one by one.
+// Read NativeDevice, then Hardware and VendorIdentifier (on KeptUuid and Sha256).
 
-#include "Battery.h"
-#include "BundleIdentifier.h"
+#include "Hardware.h"
 #include "KeptValues.h"
 #include "VendorIdentifier.h"
 
@@ -22,7 +21,11 @@ namespace morvellacinto::native {
 /// gives "sv_SE"). C, POSIX and what is no locale name give "en_US_POSIX".
 [[nodiscard]] std::string localeIdentifierOf(std::string_view localeName);
 
-class Bus;
+/// The application's identifier: the host's own word, else Flatpak's. Nothing outside of Flatpak
+/// when the host chose none, or an empty one. `root` is the folder that the system's files are
+/// looked up in.
+[[nodiscard]] std::optional<std::string>
+findBundleIdentifier(std::optional<std::string> chosen, const std::filesystem::path& root = "/");
 
 /// Device facts from the environment, the kernel, files of the system and services on the bus.
 class NativeDevice final : public platform::Device {
@@ -30,22 +33,22 @@ public:
     /// Reads the environment, since the host may change it later while another thread would read
     /// it; opens no file. `bus` must outlive this. `root` is the folder that the system's files
     /// are looked up in.
-    NativeDevice(BundleIdentifier bundle, Bus& bus, KeptValues kept,
+    NativeDevice(std::optional<std::string> bundle, Bus& bus, KeptValues kept,
                  std::filesystem::path root = "/");
 
-    [[nodiscard]] std::optional<std::string> localeIdentifier() const override;
+    [[nodiscard]] std::optional<std::string> localeIdentifier() const override { return locale_; }
     [[nodiscard]] std::optional<std::string> systemVersion() const override;
     [[nodiscard]] std::optional<Uuid> identifierForVendor() const override;
-    [[nodiscard]] std::optional<std::string> bundleIdentifier() const override;
-    [[nodiscard]] float batteryLevel() const override;
-    [[nodiscard]] std::int64_t batteryState() const override;
+    [[nodiscard]] std::optional<std::string> bundleIdentifier() const override { return bundle_; }
+    [[nodiscard]] float batteryLevel() const override { return battery().level; }
+    [[nodiscard]] std::int64_t batteryState() const override { return battery().state; }
     [[nodiscard]] std::optional<std::string> hardwareMachine() const override;
 
 private:
     [[nodiscard]] Battery battery() const;
 
     const std::string locale_;
-    const BundleIdentifier bundle_;
+    const std::optional<std::string> bundle_;
     const std::filesystem::path root_;
     Bus& bus_;
     const VendorIdentifier vendorIdentifier_;

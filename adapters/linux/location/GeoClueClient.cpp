@@ -33,7 +33,7 @@ void GeoClueClient::startUpdatingLocation() {
         });
     };
     try {
-        const auto bundle = location_->options().bundleIdentifier();
+        const auto bundle = location_->options().bundleIdentifier;
         if (!bundle) {
             throw std::runtime_error("the application has no bundle identifier to ask with");
         }

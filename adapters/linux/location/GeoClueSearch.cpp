@@ -1,7 +1,6 @@
 #include "NativeLocation.h"
 
-#include "basics/Environment.h"
-#include "basics/KeyFile.h"
+#include "basics/SystemFiles.h"
 
 #include <algorithm>
 #include <sstream>

@@ -11,7 +11,7 @@ namespace morvellacinto::native {
 NativeLocation::NativeLocation(const std::shared_ptr<MainQueue>& mainQueue, Bus& bus,
                                WorkerPool& workers, LocationOptions options)
     : mainQueue_(mainQueue), bus_(bus), options_(std::move(options)),
-      permission_([this] { return options_.bundleIdentifier() && options_.serviceExists(); }),
+      permission_([this] { return options_.bundleIdentifier && options_.serviceExists(); }),
       workers_(&workers) {}
 
 std::shared_ptr<platform::LocationService> NativeLocation::makeService() {

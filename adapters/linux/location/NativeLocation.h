@@ -28,7 +28,7 @@ class WorkerPool;
 
 struct LocationOptions {
     /// GeoClue knows the application by it; without one there is no location.
-    std::function<std::optional<std::string>()> bundleIdentifier;
+    std::optional<std::string> bundleIdentifier;
     /// How long to wait for a fix.
     std::chrono::milliseconds timeout = std::chrono::seconds(30);
     std::function<bool()> serviceExists = geoClueSearch();

@@ -1,6 +1,6 @@
 #include "InterfaceFacts.h"
 
-#include "basics/KeyFile.h"
+#include "basics/SystemFiles.h"
 
 namespace morvellacinto::native {
 

@@ -2,7 +2,7 @@
 
 #include "Routes.h"
 #include "WifiNetworks.h"
-#include "basics/KeyFile.h"
+#include "basics/SystemFiles.h"
 
 #include <sys/socket.h>
 #include <utility>

@@ -1,8 +1,7 @@
 #include "WorkerPool.h"
 
-#include "SignalsBlocked.h"
-
 #include <condition_variable>
+#include <csignal>
 #include <list>
 #include <mutex>
 #include <pthread.h>
@@ -13,8 +12,26 @@
 namespace morvellacinto::native {
 
 namespace {
+
 constexpr std::size_t maximumThreads = 64;
 thread_local const void* poolOfThisThread = nullptr;
+
+// All signals are blocked on this thread while it lives; a thread made meanwhile inherits that.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_{};
+};
+
 } // namespace
 
 struct WorkerPool::Item {

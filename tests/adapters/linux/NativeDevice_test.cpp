@@ -1,6 +1,6 @@
 #include "PrivateBus.h"
 
-#include "basics/KeyFile.h"
+#include "basics/SystemFiles.h"
 #include "device/NativeDevice.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ namespace {
 // Facts that come from no service.
 struct DeviceIn {
     explicit DeviceIn(std::optional<std::string> bundle, const std::filesystem::path& root = "/")
-        : device(BundleIdentifier(std::move(bundle), root), bus, {}, root) {}
+        : device(findBundleIdentifier(std::move(bundle), root), bus, {}, root) {}
 
     StopSignal stopSignal;
     Bus bus{[](std::string_view) {}, stopSignal};

@@ -2,8 +2,7 @@
 #include "PrivateBus.h"
 
 #include "bus/Bus.h"
-#include "device/Battery.h"
-#include "device/HardwareModel.h"
+#include "device/Hardware.h"
 #include "device/NativeDevice.h"
 #include "device/Sha256.h"
 #include "device/VendorIdentifier.h"
@@ -48,7 +47,7 @@ TEST(HardwareModel, ComesFromTheFirstSourceThatTellsIt) {
     const TemporaryRoot root;
     utsname names{};
     uname(&names);
-    const NativeDevice device(BundleIdentifier({}), daemon.bus, {}, root.path());
+    const NativeDevice device({}, daemon.bus, {}, root.path());
     EXPECT_EQ(device.hardwareMachine(), names.machine);
     const auto model = [&] { return findHardwareModel(daemon.bus, root.path()); };
     MockService host("org.freedesktop.hostname1");

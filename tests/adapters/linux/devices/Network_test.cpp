@@ -1,7 +1,7 @@
 #include "MockService.h"
 #include "PrivateBus.h"
 
-#include "basics/KeyFile.h"
+#include "basics/SystemFiles.h"
 #include "basics/VisibleText.h"
 #include "network/NativeNetwork.h"
 #include "network/Routes.h"

@@ -1,17 +1,21 @@
-#include "HardwareModel.h"
+#include "Hardware.h"
 
-#include "basics/KeyFile.h"
+#include "basics/SystemFiles.h"
 #include "basics/VisibleText.h"
 #include "bus/Bus.h"
 #include "bus/BusValues.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string_view>
 #include <sys/utsname.h>
 
 namespace morvellacinto::native {
 
 namespace {
+
+// By UPower's number: a battery that waits on the charger is charging.
+constexpr std::int64_t states[] = {0, 2, 1, 1, 3, 2, 1};
 
 // The first line, which in the device tree ends with a zero.
 std::optional<std::string> firstLine(const std::filesystem::path& path) {
@@ -22,6 +26,23 @@ std::optional<std::string> firstLine(const std::filesystem::path& path) {
 }
 
 } // namespace
+
+Battery batteryIn(const Object& displayDevice) {
+    const auto percentage = doubleMember(displayDevice, "Percentage");
+    if (!boolMember(displayDevice, "IsPresent").value_or(false) || !percentage ||
+        !(*percentage >= 0 && *percentage <= 100)) {
+        return {};
+    }
+    const auto state = integerMember(displayDevice, "State").value_or(0);
+    const bool isKnown = state >= 0 && state < std::ssize(states);
+    return {static_cast<float>(*percentage / 100), isKnown ? states[state] : 0};
+}
+
+Battery readBattery(Bus& bus) {
+    return batteryIn(propertiesIn(bus.call(
+        readProperties("org.freedesktop.UPower", "/org/freedesktop/UPower/devices/DisplayDevice",
+                       "org.freedesktop.UPower.Device"))));
+}
 
 std::optional<std::string> findHardwareModel(Bus& bus, const std::filesystem::path& root) {
     for (const char* path : {"proc/device-tree/model", "sys/devices/virtual/dmi/id/product_name"}) {

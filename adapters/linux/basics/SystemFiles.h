@@ -1,11 +1,19 @@
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace morvellacinto::native {
+
+/// The variable's text, empty when it is not set. Safe on any thread, as long as the host does not
+/// change its environment meanwhile.
+inline std::string environment(const char* name) {
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
+    return value != nullptr ? value : "";
+}
 
 /// What a small file holds, at most its first 64 KiB; nothing when it cannot be read. Never waits
 /// for a writer, and leaves nothing open to programs that the host starts.

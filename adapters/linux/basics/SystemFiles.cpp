@@ -1,4 +1,4 @@
-#include "KeyFile.h"
+#include "SystemFiles.h"
 
 #include <fcntl.h>
 #include <sstream>
