@@ -19,8 +19,8 @@ constexpr int applicationId = 0x4D564331;
 constexpr int layoutVersion = 1;
 
 // The log is cut to about the size at which SQLite empties it.
-constexpr const char* preparation = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;"
-                                    "PRAGMA journal_size_limit = 4194304";
+constexpr const char* openExisting = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;"
+                                     "PRAGMA journal_size_limit = 4194304";
 
 // Keys are blobs: compared byte by byte, and whatever bytes a damaged file has read back as such.
 // Nothing is journalled: a file that is not complete is thrown away.
@@ -57,7 +57,7 @@ std::string_view blobColumn(sqlite3_stmt* statement, int column) {
 } // namespace
 
 SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, const Wait& wait)
-    : SettingsDatabase(file, wait, preparation) {}
+    : SettingsDatabase(file, wait, openExisting) {}
 
 void SettingsDatabase::fill(const std::filesystem::path& file, const std::vector<Change>& content,
                             const Wait& wait) {

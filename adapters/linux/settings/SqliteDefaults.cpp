@@ -147,7 +147,7 @@ bool SqliteDefaults::flush(const Wait& wait, Report& report) const {
 SqliteDefaults::Lock SqliteDefaults::connect(const Wait& wait, Report& report) const {
     std::string damage;
     try {
-        const Lock shared = files_.lock(SettingsFiles::Sharing::shared, wait);
+        Lock shared = files_.lock(SettingsFiles::Sharing::shared, wait);
         if (reach(wait, report)) {
             return shared;
         }
@@ -160,7 +160,7 @@ SqliteDefaults::Lock SqliteDefaults::connect(const Wait& wait, Report& report) c
 // For a database that is damaged or missing, unless others have replaced it.
 SqliteDefaults::Lock SqliteDefaults::replace(std::string damage, const Wait& wait,
                                              Report& report) const {
-    const Lock alone = files_.lock(SettingsFiles::Sharing::alone, wait);
+    Lock alone = files_.lock(SettingsFiles::Sharing::alone, wait);
     try {
         const bool isOpen = database_ != nullptr && !database_->wasMoved();
         if ((damage.empty() || !isOpen) && reach(wait, report)) {

@@ -4,7 +4,6 @@
 
 #include <ctime>
 #include <mutex>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -27,7 +26,7 @@ std::chrono::milliseconds coarseNow() noexcept {
 
 std::optional<Value> Store::find(Space space, std::string_view key) const {
     const std::shared_lock lock(mutex_);
-    const auto entry = entries_.find(std::tuple(space, key));
+    const auto entry = entries_.find(std::pair(space, key));
     return entry == entries_.end() ? std::nullopt : entry->second.value;
 }
 
@@ -35,8 +34,8 @@ Object Store::contents(Space space) const {
     Object all;
     const std::shared_lock lock(mutex_);
     for (const auto& [name, entry] : entries_) {
-        if (entry.value && std::get<Space>(name) == space) {
-            all.set(std::get<std::string>(name), *entry.value);
+        if (entry.value && name.first == space) {
+            all.set(name.second, *entry.value);
         }
     }
     return all;
@@ -58,7 +57,7 @@ std::vector<Store::Change> Store::pending() const {
     const std::shared_lock lock(mutex_);
     for (const auto& [name, entry] : entries_) {
         if (entry.isPending) {
-            pending.push_back({std::get<Space>(name), std::get<std::string>(name), entry.blob});
+            pending.push_back({name.first, name.second, entry.blob});
         }
     }
     return pending;
@@ -67,7 +66,7 @@ std::vector<Store::Change> Store::pending() const {
 void Store::committed(const std::vector<Change>& changes) {
     const std::unique_lock lock(mutex_);
     for (const Change& change : changes) {
-        const auto entry = entries_.find(std::tuple(change.space, std::string_view(change.key)));
+        const auto entry = entries_.find(std::pair(change.space, std::string_view(change.key)));
         if (entry == entries_.end() || entry->second.blob != change.blob) {
             continue; // closed or changed again meanwhile
         }
@@ -84,7 +83,7 @@ std::vector<Store::Change> Store::everything() const {
     const std::shared_lock lock(mutex_);
     for (const auto& [name, entry] : entries_) {
         if (entry.value) {
-            all.push_back({std::get<Space>(name), std::get<std::string>(name),
+            all.push_back({name.first, name.second,
                            std::make_shared<const std::string>(encodeValue(*entry.value))});
         }
     }

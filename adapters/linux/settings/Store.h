@@ -4,10 +4,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <map>
 #include <shared_mutex>
-#include <tuple>
+#include <utility>
 
 namespace morvellacinto::native {
 
@@ -49,7 +48,15 @@ private:
         std::shared_ptr<const std::string> blob; // what to flush; null removes
         bool isPending = false;
     };
-    using Entries = std::map<std::tuple<Space, std::string>, Entry, std::less<>>;
+    struct Before {
+        using is_transparent = void;
+        template <class A, class B>
+        bool operator()(const A& a, const B& b) const noexcept {
+            return a.first != b.first ? a.first < b.first
+                                      : std::string_view(a.second) < std::string_view(b.second);
+        }
+    };
+    using Entries = std::map<std::pair<Space, std::string>, Entry, Before>;
 
     mutable std::shared_mutex mutex_;
     Entries entries_;

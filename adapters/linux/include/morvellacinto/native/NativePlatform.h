@@ -91,8 +91,8 @@ public:
     /// Gives the user another advertising identifier, for a host that offers them that.
     void resetAdvertisingIdentifier();
     /// Records that the user changed their mind about being tracked: a
-    /// `platform::TrackingAuthorization`, 0 to have them asked again. It holds in this process in any
-    /// case; true when it would also survive loss of power. When it is false, the next
+    /// `platform::TrackingAuthorization`, 0 to have them asked again. It holds in this process in
+    /// any case; true when it would also survive loss of power. When it is false, the next
     /// `synchronize()` of the defaults tries again. Throws std::invalid_argument for any other
     /// number.
     [[nodiscard]] bool setTrackingAuthorization(std::uint64_t status);
