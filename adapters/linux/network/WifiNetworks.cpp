@@ -4,8 +4,6 @@
 #include "bus/BusConnection.h"
 #include "bus/BusValues.h"
 
-#include <systemd/sd-bus.h>
-
 namespace morvellacinto::native {
 
 namespace {

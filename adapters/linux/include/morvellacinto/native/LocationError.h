@@ -10,13 +10,10 @@ inline constexpr std::string_view locationErrorDomain = "morvellacinto.location"
 
 /// What `KRError::code` holds in that domain. The numbers are stable.
 enum class LocationErrorCode : std::int64_t {
-    /// No system bus, no location service on it (or one that has just ended and cannot be started
-    /// again), or no bundle identifier.
-    unavailable = 1,
-    denied = 2,   ///< the user or the system's configuration refuses
-    timedOut = 3, ///< no fix came in time, or the service did not answer
-    lost = 4,     ///< the bus went away while updates ran
-
+    unavailable = 1, ///< no system bus, no location service on it, or no bundle identifier
+    denied = 2,      ///< the user or the system's configuration refuses
+    timedOut = 3,    ///< no fix came in time, or the service did not answer
+    lost = 4,        ///< the service or the bus went away while updates ran
     other = 99,
 };
 
