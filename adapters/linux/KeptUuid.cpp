@@ -23,31 +23,22 @@ Uuid randomUuid() {
 
 Uuid KeptUuid::get() {
     const auto [text, isCertain] = kept_.read(name_);
-    if (const auto kept = text ? Uuid::parse(*text) : std::nullopt) {
-        return *kept;
-    }
-    Uuid made;
-    {
-        const std::lock_guard lock(mutex_);
-        made_ = made_ ? made_ : randomUuid();
-        made = *made_;
-        if (isCertain) {
-            kept_.set(name_, made.text());
-        }
-    }
-    if (isCertain) {
+    const auto kept = text ? Uuid::parse(*text) : std::nullopt;
+    return kept ? *kept : keep(false, isCertain);
+}
+
+void KeptUuid::makeAnew() { static_cast<void>(keep(true, true)); }
+
+Uuid KeptUuid::keep(bool isAnew, bool isForLong) {
+    std::unique_lock lock(mutex_);
+    const Uuid made = isAnew || !made_ ? randomUuid() : *made_;
+    made_ = made;
+    if (isForLong) {
+        kept_.set(name_, made.text());
+        lock.unlock();
         static_cast<void>(kept_.flush()); // which tells the host of a failure
     }
     return made;
-}
-
-void KeptUuid::makeAnew() {
-    {
-        const std::lock_guard lock(mutex_);
-        made_ = randomUuid();
-        kept_.set(name_, made_->text());
-    }
-    static_cast<void>(kept_.flush());
 }
 
 } // namespace morvellacinto::native

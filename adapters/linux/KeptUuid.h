@@ -20,6 +20,8 @@ public:
     void makeAnew();
 
 private:
+    Uuid keep(bool isAnew, bool isForLong);
+
     const KeptValues kept_;
     const std::string_view name_;
     std::mutex mutex_; // so that what is made last is kept

@@ -15,27 +15,22 @@ namespace morvellacinto::native {
 
 namespace {
 
-constexpr int applicationId = 0x4D564331;
-constexpr int layoutVersion = 1;
-
 // The log is cut to about the size at which SQLite empties it.
 constexpr const char* openExisting = "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;"
                                      "PRAGMA journal_size_limit = 4194304";
 
 // Keys are blobs: compared byte by byte, and whatever bytes a damaged file has read back as such.
 // Nothing is journalled: a file that is not complete is thrown away.
-std::string createLayout() {
-    return "PRAGMA auto_vacuum = FULL; PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; BEGIN;"
-           "CREATE TABLE entry (space INTEGER NOT NULL, key BLOB NOT NULL, stamp INTEGER NOT NULL,"
-           " sum INTEGER NOT NULL, value BLOB NOT NULL, PRIMARY KEY (space, key)) WITHOUT ROWID;"
-           "PRAGMA application_id = " +
-           std::to_string(applicationId) +
-           "; PRAGMA user_version = " + std::to_string(layoutVersion) + "; COMMIT";
-}
+constexpr const char* createLayout =
+    "PRAGMA auto_vacuum = FULL; PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; BEGIN;"
+    "CREATE TABLE entry (space INTEGER NOT NULL, key BLOB NOT NULL, stamp INTEGER NOT NULL,"
+    " sum INTEGER NOT NULL, value BLOB NOT NULL, PRIMARY KEY (space, key)) WITHOUT ROWID;"
+    "PRAGMA application_id = 0x4D564331; PRAGMA user_version = 1; COMMIT";
+constexpr int applicationId = 0x4D564331;
+constexpr int layoutVersion = 1;
 
 // With SQLITE_ERROR it refuses our own words, which are fine, so the tables are not ours.
-constexpr std::array damage{SQLITE_CORRUPT, SQLITE_NOTADB, SQLITE_FORMAT, SQLITE_SCHEMA,
-                            SQLITE_ERROR};
+constexpr std::array damage{SQLITE_CORRUPT, SQLITE_NOTADB, SQLITE_SCHEMA, SQLITE_ERROR};
 
 int waitWhileBusy(void* wait, int) { return static_cast<const Wait*>(wait)->goesOn() ? 1 : 0; }
 
@@ -48,20 +43,17 @@ std::int64_t checksum(Space space, std::string_view key, std::int64_t stamp,
 }
 
 std::string_view blobColumn(sqlite3_stmt* statement, int column) {
-    const void* bytes = sqlite3_column_blob(statement, column);
-    const int length = sqlite3_column_bytes(statement, column);
-    return {static_cast<const char*>(bytes),
-            bytes == nullptr ? 0 : static_cast<std::size_t>(length)};
+    const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(statement, column));
+    return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement, column))};
 }
 
 } // namespace
 
-SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, const Wait& wait)
+SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Wait& wait)
     : SettingsDatabase(file, wait, openExisting) {}
 
-void SettingsDatabase::fill(const std::filesystem::path& file, const std::vector<Change>& content,
-                            const Wait& wait) {
-    SettingsDatabase filled(file, wait, createLayout());
+void SettingsDatabase::fill(const std::filesystem::path& file, const Entries& content, Wait& wait) {
+    SettingsDatabase filled(file, wait, createLayout);
     filled.write(content);
     filled.run("PRAGMA journal_mode = WAL");
     sqlite3_db_config(filled.connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
@@ -75,56 +67,53 @@ bool SettingsDatabase::wasMoved() const {
 
 int SettingsDatabase::version() const { return numberOf("PRAGMA data_version"); }
 
-void SettingsDatabase::read(std::vector<Row>& rows) const {
+std::size_t SettingsDatabase::read(Entries& rows) const {
+    std::size_t damaged = 0;
     const Statement all = prepare("SELECT space, key, stamp, sum, value FROM entry");
     while (step(all)) {
-        if (wait_->isUnwanted()) {
-            throw BusyError("the settings were closed while they were read");
-        }
         const Space space{sqlite3_column_int(all.get(), 0)};
         const std::string_view key = blobColumn(all.get(), 1);
         const std::string_view blob = blobColumn(all.get(), 4);
-        if (space != Space::settings && space != Space::adapter) {
-            continue;
-        }
         const bool isSound = checksum(space, key, sqlite3_column_int64(all.get(), 2), blob) ==
                              sqlite3_column_int64(all.get(), 3);
-        rows.push_back({space, std::string(key), isSound ? decodeValue(blob) : std::nullopt});
+        if (auto value = isSound ? decodeValue(blob) : std::nullopt) {
+            rows.try_emplace({space, std::string(key)}, Entry{std::move(value), nullptr});
+        } else {
+            ++damaged;
+        }
     }
+    return damaged;
 }
 
-void SettingsDatabase::write(const std::vector<Change>& changes) {
+void SettingsDatabase::write(const Entries& changes) {
     std::int64_t stamp = 0; // makes the checksum of a value another one each time
     sqlite3_randomness(sizeof stamp, &stamp);
     const Statement store = prepare("REPLACE INTO entry (space, key, stamp, sum, value)"
                                     " VALUES (?1, ?2, ?3, ?4, ?5)");
     const Statement remove = prepare("DELETE FROM entry WHERE space = ?1 AND key = ?2");
-    run("BEGIN IMMEDIATE");
-    try {
-        for (const Change& change : changes) {
-            sqlite3_stmt* const statement = (change.blob ? store : remove).get();
-            sqlite3_bind_int(statement, 1, static_cast<int>(change.space));
-            sqlite3_bind_blob64(statement, 2, change.key.data(), change.key.size(), SQLITE_STATIC);
-            if (change.blob) {
-                sqlite3_bind_int64(statement, 3, stamp);
-                sqlite3_bind_int64(statement, 4,
-                                   checksum(change.space, change.key, stamp, *change.blob));
-                sqlite3_bind_blob64(statement, 5, change.blob->data(), change.blob->size(),
-                                    SQLITE_STATIC);
-            }
-            step(change.blob ? store : remove);
-            sqlite3_reset(statement);
+    run("BEGIN IMMEDIATE"); // closing undoes what was not committed
+    for (const auto& [name, entry] : changes) {
+        const auto& [space, key] = name;
+        const Statement& statement = entry.value ? store : remove;
+        std::string encoded;
+        sqlite3_bind_int(statement.get(), 1, static_cast<int>(space));
+        sqlite3_bind_blob64(statement.get(), 2, key.data(), key.size(), SQLITE_STATIC);
+        if (entry.value) {
+            const std::string& blob =
+                entry.blob ? *entry.blob : (encoded = encodeValue(*entry.value));
+            sqlite3_bind_int64(statement.get(), 3, stamp);
+            sqlite3_bind_int64(statement.get(), 4, checksum(space, key, stamp, blob));
+            sqlite3_bind_blob64(statement.get(), 5, blob.data(), blob.size(), SQLITE_STATIC);
         }
-        run("COMMIT");
-    } catch (...) {
-        sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
-        throw;
+        step(statement);
+        sqlite3_reset(statement.get());
     }
+    run("COMMIT");
 }
 
-SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, const Wait& wait,
-                                   const std::string& preparation)
-    : file_(file), wait_(std::make_unique<Wait>(wait)), connection_(nullptr, sqlite3_close) {
+SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Wait& wait,
+                                   const char* preparation)
+    : file_(file), connection_(nullptr, sqlite3_close) {
     constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE |
                           SQLITE_OPEN_PRIVATECACHE;
     sqlite3* opened = nullptr;
@@ -134,10 +123,10 @@ SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, const Wait
         fail(result);
     }
     const bool mayBeWritten = sqlite3_db_readonly(opened, "main") == 0;
-    sqlite3_busy_handler(opened, waitWhileBusy, wait_.get());
+    sqlite3_busy_handler(opened, waitWhileBusy, &wait);
     // Closing is quick, and leaves a damaged file as it is.
     sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    run("PRAGMA cell_size_check = ON;" + preparation);
+    run(std::string("PRAGMA cell_size_check = ON;") + preparation);
     if (numberOf("PRAGMA user_version") != layoutVersion ||
         numberOf("PRAGMA application_id") != applicationId) {
         throw DamageError(file_.string() + " is no settings database");
@@ -154,13 +143,10 @@ void SettingsDatabase::fail(int result) const {
     if (std::find(damage.begin(), damage.end(), result & 0xFF) != damage.end()) {
         throw DamageError(sentence);
     }
-    if ((result & 0xFF) == SQLITE_BUSY) {
-        throw BusyError(sentence);
-    }
     throw std::runtime_error(sentence);
 }
 
-void SettingsDatabase::run(const std::string& sql) {
+void SettingsDatabase::run(const std::string& sql) const {
     const int result = sqlite3_exec(connection_.get(), sql.c_str(), nullptr, nullptr, nullptr);
     if (result != SQLITE_OK) {
         fail(result);

@@ -1,14 +1,15 @@
 #pragma once
 
-#include "Wait.h"
+#include "SettingsFiles.h"
 #include "morvellacinto/foundation/Value.h"
 
-#include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
-#include <string_view>
-#include <vector>
+#include <tuple>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -18,6 +19,12 @@ namespace morvellacinto::native {
 /// Whose keys they are: neither reaches the other's.
 enum class Space : int { settings = 0, adapter = 1 };
 
+struct Entry {
+    std::optional<Value> value;              ///< nothing removes
+    std::shared_ptr<const std::string> blob; ///< null unless the value was just encoded
+};
+using Entries = std::map<std::tuple<Space, std::string>, Entry, std::less<>>;
+
 /// The database is not what was once written: it has to be replaced.
 class DamageError : public std::runtime_error {
 public:
@@ -26,54 +33,39 @@ public:
 
 /// One connection to a settings database. Not for use by several threads at once.
 ///
-/// Operations throw DamageError, BusyError, or std::runtime_error for what may be over by the next
-/// try, with a sentence that names the file.
+/// Operations throw DamageError, or std::runtime_error for what may be over by the next try, with a
+/// sentence that names the file.
 class SettingsDatabase {
 public:
-    struct Row {
-        Space space;
-        std::string key;
-        std::optional<Value> value; ///< nothing when it is damaged
-    };
-    struct Change {
-        Space space;
-        std::string key;
-        std::shared_ptr<const std::string> blob; ///< null removes
-    };
-
-    /// Opens an existing database. Until its first `read` has ended, nobody may replace it.
-    SettingsDatabase(const std::filesystem::path& file, const Wait& wait);
+    /// Opens an existing database. Until its first `read` has ended, nobody may replace it. `wait`
+    /// outlives this, and is what each operation may wait when it begins.
+    SettingsDatabase(const std::filesystem::path& file, Wait& wait);
 
     /// Makes a database with this content of an empty file, all in that one; flushes nothing.
-    static void fill(const std::filesystem::path& file, const std::vector<Change>& content,
-                     const Wait& wait);
+    static void fill(const std::filesystem::path& file, const Entries& content, Wait& wait);
 
     /// Whether the file that is open no longer has the database's name.
     [[nodiscard]] bool wasMoved() const;
-    /// For the operations that follow.
-    void setWait(const Wait& wait) { *wait_ = wait; }
     /// A number that changes when another connection has committed; never 0.
     [[nodiscard]] int version() const;
-    /// Appends all rows as they are at one moment. When it throws, those appended are sound.
-    void read(std::vector<Row>& rows) const;
+    /// Adds the sound rows that `rows` lacks, as they are at one moment, and counts those that are
+    /// damaged. When it throws, the rows before the failure have been added.
+    std::size_t read(Entries& rows) const;
     /// Makes the changes in one transaction, and returns once they would survive loss of power.
-    void write(const std::vector<Change>& changes);
+    void write(const Entries& changes);
 
 private:
-    using Connection = std::unique_ptr<sqlite3, int (*)(sqlite3*)>;
     using Statement = std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>;
 
-    SettingsDatabase(const std::filesystem::path& file, const Wait& wait,
-                     const std::string& preparation);
+    SettingsDatabase(const std::filesystem::path& file, Wait& wait, const char* preparation);
     [[noreturn]] void fail(int result) const;
-    void run(const std::string& sql);
+    void run(const std::string& sql) const;
     [[nodiscard]] Statement prepare(const char* sql) const;
     bool step(const Statement& statement) const;
     [[nodiscard]] int numberOf(const char* sql) const;
 
-    std::filesystem::path file_;
-    std::unique_ptr<Wait> wait_; // SQLite knows its address
-    Connection connection_;
+    const std::filesystem::path file_;
+    std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection_;
 };
 
 } // namespace morvellacinto::native

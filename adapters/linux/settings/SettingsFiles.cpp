@@ -3,10 +3,12 @@
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <stdexcept>
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace morvellacinto::native {
@@ -25,45 +27,33 @@ std::filesystem::path with(std::filesystem::path path, const char* suffix) {
     return path;
 }
 
+// An open file, and the lock on it. Made by fork() meanwhile, a child has the file open as well, so
+// that closing it would not end the lock.
+struct File {
+    File(const std::filesystem::path& path, int flags)
+        : descriptor(open(path.c_str(), flags | O_CLOEXEC, 0600)) {
+        if (descriptor < 0) {
+            fail("opening " + path.string());
+        }
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File() {
+        flock(descriptor, LOCK_UN);
+        close(descriptor);
+    }
+
+    const int descriptor;
+};
+
 // What a file holds, or which entries a folder has, survives loss of power from here on.
 void flush(const std::filesystem::path& path) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool isFlushed = descriptor >= 0 && fsync(descriptor) == 0;
-    const int error = errno;
-    close(descriptor);
-    if (!isFlushed) {
-        errno = error;
+    if (fsync(File(path, O_RDONLY).descriptor) != 0) {
         fail("flushing " + path.string());
     }
 }
 
-void makeFolder(const std::filesystem::path& folder) {
-    int result = mkdir(folder.c_str(), 0700);
-    if (result != 0 && errno == ENOENT && folder.has_relative_path()) {
-        makeFolder(folder.parent_path());
-        result = mkdir(folder.c_str(), 0700);
-    }
-    if (result == 0) {
-        flush(folder.parent_path());
-    } else if (errno != EEXIST) {
-        fail("making " + folder.string());
-    }
-}
-
-void moveIfThere(const std::filesystem::path& from, const std::filesystem::path& to) {
-    if (rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
-        fail("renaming " + from.string());
-    }
-}
-
-void removeIfThere(const std::filesystem::path& path) {
-    if (unlink(path.c_str()) != 0 && errno != ENOENT) {
-        fail("deleting " + path.string());
-    }
-}
-
-} // namespace
-
+// `text` with everything but letters, digits, '.', '-' and '_' as %XX.
 std::string percentEncoded(std::string_view text) {
     constexpr std::string_view digits = "0123456789ABCDEF";
     constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
@@ -80,6 +70,16 @@ std::string percentEncoded(std::string_view text) {
     return encoded;
 }
 
+} // namespace
+
+bool Wait::goesOn() const {
+    if (*areOver_ || std::chrono::steady_clock::now() >= deadline_) {
+        return false;
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(300)); // a commit takes longer
+    return true;
+}
+
 // The layout's version is part of the names, so that versions never meet in one file.
 SettingsFiles::SettingsFiles(const std::filesystem::path& directory, std::string_view bundle)
     : directory_(directory), database_(directory / (percentEncoded(bundle) + ".v1.db")),
@@ -87,80 +87,56 @@ SettingsFiles::SettingsFiles(const std::filesystem::path& directory, std::string
       aside_(with(database_, ".damaged")) {}
 
 SettingsFiles::Lock SettingsFiles::lock(Sharing sharing, const Wait& wait) const {
-    int descriptor = open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0 && errno == ENOENT) {
-        makeFolder(directory_);
-        descriptor = open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (!std::filesystem::exists(directory_) && std::filesystem::create_directories(directory_)) {
+        std::filesystem::permissions(directory_, std::filesystem::perms::owner_all);
     }
-    if (descriptor < 0) {
-        fail("opening " + directory_.string());
-    }
-    Lock lock(nullptr, [descriptor](void*) {
-        flock(descriptor, LOCK_UN); // or a child made by fork() meanwhile would keep it
-        close(descriptor);
-    });
+    auto lock = std::make_shared<File>(directory_, O_RDONLY | O_DIRECTORY);
     const int operation = (sharing == Sharing::alone ? LOCK_EX : LOCK_SH) | LOCK_NB;
-    while (flock(descriptor, operation) != 0) {
+    while (flock(lock->descriptor, operation) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) {
             fail("locking " + directory_.string());
         }
         if (!wait.goesOn()) {
-            throw BusyError(directory_.string() + " was locked by others for too long");
+            throw std::runtime_error(directory_.string() + " was locked by others for too long");
         }
     }
     return lock;
 }
 
 bool SettingsFiles::hasDatabase() const {
-    bool isThere = false;
     for (const char* suffix : suffixes) {
         const std::filesystem::path file = with(database_, suffix);
         struct stat status {};
-        if (lstat(file.c_str(), &status) != 0) {
-            if (errno != ENOENT) {
-                fail("looking at " + file.string());
-            }
-            continue;
-        }
-        if (!S_ISREG(status.st_mode) || status.st_uid != geteuid() ||
-            (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        if (lstat(file.c_str(), &status) == 0 &&
+            (!S_ISREG(status.st_mode) || status.st_uid != geteuid() ||
+             (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)) {
             throw std::runtime_error(file.string() + " is not used for settings: it is no regular "
                                                      "file that this user alone may write");
         }
-        isThere = isThere || file == database_;
     }
-    return isThere;
+    return std::filesystem::exists(database_);
 }
 
-bool SettingsFiles::hasOrphanedDraft() const {
-    return access(database_.c_str(), F_OK) != 0 && access(complete_.c_str(), F_OK) == 0;
-}
-
-std::filesystem::path SettingsFiles::draft() const {
+void SettingsFiles::replace(
+    const std::function<void(const std::filesystem::path& draft)>& fill) const {
+    if (std::filesystem::exists(database_) || !std::filesystem::exists(complete_)) {
+        for (const char* suffix : suffixes) {
+            std::filesystem::remove(with(draft_, suffix));
+        }
+        static_cast<void>(File(draft_, O_WRONLY | O_CREAT | O_EXCL));
+        fill(draft_);
+        flush(draft_);
+        std::filesystem::rename(draft_, complete_);
+        flush(directory_);
+    }
+    // The log goes with its database: SQLite would play it into the new one. The database goes
+    // first: those who have it open tell by its name that it is no longer in use.
     for (const char* suffix : suffixes) {
-        removeIfThere(with(draft_, suffix));
+        if (const auto old = with(database_, suffix); std::filesystem::exists(old)) {
+            std::filesystem::rename(old, with(aside_, suffix));
+        }
     }
-    const int descriptor = open(draft_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (descriptor < 0) {
-        fail("making " + draft_.string());
-    }
-    close(descriptor);
-    return draft_;
-}
-
-void SettingsFiles::completeDraft() const {
-    flush(draft_);
-    moveIfThere(draft_, complete_);
-    flush(directory_);
-}
-
-// The log goes with its database: SQLite would play it into the new one. The database goes first:
-// those who have it open tell by its name that it is no longer in use.
-void SettingsFiles::installDraft() const {
-    for (const char* suffix : suffixes) {
-        moveIfThere(with(database_, suffix), with(aside_, suffix));
-    }
-    moveIfThere(complete_, database_);
+    std::filesystem::rename(complete_, database_);
     flush(directory_);
 }
 

@@ -1,22 +1,30 @@
 #pragma once
 
-#include "Wait.h"
-
+#include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
-#include <string>
 #include <string_view>
 
 namespace morvellacinto::native {
 
-/// `text` with everything but letters, digits, '.', '-' and '_' as %XX.
-[[nodiscard]] std::string percentEncoded(std::string_view text);
+/// How long an operation may wait for other processes and threads: from now on for `longest`, or
+/// until `areOver`, which outlives this.
+class Wait {
+public:
+    Wait(std::chrono::milliseconds longest, const std::atomic<bool>& areOver)
+        : deadline_(std::chrono::steady_clock::now() + longest), areOver_(&areOver) {}
 
-/// The files that the settings of one bundle live in.
-///
-/// A new database is filled as `draft()`, becomes complete with `completeDraft()` and the database
-/// with `installDraft()`; a process killed in between leaves the old database, or the complete
-/// draft for the next one to install. Failures leave as exceptions with a sentence.
+    /// Pauses for a moment; false when it is time to give up.
+    [[nodiscard]] bool goesOn() const;
+
+private:
+    std::chrono::steady_clock::time_point deadline_;
+    const std::atomic<bool>* areOver_;
+};
+
+/// The files that the settings of one bundle live in. Failures leave as exceptions with a sentence.
 class SettingsFiles {
 public:
     /// Whoever uses the database's name, to open it or to commit, shares the lock; whoever changes
@@ -32,22 +40,18 @@ public:
     [[nodiscard]] const std::filesystem::path& database() const noexcept { return database_; }
     /// Throws for files that others could have a hand in, or that are no regular ones.
     [[nodiscard]] bool hasDatabase() const;
-    /// Whether somebody was kept from installing a complete draft after the database was set aside.
-    [[nodiscard]] bool hasOrphanedDraft() const;
-
-    /// These need the lock for oneself alone. An empty file of this user's:
-    [[nodiscard]] std::filesystem::path draft() const;
-    void completeDraft() const;
-    /// Sets the database aside, in place of the one set aside before, and puts the complete draft
-    /// in its place.
-    void installDraft() const;
+    /// Makes an empty file for this user alone, has it filled, and puts it in place of the
+    /// database, which is set aside in place of the one before. A process killed meanwhile leaves
+    /// the old database or a complete new one, which the next replacement puts in place instead.
+    /// Needs the lock for oneself alone.
+    void replace(const std::function<void(const std::filesystem::path& draft)>& fill) const;
 
 private:
-    std::filesystem::path directory_;
-    std::filesystem::path database_;
-    std::filesystem::path draft_;
-    std::filesystem::path complete_;
-    std::filesystem::path aside_;
+    const std::filesystem::path directory_;
+    const std::filesystem::path database_;
+    const std::filesystem::path draft_;
+    const std::filesystem::path complete_;
+    const std::filesystem::path aside_;
 };
 
 } // namespace morvellacinto::native

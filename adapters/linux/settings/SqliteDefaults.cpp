@@ -2,8 +2,10 @@
 
 #include "ValueBlob.h"
 
-#include <chrono>
+#include <algorithm>
+#include <ctime>
 #include <exception>
+#include <iterator>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -12,6 +14,19 @@ namespace {
 
 constexpr std::chrono::milliseconds flushPatience(5000);
 constexpr std::chrono::milliseconds firstReadPatience(500);
+constexpr std::chrono::milliseconds firstReadInterval(1000);
+// With the clock's tick, what others flush is seen after 100 milliseconds at the latest.
+constexpr std::chrono::milliseconds lookInterval(90);
+
+// The kernel's tick, at most 10 milliseconds wide, at a quarter of the price of the exact time.
+std::chrono::milliseconds coarseNow() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
+}
+
+bool isPending(const Entry& entry) { return entry.blob != nullptr || !entry.value; }
 
 // The last thing that an operation does: the host may let go of the defaults meanwhile.
 void tell(const Diagnostics& diagnostics, const std::vector<std::string>& report) {
@@ -32,39 +47,46 @@ SqliteDefaults::SqliteDefaults(const std::filesystem::path& directory, std::stri
 SqliteDefaults::~SqliteDefaults() { SqliteDefaults::close(); }
 
 std::optional<Value> SqliteDefaults::objectForKey(std::string_view key) const {
-    return read([&] { return store_.find(Space::settings, key); });
+    return read([&] { return find(Space::settings, key); });
 }
 
 void SqliteDefaults::setObjectForKey(Value value, std::string_view key) {
-    auto blob = std::make_shared<const std::string>(encodeValue(value));
-    store_.change(Space::settings, key, std::move(value), std::move(blob));
+    change(Space::settings, key, std::move(value));
 }
 
 void SqliteDefaults::removeObjectForKey(std::string_view key) {
-    store_.change(Space::settings, key, std::nullopt, nullptr);
+    change(Space::settings, key, std::nullopt);
 }
 
 bool SqliteDefaults::synchronize() {
-    Report report;
-    bool isFlushed = false;
-    {
-        const Wait wait(flushPatience, areWaitsOver_);
-        const std::lock_guard lock(mutex_);
-        isFlushed = flush(wait, report);
-    }
+    const Wait wait(flushPatience, areWaitsOver_);
+    std::unique_lock lock(mutex_);
+    wait_ = wait;
+    const bool isFlushed = flush();
+    const Report report = std::exchange(report_, {});
+    lock.unlock();
     tell(diagnostics_, report);
     return isFlushed;
 }
 
 Object SqliteDefaults::contents() const {
-    return read([&] { return store_.contents(Space::settings); });
+    return read([&] {
+        Object all;
+        const std::shared_lock lock(entriesMutex_);
+        for (const auto& [name, entry] : entries_) {
+            if (entry.value && std::get<Space>(name) == Space::settings) {
+                all.set(std::get<std::string>(name), *entry.value);
+            }
+        }
+        return all;
+    });
 }
 
 KeptText SqliteDefaults::adapterValue(std::string_view name) const {
     return read([&] {
         // Asked before the value: what is read in between cannot make it too sure.
-        KeptText kept{std::nullopt, store_.isCurrent()};
-        if (const auto value = store_.find(Space::adapter, name); value && value->isString()) {
+        KeptText kept{std::nullopt, isCurrent_};
+        if (const auto value = find(Space::adapter, name); value && value->isString()) {
             kept = {std::string(value->asString()), true};
         }
         return kept;
@@ -72,8 +94,7 @@ KeptText SqliteDefaults::adapterValue(std::string_view name) const {
 }
 
 void SqliteDefaults::setAdapterValue(std::string_view name, std::string_view text) {
-    store_.change(Space::adapter, name, text,
-                  std::make_shared<const std::string>(encodeValue(text)));
+    change(Space::adapter, name, text);
 }
 
 void SqliteDefaults::close() {
@@ -81,159 +102,181 @@ void SqliteDefaults::close() {
     isClosing_ = true;
     const std::lock_guard lock(mutex_);
     database_.reset();
-    store_.close();
+    isCurrent_ = false;
 }
 
 template <class Find>
 std::invoke_result_t<Find> SqliteDefaults::read(const Find& find) const {
-    Report report;
-    if (store_.isDue()) {
-        look(report);
-    }
+    const Report report = coarseNow() < nextLook_.load() ? Report() : look();
     auto found = find();
     tell(diagnostics_, report);
     return found;
 }
 
-void SqliteDefaults::look(Report& report) const {
-    const Wait wait(store_.wasRead() ? std::chrono::milliseconds(0) : firstReadPatience,
-                    areWaitsOver_);
+SqliteDefaults::Report SqliteDefaults::look() const {
+    const Wait wait(wasRead_ ? std::chrono::milliseconds(0) : firstReadPatience, areWaitsOver_);
     std::unique_lock lock(mutex_, std::try_to_lock);
-    while (!lock.owns_lock() && !store_.wasRead() && wait.goesOn()) {
+    while (!lock.owns_lock() && !wasRead_ && wait.goesOn()) {
         static_cast<void>(lock.try_lock());
     }
-    if (!lock.owns_lock() || !store_.isDue() || isClosing_) {
-        return; // another thread is at it, or has just been
+    if (!lock.owns_lock() || coarseNow() < nextLook_.load() || isClosing_) {
+        return {}; // another thread is at it, or has just been
     }
+    wait_ = wait;
     try {
-        static_cast<void>(connect(wait, report));
+        static_cast<void>(connect(""));
     } catch (const std::exception& error) {
         database_.reset();
-        const bool wasRead = store_.wasRead();
-        store_.looked(false);
-        if (!wasRead || dynamic_cast<const BusyError*>(&error) == nullptr) {
-            tellOnce(error.what(), report);
+        isCurrent_ = false;
+        nextLook_ = coarseNow() + (wasRead_ ? lookInterval : firstReadInterval);
+        tellOnce(error.what());
+    }
+    return std::exchange(report_, {});
+}
+
+std::optional<Value> SqliteDefaults::find(Space space, std::string_view key) const {
+    const std::shared_lock lock(entriesMutex_);
+    const auto entry = entries_.find(std::tuple(space, key));
+    return entry == entries_.end() ? std::nullopt : entry->second.value;
+}
+
+// Nothing removes, also what is not known to be there.
+void SqliteDefaults::change(Space space, std::string_view key, std::optional<Value> value) {
+    Entry changed{std::move(value), nullptr};
+    if (changed.value) {
+        changed.blob = std::make_shared<const std::string>(encodeValue(*changed.value));
+    }
+    const std::unique_lock lock(entriesMutex_);
+    std::swap(entries_[{space, std::string(key)}], changed); // freed when the lock is gone
+}
+
+Entries SqliteDefaults::pending() const {
+    Entries pending;
+    const std::shared_lock lock(entriesMutex_);
+    std::copy_if(entries_.begin(), entries_.end(), std::inserter(pending, pending.end()),
+                 [](const auto& named) { return isPending(named.second); });
+    return pending;
+}
+
+void SqliteDefaults::committed(const Entries& changes) const {
+    const std::unique_lock lock(entriesMutex_);
+    for (const auto& [name, change] : changes) {
+        const auto entry = entries_.find(name);
+        if (entry->second.blob != change.blob) {
+            continue; // changed again meanwhile
+        }
+        entry->second.blob.reset();
+        if (!entry->second.value) {
+            entries_.erase(entry);
         }
     }
 }
 
-bool SqliteDefaults::flush(const Wait& wait, Report& report) const {
-    const std::vector<Store::Change> pending = store_.pending();
-    if (pending.empty() || isClosing_) {
+bool SqliteDefaults::flush() const {
+    const Entries changes = pending();
+    if (changes.empty() || isClosing_) {
         return !isClosing_;
     }
     try {
         Lock lock;
         try {
-            lock = connect(wait, report);
-            database_->write(pending);
+            lock = connect("");
+            database_->write(changes);
         } catch (const DamageError& damage) {
             lock.reset();
-            lock = replace(damage.what(), wait, report);
-            database_->write(pending);
+            lock = connect(damage.what());
+            database_->write(changes);
         }
-        store_.committed(pending);
+        committed(changes);
         return true;
     } catch (const std::exception& error) {
         // After a failed flush to disk nothing is known of the connection's files: open them anew.
         database_.reset();
-        tellOnce(error.what(), report);
+        tellOnce(error.what());
         return false;
     }
 }
 
 // Brings memory up to date with the database that bears the name now, which no other is put in
-// place of while the lock lives.
-SqliteDefaults::Lock SqliteDefaults::connect(const Wait& wait, Report& report) const {
-    std::string damage;
-    try {
-        Lock shared = files_.lock(SettingsFiles::Sharing::shared, wait);
-        if (reach(wait, report)) {
-            return shared;
-        }
-    } catch (const DamageError& error) {
-        damage = error.what();
-    }
-    return replace(std::move(damage), wait, report);
-}
-
-// For a database that is damaged or missing, unless others have replaced it.
-SqliteDefaults::Lock SqliteDefaults::replace(std::string damage, const Wait& wait,
-                                             Report& report) const {
-    Lock alone = files_.lock(SettingsFiles::Sharing::alone, wait);
-    try {
+// place of while the lock lives. One that is missing, or that has this damage, is replaced unless
+// others have done so.
+SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
+    Lock lock;
+    for (const auto sharing : {SettingsFiles::Sharing::shared, SettingsFiles::Sharing::alone}) {
+        lock.reset();
+        lock = files_.lock(sharing, wait_);
         const bool isOpen = database_ != nullptr && !database_->wasMoved();
-        if ((damage.empty() || !isOpen) && reach(wait, report)) {
-            return alone;
+        try {
+            if ((damage.empty() || !isOpen) && reach()) {
+                return lock;
+            }
+        } catch (const DamageError& error) {
+            damage = error.what();
         }
-    } catch (const DamageError& error) {
-        damage = error.what();
     }
     if (damage.empty() && database_ != nullptr) {
         damage = files_.database().string() + " was deleted while it was in use";
     }
-    if (!files_.hasOrphanedDraft()) {
-        rescue();
-        const std::vector<Store::Change> known = store_.everything();
-        SettingsDatabase::fill(files_.draft(), known, wait);
-        files_.completeDraft();
-        if (!damage.empty()) {
-            report.push_back("the settings were begun anew with " + std::to_string(known.size()) +
-                             " known values, and what was damaged of them set aside (" + damage +
-                             ")");
-        }
-    }
+    files_.replace([&](const std::filesystem::path& draft) { fill(draft, damage); });
     database_.reset();
-    files_.installDraft();
-    if (!reach(wait, report)) {
+    if (!reach()) {
         throw std::runtime_error(files_.database().string() + " was deleted at once");
     }
-    return alone;
+    return lock;
 }
 
 // False when there is no database.
-bool SqliteDefaults::reach(const Wait& wait, Report& report) const {
+bool SqliteDefaults::reach() const {
     if (database_ == nullptr || database_->wasMoved()) {
         if (!files_.hasDatabase()) {
             return false;
         }
-        database_ = std::make_unique<SettingsDatabase>(files_.database(), wait);
+        database_ = std::make_unique<SettingsDatabase>(files_.database(), wait_);
         versionRead_ = 0;
     }
-    database_->setWait(wait);
     if (const int version = database_->version(); version != versionRead_) {
-        std::vector<SettingsDatabase::Row> rows;
-        database_->read(rows);
-        for (const SettingsDatabase::Row& row : rows) {
-            if (!row.value) {
-                tellOnce("the value of " + percentEncoded(row.key) + " in " +
-                             files_.database().string() + " is damaged and counts as absent",
-                         report);
-            }
+        Entries rows;
+        if (const std::size_t damaged = database_->read(rows); damaged > 0) {
+            tellOnce(std::to_string(damaged) + " of the values in " + files_.database().string() +
+                     " are damaged and count as absent");
         }
-        store_.takeOver(std::move(rows), true);
+        const std::unique_lock lock(entriesMutex_);
+        std::erase_if(entries_, [](const auto& old) { return !isPending(old.second); });
+        entries_.merge(rows);
         versionRead_ = version; // what others have committed since the question is read again
     }
-    store_.looked(true);
+    nextLook_ = coarseNow() + lookInterval;
+    isCurrent_ = wasRead_ = true;
     return true;
 }
 
-// Takes over what can still be read of the database that is to be replaced.
-void SqliteDefaults::rescue() const {
-    std::vector<SettingsDatabase::Row> rows;
+// With the pending changes, before what can still be read of the database that is to be replaced,
+// before what was read of it earlier.
+void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string& damage) const {
+    Entries known = pending();
     try {
         if (database_ != nullptr) {
-            database_->read(rows);
+            database_->read(known);
         }
     } catch (const std::runtime_error&) {
         // The rows before the damage have been read.
     }
-    store_.takeOver(std::move(rows), false);
+    {
+        const std::unique_lock lock(entriesMutex_);
+        entries_.insert(known.begin(), known.end());
+        known.insert(entries_.begin(), entries_.end());
+    }
+    std::erase_if(known, [](const auto& named) { return !named.second.value; });
+    SettingsDatabase::fill(draft, known, wait_);
+    if (!damage.empty()) {
+        report_.push_back("the settings were begun anew with " + std::to_string(known.size()) +
+                          " known values, and what was damaged of them set aside (" + damage + ")");
+    }
 }
 
-void SqliteDefaults::tellOnce(const std::string& sentence, Report& report) const {
+void SqliteDefaults::tellOnce(const std::string& sentence) const {
     if (!areWaitsOver_ && told_.insert(sentence).second) {
-        report.push_back(sentence);
+        report_.push_back(sentence);
     }
 }
 

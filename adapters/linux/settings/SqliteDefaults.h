@@ -1,19 +1,21 @@
 #pragma once
 
-// Read in this order: SqliteDefaults (the operations, and opening and replacing the database),
-// Store (the values in memory), SettingsDatabase (a connection), SettingsFiles (names and locks).
+// Read in this order: SqliteDefaults (the values in memory, opening and replacing the database),
+// SettingsDatabase (a connection), SettingsFiles (names and locks), ValueBlob.
 
 #include "Diagnostics.h"
 #include "KeptValues.h"
+#include "SettingsDatabase.h"
 #include "SettingsFiles.h"
-#include "Store.h"
 #include "morvellacinto/platform/UserDefaults.h"
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -60,36 +62,46 @@ public:
 
     /// From now on nothing waits for other processes.
     void endWaits() noexcept { areWaitsOver_ = true; }
-    /// As `endWaits`; only a commit that is being written is waited for. Pending changes are dropped. From then on there is nothing to read, changes are ignored and `synchronize` gives
-    /// false.
+    /// As `endWaits`, and waits for a commit that is being written. From then on `synchronize`
+    /// gives false, and reads are answered from what memory holds.
     void close();
 
 private:
-    /// Sentences for the diagnostics, told once no lock is held.
-    using Report = std::vector<std::string>;
     using Lock = SettingsFiles::Lock;
+    using Report = std::vector<std::string>;
 
     template <class Find>
     [[nodiscard]] std::invoke_result_t<Find> read(const Find& find) const;
-    void look(Report& report) const;
-    // `mutex_` is held by the callers of these.
-    [[nodiscard]] bool flush(const Wait& wait, Report& report) const;
-    [[nodiscard]] Lock connect(const Wait& wait, Report& report) const;
-    [[nodiscard]] Lock replace(std::string damage, const Wait& wait, Report& report) const;
-    [[nodiscard]] bool reach(const Wait& wait, Report& report) const;
-    void rescue() const;
-    void tellOnce(const std::string& sentence, Report& report) const;
+    [[nodiscard]] Report look() const;
+    // Of memory:
+    [[nodiscard]] std::optional<Value> find(Space space, std::string_view key) const;
+    void change(Space space, std::string_view key, std::optional<Value> value);
+    [[nodiscard]] Entries pending() const;
+    void committed(const Entries& changes) const;
+    // `mutex_` is held by the callers of these:
+    [[nodiscard]] bool flush() const;
+    [[nodiscard]] Lock connect(std::string damage) const;
+    [[nodiscard]] bool reach() const;
+    void fill(const std::filesystem::path& draft, const std::string& damage) const;
+    void tellOnce(const std::string& sentence) const;
 
     const Diagnostics diagnostics_;
     const SettingsFiles files_;
     std::atomic<bool> areWaitsOver_ = false;
     std::atomic<bool> isClosing_ = false;
-    // Reading brings all of this up to date. No read but the first waits for the mutex.
-    mutable Store store_;
+    // Reading brings all of this up to date.
+    mutable std::shared_mutex entriesMutex_;
+    mutable Entries entries_; // as last read, and over it the changes that wait for a flush
+    mutable std::atomic<std::chrono::milliseconds> nextLook_{};
+    mutable std::atomic<bool> wasRead_ = false;
+    mutable std::atomic<bool> isCurrent_ = false; // the last look found out what is there
+    // For what follows. No read but the first waits for it.
     mutable std::mutex mutex_;
+    mutable Wait wait_{{}, areWaitsOver_}; // of the operation under way
+    mutable Report report_;                // of it too: told once the mutex is free
+    mutable std::set<std::string> told_;
     mutable std::unique_ptr<SettingsDatabase> database_;
-    mutable int versionRead_ = 0;        // of the open database; 0: none yet
-    mutable std::set<std::string> told_; // of failures and damage
+    mutable int versionRead_ = 0; // of the open database; 0: none yet
 };
 
 } // namespace morvellacinto::native

@@ -49,12 +49,10 @@ void putText(std::string& blob, std::string_view text) {
     blob += text;
 }
 
-// `room` is how many containers may still stand in one another.
-void putValue(std::string& blob, const Value& value, unsigned room) {
-    if (room == 0 && (value.isArray() || value.isObject())) {
-        throw std::invalid_argument("a stored value cannot have more than " +
-                                    std::to_string(maximumBlobDepth) +
-                                    " arrays and objects in one another");
+void putValue(std::string& blob, const Value& value, unsigned depth) {
+    if (depth > maximumBlobDepth) {
+        throw std::invalid_argument("a stored value cannot be inside more than " +
+                                    std::to_string(maximumBlobDepth) + " others");
     }
     switch (value.kind()) {
     case Value::Kind::boolean:
@@ -83,7 +81,7 @@ void putValue(std::string& blob, const Value& value, unsigned room) {
         put(blob, Mark::array);
         putVarint(blob, value.asArray().size());
         for (const Value& element : value.asArray()) {
-            putValue(blob, element, room - 1);
+            putValue(blob, element, depth + 1);
         }
         return;
     case Value::Kind::object:
@@ -91,7 +89,7 @@ void putValue(std::string& blob, const Value& value, unsigned room) {
         putVarint(blob, value.asObject().size());
         for (const Object::Member& member : value.asObject()) {
             putText(blob, member.key());
-            putValue(blob, member.value, room - 1);
+            putValue(blob, member.value, depth + 1);
         }
         return;
     case Value::Kind::null:
@@ -104,104 +102,88 @@ void putValue(std::string& blob, const Value& value, unsigned room) {
 // The blob is at fault.
 struct Unreadable {};
 
-class Reader {
-public:
-    explicit Reader(std::string_view blob) : left_(blob) {}
-
-    // These throw Unreadable. `room` is as above.
-    Value value(unsigned room);
-    unsigned char byte() { return static_cast<unsigned char>(bytes(1).front()); }
-    [[nodiscard]] bool isAtEnd() const { return left_.empty(); }
-
-private:
-    Value container(Mark mark, unsigned room);
-    std::uint64_t varint() {
-        std::uint64_t number = 0;
-        for (unsigned shift = 0; shift < 64; shift += 7) {
-            const unsigned char next = byte();
-            number |= std::uint64_t{next & 0x7FU} << shift;
-            if (next < 0x80 && (shift < 63 || next <= 1)) {
-                return number;
-            }
-        }
+// These take from the front, and throw Unreadable when there is too little.
+std::string_view takeBytes(std::string_view& blob, std::uint64_t count) {
+    if (count > blob.size()) {
         throw Unreadable();
     }
-    template <class Bits>
-    Bits fixed() {
-        Bits bits = 0;
-        for (std::size_t index = 0; index < sizeof bits; ++index) {
-            bits |= Bits{byte()} << (8U * index);
-        }
-        return bits;
-    }
-    std::string_view bytes(std::uint64_t count) {
-        if (count > left_.size()) {
-            throw Unreadable();
-        }
-        const std::string_view taken = left_.substr(0, static_cast<std::size_t>(count));
-        left_.remove_prefix(taken.size());
-        return taken;
-    }
-    std::string_view text() { return bytes(varint()); }
+    const std::string_view taken = blob.substr(0, static_cast<std::size_t>(count));
+    blob.remove_prefix(taken.size());
+    return taken;
+}
 
-    std::string_view left_;
-};
+template <class Bits>
+Bits takeFixed(std::string_view& blob) {
+    Bits bits = 0;
+    for (unsigned shift = 0; const char byte : takeBytes(blob, sizeof bits)) {
+        bits |= static_cast<Bits>(Bits{static_cast<unsigned char>(byte)} << shift);
+        shift += 8;
+    }
+    return bits;
+}
 
-Value Reader::value(unsigned room) {
-    switch (const Mark mark{byte()}) {
-    case Mark::no:
-    case Mark::yes:
-        return mark == Mark::yes;
-    case Mark::natural:
-        return varint();
-    case Mark::negative:
-        if (const std::uint64_t complement = varint(); complement <= INT64_MAX) {
-            return static_cast<std::int64_t>(~complement);
+std::uint64_t takeVarint(std::string_view& blob) {
+    std::uint64_t number = 0;
+    for (unsigned shift = 0; shift < 64; shift += 7) {
+        const auto next = takeFixed<unsigned char>(blob);
+        number |= std::uint64_t{next & 0x7FU} << shift;
+        if (next < 0x80) {
+            return number;
         }
-        break;
-    case Mark::float32:
-        return std::bit_cast<float>(fixed<std::uint32_t>());
-    case Mark::float64:
-        return std::bit_cast<double>(fixed<std::uint64_t>());
-    case Mark::date:
-        return std::bit_cast<Date>(fixed<std::uint64_t>());
-    case Mark::string:
-        return text();
-    case Mark::bytes:
-        return Value(std::as_bytes(std::span(text())));
-    case Mark::array:
-    case Mark::object:
-        if (room > 0) {
-            return container(mark, room - 1);
-        }
-        break;
     }
     throw Unreadable();
 }
 
+std::string_view takeText(std::string_view& blob) { return takeBytes(blob, takeVarint(blob)); }
+
 // Reserves nothing: a count is believed only as far as there are bytes behind it.
-Value Reader::container(Mark mark, unsigned room) {
-    Array array;
-    Object object;
-    for (std::uint64_t count = 0, all = varint(); count < all; ++count) {
-        if (mark == Mark::array) {
-            array.append(value(room));
-            continue;
-        }
-        const std::string_view key = text();
-        object.set(key, value(room));
-        if (object.size() == count) {
-            throw Unreadable(); // one key twice
-        }
+Value takeValue(std::string_view& blob, unsigned depth) {
+    if (depth > maximumBlobDepth) {
+        throw Unreadable();
     }
-    return mark == Mark::array ? Value(std::move(array)) : Value(std::move(object));
+    switch (Mark{takeFixed<unsigned char>(blob)}) {
+    case Mark::no:
+        return false;
+    case Mark::yes:
+        return true;
+    case Mark::natural:
+        return takeVarint(blob);
+    case Mark::negative:
+        return static_cast<std::int64_t>(~takeVarint(blob));
+    case Mark::float32:
+        return std::bit_cast<float>(takeFixed<std::uint32_t>(blob));
+    case Mark::float64:
+        return std::bit_cast<double>(takeFixed<std::uint64_t>(blob));
+    case Mark::date:
+        return std::bit_cast<Date>(takeFixed<std::uint64_t>(blob));
+    case Mark::string:
+        return takeText(blob);
+    case Mark::bytes:
+        return Value(std::as_bytes(std::span(takeText(blob))));
+    case Mark::array: {
+        Array array;
+        for (std::uint64_t left = takeVarint(blob); left > 0; --left) {
+            array.append(takeValue(blob, depth + 1));
+        }
+        return array;
+    }
+    case Mark::object: {
+        Object object;
+        for (std::uint64_t left = takeVarint(blob); left > 0; --left) {
+            const std::string_view key = takeText(blob);
+            object.set(key, takeValue(blob, depth + 1));
+        }
+        return object;
+    }
+    }
+    throw Unreadable();
 }
 
 } // namespace
 
 std::string encodeValue(const Value& value) {
     std::string blob(1, blobVersion);
-    putValue(blob, value, maximumBlobDepth);
+    putValue(blob, value, 0);
     if (blob.size() > maximumBlobBytes) {
         throw std::invalid_argument("a stored value cannot take more than " +
                                     std::to_string(maximumBlobBytes) + " bytes");
@@ -211,10 +193,9 @@ std::string encodeValue(const Value& value) {
 
 std::optional<Value> decodeValue(std::string_view blob) {
     try {
-        Reader in(blob);
-        if (in.byte() == blobVersion) {
-            std::optional<Value> value = in.value(maximumBlobDepth);
-            return in.isAtEnd() ? std::move(value) : std::nullopt;
+        if (takeFixed<unsigned char>(blob) == blobVersion) {
+            std::optional<Value> value = takeValue(blob, 0);
+            return blob.empty() ? std::move(value) : std::nullopt;
         }
     } catch (const Unreadable&) {
         // Not of `encodeValue`'s making.

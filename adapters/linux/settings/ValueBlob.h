@@ -11,7 +11,7 @@ namespace morvellacinto::native {
 
 /// The largest blob that `encodeValue` makes.
 inline constexpr std::size_t maximumBlobBytes = std::size_t{256} * 1024 * 1024;
-/// How many arrays and objects may stand in one another; a service's answer is no deeper.
+/// How many arrays and objects a value inside may be in; a service's answer is no deeper.
 inline constexpr unsigned maximumBlobDepth = 512;
 
 /// The bytes that a value is stored as, the same on every machine; docs/storage.md has the layout.
@@ -20,8 +20,8 @@ inline constexpr unsigned maximumBlobDepth = 512;
 /// than `maximumBlobDepth`, or when the blob would be larger than `maximumBlobBytes`.
 [[nodiscard]] std::string encodeValue(const Value& value);
 
-/// The value that was stored as `blob`, of the same kinds at every depth; nothing for bytes that
-/// `encodeValue` does not make. Takes memory in proportion to the blob, whatever is in it.
+/// The value that was stored as `blob`, of the same kinds at every depth; nothing for bytes
+/// that make no value. Takes memory in proportion to the blob, whatever is in it.
 [[nodiscard]] std::optional<Value> decodeValue(std::string_view blob);
 
 } // namespace morvellacinto::native

@@ -51,21 +51,56 @@ public:
         return kept_.flush();
     }
 
-    void request(Answer answer);
+    void request(Answer answer) {
+        bool isFirst = false;
+        {
+            const std::lock_guard lock(mutex_);
+            waiting_.push_back(std::move(answer));
+            isFirst = waiting_.size() == 1;
+        }
+        if (current() != status::notDetermined) {
+            answerWaiting();
+        } else if (isFirst) {
+            const auto pending = std::make_shared<PendingAnswer>(weak_from_this());
+            if (question_) {
+                mainQueue_->post([question = question_, pending] {
+                    question([pending](std::uint64_t given) { pending->give(given); });
+                });
+            }
+        }
+    }
 
-    void settle(std::uint64_t decided) {
-        kept_.set(keptStatus, std::to_string(decided));
+private:
+    // The host's way to answer; going away unused is an answer too.
+    class PendingAnswer {
+    public:
+        explicit PendingAnswer(std::weak_ptr<Decision> decision) : decision_(std::move(decision)) {}
+        PendingAnswer(const PendingAnswer&) = delete;
+        PendingAnswer& operator=(const PendingAnswer&) = delete;
+        ~PendingAnswer() { give(status::notDetermined); }
+
+        void give(std::uint64_t answer) {
+            if (const auto decision = decision_.lock(); decision && !isGiven_.exchange(true)) {
+                decision->settle(answer);
+            }
+        }
+
+    private:
+        const std::weak_ptr<Decision> decision_;
+        std::atomic<bool> isGiven_ = false;
+    };
+
+    // What is no decision leaves what was decided meanwhile.
+    void settle(std::uint64_t answer) {
+        if (isDecided(answer)) {
+            kept_.set(keptStatus, std::to_string(answer));
+        } else {
+            isDeniedForNow_ = true;
+        }
         answerWaiting();
         static_cast<void>(kept_.flush()); // which may take its time
     }
 
-    // The question went away unanswered; what was decided meanwhile stays.
-    void settleWithoutAnswer() {
-        isDeniedForNow_ = true;
-        answerWaiting();
-    }
-
-private:
     void answerWaiting() {
         const std::uint64_t decided = current();
         std::vector<Answer> waiting;
@@ -74,12 +109,8 @@ private:
             waiting.swap(waiting_);
         }
         for (Answer& answer : waiting) {
-            give(std::move(answer), decided);
+            mainQueue_->post([answer = std::move(answer), decided] { answer(decided); });
         }
-    }
-
-    void give(Answer answer, std::uint64_t decided) const {
-        mainQueue_->post([answer = std::move(answer), decided] { answer(decided); });
     }
 
     const std::shared_ptr<MainQueue> mainQueue_;
@@ -90,55 +121,6 @@ private:
     std::mutex mutex_;
     std::vector<Answer> waiting_;
 };
-
-// The host's way to answer; going away unused is an answer too.
-class NativeTracking::PendingAnswer {
-public:
-    explicit PendingAnswer(std::weak_ptr<Decision> decision) : decision_(std::move(decision)) {}
-    PendingAnswer(const PendingAnswer&) = delete;
-    PendingAnswer& operator=(const PendingAnswer&) = delete;
-    ~PendingAnswer() { give(status::notDetermined); }
-
-    void give(std::uint64_t answer) {
-        const auto decision = decision_.lock();
-        if (isGiven_.exchange(true) || decision == nullptr) {
-            return;
-        }
-        if (isDecided(answer)) {
-            decision->settle(answer);
-        } else {
-            decision->settleWithoutAnswer();
-        }
-    }
-
-private:
-    const std::weak_ptr<Decision> decision_;
-    std::atomic<bool> isGiven_ = false;
-};
-
-void NativeTracking::Decision::request(Answer answer) {
-    if (const auto decided = current(); decided != status::notDetermined) {
-        give(std::move(answer), decided);
-        return;
-    }
-    {
-        const std::lock_guard lock(mutex_);
-        waiting_.push_back(std::move(answer));
-        if (waiting_.size() > 1) {
-            return;
-        }
-    }
-    if (current() != status::notDetermined) { // an answer came just now
-        answerWaiting();
-        return;
-    }
-    const auto pending = std::make_shared<PendingAnswer>(weak_from_this());
-    if (question_) {
-        mainQueue_->post([question = question_, pending] {
-            question([pending](std::uint64_t given) { pending->give(given); });
-        });
-    }
-}
 
 NativeTracking::NativeTracking(std::shared_ptr<MainQueue> mainQueue, const KeptValues& kept,
                                Question question)

@@ -40,7 +40,6 @@ public:
 
 private:
     class Decision;
-    class PendingAnswer;
     const std::shared_ptr<Decision> decision_;
 };
 

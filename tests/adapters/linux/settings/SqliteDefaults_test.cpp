@@ -116,7 +116,7 @@ TEST_F(SqliteDefaultsTest, KeepsWhatWasFlushedInFilesForThisUserAlone) {
         ASSERT_EQ(stat(file(suffix).c_str(), &status), 0) << suffix;
         EXPECT_EQ(status.st_mode & 0777U, 0600U);
     }
-    ASSERT_EQ(stat(directory().parent_path().c_str(), &status), 0);
+    ASSERT_EQ(stat(directory().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0700U);
     EXPECT_THAT(told(), IsEmpty());
 }
@@ -172,7 +172,7 @@ TEST_F(SqliteDefaultsTest, AValueThatWasChangedOrPutUnderAnotherKeyCountsAsAbsen
         static_cast<void>(raw("PRAGMA user_version = 1")); // another's commit
         std::this_thread::sleep_for(120ms);
     }
-    EXPECT_THAT(told(), ElementsAre(HasSubstr("value of Key"), HasSubstr("value of value")));
+    EXPECT_THAT(told(), ElementsAre(HasSubstr("2 of the values")));
     flush(*defaults, "value", "healed");
     EXPECT_EQ(open()->objectForKey("value"), Value("healed"));
 }
@@ -218,13 +218,13 @@ TEST_F(SqliteDefaultsTest, AReplacementThatFailsGivesNothingUp) {
     static_cast<void>(raw("PRAGMA wal_checkpoint(TRUNCATE)"));
     const std::string garbage(std::filesystem::file_size(file()), 'g');
     write(file(), garbage);
-    std::filesystem::create_directory(file(".draft")); // in the way
+    std::filesystem::create_directories(file(".draft") / "in the way");
     defaults->setObjectForKey("pending", "other");
     EXPECT_FALSE(defaults->synchronize());
     EXPECT_EQ(defaults->objectForKey("key"), Value("known"));
     EXPECT_EQ(std::filesystem::file_size(file()), garbage.size());
     EXPECT_FALSE(std::filesystem::exists(file(".damaged")));
-    std::filesystem::remove(file(".draft"));
+    std::filesystem::remove_all(file(".draft"));
     EXPECT_TRUE(defaults->synchronize());
     EXPECT_EQ(open()->contents(), Object({{"key", "known"}, {"other", "pending"}}));
 }
@@ -332,8 +332,6 @@ TEST_F(SqliteDefaultsTest, ClosingEndsTheWaitsOfFlushesAndReads) {
         waiting.join();
         ::close(locked);
         EXPECT_FALSE(defaults->synchronize());
-        defaults->setObjectForKey(3, "late");
-        EXPECT_EQ(defaults->contents(), Object());
         EXPECT_FALSE(defaults->adapterValue("name").isCertain);
     }
     EXPECT_THAT(told(), IsEmpty());
