@@ -1,6 +1,5 @@
 #include "BusConnection.h"
 
-#include "Bus.h"
 #include "BusValues.h"
 
 #include <algorithm>

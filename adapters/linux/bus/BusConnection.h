@@ -1,10 +1,13 @@
 #pragma once
 
-#include "BusCall.h"
+#include "Bus.h"
+
+#include "morvellacinto/foundation/Value.h"
 
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,7 +16,26 @@
 
 namespace morvellacinto::native {
 
-class Bus;
+/// A method call on the system bus.
+struct BusCall {
+    std::string destination;
+    std::string path;
+    std::string interface;
+    std::string member;
+    /// Appends the arguments; gives a negative errno when that fails. Empty: there are none.
+    std::function<int(sd_bus_message*)> arguments = {};
+};
+
+/// What came of a call.
+struct BusReply {
+    Array body;
+    std::string sender; ///< the connection that answered
+    /// The D-Bus name of the error; empty when the call succeeded.
+    std::string errorName;
+    std::string errorMessage;
+
+    [[nodiscard]] bool succeeded() const noexcept { return errorName.empty(); }
+};
 
 struct BusSignal {
     std::string sender;

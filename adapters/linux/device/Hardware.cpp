@@ -2,7 +2,6 @@
 
 #include "basics/SystemFiles.h"
 #include "basics/VisibleText.h"
-#include "bus/Bus.h"
 #include "bus/BusValues.h"
 
 #include <algorithm>
@@ -16,6 +15,10 @@ namespace {
 
 // By UPower's number: a battery that waits on the charger is charging.
 constexpr std::int64_t states[] = {0, 2, 1, 1, 3, 2, 1};
+
+Object askFor(Bus& bus, const char* service, const char* path, const char* interface) {
+    return objectAt(BusConnection(bus).call(readProperties(service, path, interface)).body, 0);
+}
 
 // The first line, which in the device tree ends with a zero.
 std::optional<std::string> firstLine(const std::filesystem::path& path) {
@@ -39,9 +42,9 @@ Battery batteryIn(const Object& displayDevice) {
 }
 
 Battery readBattery(Bus& bus) {
-    return batteryIn(propertiesIn(bus.call(
-        readProperties("org.freedesktop.UPower", "/org/freedesktop/UPower/devices/DisplayDevice",
-                       "org.freedesktop.UPower.Device"))));
+    return batteryIn(askFor(bus, "org.freedesktop.UPower",
+                            "/org/freedesktop/UPower/devices/DisplayDevice",
+                            "org.freedesktop.UPower.Device"));
 }
 
 std::optional<std::string> findHardwareModel(Bus& bus, const std::filesystem::path& root) {
@@ -50,9 +53,9 @@ std::optional<std::string> findHardwareModel(Bus& bus, const std::filesystem::pa
             return model;
         }
     }
-    const Object host = propertiesIn(bus.call(readProperties(
-        "org.freedesktop.hostname1", "/org/freedesktop/hostname1", "org.freedesktop.hostname1")));
-    if (auto model = nonEmptyMember(host, "HardwareModel")) {
+    const Object host = askFor(bus, "org.freedesktop.hostname1", "/org/freedesktop/hostname1",
+                               "org.freedesktop.hostname1");
+    if (auto model = textMember(host, "HardwareModel")) {
         return model;
     }
     utsname names{};

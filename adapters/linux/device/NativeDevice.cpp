@@ -1,8 +1,8 @@
 #include "NativeDevice.h"
 
+#include "VendorIdentifier.h"
 #include "basics/SystemFiles.h"
 #include "basics/VisibleText.h"
-#include "bus/Bus.h"
 
 #include <algorithm>
 #include <sys/utsname.h>
@@ -62,7 +62,7 @@ NativeDevice::NativeDevice(std::optional<std::string> bundle, Bus& bus, KeptValu
                            std::filesystem::path root)
     : locale_(localeIdentifierOf(nonEmptyVariable({"LC_ALL", "LC_MESSAGES", "LANG"}))),
       bundle_(std::move(bundle)), root_(std::move(root)), bus_(bus),
-      vendorIdentifier_(std::move(kept)) {}
+      keptIdentifier_(std::move(kept), "vendorIdentifier") {}
 
 std::optional<std::string> NativeDevice::systemVersion() const {
     for (const char* path : {"etc/os-release", "usr/lib/os-release"}) {
@@ -78,7 +78,8 @@ std::optional<std::string> NativeDevice::systemVersion() const {
 }
 
 std::optional<Uuid> NativeDevice::identifierForVendor() const {
-    return vendorIdentifier_.of(vendorOf(bundleIdentifier().value_or(std::string())));
+    const auto derived = vendorIdentifier(vendorNumberOf(bundle_.value_or("")));
+    return derived ? derived : keptIdentifier_.get();
 }
 
 std::optional<std::string> NativeDevice::hardwareMachine() const {

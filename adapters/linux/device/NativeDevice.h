@@ -1,10 +1,9 @@
 #pragma once
 
-// Read NativeDevice, then Hardware and VendorIdentifier (on KeptUuid and Sha256).
+// Read NativeDevice.h, Hardware.h, then VendorIdentifier.h (on Sha256.h).
 
 #include "Hardware.h"
-#include "KeptValues.h"
-#include "VendorIdentifier.h"
+#include "KeptUuid.h"
 
 #include "morvellacinto/platform/Device.h"
 
@@ -38,6 +37,7 @@ public:
 
     [[nodiscard]] std::optional<std::string> localeIdentifier() const override { return locale_; }
     [[nodiscard]] std::optional<std::string> systemVersion() const override;
+    /// Without an identity of the machine, random and kept, for this application alone.
     [[nodiscard]] std::optional<Uuid> identifierForVendor() const override;
     [[nodiscard]] std::optional<std::string> bundleIdentifier() const override { return bundle_; }
     [[nodiscard]] float batteryLevel() const override { return battery().level; }
@@ -51,7 +51,7 @@ private:
     const std::optional<std::string> bundle_;
     const std::filesystem::path root_;
     Bus& bus_;
-    const VendorIdentifier vendorIdentifier_;
+    mutable KeptUuid keptIdentifier_;
     // No lock is held while the bus is asked.
     mutable std::mutex mutex_;
     mutable std::optional<std::string> model_;

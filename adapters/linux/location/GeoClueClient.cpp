@@ -8,14 +8,7 @@
 
 namespace morvellacinto::native {
 
-GeoClueClient::GeoClueClient(std::shared_ptr<NativeLocation> location)
-    : location_(std::move(location)) {}
-
 GeoClueClient::~GeoClueClient() { stopUpdatingLocation(); }
-
-void GeoClueClient::setDelegate(platform::LocationServiceDelegate* delegate) {
-    delegate_ = delegate;
-}
 
 void GeoClueClient::startUpdatingLocation() {
     if (std::exchange(isUpdating_, true)) {
@@ -23,10 +16,7 @@ void GeoClueClient::startUpdatingLocation() {
     }
     const auto tell = [client = weak_from_this(), location = location_,
                        run = ++runNumber_](const LocationNews& news) {
-        location->postToMain([client, location, run, news] {
-            if (news.isPermissionChanged) {
-                location->tellAuthorizationChange();
-            }
+        location->postToMain([client, run, news] {
             if (const auto self = client.lock()) {
                 self->handle(run, news);
             }
@@ -41,7 +31,7 @@ void GeoClueClient::startUpdatingLocation() {
                                             location_->options().timeout, tell);
         location_->startThread([run = run_] { run->run(); });
     } catch (const std::exception& exception) { // no thread or descriptor is left, too
-        tell({false, {}, locationError(LocationErrorCode::unavailable, exception.what())});
+        tell({{}, locationError(LocationErrorCode::unavailable, exception.what())});
     }
 }
 
@@ -56,32 +46,25 @@ std::int32_t GeoClueClient::authorizationStatus() const {
     return location_->permission().authorizationStatus();
 }
 
-std::int32_t GeoClueClient::accuracyAuthorization() const {
-    return platform::AccuracyAuthorization::full;
-}
-
-void GeoClueClient::authorizationChanged() {
-    if (auto* delegate = delegate_.load()) {
-        delegate->locationManagerDidChangeAuthorization(*this);
-    }
-}
-
 void GeoClueClient::handle(std::uint64_t run, const LocationNews& news) {
     if (!isUpdating_ || run != runNumber_) {
         return;
     }
-    auto* delegate = delegate_.load();
     if (news.failure) {
         stopUpdatingLocation();
-        if (delegate != nullptr) {
-            delegate->didFailWithError(*this, *news.failure);
-        }
+    }
+    auto* delegate = delegate_.load();
+    if (delegate == nullptr) {
         return;
     }
     // Permission may have changed while the fix was on its way.
     const bool isGranted = location_->locationServicesEnabled() &&
                            authorizationStatus() == platform::LocationAuthorization::whenInUse;
-    if (news.fix && delegate != nullptr && isGranted) {
+    if (news.failure) {
+        delegate->didFailWithError(*this, *news.failure);
+    } else if (!news.fix) {
+        delegate->locationManagerDidChangeAuthorization(*this);
+    } else if (isGranted) {
         delegate->didUpdateLocations(*this, {*news.fix});
     }
 }

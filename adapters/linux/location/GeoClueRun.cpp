@@ -33,19 +33,6 @@ BusCall setProperty(const std::string& client, const char* name, const char* typ
             }};
 }
 
-// CreateClient gives every application a client of its own; daemons before 2.5 know only GetClient,
-// which gives one to the whole connection.
-BusReply createClient(BusConnection& connection, const char* member, Clock::time_point deadline) {
-    return connection.call({serviceName, "/org/freedesktop/GeoClue2/Manager",
-                            "org.freedesktop.GeoClue2.Manager", member},
-                           std::min(deadline, Clock::now() + answerTimeout));
-}
-
-std::string textAt(const Array& values, std::size_t index) {
-    return index < values.size() && values[index].isString() ? std::string(values[index].asString())
-                                                             : std::string();
-}
-
 std::optional<double> degrees(const Object& location, std::string_view key, double limit) {
     const auto value = doubleMember(location, key);
     return value && std::abs(*value) <= limit ? value : std::nullopt;
@@ -81,10 +68,9 @@ void GeoClueRun::followUpdates() {
     deadline_ = Clock::now() + timeout_;
     BusConnection connection(bus_, stop_.descriptor());
     connection.watch(ownerRule);
-    BusReply created = createClient(connection, "CreateClient", deadline_);
-    if (created.errorName == BusError::unknownMethod) {
-        created = createClient(connection, "GetClient", deadline_);
-    }
+    const BusReply created = connection.call({serviceName, "/org/freedesktop/GeoClue2/Manager",
+                                              "org.freedesktop.GeoClue2.Manager", "CreateClient"},
+                                             std::min(deadline_, Clock::now() + answerTimeout));
     const std::string client = textAt(created.body, 0);
     if (client.empty()) {
         failWith(created);
@@ -102,7 +88,7 @@ void GeoClueRun::followUpdates() {
         return;
     }
     if (permission_.noteAllowed()) {
-        tell_({true});
+        tell_({});
     }
     while (const auto signal = connection.nextSignal(deadline_)) {
         const bool isClients = signal->sender == created.sender && signal->path == client;
@@ -124,23 +110,23 @@ void GeoClueRun::followUpdates() {
 }
 
 void GeoClueRun::locationUpdated(BusConnection& connection, const Array& paths) {
-    const Object location = propertiesIn(connection.call(
+    const BusReply reply = connection.call(
         readProperties(serviceName, textAt(paths, 1), "org.freedesktop.GeoClue2.Location"),
-        Clock::now() + answerTimeout));
+        Clock::now() + answerTimeout);
+    const Object location = objectAt(reply.body, 0);
     const auto latitude = degrees(location, "Latitude", 90);
     const auto longitude = degrees(location, "Longitude", 180);
     if (!latitude || !longitude) {
         return;
     }
     deadline_ = Clock::time_point::max();
-    tell_({false, platform::LocationFix{*latitude, *longitude, knownOrMinusOne(location, "Speed"),
-                                        knownOrMinusOne(location, "Heading")}});
+    tell_({platform::LocationFix{*latitude, *longitude, knownOrMinusOne(location, "Speed"),
+                                 knownOrMinusOne(location, "Heading")}});
 }
 
 // The daemon goes on by itself when location is switched on again.
 void GeoClueRun::propertiesChanged(const Array& change) {
-    const Object* changed = change.size() > 1 ? change[1].ifObject() : nullptr;
-    const auto active = changed != nullptr ? boolMember(*changed, "Active") : std::nullopt;
+    const auto active = boolMember(objectAt(change, 1), "Active");
     if (!active || std::exchange(isActive_, *active) == *active) {
         return;
     }
@@ -148,16 +134,16 @@ void GeoClueRun::propertiesChanged(const Array& change) {
     if (!*active) {
         permission_.note(LocationPermission::Refusal::switchedOff);
     }
-    tell_({true});
+    tell_({});
 }
 
 void GeoClueRun::failWith(const BusReply& reply) {
     using Refusal = LocationPermission::Refusal;
-    const std::string_view name = reply.errorName;
-    LocationErrorCode code = LocationErrorCode::other;
     if (stop_.isRaised()) { // which tells nothing of the service
         return;
     }
+    const std::string_view name = reply.errorName;
+    LocationErrorCode code = LocationErrorCode::other;
     if (name == BusError::timedOut) {
         code = LocationErrorCode::timedOut;
     } else if (name == BusError::noReply) {
@@ -168,7 +154,7 @@ void GeoClueRun::failWith(const BusReply& reply) {
         if (reply.errorMessage.starts_with(switchedOffMessage)) {
             permission_.note(Refusal::switchedOff);
         }
-        tell_({true});
+        tell_({});
     } else if (name == BusError::serviceUnknown || name == BusError::disconnected ||
                name.starts_with("org.freedesktop.DBus.Error.Spawn.")) {
         code = LocationErrorCode::unavailable;
@@ -180,7 +166,7 @@ void GeoClueRun::failWith(const BusReply& reply) {
 
 void GeoClueRun::fail(LocationErrorCode code, std::string_view message) {
     if (!stop_.isRaised()) {
-        tell_({false, {}, locationError(code, message)});
+        tell_({{}, locationError(code, message)});
     }
 }
 

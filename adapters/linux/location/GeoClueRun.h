@@ -18,9 +18,8 @@ namespace morvellacinto::native {
 class Bus;
 class LocationPermission;
 
-/// What a run tells; after a failure it has ended.
+/// What a run tells: with neither, that permission has changed. After a failure it has ended.
 struct LocationNews {
-    bool isPermissionChanged = false;
     std::optional<platform::LocationFix> fix = {};
     std::optional<KRError> failure = {};
 };

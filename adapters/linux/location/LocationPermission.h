@@ -4,10 +4,16 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 
 namespace morvellacinto::native {
+
+/// Tells, from files below `root`, whether there is a system bus that can start GeoClue or to which
+/// a sandbox lets the application talk. Reads the environment now and files when it is called. A
+/// bus whose address the environment gives is taken to exist.
+[[nodiscard]] std::function<bool()> geoClueSearch(const std::filesystem::path& root = "/");
 
 /// What is known about whether location may be used: kept from the service's answers, so that
 /// questions never wait. A refusal is believed for 60 seconds; after that it takes another attempt

@@ -15,17 +15,7 @@ NativeLocation::NativeLocation(const std::shared_ptr<MainQueue>& mainQueue, Bus&
       workers_(&workers) {}
 
 std::shared_ptr<platform::LocationService> NativeLocation::makeService() {
-    auto client = std::make_shared<GeoClueClient>(shared_from_this());
-    const std::lock_guard lock(mutex_);
-    std::erase_if(clients_, [](const auto& known) { return known.expired(); });
-    clients_.push_back(client);
-    return client;
-}
-
-bool NativeLocation::locationServicesEnabled() const { return permission_.servicesEnabled(); }
-
-std::int32_t NativeLocation::authorizationStatus() const {
-    return permission_.authorizationStatus();
+    return std::make_shared<GeoClueClient>(shared_from_this());
 }
 
 void NativeLocation::postToMain(std::function<void()> block) const {
@@ -38,19 +28,6 @@ void NativeLocation::startThread(std::function<void()> block) {
     const std::lock_guard lock(mutex_);
     if (workers_ != nullptr) {
         workers_->postLasting(std::move(block));
-    }
-}
-
-void NativeLocation::tellAuthorizationChange() {
-    std::vector<std::weak_ptr<GeoClueClient>> clients;
-    {
-        const std::lock_guard lock(mutex_);
-        clients = clients_;
-    }
-    for (const auto& known : clients) {
-        if (const auto client = known.lock()) {
-            client->authorizationChanged();
-        }
     }
 }
 

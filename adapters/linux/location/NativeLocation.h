@@ -1,30 +1,23 @@
 #pragma once
 
-// Read NativeLocation.h, GeoClueClient.h, GeoClueRun.h, LocationPermission.h, GeoClueSearch.cpp.
+// Read NativeLocation.h, GeoClueClient.h, GeoClueRun.h, then LocationPermission.h.
 
 #include "LocationPermission.h"
 
 #include "morvellacinto/platform/LocationService.h"
 
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace morvellacinto::native {
 
 class Bus;
-class GeoClueClient;
 class MainQueue;
 class WorkerPool;
-
-/// Tells, from files below `root`, whether there is a system bus that can start GeoClue or to which
-/// a sandbox lets the application talk. Reads the environment now and files when it is called.
-[[nodiscard]] std::function<bool()> geoClueSearch(const std::filesystem::path& root = "/");
 
 struct LocationOptions {
     /// GeoClue knows the application by it; without one there is no location.
@@ -44,8 +37,12 @@ public:
                    LocationOptions options);
 
     [[nodiscard]] std::shared_ptr<platform::LocationService> makeService() override;
-    [[nodiscard]] bool locationServicesEnabled() const override;
-    [[nodiscard]] std::int32_t authorizationStatus() const override;
+    [[nodiscard]] bool locationServicesEnabled() const override {
+        return permission_.servicesEnabled();
+    }
+    [[nodiscard]] std::int32_t authorizationStatus() const override {
+        return permission_.authorizationStatus();
+    }
 
     // For the clients, on any thread.
     [[nodiscard]] LocationPermission& permission() { return permission_; }
@@ -54,8 +51,6 @@ public:
     void postToMain(std::function<void()> block) const;
     /// Throws std::system_error when no thread can be made.
     void startThread(std::function<void()> block);
-    /// Main thread.
-    void tellAuthorizationChange();
 
     /// No thread is started from now on.
     void shutdown();
@@ -67,7 +62,6 @@ private:
     LocationPermission permission_;
     std::mutex mutex_;
     WorkerPool* workers_;
-    std::vector<std::weak_ptr<GeoClueClient>> clients_;
 };
 
 } // namespace morvellacinto::native

@@ -4,15 +4,51 @@
 #include "WifiNetworks.h"
 #include "basics/SystemFiles.h"
 
+#include <string_view>
 #include <sys/socket.h>
-#include <utility>
 
 namespace morvellacinto::native {
 
 namespace flags = platform::ReachabilityFlags;
 
-NativeNetwork::NativeNetwork(Bus& bus, std::filesystem::path root)
-    : root_(std::move(root)), bus_(bus), interfaces_(root_) {}
+namespace {
+
+// Of <linux/if_arp.h>.
+constexpr std::string_view hardwareRawIp = "519\n";
+constexpr std::string_view hardwareNone = "65534\n";
+
+// What the kernel tells of an interface, in a folder that bears its name.
+
+enum class State { usable, waiting, down };
+
+// Usable also when the kernel does not tell; waiting for something from outside.
+State stateOf(const std::filesystem::path& interface) {
+    const auto state = readSmallFile(interface / "operstate");
+    if (!state || *state == "up\n" || *state == "unknown\n") {
+        return State::usable;
+    }
+    return *state == "dormant\n" ? State::waiting : State::down;
+}
+
+bool isCellular(const std::filesystem::path& interface) {
+    if (const auto type = readKey(interface / "uevent", "", "DEVTYPE")) {
+        return type == "wwan";
+    }
+    if (fileExists(interface / "wireless") || fileExists(interface / "phy80211")) {
+        return false;
+    }
+    const std::string name = interface.filename();
+    return readSmallFile(interface / "type") == hardwareRawIp || name.starts_with("wwan") ||
+           name.starts_with("rmnet");
+}
+
+// One that sends its packets through another interface.
+bool isTunnel(const std::filesystem::path& interface) {
+    return !isCellular(interface) && (readSmallFile(interface / "type") == hardwareNone ||
+                                      fileExists(interface / "tun_flags"));
+}
+
+} // namespace
 
 std::optional<std::uint32_t> NativeNetwork::defaultRouteFlags() const {
     const std::uint32_t version4 = flagsOf(AF_INET);
@@ -33,26 +69,24 @@ std::uint32_t NativeNetwork::flagsOf(int family) const {
     if (!interface) {
         return 0;
     }
-    const auto state = interfaces_.stateOf(*interface);
-    if (state == InterfaceFacts::State::down) {
-        return 0;
-    }
-    return flags::reachable |
-           (state == InterfaceFacts::State::waiting ? flags::connectionRequired : 0) |
-           (leadsOverCellular(*interface) ? flags::isWwan : 0);
+    const auto state = stateOf(folderOf(*interface));
+    return state == State::down
+               ? 0
+               : flags::reachable | (state == State::waiting ? flags::connectionRequired : 0) |
+                     (leadsOverCellular(*interface) ? flags::isWwan : 0);
 }
 
 bool NativeNetwork::leadsOverCellular(const std::string& interface) const {
-    if (!interfaces_.isTunnel(interface)) {
-        return interfaces_.isCellular(interface);
+    if (!isTunnel(folderOf(interface))) {
+        return isCellular(folderOf(interface));
     }
     for (const int family : {AF_INET, AF_INET6}) {
         const auto* file = family == AF_INET ? "proc/net/route" : "proc/net/ipv6_route";
         const auto table = readSmallFile(root_ / file).value_or("");
         for (const std::string& below : defaultRoutesIn(table, family)) {
-            if (!interfaces_.isTunnel(below) &&
-                interfaces_.stateOf(below) == InterfaceFacts::State::usable) {
-                return interfaces_.isCellular(below);
+            const auto folder = folderOf(below);
+            if (!isTunnel(folder) && stateOf(folder) == State::usable) {
+                return isCellular(folder);
             }
         }
     }

@@ -1,10 +1,11 @@
 #pragma once
 
-// Read NativeNetwork.h, Routes.h, InterfaceFacts.h, then WifiNetworks.h.
-
-#include "InterfaceFacts.h"
+// Read NativeNetwork.h, Routes.h, then WifiNetworks.h.
 
 #include "morvellacinto/platform/Network.h"
+
+#include <filesystem>
+#include <utility>
 
 namespace morvellacinto::native {
 
@@ -14,7 +15,8 @@ class Bus;
 class NativeNetwork final : public platform::Network {
 public:
     /// `bus` must outlive this; `root` is the folder that the kernel's files are looked up in.
-    explicit NativeNetwork(Bus& bus, std::filesystem::path root = "/");
+    explicit NativeNetwork(Bus& bus, std::filesystem::path root = "/")
+        : bus_(bus), root_(std::move(root)) {}
 
     /// Of the way to the Internet by IPv4, or by IPv6 where there is none. `reachable` and, on a
     /// mobile network, `isWwan`; `connectionRequired` too while the interface waits to be let in.
@@ -28,10 +30,12 @@ public:
 private:
     [[nodiscard]] std::uint32_t flagsOf(int family) const;
     [[nodiscard]] bool leadsOverCellular(const std::string& interface) const;
+    [[nodiscard]] std::filesystem::path folderOf(const std::string& interface) const {
+        return root_ / "sys/class/net" / interface;
+    }
 
-    const std::filesystem::path root_;
     Bus& bus_;
-    const InterfaceFacts interfaces_;
+    const std::filesystem::path root_;
 };
 
 } // namespace morvellacinto::native

@@ -1,7 +1,6 @@
 #include "WifiNetworks.h"
 
 #include "basics/VisibleText.h"
-#include "bus/BusConnection.h"
 #include "bus/BusValues.h"
 
 namespace morvellacinto::native {
@@ -45,8 +44,8 @@ std::optional<std::vector<std::string>> wifiInterfaces(Bus& bus) {
     }
     std::vector<std::string> names;
     for (const BusReply& reply : connection.callAll(calls)) {
-        const Object device = propertiesIn(reply);
-        const auto name = nonEmptyMember(device, "Interface");
+        const Object device = objectAt(reply.body, 0);
+        const auto name = textMember(device, "Interface");
         if (name && integerMember(device, "DeviceType") == wifiDevice) {
             names.push_back(*name);
         }
@@ -61,20 +60,16 @@ std::optional<platform::WifiNetwork> wifiNetworkOf(Bus& bus, const std::string& 
                          [interface](sd_bus_message* message) {
                              return sd_bus_message_append_basic(message, 's', interface.c_str());
                          }});
-    if (device.body.empty() || !device.body[0].isString()) {
-        return std::nullopt;
-    }
-    const std::string path(device.body[0].asString());
-    const Object wireless =
-        propertiesIn(connection.call(readProperties(serviceName, path, wirelessInterface)));
+    const auto propertiesOf = [&](const std::string& path, std::string_view kind) {
+        return objectAt(connection.call(readProperties(serviceName, path, kind)).body, 0);
+    };
+    const Object wireless = propertiesOf(textAt(device.body, 0), wirelessInterface);
     const auto accessPointPath = pathMember(wireless, "ActiveAccessPoint");
     if (!accessPointPath || integerMember(wireless, "Mode") == hotspotMode) {
         return std::nullopt;
     }
-    const Object accessPoint = propertiesIn(
-        connection.call(readProperties(serviceName, *accessPointPath, accessPointInterface)));
-    return platform::WifiNetwork{networkName(accessPoint),
-                                 nonEmptyMember(accessPoint, "HwAddress")};
+    const Object accessPoint = propertiesOf(*accessPointPath, accessPointInterface);
+    return platform::WifiNetwork{networkName(accessPoint), textMember(accessPoint, "HwAddress")};
 }
 
 } // namespace morvellacinto::native

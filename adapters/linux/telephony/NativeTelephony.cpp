@@ -1,13 +1,13 @@
 #include "NativeTelephony.h"
 
 #include "MobileCountries.h"
-#include "bus/BusConnection.h"
 #include "bus/BusValues.h"
 
 #include <algorithm>
-#include <mutex>
+#include <iterator>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace morvellacinto::native {
 
@@ -30,50 +30,35 @@ struct Modem {
     Object sim;
 };
 
-const Object* interfaceIn(const Object& interfaces, std::string_view name) {
-    const Value* properties = interfaces.find(name);
-    return properties != nullptr ? properties->ifObject() : nullptr;
-}
-
-Object copyOf(const Object* object) { return object != nullptr ? *object : Object(); }
-
 // Paths end in numbers without leading zeros.
 bool numberedBefore(const Modem& left, const Modem& right) {
     return std::pair(left.path.size(), std::string_view(left.path)) <
            std::pair(right.path.size(), std::string_view(right.path));
 }
 
-std::vector<Modem> modemsIn(const Object& objects) {
-    std::vector<Modem> modems;
-    for (const Object::Member& object : objects) {
-        const Object* known = object.value.ifObject();
-        const Object* modem = known != nullptr ? interfaceIn(*known, modemInterface) : nullptr;
-        if (modem == nullptr) {
-            continue;
-        }
-        modems.push_back(
-            {std::string(object.key()), *modem, copyOf(interfaceIn(*known, networkInterface)), {}});
-    }
-    std::sort(modems.begin(), modems.end(), numberedBefore);
-    return modems;
-}
-
 std::vector<Modem> askForModems(Bus& bus) {
     BusConnection connection(bus);
     const BusReply objects = connection.call(
-        {serviceName, managerPath, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", {}});
-    std::vector<Modem> modems = modemsIn(propertiesIn(objects));
-    std::vector<BusCall> calls;
-    std::vector<std::size_t> askedFor;
-    for (std::size_t index = 0; index < modems.size(); ++index) {
-        if (const auto sim = pathMember(modems[index].properties, "Sim")) {
-            calls.push_back(readProperties(serviceName, *sim, simInterface));
-            askedFor.push_back(index);
+        {serviceName, managerPath, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects"});
+    std::vector<Modem> modems;
+    for (const Object::Member& object : objectAt(objects.body, 0)) {
+        const Object* interfaces = object.value.ifObject();
+        if (interfaces != nullptr && interfaces->contains(modemInterface)) {
+            modems.push_back({std::string(object.key()),
+                              objectMember(*interfaces, modemInterface),
+                              objectMember(*interfaces, networkInterface),
+                              {}});
         }
     }
+    std::sort(modems.begin(), modems.end(), numberedBefore);
+    std::vector<BusCall> calls;
+    for (const Modem& modem : modems) { // without a SIM, of an object that is none
+        const std::string sim = pathMember(modem.properties, "Sim").value_or("/");
+        calls.push_back(readProperties(serviceName, sim, simInterface));
+    }
     const auto replies = connection.callAll(calls);
-    for (std::size_t index = 0; index < replies.size(); ++index) {
-        modems[askedFor[index]].sim = propertiesIn(replies[index]);
+    for (std::size_t index = 0; index < modems.size(); ++index) {
+        modems[index].sim = objectAt(replies[index].body, 0);
     }
     return modems;
 }
@@ -90,9 +75,9 @@ std::optional<std::string> operatorCode(const Object& object, std::string_view k
 }
 
 std::optional<Carrier> carrierOf(const Modem& modem) {
-    auto name = nonEmptyMember(modem.sim, "OperatorName");
+    auto name = textMember(modem.sim, "OperatorName");
     auto code = operatorCode(modem.sim, "OperatorIdentifier");
-    const auto networkName = nonEmptyMember(modem.network, "OperatorName");
+    const auto networkName = textMember(modem.network, "OperatorName");
     const auto networkCode = operatorCode(modem.network, "OperatorCode");
     if (!name && (!code || code == networkCode)) {
         name = networkName;
@@ -111,11 +96,10 @@ std::optional<Carrier> carrierOf(const Modem& modem) {
 
 class ModemInfo final : public platform::TelephonyInfo {
 public:
-    explicit ModemInfo(Bus& bus) : bus_(bus) {}
+    explicit ModemInfo(std::vector<Modem> modems) : modems_(std::move(modems)) {}
 
     [[nodiscard]] std::optional<Carrier> subscriberCellularProvider() const override {
-        const auto& all = modems();
-        return all.empty() ? std::nullopt : carrierOf(all.front());
+        return modems_.empty() ? std::nullopt : carrierOf(modems_.front());
     }
 
     [[nodiscard]] std::optional<std::string> currentRadioAccessTechnology() const override {
@@ -126,11 +110,11 @@ public:
 
     [[nodiscard]] std::optional<std::vector<std::optional<Carrier>>>
     serviceSubscriberCellularProviders() const override {
-        if (modems().empty()) {
+        if (modems_.empty()) {
             return std::nullopt;
         }
         std::vector<std::optional<Carrier>> carriers;
-        for (const Modem& modem : modems()) {
+        for (const Modem& modem : modems_) {
             carriers.push_back(carrierOf(modem));
         }
         return carriers;
@@ -138,11 +122,11 @@ public:
 
     [[nodiscard]] std::optional<std::vector<std::string>>
     serviceCurrentRadioAccessTechnology() const override {
-        if (modems().empty()) {
+        if (modems_.empty()) {
             return std::nullopt;
         }
         std::vector<std::string> technologies;
-        for (const Modem& modem : modems()) {
+        for (const Modem& modem : modems_) {
             const auto bits = integerMember(modem.properties, "AccessTechnologies").value_or(0);
             if (const char* name = nameOfTechnology(static_cast<std::uint32_t>(bits))) {
                 technologies.emplace_back(name);
@@ -152,14 +136,7 @@ public:
     }
 
 private:
-    [[nodiscard]] const std::vector<Modem>& modems() const {
-        std::call_once(asked_, [this] { modems_ = askForModems(bus_); });
-        return modems_;
-    }
-
-    Bus& bus_;
-    mutable std::once_flag asked_;
-    mutable std::vector<Modem> modems_;
+    const std::vector<Modem> modems_;
 };
 
 } // namespace
@@ -197,10 +174,8 @@ const char* nameOfTechnology(std::uint32_t accessTechnologies) {
     return found != std::end(technologies) ? found->name : nullptr;
 }
 
-NativeTelephony::NativeTelephony(Bus& bus) : bus_(bus) {}
-
 std::unique_ptr<platform::TelephonyInfo> NativeTelephony::makeInfo() const {
-    return std::make_unique<ModemInfo>(bus_);
+    return std::make_unique<ModemInfo>(askForModems(bus_));
 }
 
 } // namespace morvellacinto::native

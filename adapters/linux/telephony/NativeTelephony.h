@@ -20,10 +20,10 @@ class Bus;
 /// it is registered with, if that is its own; without a SIM to read, the carrier is that network.
 class NativeTelephony final : public platform::Telephony {
 public:
-    /// `bus` must outlive the objects that `makeInfo` gives.
-    explicit NativeTelephony(Bus& bus);
+    /// `bus` must outlive this.
+    explicit NativeTelephony(Bus& bus) : bus_(bus) {}
 
-    /// An object asks the bus once, at the first question.
+    /// Asks the bus.
     [[nodiscard]] std::unique_ptr<platform::TelephonyInfo> makeInfo() const override;
 
 private:

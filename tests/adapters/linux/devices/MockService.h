@@ -1,33 +1,17 @@
 #pragma once
 
+#include <condition_variable>
 #include <functional>
 #include <map>
-#include <memory>
+#include <mutex>
 #include <string>
 #include <systemd/sd-bus.h>
+#include <thread>
 
 namespace morvellacinto::native {
 
-/// Appends values to a message.
-using Append = std::function<void(sd_bus_message*)>;
-using MockProperties = std::map<std::string, Append>;
-
-/// Appends what sd_bus_message_append does of a type and values, which must live on.
-template <class... Values>
-Append values(const char* type, Values... each) {
-    return [=](sd_bus_message* message) { sd_bus_message_append(message, type, each...); };
-}
-/// The same in a variant, for a property.
-template <class... Values>
-Append property(const char* type, Values... each) {
-    return values("v", type, each...);
-}
-
-/// Answers a call.
-void reply(sd_bus_message* call, const Append& append = values(""));
-
-/// A service on the private bus with the objects that the test describes: what is asked of another
-/// path or interface is an error. It works on a thread of its own.
+/// A service on the private bus that answers as the test describes, on a thread of its own: what is
+/// asked of another path or interface is an error.
 class MockService {
 public:
     /// Runs on the service's thread; what it does not answer stays unanswered.
@@ -39,27 +23,33 @@ public:
     /// As `die`.
     ~MockService();
 
-    void setProperties(const std::string& path, const std::string& interface,
-                       MockProperties properties);
+    /// "GetAll" is that of the properties of `interface`.
     void onCall(const std::string& path, const std::string& interface, const std::string& member,
                 Method method);
-    void emit(const std::string& path, const char* interface, const char* member,
-              const Append& arguments);
-    /// Calls a method of another service, and waits for nothing.
-    void call(const char* destination, const char* path, const char* interface, const char* member,
-              const Append& arguments);
+    /// Sends something: `use` gets the connection.
+    void send(const std::function<void(sd_bus*)>& use);
     /// Leaves the bus as a crashed service would.
     void die();
-
-    /// How often `member` has been called, waiting for the call of number `atLeast`.
-    [[nodiscard]] int callsOf(const std::string& member, int atLeast = 0);
-    [[nodiscard]] bool wasCalled(const std::string& member, int times = 1) {
-        return callsOf(member, times) >= times;
-    }
+    /// Whether `member` is called so many times, before long.
+    [[nodiscard]] bool wasCalled(const std::string& member, int times = 1);
+    [[nodiscard]] int callsOf(const std::string& member);
 
 private:
-    struct State;
-    const std::unique_ptr<State> state_;
+    static int received(sd_bus_message* call, void* self, sd_bus_error* error);
+    void work();
+
+    std::recursive_mutex mutex_; // methods use the service
+    std::condition_variable_any called_;
+    sd_bus* bus_ = nullptr;
+    std::map<std::string, Method> methods_;
+    std::map<std::string, int> calls_;
+    std::thread thread_;
 };
+
+/// Answers with what sd_bus_message_append makes of types and values, which must live on.
+template <class... Values>
+MockService::Method answer(const char* types, Values... each) {
+    return [=](sd_bus_message* call) { sd_bus_reply_method_return(call, types, each...); };
+}
 
 } // namespace morvellacinto::native

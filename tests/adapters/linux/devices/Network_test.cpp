@@ -2,7 +2,6 @@
 #include "PrivateBus.h"
 
 #include "basics/SystemFiles.h"
-#include "basics/VisibleText.h"
 #include "network/NativeNetwork.h"
 #include "network/Routes.h"
 
@@ -21,56 +20,44 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Optional;
 
-constexpr const char* networkManager = "org.freedesktop.NetworkManager";
+const std::string networkManager = "org.freedesktop.NetworkManager";
 constexpr const char* managerPath = "/org/freedesktop/NetworkManager";
 
 TEST(WifiNetworks, AreThoseThatTheWifiDevicesHaveJoined) {
     PrivateBus daemon;
     const NativeNetwork network(daemon.bus);
-    MockService mock(networkManager);
-    mock.onCall(managerPath, networkManager, "GetDevices", [](sd_bus_message* call) {
-        reply(call, values("ao", 4, "/absent", "/eth0", "/wlan1", "/wlan0"));
-    });
+    MockService mock(networkManager.c_str());
+    mock.onCall(managerPath, networkManager, "GetDevices",
+                answer("ao", 4, "/absent", "/eth0", "/wlan1", "/wlan0"));
     EXPECT_EQ(network.supportedInterfaces(), std::nullopt) << "devices that are gone";
     mock.onCall(managerPath, networkManager, "GetDeviceByIpIface", [](sd_bus_message* call) {
         const char* name = nullptr;
         sd_bus_message_read(call, "s", &name);
-        reply(call, values("o", ("/" + std::string(name)).c_str()));
+        sd_bus_reply_method_return(call, "o", ("/" + std::string(name)).c_str());
     });
-    const std::string device = "org.freedesktop.NetworkManager.Device";
     for (const auto& [name, type, accessPoint, mode] :
          {std::tuple("eth0", 1U, "/", 0U), std::tuple("wlan1", 2U, "/ap", 2U),
           std::tuple("wlan0", 2U, "/hidden", 2U), std::tuple("none0", 2U, "/", 2U),
           std::tuple("hotspot0", 2U, "/ap", 3U)}) {
         const std::string path = "/" + std::string(name);
-        mock.setProperties(
-            path, device,
-            {{"DeviceType", property("u", type)}, {"Interface", property("s", name)}});
-        mock.setProperties(
-            path, device + ".Wireless",
-            {{"ActiveAccessPoint", property("o", accessPoint)}, {"Mode", property("u", mode)}});
+        mock.onCall(path, networkManager + ".Device", "GetAll",
+                    answer("a{sv}", 2, "DeviceType", "u", type, "Interface", "s", name));
+        mock.onCall(path, networkManager + ".Device.Wireless", "GetAll",
+                    answer("a{sv}", 2, "ActiveAccessPoint", "o", accessPoint, "Mode", "u", mode));
     }
-    const std::string accessPoint = "org.freedesktop.NetworkManager.AccessPoint";
-    mock.setProperties("/ap", accessPoint,
-                       {{"Ssid", property("ay", 6, 'c', 'a', 'f', 0xC3, 0xA9, 0xFF)},
-                        {"HwAddress", property("s", "00:11:22:33:44:55")}});
-    mock.setProperties("/hidden", accessPoint,
-                       {{"Ssid", property("ay", 0)}, {"HwAddress", property("u", 5U)}});
+    mock.onCall("/ap", networkManager + ".AccessPoint", "GetAll",
+                answer("a{sv}", 2, "Ssid", "ay", 5, 0xC3, 0xA9, 0xFF, 0xE2, 0x82, "HwAddress", "s",
+                       "00:11:22:33:44:55"));
+    mock.onCall("/hidden", networkManager + ".AccessPoint", "GetAll",
+                answer("a{sv}", 2, "Ssid", "ay", 0, "HwAddress", "u", 5U));
     EXPECT_THAT(network.supportedInterfaces(), Optional(ElementsAre("wlan1", "wlan0")));
-    const auto joined = network.currentNetworkInfo("wlan1");
-    ASSERT_TRUE(joined);
-    EXPECT_EQ(joined->ssid, "caf\xC3\xA9\xEF\xBF\xBD");
-    EXPECT_EQ(joined->bssid, "00:11:22:33:44:55");
+    EXPECT_EQ(network.currentNetworkInfo("wlan1")->ssid,
+              "\xC3\xA9\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
     EXPECT_FALSE(network.currentNetworkInfo("wlan0")->ssid);
     EXPECT_FALSE(network.currentNetworkInfo("wlan0")->bssid);
     for (const char* name : {"none0", "hotspot0", "absent0"}) {
         EXPECT_FALSE(network.currentNetworkInfo(name)) << name;
     }
-}
-
-TEST(VisibleText, ShowsEachByteThatIsNoUtf8) {
-    EXPECT_EQ(visibleText("a\xED\xA0\x80z"), "a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBDz");
-    EXPECT_EQ(visibleText("\xE2\x82"), "\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
 TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
@@ -94,40 +81,6 @@ TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
                                     line("40", "00000001", " 1 0 00000001 net0\n"),
                                 AF_INET6),
                 ElementsAre("a0", "b0"));
-}
-
-TEST(InterfaceFacts, AreTheKernels) {
-    using State = InterfaceFacts::State;
-    const TemporaryRoot root;
-    const InterfaceFacts facts(root.path());
-    const std::pair<const char*, State> states[] = {{"up\n", State::usable},
-                                                    {"unknown\n", State::usable},
-                                                    {"dormant\n", State::waiting},
-                                                    {"down\n", State::down},
-                                                    {"lowerlayerdown\n", State::down}};
-    EXPECT_EQ(facts.stateOf("a0"), State::usable) << "untold";
-    for (const auto& [text, state] : states) {
-        root.write("sys/class/net/a0/operstate", text);
-        EXPECT_EQ(facts.stateOf("a0"), state) << text;
-    }
-    struct Case {
-        const char *interface, *file, *content;
-        bool isCellular, isTunnel;
-    };
-    const Case cases[] = {{"eth0", "type", "1\n", false, false},
-                          {"raw0", "type", "519\n", true, false},
-                          {"raw0", "phy80211/name", "phy0\n", false, false},
-                          {"wwan0", "type", "65534\n", true, false},
-                          {"wwan0", "uevent", "INTERFACE=wwan0\nDEVTYPE=wlan\n", false, true},
-                          {"mob0", "uevent", "DEVTYPE=wwan\n", true, false},
-                          {"rmnet_data0", "type", "1\n", true, false},
-                          {"vpn0", "type", "65534\n", false, true},
-                          {"tun0", "tun_flags", "0x1\n", false, true}};
-    for (const auto& [interface, file, content, isCellular, isTunnel] : cases) {
-        root.write(std::string("sys/class/net/") + interface + "/" + file, content);
-        EXPECT_EQ(facts.isCellular(interface), isCellular) << interface << " " << file;
-        EXPECT_EQ(facts.isTunnel(interface), isTunnel) << interface << " " << file;
-    }
 }
 
 // A network namespace of the test's own, with interfaces that lead nowhere, and described files.
@@ -175,10 +128,6 @@ TEST_F(ReachabilityTest, FollowsTheRouteThatThePacketsWouldTake) {
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan);
     run("route add default via 10.1.0.2 dev a0 metric 600");
     EXPECT_EQ(reach(), flags::reachable);
-    describe("a0", "operstate", "dormant\n");
-    EXPECT_EQ(reach(), flags::reachable | flags::connectionRequired);
-    describe("a0", "operstate", "down\n");
-    EXPECT_EQ(reach(), 0U);
     run("route add default via 10.2.0.2 dev b0 table 77");
     run("rule add to 192.0.2.0/24 lookup 77");
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan) << "rules come before the main table";
@@ -186,6 +135,24 @@ TEST_F(ReachabilityTest, FollowsTheRouteThatThePacketsWouldTake) {
     EXPECT_EQ(reach(), 0U);
     run("-6 route add default via fd00:2::2 dev b0");
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan) << "IPv6 where IPv4 leads nowhere";
+}
+
+TEST_F(ReachabilityTest, TellsMobileNetworksAndWhatWaitsByTheKernelsFiles) {
+    run("route add default via 10.1.0.2 dev a0");
+    constexpr std::uint32_t mobile = flags::reachable | flags::isWwan;
+    const std::tuple<const char*, const char*, std::uint32_t> cases[] = {
+        {"operstate", "lowerlayerdown\n", 0},
+        {"operstate", "dormant\n", flags::reachable | flags::connectionRequired},
+        {"operstate", "unknown\n", flags::reachable},
+        {"operstate", "up\n", flags::reachable},
+        {"type", "519\n", mobile},
+        {"phy80211/name", "phy0\n", flags::reachable},
+        {"uevent", "INTERFACE=a0\nDEVTYPE=wwan\n", mobile},
+        {"uevent", "DEVTYPE=wlan\n", flags::reachable}};
+    for (const auto& [file, content, expected] : cases) {
+        describe("a0", file, content);
+        EXPECT_EQ(reach(), expected) << file << " " << content;
+    }
 }
 
 TEST_F(ReachabilityTest, ATunnelCountsAsWhatItGoesThrough) {
@@ -197,6 +164,9 @@ TEST_F(ReachabilityTest, ATunnelCountsAsWhatItGoesThrough) {
     EXPECT_EQ(reach(), flags::reachable);
     describe("a0", "operstate", "down\n");
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan);
+    describe("a0", "operstate", "up\n");
+    describe("a0", "tun_flags", "0x1\n");
+    EXPECT_EQ(reach(), flags::reachable | flags::isWwan) << "a tunnel too";
 }
 
 } // namespace

@@ -27,39 +27,28 @@ TEST(Payload, OfAPhoneWithAllServicesHasAllKeysAndAsksForTheBatteryOnce) {
     daemon.folder.write("dbus-1/system-services/org.freedesktop.GeoClue2.service", "");
     setenv("XDG_DATA_DIRS", daemon.folder.path().c_str(), 1);
     MockService power("org.freedesktop.UPower");
-    power.setProperties("/org/freedesktop/UPower/devices/DisplayDevice",
-                        "org.freedesktop.UPower.Device",
-                        {{"IsPresent", property("b", 1)},
-                         {"Percentage", property("d", 75.0)},
-                         {"State", property("u", 2U)}});
+    power.onCall(
+        "/org/freedesktop/UPower/devices/DisplayDevice", "org.freedesktop.UPower.Device", "GetAll",
+        answer("a{sv}", 3, "IsPresent", "b", 1, "Percentage", "d", 75.0, "State", "u", 2U));
     MockService modems("org.freedesktop.ModemManager1");
     modems.onCall("/org/freedesktop/ModemManager1", "org.freedesktop.DBus.ObjectManager",
-                  "GetManagedObjects", [](sd_bus_message* call) {
-                      reply(call, values("a{oa{sa{sv}}}", 1, "/Modem/0", 1,
-                                         "org.freedesktop.ModemManager1.Modem", 2,
-                                         "AccessTechnologies", "u", 1U << 14, "Sim", "o", "/sim"));
-                  });
-    modems.setProperties(
-        "/sim", "org.freedesktop.ModemManager1.Sim",
-        {{"OperatorName", property("s", "Telco")}, {"OperatorIdentifier", property("s", "24001")}});
+                  "GetManagedObjects",
+                  answer("a{oa{sa{sv}}}", 1, "/Modem/0", 1, "org.freedesktop.ModemManager1.Modem",
+                         2, "AccessTechnologies", "u", 1U << 14, "Sim", "o", "/sim"));
+    modems.onCall(
+        "/sim", "org.freedesktop.ModemManager1.Sim", "GetAll",
+        answer("a{sv}", 2, "OperatorName", "s", "Telco", "OperatorIdentifier", "s", "24001"));
     const std::string manager = "org.freedesktop.NetworkManager";
+    const std::string managerPath = "/org/freedesktop/NetworkManager";
     MockService networks(manager.c_str());
-    for (const auto& [member, type, count] :
-         {std::tuple("GetDevices", "ao", 1), std::tuple("GetDeviceByIpIface", "o", 0)}) {
-        networks.onCall("/org/freedesktop/NetworkManager", manager, member,
-                        [type = type, count = count](sd_bus_message* call) {
-                            reply(call,
-                                  count == 1 ? values(type, 1, "/wlan0") : values(type, "/wlan0"));
-                        });
-    }
-    networks.setProperties(
-        "/wlan0", manager + ".Device",
-        {{"DeviceType", property("u", 2U)}, {"Interface", property("s", "wlan0")}});
-    networks.setProperties("/wlan0", manager + ".Device.Wireless",
-                           {{"ActiveAccessPoint", property("o", "/ap")}});
-    networks.setProperties(
-        "/ap", manager + ".AccessPoint",
-        {{"Ssid", property("ay", 1, 'h')}, {"HwAddress", property("s", "00:11")}});
+    networks.onCall(managerPath, manager, "GetDevices", answer("ao", 1, "/wlan0"));
+    networks.onCall(managerPath, manager, "GetDeviceByIpIface", answer("o", "/wlan0"));
+    networks.onCall("/wlan0", manager + ".Device", "GetAll",
+                    answer("a{sv}", 2, "DeviceType", "u", 2U, "Interface", "s", "wlan0"));
+    networks.onCall("/wlan0", manager + ".Device.Wireless", "GetAll",
+                    answer("a{sv}", 1, "ActiveAccessPoint", "o", "/ap"));
+    networks.onCall("/ap", manager + ".AccessPoint", "GetAll",
+                    answer("a{sv}", 2, "Ssid", "ay", 1, 'h', "HwAddress", "s", "00:11"));
     std::vector<std::string> told;
     const Object payload = payloadIn(daemon.folder, &told);
     EXPECT_EQ(payload.size(), 19U);
@@ -91,7 +80,6 @@ TEST(Payload, WithoutAnyServiceHasAllKeys) {
     std::vector<std::string> told;
     const Object payload = payloadIn(TemporaryRoot(), &told);
     EXPECT_EQ(payload.at("batteryLevel"), Value(-1.0F));
-    EXPECT_EQ(payload.at("locationState"), Value(0));
     EXPECT_EQ(payload.size(), 19U);
     EXPECT_EQ(told.size(), 1U);
 }

@@ -3,7 +3,7 @@
 #include "support/ChildProcess.h"
 #include "support/TemporaryDirectory.h"
 
-#include "bus/Bus.h"
+#include "bus/BusConnection.h"
 #include "threads/StopSignal.h"
 
 #include <filesystem>

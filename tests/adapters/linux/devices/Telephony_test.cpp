@@ -10,18 +10,14 @@
 namespace morvellacinto::native {
 namespace {
 
-constexpr const char* managerPath = "/org/freedesktop/ModemManager1";
 constexpr const char* modemInterface = "org.freedesktop.ModemManager1.Modem";
 constexpr const char* networkInterface = "org.freedesktop.ModemManager1.Modem.Modem3gpp";
-constexpr const char* simInterface = "org.freedesktop.ModemManager1.Sim";
 
 class TelephonyTest : public ::testing::Test {
 protected:
-    void answerWith(const Append& objects) {
-        mock.onCall(managerPath, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects",
-                    [objects](sd_bus_message* call) { reply(call, objects); });
-    }
-    [[nodiscard]] std::unique_ptr<platform::TelephonyInfo> info() {
+    [[nodiscard]] auto infoOf(const MockService::Method& objects) {
+        mock.onCall("/org/freedesktop/ModemManager1", "org.freedesktop.DBus.ObjectManager",
+                    "GetManagedObjects", [objects](sd_bus_message* call) { reply(call, objects); });
         return NativeTelephony(daemon.bus).makeInfo();
     }
 
@@ -49,39 +45,40 @@ TEST_F(TelephonyTest, TheCarrierIsTheSimsElseThatOfTheNetworkWhichServesIt) {
                           {"Net", "2620", "/absent", "", "", "Net - -"},
                           {"Net", "2620123", "/", "", "", "Net - -"}};
     for (const auto& [networkName, networkCode, sim, simName, simCode, carrier] : cases) {
-        mock.setProperties("/sim", simInterface,
-                           {{"OperatorName", property("s", simName)},
-                            {"OperatorIdentifier", property("s", simCode)}});
-        answerWith(values("a{oa{sa{sv}}}", 1, "/Modem/0", 2, modemInterface, 2,
+        mock.onCall(
+            "/sim", "org.freedesktop.ModemManager1.Sim", "GetAll",
+            answer("a{sv}", 2, "OperatorName", "s", simName, "OperatorIdentifier", "s", simCode));
+        const auto info =
+            infoOf(answer("a{oa{sa{sv}}}", 1, "/Modem/0", 2, modemInterface, 2,
                           "AccessTechnologies", "u", 1U << 14, "Sim", "o", sim, networkInterface, 2,
                           "OperatorName", "s", networkName, "OperatorCode", "s", networkCode));
-        EXPECT_EQ(told(info()->subscriberCellularProvider()), carrier);
-        EXPECT_EQ(info()->currentRadioAccessTechnology(), "LTE");
+        EXPECT_EQ(told(info->subscriberCellularProvider()), carrier);
+        EXPECT_EQ(info->currentRadioAccessTechnology(), "LTE");
     }
 }
 
-TEST_F(TelephonyTest, EachModemIsAServiceInTheOrderOfTheirNumbersAndAskedForOnce) {
-    answerWith(values("a{oa{sa{sv}}}", 4, "/Modem/10", 1, modemInterface, 1, "AccessTechnologies",
+TEST_F(TelephonyTest, EachModemIsAServiceInTheOrderOfTheirNumbers) {
+    const auto info =
+        infoOf(answer("a{oa{sa{sv}}}", 4, "/Modem/10", 1, modemInterface, 1, "AccessTechnologies",
                       "u", 1U << 15, "/Modem/9", 2, modemInterface, 1, "AccessTechnologies", "u",
                       1U << 4, networkInterface, 1, "OperatorName", "s", "Nine", "/Modem/8", 1,
                       modemInterface, 1, "AccessTechnologies", "s", "fast", "/Call/1", 0));
-    const auto answer = info();
-    EXPECT_THAT(answer->serviceCurrentRadioAccessTechnology(),
+    EXPECT_THAT(info->serviceCurrentRadioAccessTechnology(),
                 ::testing::Optional(::testing::ElementsAre("Edge", "NR")));
-    const auto carriers = answer->serviceSubscriberCellularProviders();
+    const auto carriers = info->serviceSubscriberCellularProviders();
     ASSERT_EQ(carriers->size(), 3U);
     EXPECT_EQ(told(carriers->at(1)), "Nine - -");
-    EXPECT_EQ(mock.callsOf("GetManagedObjects"), 1);
 }
 
-TEST_F(TelephonyTest, NoServiceNoModemAndAWrongAnswerAreNoTelephony) {
-    EXPECT_EQ(info()->serviceSubscriberCellularProviders(), std::nullopt);
-    for (const Append& wrong :
-         {values("a{oa{sa{sv}}}", 0), values("a{ss}", 1, "/Modem/0", "no interfaces")}) {
-        answerWith(wrong);
-        EXPECT_EQ(info()->serviceCurrentRadioAccessTechnology(), std::nullopt);
-        EXPECT_EQ(info()->currentRadioAccessTechnology(), std::nullopt);
-        EXPECT_EQ(info()->subscriberCellularProvider(), std::nullopt);
+TEST_F(TelephonyTest, NoModemAndAWrongAnswerAreNoTelephony) {
+    for (const auto& wrong :
+         {MockService::Method(answer("a{oa{sa{sv}}}", 0)),
+          MockService::Method(answer("a{ss}", 1, "/Modem/0", "no interfaces"))}) {
+        const auto info = infoOf(wrong);
+        EXPECT_EQ(info->serviceSubscriberCellularProviders(), std::nullopt);
+        EXPECT_EQ(info->serviceCurrentRadioAccessTechnology(), std::nullopt);
+        EXPECT_EQ(info->currentRadioAccessTechnology(), std::nullopt);
+        EXPECT_EQ(info->subscriberCellularProvider(), std::nullopt);
     }
 }
 
@@ -93,6 +90,7 @@ TEST(NameOfTechnology, IsThatOfTheNewestGeneration) {
                                                            {1U << 7, "HSUPA"},
                                                            {1U << 10, "CDMA1x"},
                                                            {1U << 11 | 1U << 10, "CDMAEVDORev0"},
+                                                           {1U << 12, "CDMAEVDORevA"},
                                                            {1U << 13 | 1U << 12, "CDMAEVDORevB"},
                                                            {1U << 14 | 1U << 9, "LTE"},
                                                            {1U << 17, "LTE"},
@@ -100,7 +98,6 @@ TEST(NameOfTechnology, IsThatOfTheNewestGeneration) {
                                                            {1U << 15 | 1U << 14, "NRNSA"},
                                                            {0, ""},
                                                            {1, ""},
-                                                           {1U << 20, ""},
                                                            {0xFFFFFFFFU, ""}};
     for (const auto& [bits, name] : cases) {
         const char* given = nameOfTechnology(bits);
@@ -111,8 +108,7 @@ TEST(NameOfTechnology, IsThatOfTheNewestGeneration) {
 TEST(MobileCountries, KnowsCountriesAndNothingElse) {
     const std::pair<const char*, const char*> cases[] = {
         {"202", "gr"}, {"240", "se"}, {"234", "gb"}, {"310", "us"}, {"316", "us"}, {"724", "br"},
-        {"750", "fk"}, {"425", "il"}, {"466", "tw"}, {"", ""},      {"24", ""},    {"2400", ""},
-        {"24x", ""},   {"-24", ""},   {"001", ""},   {"901", ""},   {"999", ""},   {"000", ""}};
+        {"750", "fk"}, {"425", "il"}, {"466", "tw"}, {"001", ""},   {"901", ""},   {"000", ""}};
     for (const auto& [code, country] : cases) {
         EXPECT_EQ(countryOfMobileCode(code).value_or(""), country) << code;
     }
