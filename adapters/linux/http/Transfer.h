@@ -58,8 +58,8 @@ public:
     /// Judges the hop that libcurl ended with `result`. True when there is a next one to begin;
     /// else the transfer has ended.
     [[nodiscard]] bool end(CURLcode result) noexcept;
-    /// Takes a hop under way out of the multi handle.
-    void abandon() noexcept;
+    /// Takes a hop under way out of the multi handle, as `end` does.
+    void leaveMulti() noexcept;
 
     void fail(const HttpFailure& failure) noexcept;
     /// Hands what the transfer ended with to the completion, and lets go of that.
@@ -74,18 +74,15 @@ private:
     void setUpRequest();
     void setUpHeaders();
     void requireAnswer(CURLcode result) const;
-    void follow(const std::string& location);
     /// 0 before the answer's headers have come.
     [[nodiscard]] long status() const noexcept;
     /// Where the answer redirects to; null when it is not to be followed.
     [[nodiscard]] const char* redirectLocation() const noexcept;
-    void leaveMulti() noexcept;
-    void watchForCut() noexcept;
     void receiveHeader(std::string_view line);
     void receiveBody(std::string_view bytes);
 
-    static std::size_t onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept;
-    static std::size_t onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
+    template <void (Transfer::*receive)(std::string_view)>
+    static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
 
     const std::shared_ptr<SessionState> session_;
     const platform::HttpRequest request_;
@@ -98,7 +95,7 @@ private:
     AnswerHeaders answerHeaders_;
     std::size_t bodyBytes_ = 0;
     std::unique_ptr<SSL, InTurn<&SSL_free>> tls_; ///< of a body that does not tell its length
-    bool isCut_ = false; ///< for all that TLS has said so far
+    bool isCut_ = false;                          ///< for all that TLS has said so far
     // After all that it refers to.
     std::unique_ptr<CURL, InTurn<&curl_easy_cleanup>> handle_;
     CURLM* multi_ = nullptr; ///< while the handle is in it

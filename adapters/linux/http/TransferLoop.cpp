@@ -12,8 +12,11 @@ namespace morvellacinto::native {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr rlim_t fewestConnections = 4;
 constexpr rlim_t mostConnections = 256;
+constexpr std::chrono::milliseconds longestWait = std::chrono::minutes(1);
 
 // At least half of the descriptors are the host's.
 long connectionLimit() {
@@ -94,14 +97,16 @@ void TransferLoop::run() {
             }
             isIdle = !multi_ || Clock::now() >= idleEnd;
             if (!haveEnded && !isIdle) {
-                wait(idleEnd);
+                // While there are transfers libcurl knows when it is to go on.
+                const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                    active_.empty() ? idleEnd - Clock::now() : longestWait);
+                curl_multi_poll(multi_.get(), nullptr, 0,
+                                static_cast<int>(std::clamp(left, 0ms, longestWait).count()),
+                                nullptr);
             }
         }
         close();
     } while (!mayEnd());
-    if (escaped_) {
-        std::rethrow_exception(std::exchange(escaped_, nullptr)); // to the pool's handler
-    }
 }
 
 // Does what can be done at once. The transfers that have ended.
@@ -172,21 +177,10 @@ void TransferLoop::deliver(Transfers& ended) noexcept {
                 if (!isStopped_) {
                     ended.front()->complete();
                 }
-            } catch (...) {
-                escaped_ = std::current_exception();
+            } catch (...) { // nor can one be had to tell of this
             }
         }
     }
-}
-
-void TransferLoop::wait(Clock::time_point idleEnd) {
-    // While there are transfers libcurl knows when it is to go on.
-    const auto left = active_.empty()
-                          ? std::chrono::ceil<std::chrono::milliseconds>(idleEnd - Clock::now())
-                          : std::chrono::minutes(1);
-    const auto bounded = std::clamp<std::chrono::milliseconds>(left, std::chrono::milliseconds(0),
-                                                               std::chrono::minutes(1));
-    curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(bounded.count()), nullptr);
 }
 
 void TransferLoop::close() {
@@ -195,7 +189,7 @@ void TransferLoop::close() {
         return;
     }
     for (const std::shared_ptr<Transfer>& transfer : active_) {
-        transfer->abandon();
+        transfer->leaveMulti();
     }
     const std::lock_guard lock(mutex_);
     multi_.reset();

@@ -10,7 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <exception>
 #include <filesystem>
 #include <list>
 #include <memory>
@@ -63,7 +62,6 @@ private:
     void open();
     void beginFirst(Transfers& from, Transfers& ended);
     void deliver(Transfers& ended) noexcept;
-    void wait(Clock::time_point idleEnd);
     void close();
     [[nodiscard]] bool mayEnd();
 
@@ -83,7 +81,6 @@ private:
     Trust trust_;
     std::unique_ptr<CURLSH, InTurn<&curl_share_cleanup>> tlsSessions_;
     Transfers active_;
-    std::exception_ptr escaped_;
 };
 
 } // namespace morvellacinto::native

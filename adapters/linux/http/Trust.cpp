@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -19,12 +19,18 @@ namespace {
 using std::filesystem::path;
 
 bool isHashed(const path& directory) {
-    std::error_code absent;
-    return std::any_of(std::filesystem::directory_iterator(directory, absent), {}, [](auto& entry) {
-        const std::string name = entry.path().filename();
-        return name.size() == 10 && name.ends_with(".0") &&
-               name.find_first_not_of("0123456789abcdef") == 8;
-    });
+    try {
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+            const std::string name = entry.path().filename();
+            if (name.size() == 10 && name.ends_with(".0") &&
+                name.find_first_not_of("0123456789abcdef") == 8) {
+                return true;
+            }
+        }
+    } catch (const std::filesystem::filesystem_error&) {
+        // There is none.
+    }
+    return false;
 }
 
 // The certificates in a PEM file. Throws std::runtime_error when there are none, or worse.
@@ -77,15 +83,12 @@ void Trust::applyTo(CURL* transfer) {
     curl_blob texts{texts_.data(), texts_.size(), CURL_BLOB_COPY};
     const auto set = [transfer](CURLoption option, auto* value, bool isEmpty) {
         if (curl_easy_setopt(transfer, option, isEmpty ? nullptr : value) != CURLE_OK) {
-            throw std::runtime_error("libcurl lacks option " + std::to_string(option));
+            throw std::bad_alloc();
         }
     };
     set(CURLOPT_CAPATH, directory_.c_str(), directory_.empty());
-    set(CURLOPT_PROXY_CAPATH, directory_.c_str(), directory_.empty());
     set(CURLOPT_CAINFO, bundle_.c_str(), bundle_.empty());
-    set(CURLOPT_PROXY_CAINFO, bundle_.c_str(), bundle_.empty());
     set(CURLOPT_CAINFO_BLOB, &texts, texts_.empty());
-    set(CURLOPT_PROXY_CAINFO_BLOB, &texts, texts_.empty());
 }
 
 void Trust::load() {
