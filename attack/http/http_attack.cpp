@@ -138,8 +138,7 @@ void storm(const Server& server, const std::string& path, std::chrono::milliseco
     }
 }
 
-// The first request of a loop, with each allocation in turn failing: it ends all the same.
-void failAllocations(const Server& server, int rounds) {
+void watchAllocationsOfLibcurl() {
     curl_global_init_mem(
         CURL_GLOBAL_DEFAULT,
         [](std::size_t size) { return failsNow() ? nullptr : std::malloc(size); },
@@ -151,9 +150,15 @@ void failAllocations(const Server& server, int rounds) {
         [](std::size_t count, std::size_t size) {
             return failsNow() ? nullptr : std::calloc(count, size);
         });
+}
+
+// The first request of a loop, with each allocation in turn failing: it ends all the same.
+void failAllocations(const Server& server, int rounds) {
     int failures = 0;
-    const long step = std::max(1, 30 / rounds);
+    long points = 0;
+    const long step = std::max(1, 100 / rounds);
     for (long point = 1, fine = 0; fine < 3; point += step) {
+        ++points;
         std::promise<bool> ended;
         const Client client(server);
         untilFailure = point;
@@ -170,7 +175,7 @@ void failAllocations(const Server& server, int rounds) {
             std::_Exit(1);
         }
     }
-    std::printf("allocations that failed: %d requests ended with an error\n", failures);
+    std::printf("allocations: %d of %ld requests ended with an error\n", failures, points);
     expect(failures > 0, "allocations fail");
 }
 
@@ -202,6 +207,7 @@ void exitInTheMiddle(const Server& server, int rounds) {
 int main(int count, char** arguments) {
     isFirstThread = true;
     const int rounds = count > 1 ? std::max(1, std::atoi(arguments[1])) : 10;
+    watchAllocationsOfLibcurl();
     const Server server;
     exitInTheMiddle(server, rounds); // before this process has threads
     for (int round = 0; round < (rounds + 2) / 3; ++round) {

@@ -52,6 +52,9 @@ bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
         if (!handle_) {
             handle_.reset(curl_easy_init());
         }
+        if (!handle_) {
+            throw std::bad_alloc();
+        }
         curl_easy_reset(handle_.get()); // which keeps the cookies
         answerHeaders_ = {};
         bodyBytes_ = 0;

@@ -81,10 +81,7 @@ void TransferLoop::postCompletion(const std::shared_ptr<Transfer>& transfer) {
 }
 
 void TransferLoop::run() {
-    {
-        const std::lock_guard lock(mutex_);
-        thread_ = std::this_thread::get_id();
-    }
+    thread_ = std::this_thread::get_id();
     do {
         auto idleEnd = Clock::now() + idleTime_;
         bool isIdle = false;
@@ -118,11 +115,9 @@ TransferLoop::Transfers TransferLoop::step() {
         return ended;
     }
     open();
-    Transfers arrived;
-    {
-        const std::lock_guard lock(mutex_);
-        arrived.swap(submitted_);
-    }
+    std::unique_lock lock(mutex_);
+    Transfers arrived = std::exchange(submitted_, {});
+    lock.unlock();
     while (!arrived.empty()) {
         beginFirst(arrived, ended);
     }
@@ -131,9 +126,8 @@ TransferLoop::Transfers TransferLoop::step() {
     while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &count)) {
         void* transfer = nullptr;
         curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
-        const auto place =
-            std::find_if(active_.begin(), active_.end(),
-                         [transfer](const auto& each) { return each.get() == transfer; });
+        const auto place = std::find_if(active_.begin(), active_.end(),
+                                        [&](const auto& each) { return each.get() == transfer; });
         Transfers one;
         one.splice(one.end(), active_, place);
         if (one.front()->end(message->data.result)) {
@@ -203,7 +197,7 @@ bool TransferLoop::mayEnd() {
     }
     submitted_.splice(submitted_.end(), active_);
     isRunning_ = false;
-    thread_ = {};
+    thread_ = std::thread::id();
     ended_.notify_all();
     return true;
 }

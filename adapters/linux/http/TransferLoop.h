@@ -68,11 +68,11 @@ private:
     const std::chrono::milliseconds idleTime_;
     WorkerPool& pool_;
     std::atomic<bool> isStopped_ = false;
+    std::atomic<std::thread::id> thread_;
 
     std::mutex mutex_;
     std::condition_variable ended_;
     bool isRunning_ = false;
-    std::thread::id thread_;
     Transfers submitted_;
     // Changed by the thread alone; others wake it.
     std::unique_ptr<CURLM, InTurn<&curl_multi_cleanup>> multi_;

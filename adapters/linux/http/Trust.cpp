@@ -1,15 +1,14 @@
 #include "Trust.h"
 
-#include <openssl/bio.h>
+#include <dirent.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
-#include <openssl/x509.h>
 
 #include <algorithm>
 #include <memory>
 #include <new>
 #include <stdexcept>
-#include <system_error>
+#include <string_view>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -18,17 +17,15 @@ namespace {
 
 using std::filesystem::path;
 
+// Not by a directory_iterator, which ends the process when memory runs out.
 bool isHashed(const path& directory) {
-    try {
-        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-            const std::string name = entry.path().filename();
-            if (name.size() == 10 && name.ends_with(".0") &&
-                name.find_first_not_of("0123456789abcdef") == 8) {
-                return true;
-            }
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), &closedir);
+    while (const dirent* const entry = entries ? readdir(entries.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (name.size() == 10 && name.ends_with(".0") &&
+            name.find_first_not_of("0123456789abcdef") == 8) {
+            return true;
         }
-    } catch (const std::filesystem::filesystem_error&) {
-        // There is none.
     }
     return false;
 }
