@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <climits>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -18,8 +17,7 @@ namespace {
 constexpr const char* userAgent = "Morvellacinto"; // and nothing that tells devices apart
 constexpr std::size_t maximumBodyBytes = std::size_t(64) << 20U; // decoded
 constexpr long longestIdleSeconds = 15; // of a connection that is to be used again
-// libcurl counts in a long; 24 days are as good as no limit.
-constexpr std::chrono::milliseconds longestTimeout{INT_MAX};
+constexpr std::chrono::milliseconds longestTimeout = std::chrono::years(1); // as good as none
 
 curl_socket_t openSocket(void* loopbackOnly, curlsocktype, curl_sockaddr* address) noexcept {
     if (loopbackOnly != nullptr && !isLoopback(address->addr)) {
@@ -137,13 +135,9 @@ void Transfer::set(CURLoption option, T value) {
 
 void Transfer::setUpTransport() {
     const bool isPlain = hop_->url.hasScheme("http");
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline_ - std::chrono::steady_clock::now());
     set(CURLOPT_CURLU, hop_->url.handle());
     set(CURLOPT_PROTOCOLS_STR, isPlain ? "http" : "https");
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    // Not 0, which would mean no limit.
-    set(CURLOPT_TIMEOUT_MS, static_cast<long>(std::max<std::int64_t>(left.count(), 1)));
     set(CURLOPT_MAXAGE_CONN, longestIdleSeconds);
     set(CURLOPT_NOSIGNAL, 1L);
     // A look-up that hangs is left to end by itself instead of being waited for.

@@ -41,19 +41,14 @@ class Transfer {
 public:
     Transfer(std::shared_ptr<SessionState> session, platform::HttpRequest request,
              platform::HttpSession::Completion completion);
-    Transfer(const Transfer&) = delete;
-    Transfer& operator=(const Transfer&) = delete;
-    ~Transfer() = default;
-
     [[nodiscard]] SessionState& session() const noexcept { return *session_; }
 
     /// The time-out counts from here.
     void start();
+    [[nodiscard]] std::chrono::steady_clock::time_point deadline() const { return deadline_; }
 
-    // The following three are called in a turn.
-
-    /// Adds the present hop to `multi`, with this object as its CURLOPT_PRIVATE. False when it has
-    /// failed, which ends the transfer.
+    /// In a turn, as the next two. Adds the present hop to `multi`, with this object as its
+    /// CURLOPT_PRIVATE. False when it has failed, which ends the transfer.
     [[nodiscard]] bool begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept;
     /// Judges the hop that libcurl ended with `result`. True when there is a next one to begin;
     /// else the transfer has ended.

@@ -94,16 +94,18 @@ void TransferLoop::run() {
             }
             isIdle = !multi_ || Clock::now() >= idleEnd;
             if (!haveEnded && !isIdle) {
-                // While there are transfers libcurl knows when it is to go on.
-                const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-                    active_.empty() ? idleEnd - Clock::now() : longestWait);
+                auto until = active_.empty() ? idleEnd : Clock::now() + longestWait;
+                for (const std::shared_ptr<Transfer>& transfer : active_) {
+                    until = std::min(until, transfer->deadline());
+                }
+                const auto left =
+                    std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
                 curl_multi_poll(multi_.get(), nullptr, 0,
                                 static_cast<int>(std::clamp(left, 0ms, longestWait).count()),
                                 nullptr);
             }
         }
-        close();
-    } while (!mayEnd());
+    } while (!close());
 }
 
 // Does what can be done at once. The transfers that have ended.
@@ -128,12 +130,13 @@ TransferLoop::Transfers TransferLoop::step() {
         curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
         const auto place = std::find_if(active_.begin(), active_.end(),
                                         [&](const auto& each) { return each.get() == transfer; });
-        Transfers one;
-        one.splice(one.end(), active_, place);
-        if (one.front()->end(message->data.result)) {
-            beginFirst(one, ended);
-        } else {
-            ended.splice(ended.end(), one);
+        end(place, message->data.result, ended);
+    }
+    // libcurl has an eye on the time only of those that have a connection.
+    const auto now = Clock::now();
+    for (auto next = active_.begin(); next != active_.end();) {
+        if (const auto transfer = next++; (*transfer)->deadline() <= now) {
+            end(transfer, CURLE_OPERATION_TIMEDOUT, ended);
         }
     }
     return ended;
@@ -162,36 +165,40 @@ void TransferLoop::beginFirst(Transfers& from, Transfers& ended) {
     to.splice(to.end(), from, from.begin());
 }
 
+void TransferLoop::end(Transfers::iterator transfer, CURLcode result, Transfers& ended) {
+    Transfers one;
+    one.splice(one.end(), active_, transfer);
+    if (one.front()->end(result)) {
+        beginFirst(one, ended);
+    } else {
+        ended.splice(ended.end(), one);
+    }
+}
+
 void TransferLoop::deliver(Transfers& ended) noexcept {
     for (; !ended.empty(); ended.pop_front()) {
         try {
             postCompletion(ended.front());
         } catch (...) { // no worker can be had
             try {
-                if (!isStopped_) {
-                    ended.front()->complete();
-                }
+                isStopped_ ? void() : ended.front()->complete();
             } catch (...) { // nor can one be had to tell of this
             }
         }
     }
 }
 
-void TransferLoop::close() {
+// False when there is more to do after all. Else what is still active or waiting is left for `stop`
+// to release.
+bool TransferLoop::close() {
     const LibcurlTurn turn;
-    if (!turn) {
-        return;
-    }
     for (const std::shared_ptr<Transfer>& transfer : active_) {
-        transfer->leaveMulti();
+        if (turn) {
+            transfer->leaveMulti();
+        }
     }
     const std::lock_guard lock(mutex_);
     multi_.reset();
-}
-
-// What is still active or waiting is left for `stop` to release.
-bool TransferLoop::mayEnd() {
-    const std::lock_guard lock(mutex_);
     if (!isStopped_ && !submitted_.empty()) {
         return false;
     }

@@ -36,9 +36,6 @@ public:
     /// Starts no thread. The loop must be stopped before `pool` is shut down. Throws
     /// std::runtime_error naming a trust anchor that cannot be read.
     TransferLoop(const HttpOptions& options, WorkerPool& pool);
-    TransferLoop(const TransferLoop&) = delete;
-    TransferLoop& operator=(const TransferLoop&) = delete;
-    ~TransferLoop() = default;
 
     /// Any thread. Once stopped, the transfer is dropped. When the thread cannot be started the
     /// transfer fails; throws std::system_error when no worker can be had to tell so, either.
@@ -61,9 +58,9 @@ private:
     [[nodiscard]] Transfers step();
     void open();
     void beginFirst(Transfers& from, Transfers& ended);
+    void end(Transfers::iterator transfer, CURLcode result, Transfers& ended);
     void deliver(Transfers& ended) noexcept;
-    void close();
-    [[nodiscard]] bool mayEnd();
+    [[nodiscard]] bool close();
 
     const std::chrono::milliseconds idleTime_;
     WorkerPool& pool_;
