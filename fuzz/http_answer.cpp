@@ -1,7 +1,8 @@
 #include "Require.h"
 
+#include "http/CurlSession.h"
+#include "http/TransferLoop.h"
 #include "threads/WorkerPool.h"
-#include "http/HttpTransport.h"
 
 #include <arpa/inet.h>
 #include <net/if.h>
@@ -107,9 +108,10 @@ bool mayLeadAway(std::string_view answer) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // Live until the process ends: the server's thread does.
     static Server& server = *new Server;
-    static native::WorkerPool pool(
+    static auto& pool = *new native::WorkerPool(
         [](const std::exception_ptr&) { require(false, "no exception escapes on a worker"); });
-    static native::HttpTransport transport({}, pool);
+    static const auto& loop =
+        *new auto(std::make_shared<native::TransferLoop>(native::HttpOptions{}, pool));
 
     const std::string_view answer(reinterpret_cast<const char*>(data), size);
     if (!isAlone && mayLeadAway(answer)) {
@@ -119,15 +121,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto calls = std::make_shared<std::atomic<int>>(0);
     const auto ended = std::make_shared<std::promise<Ending>>();
     std::future<Ending> ending = ended->get_future();
-    const auto session = transport.makeSession({{{"Accept-Encoding", "gzip"}}, 2s, true}, nullptr);
+    native::CurlSession session({{{"Accept-Encoding", "gzip"}}, 2s, true}, loop, pool);
     session
-        ->dataTask({"GET", server.url, {}, {}},
-                   [calls, ended](auto body, auto response, auto error) {
-                       require(++*calls == 1, "a request ends once");
-                       ended->set_value({std::move(body), std::move(response), std::move(error)});
-                   })
+        .dataTask({"GET", server.url, {}, {}},
+                  [calls, ended](auto body, auto response, auto error) {
+                      require(++*calls == 1, "a request ends once");
+                      ended->set_value({std::move(body), std::move(response), std::move(error)});
+                  })
         ->resume();
-    session->finishTasksAndInvalidate();
+    session.finishTasksAndInvalidate();
     require(ending.wait_for(10s) == std::future_status::ready, "a request ends in time");
     const Ending got = ending.get();
     require(got.error || (got.data && got.response), "a request without an error has an answer");

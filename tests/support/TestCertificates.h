@@ -17,10 +17,10 @@ using service::KeyKind;
 class TestAuthority {
 public:
     explicit TestAuthority(KeyKind kind = KeyKind::p256) : authority_(kind) {
-        std::ofstream(file()) << authority_.pem();
+        std::ofstream(file_) << authority_.pem();
     }
 
-    [[nodiscard]] std::filesystem::path file() const { return directory_.path() / "authority.pem"; }
+    [[nodiscard]] const std::filesystem::path& file() const { return file_; }
     [[nodiscard]] std::string pem() const { return authority_.pem(); }
 
     /// A server's TLS context for the names, such as "IP:127.0.0.1,DNS:localhost".
@@ -42,6 +42,7 @@ public:
 
 private:
     const TemporaryDirectory directory_;
+    const std::filesystem::path file_ = directory_.path() / "authority.pem";
     const service::CertificateAuthority authority_;
 };
 

@@ -11,11 +11,9 @@ namespace morvellacinto::native {
 namespace {
 
 std::string lowerCase(std::string text) {
-    for (char& character : text) {
-        if (character >= 'A' && character <= 'Z') {
-            character = static_cast<char>(character - 'A' + 'a');
-        }
-    }
+    std::transform(text.begin(), text.end(), text.begin(), [](char c) {
+        return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    });
     return text;
 }
 
@@ -32,28 +30,22 @@ bool isLoopback(const sockaddr& address) noexcept {
 }
 
 std::optional<CurlUrl> CurlUrl::parse(std::string_view text) {
-    const bool printable = std::all_of(text.begin(), text.end(), [](char character) {
-        return character > ' ' && character < 0x7f;
-    });
-    if (!printable) {
-        return std::nullopt;
-    }
     CurlUrl url(curl_url());
-    if (curl_url_set(url.handle(), CURLUPART_URL, std::string(text).c_str(),
-                     CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
-        return std::nullopt;
-    }
-    return url;
+    const bool isPrintable =
+        std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; });
+    const bool isUrl =
+        isPrintable && curl_url_set(url.handle(), CURLUPART_URL, std::string(text).c_str(),
+                                    CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;
+    return isUrl ? std::optional(std::move(url)) : std::nullopt;
 }
 
 std::optional<CurlUrl> CurlUrl::resolve(const std::string& reference) const {
     CurlUrl url(curl_url_dup(handle()));
     // As lenient as browsers are: what must be escaped and is not, libcurl escapes.
-    if (curl_url_set(url.handle(), CURLUPART_URL, reference.c_str(),
-                     CURLU_NON_SUPPORT_SCHEME | CURLU_ALLOW_SPACE | CURLU_URLENCODE) != CURLUE_OK) {
-        return std::nullopt;
-    }
-    return url;
+    const unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_ALLOW_SPACE | CURLU_URLENCODE;
+    const bool isUrl =
+        curl_url_set(url.handle(), CURLUPART_URL, reference.c_str(), flags) == CURLUE_OK;
+    return isUrl ? std::optional(std::move(url)) : std::nullopt;
 }
 
 std::string CurlUrl::text() const { return part(CURLUPART_URL); }
@@ -97,11 +89,9 @@ CurlUrl::CurlUrl(CURLU* handle) : handle_(handle) {
 
 std::string CurlUrl::part(CURLUPart part, unsigned flags) const {
     char* text = nullptr;
-    if (curl_url_get(handle(), part, &text, flags) != CURLUE_OK) {
-        return {};
-    }
+    curl_url_get(handle(), part, &text, flags);
     const std::unique_ptr<char, decltype(&curl_free)> owned(text, &curl_free);
-    return owned.get();
+    return text != nullptr ? text : "";
 }
 
 } // namespace morvellacinto::native

@@ -34,8 +34,6 @@ public:
     [[nodiscard]] bool tellLength() const noexcept { return isChunked_ || !length_.empty(); }
 
 private:
-    void requireKnownCodings(std::string_view values);
-
     std::size_t bytes_ = 0;
     bool areComplete_ = false;
     bool isPacked_ = false;

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <mutex>
 #include <new>
 #include <stdexcept>
 
@@ -37,21 +36,9 @@ struct ExitGuard {
     }
 };
 
-// A name look-up that hangs is left behind on a thread that still runs libcurl's code when the host
-// has unloaded this library and with it the last user of libcurl.
-void keepLibcurlMapped() {
-    Dl_info libcurl{};
-    if (dladdr(reinterpret_cast<const void*>(&curl_easy_init), &libcurl) != 0) {
-        // Fails for what is part of the program itself, which stays mapped anyway.
-        dlopen(libcurl.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
-    }
-}
-
 } // namespace
 
-LibcurlTurn::LibcurlTurn() { turnMutex().lock(); }
-
-LibcurlTurn::~LibcurlTurn() { turnMutex().unlock(); }
+LibcurlTurn::LibcurlTurn() : lock_(turnMutex()) {}
 
 LibcurlTurn::operator bool() const noexcept { return !isExiting; }
 
@@ -67,7 +54,13 @@ void guardLibcurlAtExit() {
 
 bool initialiseLibcurl() noexcept {
     static const bool isInitialised = [] { // never undone
-        keepLibcurlMapped();
+        // A name look-up that hangs is left behind on a thread that still runs libcurl's code when
+        // the host has unloaded this library and with it the last user of libcurl.
+        Dl_info libcurl{};
+        if (dladdr(reinterpret_cast<const void*>(&curl_easy_init), &libcurl) != 0) {
+            // Fails for what is part of the program itself, which stays mapped anyway.
+            dlopen(libcurl.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+        }
         return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
     }();
     return isInitialised;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <mutex>
+
 namespace morvellacinto::native {
 
 /// Held while libcurl works, by one thread of the process at a time, and not while it waits. It
@@ -8,12 +10,11 @@ class LibcurlTurn {
 public:
     /// Any thread, also within a turn of its own.
     LibcurlTurn();
-    LibcurlTurn(const LibcurlTurn&) = delete;
-    LibcurlTurn& operator=(const LibcurlTurn&) = delete;
-    ~LibcurlTurn();
-
     /// False once exit() has come that far: what libcurl made is then left as it is, for good.
     [[nodiscard]] explicit operator bool() const noexcept;
+
+private:
+    const std::unique_lock<std::recursive_mutex> lock_;
 };
 
 /// Deletes what libcurl made. Any thread.

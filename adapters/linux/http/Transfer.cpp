@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <climits>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -18,16 +17,14 @@ namespace {
 constexpr const char* userAgent = "Morvellacinto"; // and nothing that tells devices apart
 constexpr std::size_t maximumBodyBytes = std::size_t(64) << 20U; // decoded
 constexpr long longestIdleSeconds = 15; // of a connection that is to be used again
-// libcurl counts in a long; 24 days are as good as no limit.
-constexpr std::chrono::milliseconds longestTimeout{INT_MAX};
+constexpr std::chrono::milliseconds longestTimeout = std::chrono::years(1); // as good as none
 
-// A program that the host starts must not inherit it.
-curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
+curl_socket_t openSocket(void* loopbackOnly, curlsocktype, curl_sockaddr* address) noexcept {
+    if (loopbackOnly != nullptr && !isLoopback(address->addr)) {
+        return CURL_SOCKET_BAD;
+    }
+    // A program that the host starts must not inherit it.
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-}
-
-curl_socket_t openLoopbackSocket(void* data, curlsocktype type, curl_sockaddr* address) noexcept {
-    return isLoopback(address->addr) ? openSocket(data, type, address) : CURL_SOCKET_BAD;
 }
 
 } // namespace
@@ -66,10 +63,10 @@ bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
         setUpTransport();
         setUpRequest();
         setUpHeaders();
+        multi_ = multi;
         if (curl_multi_add_handle(multi, handle_.get()) != CURLM_OK) {
             throw std::bad_alloc();
         }
-        multi_ = multi;
     });
 }
 
@@ -80,7 +77,11 @@ bool Transfer::end(CURLcode result) noexcept {
         attempt([&] {
             requireAnswer(result);
             if (const char* const location = redirectLocation()) {
-                follow(location);
+                Hop next = nextHop(*hop_, status(), location);
+                if (next.url.origin() != hop_->url.origin()) {
+                    handle_.reset(); // and its cookies, which libcurl would send to another port
+                }
+                hop_ = std::move(next);
                 goesOn = true;
             }
         });
@@ -94,21 +95,11 @@ bool Transfer::end(CURLcode result) noexcept {
     return goesOn;
 }
 
-void Transfer::abandon() noexcept {
-    leaveMulti();
-    handle_.reset();
-}
-
 void Transfer::fail(const HttpFailure& failure) noexcept {
     hasFailed_ = true;
     try {
-        std::optional<std::string> url;
-        if (hop_) {
-            url = hop_->url.shown();
-        } else if (const auto asked = CurlUrl::parse(request_.url.value_or(""))) {
-            url = asked->shown();
-        }
-        error_ = failure.asError(url);
+        const auto url = CurlUrl::parse(hop_ ? hop_->url.text() : request_.url.value_or(""));
+        error_ = failure.asError(url ? std::optional(url->shown()) : std::nullopt);
     } catch (const std::bad_alloc&) {
         // `error_` tells of that already.
     }
@@ -137,28 +128,24 @@ bool Transfer::attempt(Step step) noexcept {
 
 template <class T>
 void Transfer::set(CURLoption option, T value) {
-    if (const CURLcode result = curl_easy_setopt(handle_.get(), option, value);
-        result != CURLE_OK) {
-        throw HttpFailure::ofCurl(result, hop_->url.shown(), {});
+    if (curl_easy_setopt(handle_.get(), option, value) != CURLE_OK) {
+        throw std::bad_alloc();
     }
 }
 
 void Transfer::setUpTransport() {
     const bool isPlain = hop_->url.hasScheme("http");
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline_ - std::chrono::steady_clock::now());
     set(CURLOPT_CURLU, hop_->url.handle());
     set(CURLOPT_PROTOCOLS_STR, isPlain ? "http" : "https");
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    // Not 0, which would mean no limit.
-    set(CURLOPT_TIMEOUT_MS, static_cast<long>(std::max<std::int64_t>(left.count(), 1)));
     set(CURLOPT_MAXAGE_CONN, longestIdleSeconds);
     set(CURLOPT_NOSIGNAL, 1L);
     // A look-up that hangs is left to end by itself instead of being waited for.
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_ERRORBUFFER, detail_.data());
     set(CURLOPT_COOKIEFILE, ""); // cookies, in memory
-    set(CURLOPT_OPENSOCKETFUNCTION, isPlain ? &openLoopbackSocket : &openSocket);
+    set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+    set(CURLOPT_OPENSOCKETDATA, isPlain ? this : nullptr);
     if (hop_->url.isLoopback()) {
         set(CURLOPT_PROXY, "");
     }
@@ -177,33 +164,34 @@ void Transfer::setUpRequest() {
         }
         set(CURLOPT_CUSTOMREQUEST, hop_->method.c_str());
     }
-    set(CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+    set(CURLOPT_HEADERFUNCTION, &Transfer::onBytes<&Transfer::receiveHeader>);
     set(CURLOPT_HEADERDATA, this);
-    set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+    set(CURLOPT_WRITEFUNCTION, &Transfer::onBytes<&Transfer::receiveBody>);
     set(CURLOPT_WRITEDATA, this);
 }
 
 // What the host sets wins over what libcurl sets by itself.
 void Transfer::setUpHeaders() {
-    set(CURLOPT_USERAGENT, userAgent);
-    set(CURLOPT_ACCEPT_ENCODING, "gzip");
-    std::vector<std::string> lines = {"Expect:"}; // a "100 Continue" can cost a second
-    for (const auto& [name, value] : mergedHeaders(
-             session_->configuration.additionalHeaders,
-             hop_->carriesOwnHeaders ? request_.headers : std::vector<platform::HttpHeader>())) {
-        // libcurl sends a header without a value only when it is written with a semicolon.
-        lines.push_back(value.empty() ? name + ";" : name + ": " + value);
-    }
-    headers_.reset();
-    for (const std::string& line : lines) {
+    const auto add = [this](const std::string& line) {
         curl_slist* const longer = curl_slist_append(headers_.get(), line.c_str());
         if (longer == nullptr) {
             throw std::bad_alloc();
         }
         static_cast<void>(headers_.release());
         headers_.reset(longer);
+    };
+    headers_.reset();
+    add("Expect:"); // a "100 Continue" can cost a second
+    const std::vector<platform::HttpHeader> none;
+    for (const auto& [name, value] :
+         mergedHeaders(session_->configuration.additionalHeaders,
+                       hop_->carriesOwnHeaders ? request_.headers : none)) {
+        // libcurl sends a header without a value only when it is written with a semicolon.
+        add(value.empty() ? name + ";" : name + ": " + value);
     }
     set(CURLOPT_HTTPHEADER, headers_.get());
+    set(CURLOPT_USERAGENT, userAgent);
+    set(CURLOPT_ACCEPT_ENCODING, "gzip");
 }
 
 void Transfer::requireAnswer(CURLcode result) const {
@@ -228,17 +216,32 @@ void Transfer::leaveMulti() noexcept {
     curl_multi_remove_handle(std::exchange(multi_, nullptr), handle_.get());
     if (tls_) {
         SSL_set_info_callback(tls_.get(), nullptr);
-        tls_.reset();
     }
+    tls_.reset();
+}
+
+long Transfer::status() const noexcept {
+    long status = 0;
+    curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
+    return status;
+}
+
+const char* Transfer::redirectLocation() const noexcept {
+    curl_header* location = nullptr;
+    if (isRedirect(status())) {
+        curl_easy_header(handle_.get(), "Location", 0, CURLH_HEADER, -1, &location);
+    }
+    return location != nullptr && *location->value != '\0' ? location->value : nullptr;
 }
 
 // A body that lasts as long as its connection may have been cut by anyone on the way, unless TLS
 // says that this is the end. libcurl overlooks that.
-void Transfer::watchForCut() noexcept {
+void Transfer::receiveHeader(std::string_view line) {
+    answerHeaders_.receive(line);
     curl_tlssessioninfo* info = nullptr;
     curl_easy_getinfo(handle_.get(), CURLINFO_TLS_SSL_PTR, &info);
-    const bool mayHaveBody = hop_->method != "HEAD" && status() != 204 && status() != 304;
-    if (info == nullptr || info->internals == nullptr || !mayHaveBody) {
+    if (!answerHeaders_.areComplete() || answerHeaders_.tellLength() || hop_->method == "HEAD" ||
+        status() == 204 || status() == 304 || info == nullptr || info->internals == nullptr) {
         return;
     }
     auto* const tls = static_cast<SSL*>(info->internals);
@@ -253,64 +256,21 @@ void Transfer::watchForCut() noexcept {
     });
 }
 
-void Transfer::follow(const std::string& location) {
-    Hop next = nextHop(*hop_, status(), location);
-    if (next.url.origin() != hop_->url.origin()) {
-        handle_.reset(); // and its cookies, which libcurl would send to another port
-    }
-    hop_ = std::move(next);
-}
-
-long Transfer::status() const noexcept {
-    long status = 0;
-    curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
-    return status;
-}
-
-const char* Transfer::redirectLocation() const noexcept {
-    curl_header* location = nullptr;
-    if (isRedirect(status()) &&
-        curl_easy_header(handle_.get(), "Location", 0, CURLH_HEADER, -1, &location) == CURLHE_OK) {
-        return *location->value != '\0' ? location->value : nullptr;
-    }
-    return nullptr;
-}
-
-void Transfer::receiveHeader(std::string_view line) {
-    answerHeaders_.receive(line);
-    if (answerHeaders_.areComplete() && !answerHeaders_.tellLength()) {
-        watchForCut();
-    }
-}
-
 void Transfer::receiveBody(std::string_view bytes) {
     bodyBytes_ += bytes.size();
     if (bodyBytes_ > maximumBodyBytes) {
-        throw HttpFailure{HttpErrorCode::answerTooLarge,
-                          "The answer is larger than " + std::to_string(maximumBodyBytes >> 20U) +
-                              " MiB."};
+        throw HttpFailure{HttpErrorCode::answerTooLarge, "The answer is larger than 64 MiB."};
     }
     if (redirectLocation() == nullptr) {
         body_.append(bytes);
     }
 }
 
-std::size_t Transfer::onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept {
-    Transfer& transfer = *static_cast<Transfer*>(self);
-    return transfer.attempt([&] {
-        transfer.receiveHeader({line, length});
-    })
-               ? length
-               : CURL_WRITEFUNC_ERROR;
-}
-
-std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept {
-    Transfer& transfer = *static_cast<Transfer*>(self);
-    return transfer.attempt([&] {
-        transfer.receiveBody({bytes, count});
-    })
-               ? count
-               : CURL_WRITEFUNC_ERROR;
+template <void (Transfer::*receive)(std::string_view)>
+std::size_t Transfer::onBytes(char* bytes, std::size_t, std::size_t count, void* self) noexcept {
+    auto& transfer = *static_cast<Transfer*>(self);
+    const bool isReceived = transfer.attempt([&] { (transfer.*receive)({bytes, count}); });
+    return isReceived ? count : CURL_WRITEFUNC_ERROR;
 }
 
 } // namespace morvellacinto::native

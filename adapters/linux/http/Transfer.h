@@ -41,25 +41,20 @@ class Transfer {
 public:
     Transfer(std::shared_ptr<SessionState> session, platform::HttpRequest request,
              platform::HttpSession::Completion completion);
-    Transfer(const Transfer&) = delete;
-    Transfer& operator=(const Transfer&) = delete;
-    ~Transfer() = default;
-
     [[nodiscard]] SessionState& session() const noexcept { return *session_; }
 
     /// The time-out counts from here.
     void start();
+    [[nodiscard]] std::chrono::steady_clock::time_point deadline() const { return deadline_; }
 
-    // The following three are called in a turn.
-
-    /// Adds the present hop to `multi`, with this object as its CURLOPT_PRIVATE. False when it has
-    /// failed, which ends the transfer.
+    /// In a turn, as the next two. Adds the present hop to `multi`, with this object as its
+    /// CURLOPT_PRIVATE. False when it has failed, which ends the transfer.
     [[nodiscard]] bool begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept;
     /// Judges the hop that libcurl ended with `result`. True when there is a next one to begin;
     /// else the transfer has ended.
     [[nodiscard]] bool end(CURLcode result) noexcept;
-    /// Takes a hop under way out of the multi handle.
-    void abandon() noexcept;
+    /// Takes a hop under way out of the multi handle, as `end` does.
+    void leaveMulti() noexcept;
 
     void fail(const HttpFailure& failure) noexcept;
     /// Hands what the transfer ended with to the completion, and lets go of that.
@@ -74,18 +69,15 @@ private:
     void setUpRequest();
     void setUpHeaders();
     void requireAnswer(CURLcode result) const;
-    void follow(const std::string& location);
     /// 0 before the answer's headers have come.
     [[nodiscard]] long status() const noexcept;
     /// Where the answer redirects to; null when it is not to be followed.
     [[nodiscard]] const char* redirectLocation() const noexcept;
-    void leaveMulti() noexcept;
-    void watchForCut() noexcept;
     void receiveHeader(std::string_view line);
     void receiveBody(std::string_view bytes);
 
-    static std::size_t onHeader(char* line, std::size_t, std::size_t length, void* self) noexcept;
-    static std::size_t onBody(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
+    template <void (Transfer::*receive)(std::string_view)>
+    static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
 
     const std::shared_ptr<SessionState> session_;
     const platform::HttpRequest request_;
@@ -98,7 +90,7 @@ private:
     AnswerHeaders answerHeaders_;
     std::size_t bodyBytes_ = 0;
     std::unique_ptr<SSL, InTurn<&SSL_free>> tls_; ///< of a body that does not tell its length
-    bool isCut_ = false; ///< for all that TLS has said so far
+    bool isCut_ = false;                          ///< for all that TLS has said so far
     // After all that it refers to.
     std::unique_ptr<CURL, InTurn<&curl_easy_cleanup>> handle_;
     CURLM* multi_ = nullptr; ///< while the handle is in it

@@ -12,8 +12,11 @@ namespace morvellacinto::native {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr rlim_t fewestConnections = 4;
 constexpr rlim_t mostConnections = 256;
+constexpr std::chrono::milliseconds longestWait = std::chrono::minutes(1);
 
 // At least half of the descriptors are the host's.
 long connectionLimit() {
@@ -78,10 +81,7 @@ void TransferLoop::postCompletion(const std::shared_ptr<Transfer>& transfer) {
 }
 
 void TransferLoop::run() {
-    {
-        const std::lock_guard lock(mutex_);
-        thread_ = std::this_thread::get_id();
-    }
+    thread_ = std::this_thread::get_id();
     do {
         auto idleEnd = Clock::now() + idleTime_;
         bool isIdle = false;
@@ -94,14 +94,18 @@ void TransferLoop::run() {
             }
             isIdle = !multi_ || Clock::now() >= idleEnd;
             if (!haveEnded && !isIdle) {
-                wait(idleEnd);
+                auto until = active_.empty() ? idleEnd : Clock::now() + longestWait;
+                for (const std::shared_ptr<Transfer>& transfer : active_) {
+                    until = std::min(until, transfer->deadline());
+                }
+                const auto left =
+                    std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+                curl_multi_poll(multi_.get(), nullptr, 0,
+                                static_cast<int>(std::clamp(left, 0ms, longestWait).count()),
+                                nullptr);
             }
         }
-        close();
-    } while (!mayEnd());
-    if (escaped_) {
-        std::rethrow_exception(std::exchange(escaped_, nullptr)); // to the pool's handler
-    }
+    } while (!close());
 }
 
 // Does what can be done at once. The transfers that have ended.
@@ -113,11 +117,9 @@ TransferLoop::Transfers TransferLoop::step() {
         return ended;
     }
     open();
-    Transfers arrived;
-    {
-        const std::lock_guard lock(mutex_);
-        arrived.swap(submitted_);
-    }
+    std::unique_lock lock(mutex_);
+    Transfers arrived = std::exchange(submitted_, {});
+    lock.unlock();
     while (!arrived.empty()) {
         beginFirst(arrived, ended);
     }
@@ -126,15 +128,15 @@ TransferLoop::Transfers TransferLoop::step() {
     while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &count)) {
         void* transfer = nullptr;
         curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
-        const auto place =
-            std::find_if(active_.begin(), active_.end(),
-                         [transfer](const auto& each) { return each.get() == transfer; });
-        Transfers one;
-        one.splice(one.end(), active_, place);
-        if (one.front()->end(message->data.result)) {
-            beginFirst(one, ended);
-        } else {
-            ended.splice(ended.end(), one);
+        const auto place = std::find_if(active_.begin(), active_.end(),
+                                        [&](const auto& each) { return each.get() == transfer; });
+        end(place, message->data.result, ended);
+    }
+    // libcurl has an eye on the time only of those that have a connection.
+    const auto now = Clock::now();
+    for (auto next = active_.begin(); next != active_.end();) {
+        if (const auto transfer = next++; (*transfer)->deadline() <= now) {
+            end(transfer, CURLE_OPERATION_TIMEDOUT, ended);
         }
     }
     return ended;
@@ -163,53 +165,46 @@ void TransferLoop::beginFirst(Transfers& from, Transfers& ended) {
     to.splice(to.end(), from, from.begin());
 }
 
+void TransferLoop::end(Transfers::iterator transfer, CURLcode result, Transfers& ended) {
+    Transfers one;
+    one.splice(one.end(), active_, transfer);
+    if (one.front()->end(result)) {
+        beginFirst(one, ended);
+    } else {
+        ended.splice(ended.end(), one);
+    }
+}
+
 void TransferLoop::deliver(Transfers& ended) noexcept {
     for (; !ended.empty(); ended.pop_front()) {
         try {
             postCompletion(ended.front());
         } catch (...) { // no worker can be had
             try {
-                if (!isStopped_) {
-                    ended.front()->complete();
-                }
-            } catch (...) {
-                escaped_ = std::current_exception();
+                isStopped_ ? void() : ended.front()->complete();
+            } catch (...) { // nor can one be had to tell of this
             }
         }
     }
 }
 
-void TransferLoop::wait(Clock::time_point idleEnd) {
-    // While there are transfers libcurl knows when it is to go on.
-    const auto left = active_.empty()
-                          ? std::chrono::ceil<std::chrono::milliseconds>(idleEnd - Clock::now())
-                          : std::chrono::minutes(1);
-    const auto bounded = std::clamp<std::chrono::milliseconds>(left, std::chrono::milliseconds(0),
-                                                               std::chrono::minutes(1));
-    curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(bounded.count()), nullptr);
-}
-
-void TransferLoop::close() {
+// False when there is more to do after all. Else what is still active or waiting is left for `stop`
+// to release.
+bool TransferLoop::close() {
     const LibcurlTurn turn;
-    if (!turn) {
-        return;
-    }
     for (const std::shared_ptr<Transfer>& transfer : active_) {
-        transfer->abandon();
+        if (turn) {
+            transfer->leaveMulti();
+        }
     }
     const std::lock_guard lock(mutex_);
     multi_.reset();
-}
-
-// What is still active or waiting is left for `stop` to release.
-bool TransferLoop::mayEnd() {
-    const std::lock_guard lock(mutex_);
     if (!isStopped_ && !submitted_.empty()) {
         return false;
     }
     submitted_.splice(submitted_.end(), active_);
     isRunning_ = false;
-    thread_ = {};
+    thread_ = std::thread::id();
     ended_.notify_all();
     return true;
 }

@@ -10,7 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <exception>
 #include <filesystem>
 #include <list>
 #include <memory>
@@ -37,9 +36,6 @@ public:
     /// Starts no thread. The loop must be stopped before `pool` is shut down. Throws
     /// std::runtime_error naming a trust anchor that cannot be read.
     TransferLoop(const HttpOptions& options, WorkerPool& pool);
-    TransferLoop(const TransferLoop&) = delete;
-    TransferLoop& operator=(const TransferLoop&) = delete;
-    ~TransferLoop() = default;
 
     /// Any thread. Once stopped, the transfer is dropped. When the thread cannot be started the
     /// transfer fails; throws std::system_error when no worker can be had to tell so, either.
@@ -62,19 +58,18 @@ private:
     [[nodiscard]] Transfers step();
     void open();
     void beginFirst(Transfers& from, Transfers& ended);
+    void end(Transfers::iterator transfer, CURLcode result, Transfers& ended);
     void deliver(Transfers& ended) noexcept;
-    void wait(Clock::time_point idleEnd);
-    void close();
-    [[nodiscard]] bool mayEnd();
+    [[nodiscard]] bool close();
 
     const std::chrono::milliseconds idleTime_;
     WorkerPool& pool_;
     std::atomic<bool> isStopped_ = false;
+    std::atomic<std::thread::id> thread_;
 
     std::mutex mutex_;
     std::condition_variable ended_;
     bool isRunning_ = false;
-    std::thread::id thread_;
     Transfers submitted_;
     // Changed by the thread alone; others wake it.
     std::unique_ptr<CURLM, InTurn<&curl_multi_cleanup>> multi_;
@@ -83,7 +78,6 @@ private:
     Trust trust_;
     std::unique_ptr<CURLSH, InTurn<&curl_share_cleanup>> tlsSessions_;
     Transfers active_;
-    std::exception_ptr escaped_;
 };
 
 } // namespace morvellacinto::native

@@ -1,15 +1,14 @@
 #include "Trust.h"
 
-#include <openssl/bio.h>
+#include <dirent.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
-#include <openssl/x509.h>
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -18,13 +17,17 @@ namespace {
 
 using std::filesystem::path;
 
+// Not by a directory_iterator, which ends the process when memory runs out.
 bool isHashed(const path& directory) {
-    std::error_code absent;
-    return std::any_of(std::filesystem::directory_iterator(directory, absent), {}, [](auto& entry) {
-        const std::string name = entry.path().filename();
-        return name.size() == 10 && name.ends_with(".0") &&
-               name.find_first_not_of("0123456789abcdef") == 8;
-    });
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), &closedir);
+    while (const dirent* const entry = entries ? readdir(entries.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (name.size() == 10 && name.ends_with(".0") &&
+            name.find_first_not_of("0123456789abcdef") == 8) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // The certificates in a PEM file. Throws std::runtime_error when there are none, or worse.
@@ -77,15 +80,12 @@ void Trust::applyTo(CURL* transfer) {
     curl_blob texts{texts_.data(), texts_.size(), CURL_BLOB_COPY};
     const auto set = [transfer](CURLoption option, auto* value, bool isEmpty) {
         if (curl_easy_setopt(transfer, option, isEmpty ? nullptr : value) != CURLE_OK) {
-            throw std::runtime_error("libcurl lacks option " + std::to_string(option));
+            throw std::bad_alloc();
         }
     };
     set(CURLOPT_CAPATH, directory_.c_str(), directory_.empty());
-    set(CURLOPT_PROXY_CAPATH, directory_.c_str(), directory_.empty());
     set(CURLOPT_CAINFO, bundle_.c_str(), bundle_.empty());
-    set(CURLOPT_PROXY_CAINFO, bundle_.c_str(), bundle_.empty());
     set(CURLOPT_CAINFO_BLOB, &texts, texts_.empty());
-    set(CURLOPT_PROXY_CAINFO_BLOB, &texts, texts_.empty());
 }
 
 void Trust::load() {

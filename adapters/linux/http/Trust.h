@@ -26,7 +26,7 @@ public:
     /// anything but valid certificates.
     Trust(std::vector<std::filesystem::path> anchors, SystemRoots system);
 
-    /// Makes a transfer judge servers, and https proxies, by what the files hold now; an anchor
+    /// Makes a transfer judge servers by what the files hold now; an anchor
     /// that has become unreadable is left out. After a change libcurl reuses no connection and no
     /// TLS session that was made before: it does that only where all names and texts set here are
     /// the same.
