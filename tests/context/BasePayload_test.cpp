@@ -1,23 +1,31 @@
 #include "morvellacinto/context/BasePayload.h"
 
 #include "morvellacinto/context/DeviceFacts.h"
+#include "morvellacinto/context/Reachability.h"
 #include "morvellacinto/foundation/Json.h"
 #include "support/ScriptedPhoneTest.h"
-
-#include <gmock/gmock.h>
 
 namespace morvellacinto {
 namespace {
 
 using KRNetworkManager::basePayload;
-using ::testing::ElementsAre;
+using platform::Carrier;
 
-class BasePayload : public ScriptedPhoneTest {};
+class BasePayload : public ScriptedPhoneTest {
+protected:
+    /// "name country network technology" of the payload.
+    static std::string telephony() {
+        std::string texts;
+        const Object payload = basePayload();
+        for (const char* key : {"carrierName", "isoCountryCode", "mobileNetworkCode",
+                                "currentRadioAccessTechnology"}) {
+            texts += std::string(payload.at(key).asString()) + ' ';
+        }
+        return texts;
+    }
+};
 
-constexpr std::string_view baseMembers =
-    R"({"locale":"sv_SE","system":"17.5","api":"3.0.7","platform":"ios"})";
-
-TEST_F(BasePayload, holdsNineteenMembersInOrder) {
+TEST_F(BasePayload, HoldsNineteenMembersInOrder) {
     EXPECT_EQ(writeJson(basePayload()),
               R"({"locale":"sv_SE","system":"17.5","api":"3.0.7","platform":"ios",)"
               R"("vendorId":"7B0F8C0E-3D1B-4C0B-9A52-0E6D3C2F4A11","bundle":"com.example.host",)"
@@ -29,103 +37,89 @@ TEST_F(BasePayload, holdsNineteenMembersInOrder) {
               R"("locationState":4,"accuracyAuthorization":"full","connection":1})");
 }
 
-TEST_F(BasePayload, fillsMissingAnswersWithFixedTexts) {
+TEST_F(BasePayload, FillsMissingAnswersWithFixedTexts) {
     phone->script()->vendorId = std::nullopt;
     phone->script()->bundle = std::nullopt;
-    phone->script()->carriers = std::nullopt;
-    phone->script()->radioAccessTechnologies = std::nullopt;
     phone->script()->wifi = std::nullopt;
     phone->script()->reachabilityFlags = std::nullopt;
     const Object payload = basePayload();
-    const Object fallbacks{{"vendorId", "00000000-0000-0000-0000-000000000000"},
-                           {"bundle", "se.kovra.no-bundle"},
-                           {"carrierName", ""},
-                           {"isoCountryCode", ""},
-                           {"mobileNetworkCode", ""},
-                           {"currentRadioAccessTechnology", "unknown"},
-                           {"networks", Array()},
-                           {"connection", 0}};
-    for (const Object::Member& member : fallbacks) {
-        EXPECT_EQ(payload.at(member.key()), member.value) << member.key();
-    }
-    EXPECT_EQ(payload.size(), 19U);
+    EXPECT_EQ(payload.at("vendorId"), Value("00000000-0000-0000-0000-000000000000"));
+    EXPECT_EQ(payload.at("bundle"), Value("se.kovra.no-bundle"));
+    EXPECT_EQ(payload.at("networks"), Value(Array()));
+    EXPECT_EQ(payload.at("connection"), Value(0));
 }
 
-TEST_F(BasePayload, takesTheFirstCarrierWithANameAndElseTheFirst) {
-    const platform::Carrier nameless{std::nullopt, "no", "99"};
-    const platform::Carrier named{"Telco", "se", std::nullopt};
+TEST_F(BasePayload, TakesTheFirstCarrierWithANameAndElseTheFirstAndBeforeTwelveTheOnlyOne) {
+    const Carrier nameless{std::nullopt, "no", "99"};
+    const Carrier named{"Telco", "se", std::nullopt};
+    using Carriers = std::optional<std::vector<std::optional<Carrier>>>;
     const struct {
-        std::vector<std::optional<platform::Carrier>> carriers;
-        const char *name, *country, *network;
+        Carriers carriers;
+        const char* later;
+        const char* before;
     } cases[] = {
-        {{nameless, named}, "Telco", "se", ""},
-        {{nameless, std::nullopt}, "", "no", "99"},
-        {{std::nullopt, nameless}, "", "", ""},
-        {{}, "", "", ""},
+        {Carriers({nameless, named}), "Telco se  LTE ", " no 99 LTE "},
+        {Carriers({nameless, std::nullopt}), " no 99 LTE ", " no 99 LTE "},
+        {Carriers({std::nullopt, nameless}), "   LTE ", "   LTE "},
+        {Carriers({}), "   LTE ", "   LTE "},
+        {std::nullopt, "   LTE ", "   LTE "},
     };
-    for (const char* version : {"17.5", "12.0"}) {
-        phone->script()->systemVersion = version;
-        for (const auto& expected : cases) {
-            phone->script()->carriers = expected.carriers;
-            const Object payload = basePayload();
-            EXPECT_EQ(payload.at("carrierName"), Value(expected.name));
-            EXPECT_EQ(payload.at("isoCountryCode"), Value(expected.country));
-            EXPECT_EQ(payload.at("mobileNetworkCode"), Value(expected.network));
-        }
+    for (const auto& [carriers, later, before] : cases) {
+        phone->script()->carriers = carriers;
+        phone->script()->systemVersion = "12.0";
+        EXPECT_EQ(telephony(), later);
+        phone->script()->systemVersion = "11.9";
+        EXPECT_EQ(telephony(), before);
     }
-}
-
-TEST_F(BasePayload, takesTheOneServiceThatSystemsBeforeTwelveTell) {
-    phone->script()->systemVersion = "11.4";
-    phone->script()->carriers->insert(phone->script()->carriers->begin(),
-                                      platform::Carrier{std::nullopt, "no", "99"});
-    const Object payload = basePayload();
-    EXPECT_EQ(payload.at("isoCountryCode"), Value("no"));
-    EXPECT_EQ(payload.at("currentRadioAccessTechnology"), Value("LTE"));
-    phone->script()->carriers = std::nullopt;
     phone->script()->radioAccessTechnologies = std::nullopt;
-    EXPECT_EQ(basePayload().at("isoCountryCode"), Value(""));
-    EXPECT_EQ(basePayload().at("currentRadioAccessTechnology"), Value("unknown"));
+    EXPECT_EQ(telephony(), "   unknown ");
+    phone->script()->systemVersion = "12.0";
+    EXPECT_EQ(telephony(), "   unknown ");
 }
 
-TEST_F(BasePayload, keepsFourMembersWhenAnythingBehindThemFails) {
+TEST_F(BasePayload, KeepsFourMembersWhenAnythingBehindThemFailsAndThrowsWithoutOneOfThese) {
+    const char* const four = R"({"locale":"sv_SE","system":"17.5","api":"3.0.7","platform":"ios"})";
     phone->script()->advertisingId = std::nullopt;
-    EXPECT_EQ(writeJson(basePayload()), baseMembers);
-    EXPECT_THAT(phone->takeLog(), ElementsAre("payload failed"));
+    EXPECT_EQ(writeJson(basePayload()), four);
+    expectLog({"payload failed"});
     phone->script()->advertisingId = Uuid();
     phone->script()->model = std::nullopt;
-    EXPECT_EQ(writeJson(basePayload()), baseMembers);
-    EXPECT_THAT(phone->takeLog(), ElementsAre("payload failed"));
-}
-
-TEST_F(BasePayload, throwsWithoutALocaleOrSystemVersion) {
+    EXPECT_EQ(writeJson(basePayload()), four);
+    expectLog({"payload failed"});
     phone->script()->locale = std::nullopt;
     EXPECT_THROW(static_cast<void>(basePayload()), std::runtime_error);
 }
 
-TEST_F(BasePayload, isTheCallersOwn) {
-    Object first = basePayload();
-    first.set("lat", 1.5F);
-    first.set("locale", "xx");
-    const Object second = basePayload();
-    EXPECT_EQ(second.size(), 19U);
-    EXPECT_EQ(second.at("locale"), Value("sv_SE"));
+TEST_F(BasePayload, TellsWhetherTrackingIsAllowedByTheSystemsGeneration) {
+    const std::tuple<const char*, std::uint64_t, bool, bool> cases[] = {
+        {"14.0", 2, true, false}, {"14.0", 3, false, true},  {"14.0", 4, true, false},
+        {"13.9", 2, true, true},  {"13.9", 3, false, false},
+    };
+    for (const auto& [version, status, legacy, isEnabled] : cases) {
+        phone->script()->systemVersion = version;
+        phone->script()->trackingAuthorization = status;
+        phone->script()->advertisingTrackingEnabled = legacy;
+        EXPECT_EQ(KRNetworkManager::advertisingIdentifierEnabled(), isEnabled)
+            << version << ' ' << status;
+    }
 }
 
-TEST_F(BasePayload, tellsWhetherTrackingIsAllowedByTheSystemsGeneration) {
-    const struct {
-        const char* version;
-        std::uint64_t status;
-        bool legacy, enabled;
-    } cases[] = {{"14.0", 0, true, false}, {"14.0", 1, true, false}, {"14.0", 2, true, false},
-                 {"14.0", 3, false, true}, {"14.0", 4, true, false}, {"13.7", 2, true, true},
-                 {"13.7", 3, false, false}};
-    for (const auto& expected : cases) {
-        phone->script()->systemVersion = expected.version;
-        phone->script()->trackingAuthorization = expected.status;
-        phone->script()->advertisingTrackingEnabled = expected.legacy;
-        EXPECT_EQ(KRNetworkManager::advertisingIdentifierEnabled(), expected.enabled)
-            << expected.version << ' ' << expected.status;
+TEST_F(BasePayload, ListsJoinedNetworksInInterfaceOrderAndLeavesOutIncompleteOnes) {
+    phone->script()->wifi = {{{"wlan0", "home", "00:11:22:33:44:55"},
+                              {"wlan1", "hidden", std::nullopt},
+                              {"wlan2", std::nullopt, "66:77:88:99:AA:BB"},
+                              {"wlan3", "guest", "66:77:88:99:AA:CC"}}};
+    EXPECT_EQ(Value(KRNetworkManager::currentNetworks()),
+              *readJson(R"([{"ssid":"home","bssid":"00:11:22:33:44:55"},
+                            {"ssid":"guest","bssid":"66:77:88:99:AA:CC"}])"));
+}
+
+TEST(NetworkStatus, FollowsTheFlagsInOrder) {
+    const std::pair<std::uint32_t, int> cases[] = {
+        {0, 0},      {2, 1},          {2 + 4, 0},          {2 + 4 + 8, 1},  {2 + 4 + 32, 1},
+        {2 + 16, 1}, {2 + 262144, 2}, {2 + 4 + 262144, 2}, {4 + 262144, 0}, {2 + 4 + 32 + 16, 0}};
+    for (const auto& [flags, status] : cases) {
+        EXPECT_EQ(KRNetworkManager::networkStatusForFlags(flags), status) << flags;
     }
 }
 

@@ -8,64 +8,40 @@
 namespace morvellacinto {
 namespace {
 
-struct Case {
-    const char* text;
-    std::optional<Value> number;
-};
-
-TEST(NumberText, readsWhatPeopleWriteAndNothingElse) {
-    const Case cases[] = {
-        {"12", 12},
-        {" \t12\n", 12},
-        {"012", 12},
-        {"-7", -7},
-        {"1,234", 1234},
-        {"-1,234,567", -1234567},
-        {"0,123", 123},
-        {"18446744073709551615", UINT64_MAX},
-        {"-9223372036854775808", INT64_MIN},
-        {"18446744073709551616", 0x1p64},
-        {"12.5", 12.5},
-        {"1,234.5", 1234.5},
-        {".5", 0.5},
-        {"-.5", -0.5},
-        {"5.", 5.0},
-        {"1e3", 1000.0},
-        {"1E+3", 1000.0},
-        {"2.5e-1", 0.25},
-        {"1,000e3", 1e6},
-        {"1e-400", 0.0},
-        {"12,5", std::nullopt},
-        {"1234,567", std::nullopt},
-        {",123", std::nullopt},
-        {"1,234,", std::nullopt},
-        {"1,,234", std::nullopt},
-        {"1.234,5", std::nullopt},
-        {"+5", std::nullopt},
-        {"--5", std::nullopt},
-        {"- 5", std::nullopt},
-        {"1e", std::nullopt},
-        {"1e+", std::nullopt},
-        {"e3", std::nullopt},
-        {"", std::nullopt},
-        {" ", std::nullopt},
-        {"-", std::nullopt},
-        {"-.", std::nullopt},
-        {"1e400", std::nullopt},
-        {"-1e400", std::nullopt},
-        {"5%", std::nullopt},
-        {"0x10", std::nullopt},
-        {"12.5abc", std::nullopt},
-        {"inf", std::nullopt},
-        {"nan", std::nullopt},
-        {"1 234", std::nullopt},
-    };
-    for (const Case& each : cases) {
-        EXPECT_EQ(numberFromText(each.text), each.number) << '"' << each.text << '"';
+TEST(NumberText, ReadsWhatPeopleWriteAndNothingElse) {
+    const std::pair<const char*, Value> numbers[] = {{"12", 12},
+                                                     {" \t12\n", 12},
+                                                     {"012", 12},
+                                                     {"-7", -7},
+                                                     {"1,234", 1234},
+                                                     {"-1,234,567", -1234567},
+                                                     {"0,123", 123},
+                                                     {"18446744073709551615", UINT64_MAX},
+                                                     {"-9223372036854775808", INT64_MIN},
+                                                     {"18446744073709551616", 0x1p64},
+                                                     {"12.5", 12.5},
+                                                     {"1,234.5", 1234.5},
+                                                     {".5", 0.5},
+                                                     {"-.5", -0.5},
+                                                     {"5.", 5.0},
+                                                     {"1e3", 1000.0},
+                                                     {"1E+3", 1000.0},
+                                                     {"2.5e-1", 0.25},
+                                                     {"1,000e3", 1e6},
+                                                     {"1e-400", 0.0}};
+    for (const auto& [text, number] : numbers) {
+        EXPECT_EQ(numberFromText(text), number) << text;
+    }
+    const char* const others[] = {"12,5", "1234,567", ",123",    "1,234,", "1,,234", "1.234,5",
+                                  "+5",   "--5",      "- 5",     "1e",     "1e+",    "e3",
+                                  "",     " ",        "-",       "-.",     "1e400",  "-1e400",
+                                  "5%",   "0x10",     "12.5abc", "inf",    "nan",    "1 234"};
+    for (const char* const text : others) {
+        EXPECT_EQ(numberFromText(text), std::nullopt) << text;
     }
 }
 
-TEST(NumberText, keepsIntegersAndDoublesApart) {
+TEST(NumberText, KeepsIntegersAndDoublesApart) {
     EXPECT_EQ(numberFromText("1,234")->kind(), Value::Kind::integer);
     EXPECT_EQ(numberFromText("12.0")->kind(), Value::Kind::float64);
     EXPECT_TRUE(std::signbit(numberFromText("-0")->asDouble()));
@@ -78,7 +54,7 @@ struct CommaPunctuation : std::numpunct<char> {
     std::string do_grouping() const override { return "\3"; }
 };
 
-TEST(NumberText, isIndependentOfTheLocale) {
+TEST(NumberText, IsIndependentOfTheLocale) {
     std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation));
     EXPECT_EQ(numberFromText("1,234.5"), Value(1234.5));
     EXPECT_EQ(numberFromText("12,5"), std::nullopt);

@@ -2,19 +2,12 @@
 
 #include "support/ScriptedPhoneTest.h"
 
-#include <gmock/gmock.h>
-
-#include <thread>
-
 namespace morvellacinto {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
 class Location : public ScriptedPhoneTest {
 protected:
-    // Adds a waiter that records its calls as "key:latitude", "key:domain code" or "key:nothing".
+    /// Adds a waiter that records its calls as "key:latitude", "key:domain code" or "key:nothing".
     void wait(
         const std::string& key, const std::function<void()>& then = [] {}) {
         KRLocationManager::shared().addLocationUpdateBlock(
@@ -27,147 +20,112 @@ protected:
             },
             key);
     }
-
-    std::vector<std::string> takeCalls() { return std::exchange(calls, {}); }
+    std::vector<std::string> settled() {
+        phone->drainMain();
+        return std::exchange(calls, {});
+    }
+    std::vector<std::string> afterFixes(std::vector<platform::LocationFix> fixes) {
+        phone->locationServices().deliver(std::move(fixes));
+        return settled();
+    }
+    std::vector<std::string> afterFailure() {
+        phone->locationServices().fail(KRError{"some.domain", 7, {}});
+        return settled();
+    }
+    std::vector<std::string> afterAuthorization(std::int32_t status) {
+        phone->locationServices().changeAuthorization(status);
+        return settled();
+    }
     bool nobodyWaits() { return KRLocationManager::shared().updateBlocks().empty(); }
 
     std::vector<std::string> calls;
 };
 
-TEST_F(Location, handsTheNewestFixToEveryWaiterOnce) {
+TEST_F(Location, HandsTheNewestFixToEveryWaiterOnceAndStops) {
     wait("a");
     wait("b");
-    phone->locationServices().deliver({{1, 0, 0, 0}, {2, 0, 0, 0}});
-    phone->drainMain();
-    EXPECT_THAT(takeCalls(), ElementsAre("a:2", "b:2"));
-    EXPECT_TRUE(nobodyWaits());
     EXPECT_EQ(phone->locationServices().startCount(), 2);
+    EXPECT_THAT(afterFixes({{1, 0, 0, 0}, {2, 0, 0, 0}}), ElementsAre("a:2", "b:2"));
     EXPECT_EQ(phone->locationServices().stopCount(), 1);
-    EXPECT_EQ(KRLocationManager::shared().lastLocation(), std::nullopt);
-}
-
-TEST_F(Location, handsOutNothingForAnEmptyListOfFixes) {
-    wait("a");
-    phone->locationServices().deliver({});
-    phone->drainMain();
-    EXPECT_THAT(takeCalls(), ElementsAre("a:nothing"));
     EXPECT_TRUE(nobodyWaits());
+    EXPECT_EQ(KRLocationManager::shared().lastLocation(), std::nullopt);
+    wait("c");
+    EXPECT_THAT(afterFixes({}), ElementsAre("c:nothing"));
 }
 
-TEST_F(Location, callsNoFurtherWaiterOnceOneHasShutThePlatformDown) {
-    wait("a", [] { platform::shutdown(); });
-    wait("b");
-    phone->locationServices().deliver({{1, 0, 0, 0}});
-    phone->drainMain();
-    EXPECT_THAT(takeCalls(), ElementsAre("a:1"));
-}
-
-TEST_F(Location, replacesAWaiterUnderTheSameKeyWithoutACall) {
+TEST_F(Location, AFailureStopsAndReachesOnlyTheLatestWaiterUnderAKey) {
     wait("a", [this] { calls.emplace_back("first"); });
     wait("a");
-    phone->locationServices().fail(KRError{"some.domain", 7, {}});
-    phone->drainMain();
-    EXPECT_THAT(takeCalls(), ElementsAre("a:some.domain 7"));
     EXPECT_EQ(phone->locationServices().startCount(), 2);
+    EXPECT_THAT(afterFailure(), ElementsAre("a:some.domain 7"));
     EXPECT_EQ(phone->locationServices().stopCount(), 1);
     EXPECT_TRUE(nobodyWaits());
 }
 
-TEST_F(Location, keepsWaitersWhenPermissionIsMissing) {
+TEST_F(Location, KeepsWaitersWhenPermissionIsMissing) {
     wait("a");
     wait("b");
-    phone->locationServices().changeAuthorization(2);
-    phone->drainMain();
-    EXPECT_THAT(takeCalls(), ElementsAre("a:se.kovra.error 0", "b:se.kovra.error 0"));
+    EXPECT_THAT(afterAuthorization(2), ElementsAre("a:se.kovra.error 0", "b:se.kovra.error 0"));
     EXPECT_EQ(phone->locationServices().stopCount(), 2);
-    phone->locationServices().changeAuthorization(3);
-    phone->drainMain();
-    EXPECT_THAT(takeCalls(), IsEmpty());
+    EXPECT_THAT(afterAuthorization(3), IsEmpty());
     KRLocationManager::shared().locationManager()->startUpdatingLocation();
-    phone->locationServices().deliver({{3, 0, 0, 0}});
-    phone->drainMain();
-    EXPECT_THAT(takeCalls(), ElementsAre("a:3", "b:3"));
+    EXPECT_THAT(afterFixes({{3, 0, 0, 0}}), ElementsAre("a:3", "b:3"));
 }
 
-TEST_F(Location, logsOneLineAndCleansUpWhenAWaiterThrows) {
+TEST_F(Location, LogsOneLineAndCleansUpWhenAWaiterThrows) {
     const auto throws = [] { throw std::runtime_error("host"); };
-    const struct {
-        std::function<void()> notify;
-        const char* line;
-        bool clears;
-    } cases[] = {
+    const std::tuple<std::function<std::vector<std::string>()>, std::string, bool> cases[] = {
         {[this] {
-             phone->locationServices().deliver({{1, 0, 0, 0}});
+             return afterFixes({{1, 0, 0, 0}});
          },
          "location update failed", true},
-        {[this] {
-             phone->locationServices().fail(KRError{"d", 1, {}});
-         },
-         "location error failed", true},
-        {[this] { phone->locationServices().changeAuthorization(1); }, "location auth failed",
-         false},
+        {[this] { return afterFailure(); }, "location error failed", true},
+        {[this] { return afterAuthorization(1); }, "location auth failed", false},
     };
-    for (const auto& expected : cases) {
+    int stops = 0;
+    for (const auto& [notify, line, clearsAndStops] : cases) {
         wait("a", throws);
         wait("b");
-        expected.notify();
-        phone->drainMain();
-        EXPECT_EQ(takeCalls().size(), 1U) << expected.line;
-        EXPECT_THAT(phone->takeLog(), ElementsAre(expected.line));
-        EXPECT_EQ(nobodyWaits(), expected.clears) << expected.line;
+        EXPECT_EQ(notify().size(), 1U) << line;
+        expectLog({line});
+        EXPECT_EQ(nobodyWaits(), clearsAndStops) << line;
+        EXPECT_EQ(phone->locationServices().stopCount(), stops += clearsAndStops ? 1 : 0) << line;
     }
 }
 
-TEST_F(Location, toleratesWaitersThatChangeTheTable) {
+TEST_F(Location, ToleratesWaitersThatChangeTheTableOrShutThePlatformDown) {
     wait("a", [this] {
         wait("a");
         wait("z");
     });
     wait("b");
-    phone->locationServices().deliver({{1, 0, 0, 0}});
-    phone->drainMain();
-    EXPECT_THAT(takeCalls(), ElementsAre("a:1", "b:1"));
+    EXPECT_THAT(afterFixes({{1, 0, 0, 0}}), ElementsAre("a:1", "b:1"));
     EXPECT_TRUE(nobodyWaits());
+    wait("a", [] { platform::shutdown(); });
+    wait("b");
+    EXPECT_THAT(afterFixes({{1, 0, 0, 0}}), ElementsAre("a:1"));
 }
 
-TEST_F(Location, mayBeUsedOnlyWhenSwitchedOnAndGranted) {
-    const struct {
-        bool on;
-        std::int32_t status;
-        bool usable;
-    } cases[] = {{true, 0, false}, {true, 1, false}, {true, 2, false}, {true, 3, true},
-                 {true, 4, true},  {true, 5, true},  {false, 3, false}};
-    for (const char* version : {"14.0", "13.9"}) {
-        phone->script()->systemVersion = version;
-        for (const auto& [on, status, usable] : cases) {
-            phone->script()->location.servicesEnabled = on;
-            phone->script()->location.authorizationStatus = status;
-            EXPECT_EQ(KRLocationManager::locationServiceEnabled(), usable)
-                << version << ' ' << on << ' ' << status;
-            EXPECT_EQ(KRLocationManager::authorizationStatus(), status);
-        }
+TEST_F(Location, MayBeUsedOnlyWhenSwitchedOnAndGranted) {
+    for (const std::int32_t status : {0, 1, 2, 5, 4, 3}) {
+        phone->script()->location.authorizationStatus = status;
+        EXPECT_EQ(KRLocationManager::locationServiceEnabled(), status >= 3) << status;
     }
+    phone->script()->location.servicesEnabled = false;
+    EXPECT_FALSE(KRLocationManager::locationServiceEnabled());
 }
 
-TEST_F(Location, isReducedOnlyFromFourteenOn) {
-    phone->script()->location.accuracyAuthorization = 1;
-    EXPECT_EQ(KRLocationManager::accuracyAuthorization(), "reduced");
+TEST_F(Location, AsksTheManagersOwnServiceFromFourteenOn) {
+    const auto other = scripted::ScriptedPhone::create();
+    other->script()->location.authorizationStatus = 2;
+    other->script()->location.accuracyAuthorization = 1;
+    KRLocationManager::shared().setLocationManager(other->locationServices().makeService());
     phone->script()->systemVersion = "14.0";
+    EXPECT_EQ(KRLocationManager::authorizationStatus(), 2);
     EXPECT_EQ(KRLocationManager::accuracyAuthorization(), "reduced");
     phone->script()->systemVersion = "13.9";
+    EXPECT_EQ(KRLocationManager::authorizationStatus(), 4);
     EXPECT_EQ(KRLocationManager::accuracyAuthorization(), "full");
-}
-
-TEST_F(Location, hasOneSharedInstanceAlsoWhenFirstCallsRace) {
-    std::vector<KRLocationManager*> seen(8);
-    std::vector<std::thread> threads;
-    for (auto& slot : seen) {
-        threads.emplace_back([&slot] { slot = &KRLocationManager::shared(); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_THAT(seen, ::testing::Each(&KRLocationManager::shared()));
 }
 
 } // namespace

@@ -2,72 +2,53 @@
 
 #include "support/ScriptedPhoneTest.h"
 
-#include <gmock/gmock.h>
-
 namespace morvellacinto {
 namespace {
 
 using namespace KRSettingsManager;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
-class Settings : public ScriptedPhoneTest {};
+class Settings : public ScriptedPhoneTest {
+protected:
+    scripted::ScriptedUserDefaults& store = phone->standardUserDefaults();
+};
 
-TEST_F(Settings, standUnderThePrefixAndAreFlushedAtOnce) {
-    EXPECT_TRUE(setLocalSetting("https://x.invalid", "KRServiceURL"));
-    EXPECT_EQ(localSettingForKey("KRServiceURL"), Value("https://x.invalid"));
-    EXPECT_EQ(phone->standardUserDefaults().flushed().at("se.kovra.v5.KRServiceURL"),
-              Value("https://x.invalid"));
+TEST_F(Settings, StandUnderThePrefixAndAreFlushedAtOnceAndRemovedWithOneFlush) {
+    for (const std::string& key : {std::string("KRServiceURL"), std::string(200, 'k')}) {
+        const std::string full = "se.kovra.v5." + key;
+        EXPECT_TRUE(setLocalSetting("value", key));
+        EXPECT_EQ(localSettingForKey(key), Value("value"));
+        EXPECT_EQ(store.flushed().at(full), Value("value"));
+        EXPECT_TRUE(removeLocalSettingForKey(key));
+        EXPECT_TRUE(removeLocalSettingForKey(key));
+        EXPECT_THAT(store.takeOperations(),
+                    ElementsAre("set " + full, "synchronize", "get " + full, "get " + full,
+                                "remove " + full, "synchronize", "get " + full));
+    }
     EXPECT_EQ(fullKey(std::nullopt), "se.kovra.v5.(null)");
-    const std::string longKey(200, 'k');
-    EXPECT_TRUE(setLocalSetting(1, longKey));
-    EXPECT_EQ(phone->standardUserDefaults().flushed().at("se.kovra.v5." + longKey), Value(1));
 }
 
-TEST_F(Settings, keepTheOldValueWhenTheNewOneIsRefused) {
+TEST_F(Settings, KeepTheOldValueWhenTheNewOneIsRefused) {
     ASSERT_TRUE(setLocalSetting("old", "key"));
     EXPECT_FALSE(setLocalSetting(std::nullopt, "key"));
     EXPECT_FALSE(setLocalSetting("new", std::nullopt));
     EXPECT_FALSE(setLocalSetting(Value(nullptr), "key"));
-    EXPECT_THAT(phone->takeLog(), IsEmpty());
+    expectLog({});
     EXPECT_FALSE(setLocalSetting(Object{{"deep", Array::of({nullptr})}}, "key"));
-    EXPECT_THAT(phone->takeLog(), ElementsAre("storing failed"));
+    expectLog({"storing failed"});
     EXPECT_EQ(localSettingForKey("key"), Value("old"));
 }
 
-TEST_F(Settings, tellWhetherAFlushFailed) {
-    ASSERT_TRUE(setLocalSetting("old", "key"));
-    phone->standardUserDefaults().failFlush(true);
+TEST_F(Settings, TellAFailureOfThePlatformButNotWhenItRefusesARemoval) {
+    store.failFlush(true);
     EXPECT_FALSE(setLocalSetting("new", "key"));
-    EXPECT_EQ(localSettingForKey("key"), Value("new"));
     EXPECT_FALSE(removeLocalSettingForKey("key"));
-    EXPECT_EQ(localSettingForKey("key"), std::nullopt);
-}
-
-TEST_F(Settings, areRemovedWithOneFlushAndNoneWhenThereIsNothing) {
-    ASSERT_TRUE(setLocalSetting("value", "key"));
-    static_cast<void>(phone->standardUserDefaults().takeOperations());
+    store.failFlush(false);
+    ASSERT_TRUE(setLocalSetting("new", "key"));
+    store.raiseOnRemove(true);
     EXPECT_TRUE(removeLocalSettingForKey("key"));
-    EXPECT_TRUE(removeLocalSettingForKey("key"));
-    EXPECT_THAT(phone->standardUserDefaults().takeOperations(),
-                ElementsAre("get se.kovra.v5.key", "remove se.kovra.v5.key", "synchronize",
-                            "get se.kovra.v5.key"));
-}
-
-TEST_F(Settings, answerAFailureOfThePlatformDifferently) {
-    ASSERT_TRUE(setLocalSetting("value", "key"));
-    phone->standardUserDefaults().raiseOnSet(true);
-    phone->standardUserDefaults().raiseOnRemove(true);
-    EXPECT_FALSE(setLocalSetting("new", "key"));
-    EXPECT_TRUE(removeLocalSettingForKey("key"));
-    EXPECT_THAT(phone->takeLog(), ElementsAre("storing failed", "removing failed"));
-    phone->standardUserDefaults().raiseOnGet(true);
+    expectLog({"removing failed"});
+    store.raiseOnGet(true);
     EXPECT_ANY_THROW(static_cast<void>(localSettingForKey("key")));
-}
-
-TEST(SettingsWithoutAPlatform, throwBeforeTheyEnterAGuard) {
-    EXPECT_THROW(setLocalSetting("value", "key"), std::logic_error);
-    EXPECT_THROW(removeLocalSettingForKey("key"), std::logic_error);
 }
 
 } // namespace

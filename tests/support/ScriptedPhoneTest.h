@@ -6,11 +6,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace morvellacinto {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 /// A test of the library on a scripted phone of its own. A platform is installed once in a
 /// process, so each test must be a process, as CTest runs them.
