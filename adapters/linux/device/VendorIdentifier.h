@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KeptUuid.h"
+#include "KeptValues.h"
 
 #include "morvellacinto/foundation/Uuid.h"
 
