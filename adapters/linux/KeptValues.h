@@ -1,9 +1,13 @@
 #pragma once
 
+#include "morvellacinto/foundation/Uuid.h"
+
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace morvellacinto::native {
 
@@ -22,6 +26,24 @@ struct KeptValues {
     std::function<void(std::string_view name, std::string_view text)> set;
     /// Whether all that was set has become durable, on whatever thread.
     std::function<bool()> flush;
+};
+
+/// A random identifier that is made when first asked for and then kept. Any thread.
+class KeptUuid {
+public:
+    /// `name` is a literal.
+    KeptUuid(KeptValues kept, std::string_view name) : kept_(std::move(kept)), name_(name) {}
+
+    /// While what is kept cannot be read, one that this process alone has; nothing is replaced by
+    /// it.
+    [[nodiscard]] Uuid get();
+    void makeAnew();
+
+private:
+    const KeptValues kept_;
+    const std::string_view name_;
+    std::mutex mutex_; // so that what is made last is kept
+    std::optional<Uuid> made_;
 };
 
 } // namespace morvellacinto::native

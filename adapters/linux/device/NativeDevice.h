@@ -3,7 +3,7 @@
 // Read NativeDevice.h, Hardware.h, then VendorIdentifier.h (on Sha256.h).
 
 #include "Hardware.h"
-#include "KeptUuid.h"
+#include "KeptValues.h"
 
 #include "morvellacinto/platform/Device.h"
 

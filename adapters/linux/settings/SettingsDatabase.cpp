@@ -49,14 +49,33 @@ std::string_view blobColumn(sqlite3_stmt* statement, int column) {
 
 } // namespace
 
-SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Wait& wait)
-    : SettingsDatabase(file, wait, openExisting) {}
-
-void SettingsDatabase::fill(const std::filesystem::path& file, const Entries& content, Wait& wait) {
-    SettingsDatabase filled(file, wait, createLayout);
-    filled.write(content);
-    filled.run("PRAGMA journal_mode = WAL");
-    sqlite3_db_config(filled.connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Wait& wait,
+                                   const Entries* content)
+    : file_(file), connection_(nullptr, sqlite3_close) {
+    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE |
+                          SQLITE_OPEN_PRIVATECACHE;
+    sqlite3* opened = nullptr;
+    const int result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
+    connection_.reset(opened);
+    if (result != SQLITE_OK) {
+        fail(result);
+    }
+    const bool mayBeWritten = sqlite3_db_readonly(opened, "main") == 0;
+    sqlite3_busy_handler(opened, waitWhileBusy, &wait);
+    // Closing is quick, and leaves a damaged file as it is.
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    run(std::string("PRAGMA cell_size_check = ON;") +
+        (content != nullptr ? createLayout : openExisting));
+    if (numberOf("PRAGMA user_version") != layoutVersion ||
+        numberOf("PRAGMA application_id") != applicationId ||
+        (mayBeWritten && sqlite3_db_readonly(opened, "main") == 1)) { // says its header alone
+        throw DamageError(file_.string() + " is no settings database");
+    }
+    if (content != nullptr) {
+        write(*content);
+        run("PRAGMA journal_mode = WAL");
+        sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+    }
 }
 
 bool SettingsDatabase::wasMoved() const {
@@ -109,31 +128,6 @@ void SettingsDatabase::write(const Entries& changes) {
         sqlite3_reset(statement.get());
     }
     run("COMMIT");
-}
-
-SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Wait& wait,
-                                   const char* preparation)
-    : file_(file), connection_(nullptr, sqlite3_close) {
-    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE |
-                          SQLITE_OPEN_PRIVATECACHE;
-    sqlite3* opened = nullptr;
-    const int result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
-    connection_.reset(opened);
-    if (result != SQLITE_OK) {
-        fail(result);
-    }
-    const bool mayBeWritten = sqlite3_db_readonly(opened, "main") == 0;
-    sqlite3_busy_handler(opened, waitWhileBusy, &wait);
-    // Closing is quick, and leaves a damaged file as it is.
-    sqlite3_db_config(opened, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    run(std::string("PRAGMA cell_size_check = ON;") + preparation);
-    if (numberOf("PRAGMA user_version") != layoutVersion ||
-        numberOf("PRAGMA application_id") != applicationId) {
-        throw DamageError(file_.string() + " is no settings database");
-    }
-    if (mayBeWritten && sqlite3_db_readonly(opened, "main") == 1) {
-        throw DamageError(file_.string() + " forbids to be written, which its file does not");
-    }
 }
 
 void SettingsDatabase::fail(int result) const {

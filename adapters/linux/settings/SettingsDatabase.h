@@ -37,12 +37,11 @@ public:
 /// sentence that names the file.
 class SettingsDatabase {
 public:
-    /// Opens an existing database. Until its first `read` has ended, nobody may replace it. `wait`
-    /// outlives this, and is what each operation may wait when it begins.
-    SettingsDatabase(const std::filesystem::path& file, Wait& wait);
-
-    /// Makes a database with this content of an empty file, all in that one; flushes nothing.
-    static void fill(const std::filesystem::path& file, const Entries& content, Wait& wait);
+    /// Opens an existing database; until its first `read` has ended, nobody may replace it. With
+    /// `content` it makes one with that of an empty file, all in that one, and flushes nothing.
+    /// `wait` outlives this, and is what each operation may wait when it begins.
+    SettingsDatabase(const std::filesystem::path& file, Wait& wait,
+                     const Entries* content = nullptr);
 
     /// Whether the file that is open no longer has the database's name.
     [[nodiscard]] bool wasMoved() const;
@@ -57,7 +56,6 @@ public:
 private:
     using Statement = std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>;
 
-    SettingsDatabase(const std::filesystem::path& file, Wait& wait, const char* preparation);
     [[noreturn]] void fail(int result) const;
     void run(const std::string& sql) const;
     [[nodiscard]] Statement prepare(const char* sql) const;

@@ -60,10 +60,10 @@ std::string percentEncoded(std::string_view text) {
                                        "0123456789.-_";
     std::string encoded;
     for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
         if (plain.find(character) != std::string_view::npos) {
             encoded += character;
         } else {
-            const auto byte = static_cast<unsigned char>(character);
             encoded += {'%', digits[byte >> 4U], digits[byte & 0xFU]};
         }
     }

@@ -30,11 +30,9 @@ bool isPending(const Entry& entry) { return entry.blob != nullptr || !entry.valu
 
 // The last thing that an operation does: the host may let go of the defaults meanwhile.
 void tell(const Diagnostics& diagnostics, const std::vector<std::string>& report) {
-    const Diagnostics sink = report.empty() ? nullptr : diagnostics;
-    for (const std::string& sentence : report) {
-        if (sink) {
-            sink(sentence);
-        }
+    if (!report.empty() && diagnostics) {
+        const Diagnostics sink = diagnostics;
+        std::for_each(report.begin(), report.end(), sink);
     }
 }
 
@@ -43,8 +41,6 @@ void tell(const Diagnostics& diagnostics, const std::vector<std::string>& report
 SqliteDefaults::SqliteDefaults(const std::filesystem::path& directory, std::string_view bundle,
                                Diagnostics diagnostics)
     : diagnostics_(std::move(diagnostics)), files_(directory, bundle) {}
-
-SqliteDefaults::~SqliteDefaults() { SqliteDefaults::close(); }
 
 std::optional<Value> SqliteDefaults::objectForKey(std::string_view key) const {
     return read([&] { return find(Space::settings, key); });
@@ -267,7 +263,7 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
         known.insert(entries_.begin(), entries_.end());
     }
     std::erase_if(known, [](const auto& named) { return !named.second.value; });
-    SettingsDatabase::fill(draft, known, wait_);
+    SettingsDatabase(draft, wait_, &known);
     if (!damage.empty()) {
         report_.push_back("the settings were begun anew with " + std::to_string(known.size()) +
                           " known values, and what was damaged of them set aside (" + damage + ")");

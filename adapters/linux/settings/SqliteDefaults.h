@@ -38,10 +38,6 @@ public:
     /// operation that meets it.
     SqliteDefaults(const std::filesystem::path& directory, std::string_view bundle,
                    Diagnostics diagnostics);
-    SqliteDefaults(const SqliteDefaults&) = delete;
-    SqliteDefaults& operator=(const SqliteDefaults&) = delete;
-    /// As `close`.
-    ~SqliteDefaults() override;
 
     [[nodiscard]] std::optional<Value> objectForKey(std::string_view key) const override;
     /// Throws std::invalid_argument also for a value that would take over 256 MiB, or that has more

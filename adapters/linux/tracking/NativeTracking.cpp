@@ -1,6 +1,5 @@
 #include "NativeTracking.h"
 
-#include "KeptUuid.h"
 #include "threads/MainQueue.h"
 
 #include <atomic>

@@ -252,10 +252,7 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
     };
     const Trouble troubles[] = {
         {"a file in place of the directory",
-         [this] {
-             std::filesystem::remove_all(directory());
-             write(directory(), "");
-         },
+         [this] { std::filesystem::remove_all(directory()), write(directory(), ""); },
          [this] { std::filesystem::remove(directory()); }},
         {"a file that may not grow", [&] { setrlimit(RLIMIT_FSIZE, &small); },
          [&] { setrlimit(RLIMIT_FSIZE, &unlimited); }},
@@ -339,17 +336,12 @@ TEST_F(SqliteDefaultsTest, ClosingEndsTheWaitsOfFlushesAndReads) {
 
 TEST_F(SqliteDefaultsTest, RefusesFilesThatOthersCouldHaveAHandIn) {
     const std::function<void(const char*)> makes[] = {
-        [this](const char* suffix) { mkfifo(file(suffix).c_str(), 0600); },
-        [this](const char* suffix) {
-            write(file(suffix), "");
-            chmod(file(suffix).c_str(), 0620);
-        },
-        [this](const char* suffix) {
-            write(file(suffix), "");
-            chmod(file(suffix).c_str(), 0600);
-            if (chown(file(suffix).c_str(), 12345, getgid()) != 0) {
-                chmod(file(suffix).c_str(), 0602); // only root gives files away
-            }
+        [](const char* path) { mkfifo(path, 0600); },
+        [](const char* path) { write(path, ""), chmod(path, 0620); },
+        [](const char* path) {
+            write(path, "");
+            // Only root gives files away.
+            chmod(path, chown(path, 12345, getgid()) == 0 ? 0600 : 0602);
         },
     };
     std::size_t refused = 0;
@@ -359,7 +351,7 @@ TEST_F(SqliteDefaultsTest, RefusesFilesThatOthersCouldHaveAHandIn) {
             std::filesystem::remove_all(directory());
             flush(*open(), "key", 1);
             std::filesystem::remove(file(suffix));
-            make(suffix);
+            make(file(suffix).c_str());
             const auto defaults = open();
             EXPECT_EQ(defaults->objectForKey("key"), std::nullopt);
             defaults->setObjectForKey(2, "key");

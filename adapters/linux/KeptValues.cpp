@@ -1,4 +1,4 @@
-#include "KeptUuid.h"
+#include "KeptValues.h"
 
 #include <algorithm>
 #include <system_error>
@@ -23,22 +23,26 @@ Uuid randomUuid() {
 
 Uuid KeptUuid::get() {
     const auto [text, isCertain] = kept_.read(name_);
-    const auto kept = text ? Uuid::parse(*text) : std::nullopt;
-    return kept ? *kept : keep(false, isCertain);
-}
-
-void KeptUuid::makeAnew() { static_cast<void>(keep(true, true)); }
-
-Uuid KeptUuid::keep(bool isAnew, bool isForLong) {
+    if (const auto kept = text ? Uuid::parse(*text) : std::nullopt) {
+        return *kept;
+    }
     std::unique_lock lock(mutex_);
-    const Uuid made = isAnew || !made_ ? randomUuid() : *made_;
-    made_ = made;
-    if (isForLong) {
+    made_ = made_ ? made_ : randomUuid();
+    const Uuid made = *made_;
+    if (isCertain) {
         kept_.set(name_, made.text());
         lock.unlock();
         static_cast<void>(kept_.flush()); // which tells the host of a failure
     }
     return made;
+}
+
+void KeptUuid::makeAnew() {
+    std::unique_lock lock(mutex_);
+    made_ = randomUuid();
+    kept_.set(name_, made_->text());
+    lock.unlock();
+    static_cast<void>(kept_.flush());
 }
 
 } // namespace morvellacinto::native
