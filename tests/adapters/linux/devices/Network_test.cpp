@@ -1,4 +1,3 @@
-#include "MockService.h"
 #include "PrivateBus.h"
 
 #include "basics/SystemFiles.h"
@@ -17,47 +16,6 @@ namespace {
 
 namespace flags = platform::ReachabilityFlags;
 using ::testing::ElementsAre;
-using ::testing::Optional;
-
-const std::string networkManager = "org.freedesktop.NetworkManager";
-constexpr const char* managerPath = "/org/freedesktop/NetworkManager";
-
-TEST(WifiNetworks, AreThoseThatTheWifiDevicesHaveJoined) {
-    PrivateBus daemon;
-    const NativeNetwork network(daemon.bus);
-    MockService mock(networkManager.c_str());
-    mock.onCall(managerPath, networkManager, "GetDevices",
-                answer("ao", 4, "/absent", "/eth0", "/wlan1", "/wlan0"));
-    EXPECT_EQ(network.supportedInterfaces(), std::nullopt) << "devices that are gone";
-    mock.onCall(managerPath, networkManager, "GetDeviceByIpIface", [](sd_bus_message* call) {
-        const char* name = nullptr;
-        sd_bus_message_read(call, "s", &name);
-        sd_bus_reply_method_return(call, "o", ("/" + std::string(name)).c_str());
-    });
-    for (const auto& [name, type, accessPoint, mode] :
-         {std::tuple("eth0", 1U, "/", 0U), std::tuple("wlan1", 2U, "/ap", 2U),
-          std::tuple("wlan0", 2U, "/hidden", 2U), std::tuple("none0", 2U, "/", 2U),
-          std::tuple("hotspot0", 2U, "/ap", 3U)}) {
-        const std::string path = "/" + std::string(name);
-        mock.onCall(path, networkManager + ".Device", "GetAll",
-                    answer("a{sv}", 2, "DeviceType", "u", type, "Interface", "s", name));
-        mock.onCall(path, networkManager + ".Device.Wireless", "GetAll",
-                    answer("a{sv}", 2, "ActiveAccessPoint", "o", accessPoint, "Mode", "u", mode));
-    }
-    mock.onCall("/ap", networkManager + ".AccessPoint", "GetAll",
-                answer("a{sv}", 2, "Ssid", "ay", 5, 0xC3, 0xA9, 0xFF, 0xE2, 0x82, "HwAddress", "s",
-                       "00:11:22:33:44:55"));
-    mock.onCall("/hidden", networkManager + ".AccessPoint", "GetAll",
-                answer("a{sv}", 2, "Ssid", "ay", 0, "HwAddress", "u", 5U));
-    EXPECT_THAT(network.supportedInterfaces(), Optional(ElementsAre("wlan1", "wlan0")));
-    EXPECT_EQ(network.currentNetworkInfo("wlan1")->ssid,
-              "\xC3\xA9\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
-    EXPECT_FALSE(network.currentNetworkInfo("wlan0")->ssid);
-    EXPECT_FALSE(network.currentNetworkInfo("wlan0")->bssid);
-    for (const char* name : {"none0", "hotspot0", "absent0"}) {
-        EXPECT_FALSE(network.currentNetworkInfo(name)) << name;
-    }
-}
 
 TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
     const std::string table = "Iface Destination Gateway Flags RefCnt Use Metric Mask\n"

@@ -70,18 +70,6 @@ TEST_F(TelephonyTest, EachModemIsAServiceInTheOrderOfTheirNumbers) {
     EXPECT_EQ(told(carriers->at(1)), "Nine - -");
 }
 
-TEST_F(TelephonyTest, NoModemAndAWrongAnswerAreNoTelephony) {
-    const MockService::Method none = answer("a{oa{sa{sv}}}", 0);
-    const MockService::Method wrong = answer("a{ss}", 1, "/Modem/0", "no interfaces");
-    for (const auto& objects : {none, wrong}) {
-        const auto info = infoOf(objects);
-        EXPECT_EQ(info->serviceSubscriberCellularProviders(), std::nullopt);
-        EXPECT_EQ(info->serviceCurrentRadioAccessTechnology(), std::nullopt);
-        EXPECT_EQ(info->currentRadioAccessTechnology(), std::nullopt);
-        EXPECT_EQ(info->subscriberCellularProvider(), std::nullopt);
-    }
-}
-
 TEST(NameOfTechnology, IsThatOfTheNewestGeneration) {
     const char* const names[] = {nullptr,  "GPRS",         "GPRS",         "GPRS",         "Edge",
                                  "WCDMA",  "HSDPA",        "HSUPA",        "HSUPA",        "HSUPA",
