@@ -50,11 +50,6 @@ class Service : public MockService {
 public:
     Service() : MockService(serviceName) {
         on("Silent", [](sd_bus_message*) {});
-        on("Echo", [](sd_bus_message* call) {
-            const char* text = "";
-            sd_bus_message_read(call, "s", &text);
-            sd_bus_reply_method_return(call, "s", text);
-        });
     }
     void on(const std::string& member, Method method) {
         onCall("/a", "com.example.A", member, std::move(method));
@@ -77,26 +72,21 @@ TEST_F(BusTest, DecodesWhatTheServicesSendAndLeavesOutTheRest) {
 
 TEST_F(BusTest, TheCallsOfAQuestionTakeOneTimeOutTogetherAndEachGetsItsOwnAnswer) {
     Service service;
-    std::vector<BusCall> calls(20, callOf("Echo"));
-    std::vector<std::string> expected(calls.size());
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        expected[i] = std::to_string(i);
-        calls[i].arguments = [text = expected[i]](sd_bus_message* message) {
-            return sd_bus_message_append_basic(message, 's', text.c_str());
-        };
+    std::vector<BusCall> calls(20, callOf("Silent"));
+    for (std::size_t i = 0; i < calls.size(); i += 2) {
+        calls[i].member = "Give" + std::to_string(i);
+        service.on(calls[i].member, answer("u", static_cast<unsigned>(i)));
     }
     calls[7].member = "Nothing";
-    calls[8].path = "no path";
-    calls[9].member = calls[15].member = "Silent";
-    expected[7] = expected[8] = expected[9] = expected[15] = "";
+    calls[9].path = "no path";
     BusConnection question(daemon.bus);
     std::vector<BusReply> replies;
     const auto took = timeOf([&] { replies = question.callAll(calls); });
     EXPECT_GE(took, busTimeout * 9 / 10);
     EXPECT_LT(took, atMost(busTimeout));
     for (std::size_t i = 0; i < replies.size(); ++i) {
-        EXPECT_EQ(textAt(replies[i].body, 0), expected[i]);
-        EXPECT_EQ(replies[i].succeeded(), !expected[i].empty()) << i;
+        EXPECT_EQ(replies[i].succeeded(), i % 2 == 0) << i;
+        EXPECT_EQ(replies[i].body, i % 2 == 0 ? Array::of({i}) : Array());
     }
     EXPECT_EQ(replies[15].errorName, BusError::timedOut);
     EXPECT_LT(timeOf([&] { EXPECT_FALSE(question.call(callOf("Silent")).succeeded()); }),

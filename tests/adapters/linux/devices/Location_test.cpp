@@ -112,10 +112,8 @@ public:
         onCreateClient(answer("o", clientPath));
         onCall(clientPath, properties, "Set", [this](sd_bus_message* call) {
             const char* name = nullptr;
-            const char* type = nullptr;
             sd_bus_message_read(call, "ss", nullptr, &name);
-            sd_bus_message_peek_type(call, nullptr, &type);
-            set += std::string(name) + " " + type + " ";
+            set += std::string(name) + " ";
             sd_bus_reply_method_return(call, "");
         });
         onStart(answer(""));
@@ -131,7 +129,7 @@ public:
         });
     }
     template <class... Properties>
-    void sendFix(int count, Properties... each) {
+    void sendLocation(int count, Properties... each) {
         const std::string where = clientPath + ("/Location/" + std::to_string(++locations_));
         onCall(where, "org.freedesktop.GeoClue2.Location", "GetAll",
                answer("a{sv}", count, each...));
@@ -141,7 +139,7 @@ public:
         });
     }
     void sendFix(double latitude) {
-        sendFix(2, "Latitude", "d", latitude, "Longitude", "d", 18.07);
+        sendLocation(2, "Latitude", "d", latitude, "Longitude", "d", 18.07);
     }
     void sendActive(int isActive) {
         send([&](sd_bus* bus) {
@@ -156,71 +154,66 @@ private:
     int locations_ = 0;
 };
 
-TEST(LocationSearch, FilesAndSandboxTellOfTheServiceWhereThereIsABus) {
-    const std::string file = "/dbus-1/system-services/org.freedesktop.GeoClue2.service";
-    const std::string key = "org.freedesktop.GeoClue2=talk\n";
-    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-    setenv("XDG_DATA_DIRS", "relative:/opt/data", 1);
-    for (const auto& [path, text, exists] :
-         {std::tuple("usr/share" + file, key, true), std::tuple("opt/data" + file, key, true),
-          std::tuple(std::string(".flatpak-info"), "[System Bus Policy]\n" + key, true),
-          std::tuple(std::string(".flatpak-info"), key, false)}) {
-        const TemporaryRoot root;
-        root.write(path, text);
-        EXPECT_FALSE(geoClueSearch(root.path())()) << "no bus";
-        root.write("run/dbus/system_bus_socket", "");
-        EXPECT_EQ(geoClueSearch(root.path())(), exists) << path;
-    }
-}
-
 TEST(LocationPermission, BelievesARefusalForSixtySecondsAndASuccessAtOnce) {
     auto now = Clock::now();
     bool exists = false;
     LocationPermission permission([&] { return exists; }, [&] { return now; });
-    EXPECT_EQ(permission.authorizationStatus(), 0);
-    EXPECT_FALSE(permission.servicesEnabled());
+    const auto stands = [&] {
+        return std::pair(permission.authorizationStatus(), permission.servicesEnabled());
+    };
+    EXPECT_EQ(stands(), std::pair(0, false));
     exists = true;
-    for (const auto& [refusal, status, isEnabled] :
-         {std::tuple(Refusal::absent, 0, false), std::tuple(Refusal::denied, 2, true),
-          std::tuple(Refusal::switchedOff, 4, false)}) {
+    for (const auto& [refusal, refused] : {std::pair(Refusal::absent, std::pair(0, false)),
+                                           std::pair(Refusal::denied, std::pair(2, true)),
+                                           std::pair(Refusal::switchedOff, std::pair(4, false))}) {
         permission.note(refusal);
         now += std::chrono::seconds(59);
-        EXPECT_EQ(permission.authorizationStatus(), status);
-        EXPECT_EQ(permission.servicesEnabled(), isEnabled);
+        EXPECT_EQ(stands(), refused);
         now += std::chrono::seconds(1);
         EXPECT_FALSE(permission.noteAllowed());
         permission.note(refusal);
         EXPECT_TRUE(permission.noteAllowed());
-        EXPECT_EQ(permission.authorizationStatus(), 4);
-        EXPECT_TRUE(permission.servicesEnabled());
+        EXPECT_EQ(stands(), std::pair(4, true));
     }
 }
 
-TEST_F(LocationTest, FixesComeUntilStopAndWhatIsUnknownStaysMinusOne) {
+TEST_F(LocationTest, FixesComeUntilStopAndNoneWhileLocationIsSwitchedOff) {
     GeoClueMock mock;
     start();
     service->startUpdatingLocation();
     EXPECT_THAT(listener.events, IsEmpty()) << "never inside the call";
     ASSERT_TRUE(mock.wasCalled("Start"));
-    EXPECT_EQ(mock.set, "DesktopId s RequestedAccuracyLevel u ");
-    mock.sendFix(4, "Latitude", "d", 59.5, "Longitude", "d", -18.5, "Speed", "d", 1.25, "Heading",
-                 "d", 270.5);
+    EXPECT_EQ(mock.set, "DesktopId RequestedAccuracyLevel ");
+    mock.sendLocation(4, "Latitude", "d", 59.5, "Longitude", "d", -18.5, "Speed", "d", 1.25,
+                      "Heading", "d", 270.5);
     pumpUntilEvents(1);
     EXPECT_EQ(listener.last.longitude, -18.5);
     EXPECT_EQ(listener.last.speed, 1.25);
     EXPECT_EQ(listener.last.course, 270.5);
-    mock.sendFix(2, "Latitude", "s", "60", "Longitude", "d", 1.0);
+    mock.sendLocation(2, "Latitude", "s", "60", "Longitude", "d", 1.0);
     mock.sendFix(90.5);
-    mock.sendFix(4, "Latitude", "d", 61.0, "Longitude", "d", 1.0, "Speed", "d", -1.0, "Heading",
-                 "s", "north");
+    mock.sendLocation(4, "Latitude", "d", 61.0, "Longitude", "d", 1.0, "Speed", "d", -1.0,
+                      "Heading", "s", "north");
     pumpUntilEvents(2);
     EXPECT_EQ(listener.last.speed, -1);
     EXPECT_EQ(listener.last.course, -1);
     mock.sendFix(62);
-    ASSERT_TRUE(mock.wasCalled("GetAll", 5));
+    mock.sendActive(false);
+    for (const auto limit = Clock::now() + generous; location->locationServicesEnabled();) {
+        ASSERT_LT(Clock::now(), limit);
+        std::this_thread::yield();
+    }
+    pumpUntilEvents(3);
+    mock.sendActive(true);
+    pumpUntilEvents(4);
+    EXPECT_TRUE(location->locationServicesEnabled());
+    mock.sendFix(63);
+    pumpUntilEvents(5);
+    mock.sendFix(64);
+    ASSERT_TRUE(mock.wasCalled("GetAll", 7));
     service->stopUpdatingLocation();
     finish();
-    EXPECT_THAT(listener.events, ElementsAre("at 59", "at 61"));
+    EXPECT_THAT(listener.events, ElementsAre("at 59", "at 61", "status 4", "status 4", "at 63"));
     EXPECT_EQ(mock.callsOf("CreateClient"), 1);
 }
 
@@ -267,7 +260,7 @@ TEST_F(LocationTest, WithoutAnAnswerOrAFixItFailsInTimeAndTheTimeEndsWithTheFirs
     EXPECT_THAT(listener.events, ElementsAre("failed 3", "at 1", "at 2", "failed 3", "failed 3"));
 }
 
-TEST_F(LocationTest, AbsenceAWrongAnswerADeathAndALostBusFail) {
+TEST_F(LocationTest, AbsenceADeathAndALostBusFail) {
     start(generous, std::nullopt);
     EXPECT_THAT(listener.events, IsEmpty()) << "never inside the call";
     pumpUntilEvents(1); // no bundle identifier
@@ -276,29 +269,20 @@ TEST_F(LocationTest, AbsenceAWrongAnswerADeathAndALostBusFail) {
     pumpUntilEvents(2); // nobody of that name
     EXPECT_EQ(service->authorizationStatus(), 0);
     auto mock = std::make_unique<GeoClueMock>();
-    mock->onCreateClient(answer("u", 7U));
-    service->startUpdatingLocation();
-    pumpUntilEvents(3);
-    mock->onCreateClient([&mock](sd_bus_message*) { mock->die(); });
-    service->startUpdatingLocation();
-    pumpUntilEvents(4);
-    mock = std::make_unique<GeoClueMock>();
     start();
     ASSERT_TRUE(mock->wasCalled("Start"));
     mock->sendFix(1);
-    pumpUntilEvents(5);
+    pumpUntilEvents(3);
     mock = std::make_unique<GeoClueMock>(); // the daemon ends and another comes
-    pumpUntilEvents(6);
+    pumpUntilEvents(4);
     service->startUpdatingLocation();
     ASSERT_TRUE(mock->wasCalled("Start"));
     mock->sendFix(2);
-    pumpUntilEvents(7);
+    pumpUntilEvents(5);
     daemon.stop();
-    pumpUntilEvents(8);
-    service->startUpdatingLocation();
-    pumpUntilEvents(9);
-    EXPECT_THAT(listener.events, ElementsAre("failed 1", "failed 1", "failed 99", "failed 4",
-                                             "at 1", "failed 4", "at 2", "failed 4", "failed 1"));
+    pumpUntilEvents(6);
+    EXPECT_THAT(listener.events,
+                ElementsAre("failed 1", "failed 1", "at 1", "failed 4", "at 2", "failed 4"));
 }
 
 TEST_F(LocationTest, AStopWhileItStartsAndAServiceThatIsDroppedEndTheRunAtOnce) {
@@ -318,33 +302,6 @@ TEST_F(LocationTest, AStopWhileItStartsAndAServiceThatIsDroppedEndTheRunAtOnce) 
     EXPECT_EQ(location->authorizationStatus(), 4) << "a stop tells nothing of the service";
 }
 
-TEST_F(LocationTest, LocationSwitchedOffDropsTheFixOnItsWayAndFixesGoOnWhenItIsOnAgain) {
-    GeoClueMock mock;
-    start();
-    ASSERT_TRUE(mock.wasCalled("Start"));
-    mock.sendFix(1);
-    pumpUntilEvents(1);
-    mock.sendFix(2);
-    mock.sendActive(false);
-    const auto limit = Clock::now() + generous;
-    while (location->locationServicesEnabled() && Clock::now() < limit) {
-        std::this_thread::yield();
-    }
-    pumpUntilEvents(2);
-    EXPECT_FALSE(location->locationServicesEnabled());
-    mock.sendActive(true);
-    pumpUntilEvents(3);
-    EXPECT_TRUE(location->locationServicesEnabled());
-    mock.sendFix(3);
-    pumpUntilEvents(4);
-    service->setDelegate(nullptr);
-    mock.sendFix(4);
-    mock.sendFix(5);
-    ASSERT_TRUE(mock.wasCalled("GetAll", 5)); // so that the one before has been told
-    queue->drain();
-    EXPECT_THAT(listener.events, ElementsAre("at 1", "status 4", "status 4", "at 3"));
-}
-
 constexpr const char* daemonProgram = "/usr/libexec/geoclue";
 constexpr std::string_view positionSentence =
     "$GPGGA,092750.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,*76\r\n";
@@ -353,11 +310,8 @@ constexpr std::string_view positionSentence =
 class RealGeoClue : public LocationTest {
 protected:
     void SetUp() override {
-        if (!std::filesystem::exists(daemonProgram)) {
-            GTEST_SKIP() << "no " << daemonProgram << " on this machine";
-        }
-        if (unshare(CLONE_NEWNET) != 0) {
-            GTEST_SKIP() << "no network namespace that would keep the daemon to itself";
+        if (!std::filesystem::exists(daemonProgram) || unshare(CLONE_NEWNET) != 0) {
+            GTEST_SKIP() << "no " << daemonProgram << ", or no network namespace to keep it in";
         }
         const std::string where = (daemon.folder.path() / "nmea").string();
         sockaddr_un address{};
@@ -366,11 +320,8 @@ protected:
         ASSERT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         ASSERT_EQ(listen(listener_, 4), 0);
         geoClueDaemon.emplace(std::vector<std::string>{daemonProgram, "-u", where});
-        pumpUntil([this] {
-            return BusConnection(daemon.bus)
-                .call(readProperties(geoClue, managerPath, managerInterface))
-                .succeeded();
-        });
+        const BusCall question = readProperties(geoClue, managerPath, managerInterface);
+        pumpUntil([&] { return BusConnection(daemon.bus).call(question).succeeded(); });
     }
     ~RealGeoClue() override { close(listener_); }
 
@@ -401,8 +352,6 @@ TEST_F(RealGeoClue, DeliversThePositionThatItIsFed) {
     EXPECT_THAT(listener.events, ElementsAre("at 53"));
     EXPECT_NEAR(listener.last.latitude, 53.361337, 1e-6);
     EXPECT_NEAR(listener.last.longitude, -6.505620, 1e-6);
-    EXPECT_EQ(listener.last.speed, -1);
-    EXPECT_EQ(listener.last.course, -1);
     service->stopUpdatingLocation();
     char rest = 0;
     EXPECT_EQ(read(receiver, &rest, 1), 0) << "the daemon lets go of its source when nobody asks";

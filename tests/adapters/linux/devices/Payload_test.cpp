@@ -41,14 +41,18 @@ TEST(Payload, OfAPhoneWithAllServicesHasAllKeysAndAsksForTheBatteryOnce) {
     const std::string manager = "org.freedesktop.NetworkManager";
     const std::string managerPath = "/org/freedesktop/NetworkManager";
     MockService networks(manager.c_str());
-    networks.onCall(managerPath, manager, "GetDevices", answer("ao", 1, "/wlan0"));
+    networks.onCall(managerPath, manager, "GetDevices",
+                    answer("ao", 3, "/absent", "/eth0", "/wlan0"));
     networks.onCall(managerPath, manager, "GetDeviceByIpIface", answer("o", "/wlan0"));
+    networks.onCall("/eth0", manager + ".Device", "GetAll",
+                    answer("a{sv}", 2, "DeviceType", "u", 1U, "Interface", "s", "eth0"));
     networks.onCall("/wlan0", manager + ".Device", "GetAll",
                     answer("a{sv}", 2, "DeviceType", "u", 2U, "Interface", "s", "wlan0"));
     networks.onCall("/wlan0", manager + ".Device.Wireless", "GetAll",
                     answer("a{sv}", 1, "ActiveAccessPoint", "o", "/ap"));
     networks.onCall("/ap", manager + ".AccessPoint", "GetAll",
-                    answer("a{sv}", 2, "Ssid", "ay", 1, 'h', "HwAddress", "s", "00:11"));
+                    answer("a{sv}", 2, "Ssid", "ay", 5, 0xC3, 0xA9, 0xFF, 0xE2, 0x82, "HwAddress",
+                           "s", "00:11"));
     std::vector<std::string> told;
     const Object payload = payloadIn(daemon.folder, &told);
     EXPECT_EQ(payload.size(), 19U);
@@ -61,7 +65,8 @@ TEST(Payload, OfAPhoneWithAllServicesHasAllKeysAndAsksForTheBatteryOnce) {
                           {"currentRadioAccessTechnology", "LTE"},
                           {"batteryLevel", 0.75F},
                           {"batteryState", 1},
-                          {"networks", Array::of({Object{{"ssid", "h"}, {"bssid", "00:11"}}})},
+                          {"networks", Array::of({Object{{"ssid", "\xC3\xA9\uFFFD\uFFFD\uFFFD"},
+                                                         {"bssid", "00:11"}}})},
                           {"locationState", 4},
                           {"accuracyAuthorization", "full"}};
     for (const Object::Member& member : expected) {

@@ -17,7 +17,7 @@ class TelephonyTest : public ::testing::Test {
 protected:
     [[nodiscard]] auto infoOf(const MockService::Method& objects) {
         mock.onCall("/org/freedesktop/ModemManager1", "org.freedesktop.DBus.ObjectManager",
-                    "GetManagedObjects", [objects](sd_bus_message* call) { reply(call, objects); });
+                    "GetManagedObjects", objects);
         return NativeTelephony(daemon.bus).makeInfo();
     }
 
@@ -70,45 +70,22 @@ TEST_F(TelephonyTest, EachModemIsAServiceInTheOrderOfTheirNumbers) {
     EXPECT_EQ(told(carriers->at(1)), "Nine - -");
 }
 
-TEST_F(TelephonyTest, NoModemAndAWrongAnswerAreNoTelephony) {
-    for (const auto& wrong :
-         {MockService::Method(answer("a{oa{sa{sv}}}", 0)),
-          MockService::Method(answer("a{ss}", 1, "/Modem/0", "no interfaces"))}) {
-        const auto info = infoOf(wrong);
-        EXPECT_EQ(info->serviceSubscriberCellularProviders(), std::nullopt);
-        EXPECT_EQ(info->serviceCurrentRadioAccessTechnology(), std::nullopt);
-        EXPECT_EQ(info->currentRadioAccessTechnology(), std::nullopt);
-        EXPECT_EQ(info->subscriberCellularProvider(), std::nullopt);
-    }
-}
-
 TEST(NameOfTechnology, IsThatOfTheNewestGeneration) {
-    const std::pair<std::uint32_t, const char*> cases[] = {{1U << 1, "GPRS"},
-                                                           {1U << 3 | 1U << 4, "Edge"},
-                                                           {1U << 5 | 1U << 4, "WCDMA"},
-                                                           {1U << 6 | 1U << 5, "HSDPA"},
-                                                           {1U << 7, "HSUPA"},
-                                                           {1U << 10, "CDMA1x"},
-                                                           {1U << 11 | 1U << 10, "CDMAEVDORev0"},
-                                                           {1U << 12, "CDMAEVDORevA"},
-                                                           {1U << 13 | 1U << 12, "CDMAEVDORevB"},
-                                                           {1U << 14 | 1U << 9, "LTE"},
-                                                           {1U << 17, "LTE"},
-                                                           {1U << 15, "NR"},
-                                                           {1U << 15 | 1U << 14, "NRNSA"},
-                                                           {0, ""},
-                                                           {1, ""},
-                                                           {0xFFFFFFFFU, ""}};
-    for (const auto& [bits, name] : cases) {
-        const char* given = nameOfTechnology(bits);
-        EXPECT_STREQ(given != nullptr ? given : "", name) << bits;
+    const char* const names[] = {nullptr,  "GPRS",         "GPRS",         "GPRS",         "Edge",
+                                 "WCDMA",  "HSDPA",        "HSUPA",        "HSUPA",        "HSUPA",
+                                 "CDMA1x", "CDMAEVDORev0", "CDMAEVDORevA", "CDMAEVDORevB", "LTE",
+                                 "NR",     "LTE",          "LTE",          nullptr};
+    for (std::size_t bit = 0; bit < std::size(names); ++bit) {
+        EXPECT_STREQ(nameOfTechnology(1U << bit), names[bit]) << bit;
     }
+    EXPECT_STREQ(nameOfTechnology(1U << 14 | 1U << 9 | 1U << 10), "LTE");
+    EXPECT_STREQ(nameOfTechnology(1U << 15 | 1U << 14), "NRNSA");
+    EXPECT_STREQ(nameOfTechnology(0xFFFFFFFF), nullptr) << "any";
 }
 
 TEST(MobileCountries, KnowsCountriesAndNothingElse) {
     const std::pair<const char*, const char*> cases[] = {
-        {"202", "gr"}, {"240", "se"}, {"234", "gb"}, {"310", "us"}, {"316", "us"}, {"724", "br"},
-        {"750", "fk"}, {"425", "il"}, {"466", "tw"}, {"001", ""},   {"901", ""},   {"000", ""}};
+        {"202", "gr"}, {"240", "se"}, {"310", "us"}, {"425", "il"}, {"750", "fk"}, {"901", ""}};
     for (const auto& [code, country] : cases) {
         EXPECT_EQ(countryOfMobileCode(code).value_or(""), country) << code;
     }
