@@ -17,6 +17,15 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 constexpr HttpErrorCode fine{};
 
+// OpenSSL would refuse TLS 1.1 by itself, were it not told to be lenient before it is first used.
+const bool isLenient = [] {
+    static const testing::TemporaryDirectory folder;
+    const std::string file = folder.path() / "openssl.cnf";
+    std::ofstream(file) << "openssl_conf = a\n[a]\nssl_conf = b\n[b]\nsystem_default = c\n[c]\n"
+                           "MinProtocol = TLSv1\nCipherString = DEFAULT@SECLEVEL=0\n";
+    return setenv("OPENSSL_CONF", file.c_str(), 1) == 0;
+}();
+
 TEST_F(HttpTest, AnUploadArrivesByteForByteByASocketThatNoOtherProgramInherits) {
     int inheritable = 0;
     FaultServer server(tls(), {.onRequest = [&](Connection& connection, const Request&) {
