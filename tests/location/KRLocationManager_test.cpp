@@ -68,6 +68,8 @@ TEST_F(Location, KeepsWaitersWhenPermissionIsMissing) {
     EXPECT_THAT(afterAuthorization(2), ElementsAre("a:se.kovra.error 0", "b:se.kovra.error 0"));
     EXPECT_EQ(phone->locationServices().stopCount(), 2);
     EXPECT_THAT(afterAuthorization(3), IsEmpty());
+    phone->script()->systemVersion = "13.9";
+    EXPECT_THAT(afterAuthorization(2), IsEmpty()) << "tells nobody of it";
     KRLocationManager::shared().locationManager()->startUpdatingLocation();
     EXPECT_THAT(afterFixes({{3, 0, 0, 0}}), ElementsAre("a:3", "b:3"));
 }

@@ -1,95 +1,17 @@
 #include "adapters/linux/NativeFixtures.h"
 #include "contract/Contracts.h"
+#include "support/FaultServer.h"
 
 #include "morvellacinto/platform/Dispatch.h"
 
-#include <httplib.h>
+#include <gtest/gtest.h>
 
-#include <mutex>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
+#include <sstream>
 
 namespace morvellacinto::contract {
 namespace {
 
-// Answers each path with what `serve` was told to answer there, and records the requests.
-class LoopbackServer {
-public:
-    LoopbackServer() {
-        const auto handler = [this](const httplib::Request& request, httplib::Response& response) {
-            const std::lock_guard lock(mutex_);
-            platform::HttpRequest record;
-            record.method = request.method;
-            record.url = request.path;
-            record.body = request.body;
-            for (const auto& [name, value] : request.headers) {
-                record.headers.push_back({name, value});
-            }
-            received_.push_back(std::move(record));
-            const Answer& answer = answers_.at(std::stoul(request.path.substr(1)));
-            response.status = answer.status;
-            response.set_content(answer.body, "application/json");
-        };
-        server_.Get("/.*", handler).Post("/.*", handler);
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-    }
-    LoopbackServer(const LoopbackServer&) = delete;
-    LoopbackServer& operator=(const LoopbackServer&) = delete;
-    ~LoopbackServer() {
-        while (!server_.is_running()) { // stop() does nothing before the server has started
-            std::this_thread::yield();
-        }
-        server_.stop();
-        thread_.join();
-    }
-
-    std::string serve(Answer answer) {
-        const std::lock_guard lock(mutex_);
-        answers_.push_back(std::move(answer));
-        return "http://127.0.0.1:" + std::to_string(port_) + "/" +
-               std::to_string(answers_.size() - 1);
-    }
-
-    std::vector<platform::HttpRequest> received() {
-        const std::lock_guard lock(mutex_);
-        return received_;
-    }
-
-private:
-    httplib::Server server_;
-    int port_ = 0;
-    std::thread thread_;
-    std::mutex mutex_;
-    std::vector<Answer> answers_;
-    std::vector<platform::HttpRequest> received_;
-};
-
-// A port of the loopback that refuses connections for as long as this lives: bound, not listening.
-class DeadPort {
-public:
-    DeadPort() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const generic = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(bind(socket_, generic, size), 0);
-        EXPECT_EQ(getsockname(socket_, generic, &size), 0);
-        url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
-    }
-    DeadPort(const DeadPort&) = delete;
-    DeadPort& operator=(const DeadPort&) = delete;
-    ~DeadPort() { close(socket_); }
-
-    [[nodiscard]] const std::string& url() const { return url_; }
-
-private:
-    int socket_;
-    std::string url_;
-};
+using testing::FaultServer;
 
 class NativeSubject final : public Subject {
 public:
@@ -98,7 +20,6 @@ public:
     [[nodiscard]] bool pumpUntil(const std::function<bool()>& done) override {
         return native::pumpUntil(*platform_, done);
     }
-
     void settle() override {
         for (int round = 0; round < 2; ++round) {
             // Held by the blocks that are still to run, so that dropped ones do not keep us.
@@ -109,23 +30,44 @@ public:
         }
     }
 
+    // One answer at a time is enough.
     [[nodiscard]] std::string serve(Answer answer) override {
-        return server_.serve(std::move(answer));
+        const std::lock_guard lock(mutex_);
+        answer_ = testing::answer(answer.status, answer.body);
+        return server_.url("/");
     }
     [[nodiscard]] std::vector<platform::HttpRequest> received() override {
-        return server_.received();
+        std::vector<platform::HttpRequest> received;
+        for (const FaultServer::Request& request : server_.requests()) {
+            platform::HttpRequest& record = received.emplace_back();
+            record.method = request.head.substr(0, request.head.find(' '));
+            record.body = request.body;
+            std::istringstream lines(request.head);
+            for (std::string line; std::getline(lines, line);) {
+                if (const std::size_t colon = line.find(": "); colon != std::string::npos) {
+                    record.headers.push_back(
+                        {line.substr(0, colon), line.substr(colon + 2, line.size() - colon - 3)});
+                }
+            }
+        }
+        return received;
     }
-    [[nodiscard]] std::string deadUrl() override { return deadPort_.url(); }
+    [[nodiscard]] std::string deadUrl() override { return "http://127.0.0.1:1/"; }
 
 private:
-    native::TemporaryDirectory directory_;
-    LoopbackServer server_;
-    DeadPort deadPort_;
-    std::shared_ptr<native::NativePlatform> platform_ = native::NativePlatform::create(
+    const testing::TemporaryDirectory directory_;
+    std::mutex mutex_;
+    std::string answer_;
+    FaultServer server_{nullptr, {.onRequest = [this](auto& connection, const auto&) {
+                            const std::lock_guard lock(mutex_);
+                            connection.write(answer_);
+                        }}};
+    const std::shared_ptr<native::NativePlatform> platform_ = native::NativePlatform::create(
         {"com.example.contract", directory_.path(), {}, nullptr, nullptr});
 };
 
 } // namespace
-} // namespace morvellacinto::contract
 
-MORVELLACINTO_INSTANTIATE_CONTRACTS(Linux, [] { return std::make_unique<NativeSubject>(); });
+std::unique_ptr<Subject> makeSubject() { return std::make_unique<NativeSubject>(); }
+
+} // namespace morvellacinto::contract

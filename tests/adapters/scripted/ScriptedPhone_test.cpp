@@ -5,17 +5,25 @@
 namespace morvellacinto::scripted {
 namespace {
 
-using namespace std::chrono_literals;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using platform::HttpChallengeDisposition;
+using Texts = std::vector<std::string>;
 
-class ScriptedLocationTest : public ScriptedPhoneTest, public platform::LocationServiceDelegate {
+class AScriptedPhone : public ScriptedPhoneTest,
+                       public platform::HttpSessionDelegate,
+                       public platform::LocationServiceDelegate {
 protected:
-    ScriptedLocationTest() { service->setDelegate(this); }
-
-    void locationManagerDidChangeAuthorization(platform::LocationService& manager) override {
-        seen.push_back("status " + std::to_string(manager.authorizationStatus()));
+    AScriptedPhone() {
+        location->setDelegate(this);
+        phone->http().setChallenges({});
     }
+
+    void didReceiveChallenge(platform::HttpSession&, platform::HttpTask&,
+                             const platform::HttpChallenge& challenge,
+                             const platform::HttpChallengeAnswer& completionHandler) override {
+        seen.push_back(challenge.authenticationMethod + " " + challenge.host);
+        handler = completionHandler;
+    }
+    void locationManagerDidChangeAuthorization(platform::LocationService&) override {}
     void didUpdateLocations(platform::LocationService&,
                             const std::vector<platform::LocationFix>& locations) override {
         seen.push_back(std::to_string(locations.size()) + " fixes");
@@ -24,87 +32,113 @@ protected:
         seen.push_back(error.domain);
     }
 
-    void restart() {
-        service->stopUpdatingLocation();
-        service->startUpdatingLocation();
+    void restartLocation() {
+        location->stopUpdatingLocation();
+        location->startUpdatingLocation();
     }
-    [[nodiscard]] std::vector<std::string> after(ScriptedClock::Duration duration) {
+    void send(const std::optional<std::string>& url = "https://user@service.example:8443/x") {
+        platform::HttpSessionConfiguration configuration;
+        configuration.resourceTimeout = 10s;
+        const auto session = phone->makeHttpSession(configuration, this);
+        const auto task =
+            session->dataTask({"GET", url, {}, {}}, [this](auto data, auto response, auto error) {
+                seen.push_back((error ? error->domain + std::to_string(error->code) + ' ' : "") +
+                               data.value_or("-"));
+                EXPECT_EQ(response.has_value(), data.has_value());
+            });
+        task->resume();
+        session->finishTasksAndInvalidate();
+    }
+    Texts after(ScriptedClock::Duration duration = {}) {
         phone->clock().advance(duration);
         phone->settle();
         return std::exchange(seen, {});
     }
 
-    std::vector<std::string> seen;
-    const std::shared_ptr<platform::LocationService> service =
+    Texts seen;
+    platform::HttpChallengeAnswer handler;
+    const std::shared_ptr<platform::LocationService> location =
         phone->locationServices().makeService();
 };
 
-TEST_F(ScriptedLocationTest, AnswersEachStartOnceAfterTheDelayUnlessStoppedBefore) {
-    service->startUpdatingLocation();
+TEST_F(AScriptedPhone, GivesPlannedAnswersInOrderAndLaterOnesToTheOldestTaskThatWaits) {
+    phone->http().plan({.body = "1"});
+    phone->http().plan({.body = "part", .error = KRError{"dead", 7, {}}});
+    for (int task = 0; task < 4; ++task) {
+        send();
+    }
+    EXPECT_THAT(after(), ElementsAre("1", "dead7 part"));
+    phone->http().answer({.error = KRError{"dead", 8, {}}});
+    EXPECT_THAT(after(), ElementsAre("dead8 -"));
+    phone->http().answer({.status = 500});
+    EXPECT_THAT(after(), ElementsAre(""));
+    EXPECT_THROW(phone->http().answer({}), std::logic_error);
+    EXPECT_EQ(phone->http().sessionCount(), 4U);
+    EXPECT_EQ(phone->http().requests().back().session, 3U);
+}
+
+TEST_F(AScriptedPhone, LetsTheDelegateDecideWhetherATaskSucceeds) {
+    const std::tuple<HttpChallengeDisposition, std::optional<platform::HttpCredential>, Texts>
+        cases[] = {
+            {HttpChallengeDisposition::useCredential, {}, {"morvellacinto.scripted.http3 -"}},
+            {HttpChallengeDisposition::performDefaultHandling,
+             platform::HttpCredential{"user", "password"},
+             {"morvellacinto.scripted.http3 -"}},
+            {HttpChallengeDisposition::performDefaultHandling, {}, {"body"}}};
+    phone->http().setChallenges({{"serverTrust", "", 0}, {"basic", "other.example", 1}});
+    for (const auto& [disposition, credential, outcome] : cases) {
+        phone->http().plan({.body = "body"});
+        send();
+        EXPECT_THAT(after(), ElementsAre("serverTrust service.example"));
+        handler(HttpChallengeDisposition::performDefaultHandling, std::nullopt);
+        EXPECT_THAT(after(), ElementsAre("basic other.example"));
+        handler(disposition, credential);
+        EXPECT_EQ(after(), outcome);
+        EXPECT_THROW(handler(disposition, credential), std::logic_error) << "answered twice";
+    }
+}
+
+TEST_F(AScriptedPhone, FailsATaskWhenItsTimeIsUpOrItsUrlIsNone) {
+    send();
+    EXPECT_THAT(after(9999ms), IsEmpty());
+    EXPECT_THAT(after(1ms), ElementsAre("morvellacinto.scripted.http1 -"));
+    EXPECT_THROW(phone->http().answer({}), std::logic_error) << "the task is over";
+    phone->http().plan({.body = "kept"});
+    send(std::nullopt);
+    send("5/audience/");
+    EXPECT_EQ(after(), Texts(2, "morvellacinto.scripted.http2 -"));
+    send("ftp://files.example");
+    EXPECT_THAT(after(), ElementsAre("kept"));
+}
+
+TEST_F(AScriptedPhone, AnswersEachStartOfLocationOnceAfterTheDelayUnlessStoppedBefore) {
+    phone->locationServices().deliver({{1, 2, 3, 4}});
+    EXPECT_THAT(after(), IsEmpty()) << "nothing was started";
+    location->startUpdatingLocation();
     EXPECT_THAT(after(40ms), IsEmpty());
-    restart();
+    restartLocation();
     EXPECT_THAT(after(40ms), IsEmpty()) << "the first start's answer is not the second's";
     EXPECT_THAT(after(10ms), ElementsAre("1 fixes"));
     EXPECT_THAT(after(1h), IsEmpty());
     phone->script()->location.error = KRError{"lost", 1, {}};
-    restart();
+    restartLocation();
     EXPECT_THAT(after(1s), ElementsAre("lost"));
-    phone->script()->location.delay = std::nullopt;
-    restart();
-    EXPECT_THAT(after(1h), IsEmpty());
 }
 
-TEST_F(ScriptedLocationTest, SpeaksByHandToClientsThatUpdateAndOfPermissionToAll) {
-    auto& services = phone->locationServices();
-    services.deliver({{1, 2, 3, 4}});
-    EXPECT_THAT(after(0s), IsEmpty()) << "nothing was started";
-    phone->script()->location.delay = std::nullopt;
-    service->startUpdatingLocation();
-    services.deliver({{1, 2, 3, 4}, {5, 6, 7, 8}});
-    services.fail(KRError{"lost", 1, {}});
-    EXPECT_THAT(after(0s), ElementsAre("2 fixes", "lost"));
-    service->stopUpdatingLocation();
-    services.changeAuthorization(2);
-    EXPECT_THAT(after(0s), ElementsAre("status 2"));
-    phone->script()->systemVersion = "13.7";
-    services.changeAuthorization(3);
-    EXPECT_THAT(after(0s), IsEmpty()) << "older systems tell it in another way";
-}
-
-TEST_F(ScriptedPhoneTest, TheUserAnswersTheTrackingPromptInABackgroundBlock) {
-    phone->script()->trackingAuthorization = 0;
-    std::vector<std::uint64_t> answers;
-    for (const std::optional<std::uint64_t> decision : {std::optional<std::uint64_t>(), {2}, {3}}) {
-        phone->script()->trackingAnswer = decision;
-        const auto before = phone->tracking().trackingAuthorizationStatus();
-        phone->tracking().requestTrackingAuthorization(
-            [&](std::uint64_t status) { answers.push_back(status); });
-        EXPECT_EQ(phone->tracking().trackingAuthorizationStatus(), before) << "still thinking";
-        phone->settle();
-    }
-    EXPECT_THAT(answers, ElementsAre(2, 2)) << "no answer, an answer, and that one stands";
-    EXPECT_EQ(phone->tracking().requestCount(), 3);
-}
-
-TEST_F(ScriptedPhoneTest, VersionsCompareAsNumbers) {
-    const struct {
-        std::optional<std::string> version;
-        int major;
-        int minor;
-        bool isAtLeast;
-    } cases[] = {
-        {"17.5", 17, 5, true},        {"17.5", 17, 6, false}, {"9.10", 9, 9, true},
-        {"14", 14, 0, true},          {"beta", 1, 0, false},  {"13.9.9", 14, 0, false},
-        {std::nullopt, 12, 0, false},
+TEST_F(AScriptedPhone, ComparesVersionsAsNumbers) {
+    const std::tuple<std::optional<std::string>, int, int, bool> cases[] = {
+        {"17.5", 17, 5, true}, {"17.5", 17, 6, false},       {"9.10", 9, 9, true},
+        {"14", 14, 0, true},   {"beta", 1, 0, false},        {"13.9.9", 14, 0, false},
+        {"18.0", 17, 6, true}, {std::nullopt, 12, 0, false},
     };
-    for (const auto& row : cases) {
-        phone->script()->systemVersion = row.version;
-        EXPECT_EQ(phone->systemVersion().isAtLeast(row.major, row.minor), row.isAtLeast)
-            << row.version.value_or("none") << " against " << row.major << "." << row.minor;
+    for (const auto& [version, major, minor, isAtLeast] : cases) {
+        phone->script()->systemVersion = version;
+        EXPECT_EQ(phone->systemVersion().isAtLeast(major, minor), isAtLeast)
+            << version.value_or("none") << " against " << major << "." << minor;
     }
 }
 
-TEST_F(ScriptedPhoneTest, TheClockFiresInOrderOfTimeEachBlockAtItsOwnMoment) {
+TEST_F(AScriptedPhone, FiresInOrderOfTimeEachBlockAtItsOwnMoment) {
     ScriptedClock& clock = phone->clock();
     const Date start = clock.now();
     std::vector<double> fired;
@@ -116,15 +150,14 @@ TEST_F(ScriptedPhoneTest, TheClockFiresInOrderOfTimeEachBlockAtItsOwnMoment) {
     });
     clock.schedule(90s, note);
     clock.advance(89.75s);
-    EXPECT_THAT(fired, ElementsAre(1, 2, 3));
     clock.set(Date{start.secondsSinceReference + 1000});
-    EXPECT_EQ(fired.size(), 3U) << "setting the date is not waiting";
+    EXPECT_THAT(fired, ElementsAre(1, 2, 3)) << "setting the date is not waiting";
     clock.advance(0.25s);
-    EXPECT_THAT(fired, ElementsAre(1, 2, 3, 1000.25));
+    EXPECT_EQ(fired.back(), 1000.25);
     EXPECT_THROW(clock.advance(-1s), std::invalid_argument);
 }
 
-TEST_F(ScriptedPhoneTest, AQueueIsRunByTheMainThreadAloneAndNotForEver) {
+TEST_F(AScriptedPhone, RunsItsQueuesOnTheMainThreadAloneAndNotForEver) {
     std::thread([&] { EXPECT_THROW(phone->drainMain(), std::logic_error); }).join();
     std::function<void()> again = [&] { phone->dispatch().asyncMain(again); };
     again();
@@ -132,7 +165,7 @@ TEST_F(ScriptedPhoneTest, AQueueIsRunByTheMainThreadAloneAndNotForEver) {
     phone->shutdown();
 }
 
-TEST_F(ScriptedPhoneTest, AnEscapedExceptionLeavesTheOtherBlocksQueued) {
+TEST_F(AScriptedPhone, LeavesTheOtherBlocksQueuedWhenAnExceptionEscapes) {
     std::vector<int> ran;
     phone->dispatch().asyncGlobal([] { throw std::range_error("first"); });
     phone->dispatch().asyncGlobal([&] { ran.push_back(1); });

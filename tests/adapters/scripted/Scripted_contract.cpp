@@ -2,8 +2,6 @@
 
 #include "morvellacinto/scripted/ScriptedPhone.h"
 
-#include <utility>
-
 namespace morvellacinto::contract {
 namespace {
 
@@ -23,7 +21,6 @@ public:
         }
         return false;
     }
-
     void settle() override {
         phone_->settle();
         phone_->clock().advance(1s); // past the script's delays
@@ -34,20 +31,18 @@ public:
         phone_->http().plan({answer.status, std::move(answer.body)});
         return "https://service.example/";
     }
-
     [[nodiscard]] std::vector<platform::HttpRequest> received() override {
         std::vector<platform::HttpRequest> received;
         for (scripted::RecordedRequest& record : phone_->http().requests()) {
             if (record.isSent) {
-                record.request.headers = record.sentHeaders();
-                received.push_back(std::move(record.request));
+                received.push_back(record.request);
+                received.back().headers = record.sentHeaders();
             }
         }
         return received;
     }
-
     [[nodiscard]] std::string deadUrl() override {
-        std::string url = "https://nobody.example/";
+        const std::string url = "https://nobody.example/";
         phone_->http().plan(
             {.error =
                  KRError{"test", 1, {{KRError::urlKey, url}, {KRError::messageKey, "Dead."}}}});
@@ -55,12 +50,12 @@ public:
     }
 
 private:
-    const std::shared_ptr<scripted::ScriptedPhone> phone_ = scripted::ScriptedPhone::create();
+    const std::shared_ptr<scripted::ScriptedPhone> phone_ =
+        scripted::ScriptedPhone::create({.trackingAuthorization = 0, .trackingAnswer = 2});
 };
 
 } // namespace
-} // namespace morvellacinto::contract
 
-MORVELLACINTO_INSTANTIATE_CONTRACTS(Scripted, [] {
-    return std::make_unique<morvellacinto::contract::ScriptedSubject>();
-});
+std::unique_ptr<Subject> makeSubject() { return std::make_unique<ScriptedSubject>(); }
+
+} // namespace morvellacinto::contract
