@@ -6,16 +6,12 @@
 
 namespace morvellacinto::native {
 
-namespace {
-constexpr std::size_t maximumSize = 64UL * 1024;
-}
-
-std::optional<std::string> readSmallFile(const std::filesystem::path& path) {
+std::optional<std::string> readSmallFile(const std::filesystem::path& path, std::size_t maximum) {
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
         return std::nullopt;
     }
-    std::string text(maximumSize, '\0');
+    std::string text(maximum, '\0');
     std::size_t size = 0;
     ssize_t count = 0;
     while (size < text.size() &&

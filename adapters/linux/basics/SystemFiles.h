@@ -15,9 +15,10 @@ inline std::string environment(const char* name) {
     return value != nullptr ? value : "";
 }
 
-/// What a small file holds, at most its first 64 KiB; nothing when it cannot be read. Never waits
-/// for a writer, and leaves nothing open to programs that the host starts.
-[[nodiscard]] std::optional<std::string> readSmallFile(const std::filesystem::path& path);
+/// What a small file holds, at most its first `maximum` bytes; nothing when it cannot be read.
+/// Never waits for a writer, and leaves nothing open to programs that the host starts.
+[[nodiscard]] std::optional<std::string>
+readSmallFile(const std::filesystem::path& path, std::size_t maximum = std::size_t(64) << 10U);
 
 /// The value of `key` in a file of lines KEY=VALUE, as it stands there; with a `section`, in that
 /// part of the file that the line [section] heads. Nothing when there is no such line or file.

@@ -5,7 +5,6 @@
 #include <openssl/pem.h>
 
 #include <algorithm>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string_view>
@@ -16,6 +15,8 @@ namespace morvellacinto::native {
 namespace {
 
 using std::filesystem::path;
+
+constexpr std::size_t maximumBytes = std::size_t(4) << 20U; // a bundle has a quarter of one
 
 // Not by a directory_iterator, which ends the process when memory runs out.
 bool isHashed(const path& directory) {
@@ -30,25 +31,14 @@ bool isHashed(const path& directory) {
     return false;
 }
 
-// The certificates in a PEM file. Throws std::runtime_error when there are none, or worse.
+// A PEM file. Throws std::runtime_error when it holds no certificate.
 std::string certificatesIn(const path& file) {
-    using Bio = std::unique_ptr<BIO, decltype(&BIO_free)>;
-    const Bio in(BIO_new_file(file.c_str(), "re"), &BIO_free); // closed on exec
-    const Bio out(BIO_new(BIO_s_mem()), &BIO_free);
-    while (X509* const certificate =
-               in ? PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr) : nullptr) {
-        PEM_write_bio_X509(out.get(), certificate);
-        X509_free(certificate);
-    }
-    const bool isAtEnd = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
-    ERR_clear_error();
-    char* text = nullptr;
-    const long length = BIO_get_mem_data(out.get(), &text);
-    if (!isAtEnd || length <= 0) {
+    const std::string text = readSmallFile(file, maximumBytes).value_or("");
+    if (text.find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
         throw std::runtime_error("The trust anchor " + file.string() +
-                                 (in ? " holds no valid certificate in PEM." : " cannot be read."));
+                                 " cannot be read, or holds no certificate in PEM.");
     }
-    return {text, static_cast<std::size_t>(length)};
+    return text + '\n';
 }
 
 } // namespace
