@@ -31,6 +31,12 @@ BusReply replyIn(sd_bus_message* message) {
 
 } // namespace
 
+std::function<int(sd_bus_message*)> oneText(std::string text) {
+    return [text = std::move(text)](sd_bus_message* message) {
+        return sd_bus_message_append_basic(message, 's', text.c_str());
+    };
+}
+
 BusConnection::BusConnection(Bus& bus, int stop) : owner_(bus), stop_(stop) {
     sd_bus* opened = nullptr;
     const int result = sd_bus_open_system(&opened);
@@ -77,9 +83,7 @@ BusReply BusConnection::call(const BusCall& call, std::optional<Clock::time_poin
 
 void BusConnection::watch(const std::string& rule) {
     static_cast<void>(send({"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                            "AddMatch", [&rule](sd_bus_message* message) {
-                                return sd_bus_message_append_basic(message, 's', rule.c_str());
-                            }}));
+                            "AddMatch", oneText(rule)}));
 }
 
 std::optional<BusSignal> BusConnection::nextSignal(Clock::time_point deadline) {

@@ -26,6 +26,9 @@ struct BusCall {
     std::function<int(sd_bus_message*)> arguments = {};
 };
 
+/// The arguments of a call that takes one text.
+[[nodiscard]] std::function<int(sd_bus_message*)> oneText(std::string text);
+
 /// What came of a call.
 struct BusReply {
     Array body;

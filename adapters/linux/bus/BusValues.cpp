@@ -107,11 +107,9 @@ Array valuesIn(sd_bus_message* message) {
     return sd_bus_message_rewind(message, 1) < 0 ? Array() : elements(message);
 }
 
-BusCall readProperties(std::string destination, std::string path, std::string_view interface) {
+BusCall readProperties(std::string destination, std::string path, std::string interface) {
     return {std::move(destination), std::move(path), "org.freedesktop.DBus.Properties", "GetAll",
-            [interface = std::string(interface)](sd_bus_message* message) {
-                return sd_bus_message_append_basic(message, 's', interface.c_str());
-            }};
+            oneText(std::move(interface))};
 }
 
 std::string textAt(const Array& values, std::size_t index) {

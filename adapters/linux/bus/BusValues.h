@@ -17,7 +17,7 @@ namespace morvellacinto::native {
 
 /// The call that reads all properties of one interface of an object.
 [[nodiscard]] BusCall readProperties(std::string destination, std::string path,
-                                     std::string_view interface);
+                                     std::string interface);
 
 // Elements and members of a service's answer: empty when missing or of another type.
 [[nodiscard]] std::string textAt(const Array& values, std::size_t index);

@@ -55,12 +55,9 @@ std::optional<std::vector<std::string>> wifiInterfaces(Bus& bus) {
 
 std::optional<platform::WifiNetwork> wifiNetworkOf(Bus& bus, const std::string& interface) {
     BusConnection connection(bus);
-    const BusReply device =
-        connection.call({serviceName, managerPath, serviceName, "GetDeviceByIpIface",
-                         [interface](sd_bus_message* message) {
-                             return sd_bus_message_append_basic(message, 's', interface.c_str());
-                         }});
-    const auto propertiesOf = [&](const std::string& path, std::string_view kind) {
+    const BusReply device = connection.call(
+        {serviceName, managerPath, serviceName, "GetDeviceByIpIface", oneText(interface)});
+    const auto propertiesOf = [&](const std::string& path, const char* kind) {
         return objectAt(connection.call(readProperties(serviceName, path, kind)).body, 0);
     };
     const Object wireless = propertiesOf(textAt(device.body, 0), wirelessInterface);
