@@ -1,8 +1,8 @@
 #include "Trust.h"
 
+#include "basics/SystemFiles.h"
+
 #include <dirent.h>
-#include <openssl/err.h>
-#include <openssl/pem.h>
 
 #include <algorithm>
 #include <new>
