@@ -3,6 +3,7 @@
 #include "basics/SystemFiles.h"
 
 #include <dirent.h>
+#include <openssl/x509.h>
 
 #include <algorithm>
 #include <new>
