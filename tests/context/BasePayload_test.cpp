@@ -52,18 +52,14 @@ TEST_F(BasePayload, FillsMissingAnswersWithFixedTexts) {
 TEST_F(BasePayload, TakesTheFirstCarrierWithANameAndElseTheFirstAndBeforeTwelveTheOnlyOne) {
     const Carrier nameless{std::nullopt, "no", "99"};
     const Carrier named{"Telco", "se", std::nullopt};
-    using Carriers = std::optional<std::vector<std::optional<Carrier>>>;
-    const struct {
-        Carriers carriers;
-        const char* later;
-        const char* before;
-    } cases[] = {
-        {Carriers({nameless, named}), "Telco se  LTE ", " no 99 LTE "},
-        {Carriers({nameless, std::nullopt}), " no 99 LTE ", " no 99 LTE "},
-        {Carriers({std::nullopt, nameless}), "   LTE ", "   LTE "},
-        {Carriers({}), "   LTE ", "   LTE "},
-        {std::nullopt, "   LTE ", "   LTE "},
-    };
+    const std::tuple<std::optional<std::vector<std::optional<Carrier>>>, const char*, const char*>
+        cases[] = {
+            {{{nameless, named}}, "Telco se  LTE ", " no 99 LTE "},
+            {{{nameless, std::nullopt}}, " no 99 LTE ", " no 99 LTE "},
+            {{{std::nullopt, nameless}}, "   LTE ", "   LTE "},
+            {{{}}, "   LTE ", "   LTE "},
+            {std::nullopt, "   LTE ", "   LTE "},
+        };
     for (const auto& [carriers, later, before] : cases) {
         phone->script()->carriers = carriers;
         phone->script()->systemVersion = "12.0";
