@@ -52,14 +52,14 @@ TEST_F(BasePayload, FillsMissingAnswersWithFixedTexts) {
 TEST_F(BasePayload, TakesTheFirstCarrierWithANameAndElseTheFirstAndBeforeTwelveTheOnlyOne) {
     const Carrier nameless{std::nullopt, "no", "99"};
     const Carrier named{"Telco", "se", std::nullopt};
-    const std::tuple<std::optional<std::vector<std::optional<Carrier>>>, const char*, const char*>
-        cases[] = {
-            {{{nameless, named}}, "Telco se  LTE ", " no 99 LTE "},
-            {{{nameless, std::nullopt}}, " no 99 LTE ", " no 99 LTE "},
-            {{{std::nullopt, nameless}}, "   LTE ", "   LTE "},
-            {{{}}, "   LTE ", "   LTE "},
-            {std::nullopt, "   LTE ", "   LTE "},
-        };
+    using Carriers = std::vector<std::optional<Carrier>>;
+    const std::tuple<std::optional<Carriers>, const char*, const char*> cases[] = {
+        {Carriers{nameless, named}, "Telco se  LTE ", " no 99 LTE "},
+        {Carriers{nameless, std::nullopt}, " no 99 LTE ", " no 99 LTE "},
+        {Carriers{std::nullopt, nameless}, "   LTE ", "   LTE "},
+        {Carriers(), "   LTE ", "   LTE "},
+        {std::nullopt, "   LTE ", "   LTE "},
+    };
     for (const auto& [carriers, later, before] : cases) {
         phone->script()->carriers = carriers;
         phone->script()->systemVersion = "12.0";
