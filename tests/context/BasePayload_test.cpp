@@ -52,16 +52,12 @@ TEST_F(BasePayload, FillsMissingAnswersWithFixedTexts) {
 TEST_F(BasePayload, TakesTheFirstCarrierWithANameAndElseTheFirstAndBeforeTwelveTheOnlyOne) {
     const Carrier nameless{std::nullopt, "no", "99"};
     const Carrier named{"Telco", "se", std::nullopt};
-    using Carriers = std::optional<std::vector<std::optional<Carrier>>>;
-    const struct {
-        Carriers carriers;
-        const char* later;
-        const char* before;
-    } cases[] = {
-        {Carriers({nameless, named}), "Telco se  LTE ", " no 99 LTE "},
-        {Carriers({nameless, std::nullopt}), " no 99 LTE ", " no 99 LTE "},
-        {Carriers({std::nullopt, nameless}), "   LTE ", "   LTE "},
-        {Carriers({}), "   LTE ", "   LTE "},
+    using Carriers = std::vector<std::optional<Carrier>>;
+    const std::tuple<std::optional<Carriers>, const char*, const char*> cases[] = {
+        {Carriers{nameless, named}, "Telco se  LTE ", " no 99 LTE "},
+        {Carriers{nameless, std::nullopt}, " no 99 LTE ", " no 99 LTE "},
+        {Carriers{std::nullopt, nameless}, "   LTE ", "   LTE "},
+        {Carriers(), "   LTE ", "   LTE "},
         {std::nullopt, "   LTE ", "   LTE "},
     };
     for (const auto& [carriers, later, before] : cases) {

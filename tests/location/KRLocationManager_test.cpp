@@ -12,10 +12,10 @@ protected:
         const std::string& key, const std::function<void()>& then = [] {}) {
         KRLocationManager::shared().addLocationUpdateBlock(
             [this, key, then](const auto& fix, const std::optional<KRError>& error) {
-                calls.push_back(key + ":" +
-                                (fix     ? std::to_string(static_cast<int>(fix->latitude))
-                                 : error ? error->domain + " " + std::to_string(error->code)
-                                         : "nothing"));
+                calls.push_back(key + ':' +
+                                (error ? error->domain + ' ' + std::to_string(error->code)
+                                 : fix ? std::to_string(int(fix->latitude))
+                                       : "nothing"));
                 then();
             },
             key);

@@ -7,20 +7,16 @@ namespace {
 
 using namespace KRSettingsManager;
 
-class Settings : public ScriptedPhoneTest {
-protected:
-    scripted::ScriptedUserDefaults& store = phone->standardUserDefaults();
-};
+class Settings : public ScriptedPhoneTest {};
 
 TEST_F(Settings, StandUnderThePrefixAndAreFlushedAtOnceAndRemovedWithOneFlush) {
     for (const std::string& key : {std::string("KRServiceURL"), std::string(200, 'k')}) {
         const std::string full = "se.kovra.v5." + key;
         EXPECT_TRUE(setLocalSetting("value", key));
         EXPECT_EQ(localSettingForKey(key), Value("value"));
-        EXPECT_EQ(store.flushed().at(full), Value("value"));
-        EXPECT_TRUE(removeLocalSettingForKey(key));
-        EXPECT_TRUE(removeLocalSettingForKey(key));
-        EXPECT_THAT(store.takeOperations(),
+        EXPECT_EQ(phone->standardUserDefaults().flushed().at(full), Value("value"));
+        EXPECT_TRUE(removeLocalSettingForKey(key) && removeLocalSettingForKey(key));
+        EXPECT_THAT(phone->standardUserDefaults().takeOperations(),
                     ElementsAre("set " + full, "synchronize", "get " + full, "get " + full,
                                 "remove " + full, "synchronize", "get " + full));
     }
@@ -39,15 +35,15 @@ TEST_F(Settings, KeepTheOldValueWhenTheNewOneIsRefused) {
 }
 
 TEST_F(Settings, TellAFailureOfThePlatformButNotWhenItRefusesARemoval) {
-    store.failFlush(true);
+    phone->standardUserDefaults().failFlush(true);
     EXPECT_FALSE(setLocalSetting("new", "key"));
     EXPECT_FALSE(removeLocalSettingForKey("key"));
-    store.failFlush(false);
+    phone->standardUserDefaults().failFlush(false);
     ASSERT_TRUE(setLocalSetting("new", "key"));
-    store.raiseOnRemove(true);
+    phone->standardUserDefaults().raiseOnRemove(true);
     EXPECT_TRUE(removeLocalSettingForKey("key"));
     expectLog({"removing failed"});
-    store.raiseOnGet(true);
+    phone->standardUserDefaults().raiseOnGet(true);
     EXPECT_ANY_THROW(static_cast<void>(localSettingForKey("key")));
 }
 

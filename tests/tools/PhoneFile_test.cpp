@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
 namespace morvellacinto::host {
 namespace {
 
@@ -35,22 +33,22 @@ TEST(PhoneFile, EveryMemberIsRead) {
     EXPECT_FALSE(phone.advertisingTrackingEnabled);
     EXPECT_EQ(std::pair(phone.trackingAuthorization, *phone.trackingAnswer), std::pair(2UL, 1UL));
     EXPECT_EQ(std::pair(phone.batteryLevel, phone.batteryState), std::pair(0.5F, 3L));
-    EXPECT_EQ(phone.carriers->at(0).has_value(), false);
+    EXPECT_FALSE(phone.carriers->at(0).has_value());
     const platform::Carrier& carrier = phone.carriers->at(1).value();
     EXPECT_EQ(*carrier.carrierName + *carrier.isoCountryCode + *carrier.mobileNetworkCode, "Tch7");
     EXPECT_EQ(phone.radioAccessTechnologies, (std::vector<std::string>{"NR", "LTE"}));
     EXPECT_EQ(phone.reachabilityFlags, 262146U);
-    EXPECT_EQ(phone.wifi->at(0).interface, "w0");
     EXPECT_EQ(phone.wifi->at(0).network.ssid, std::nullopt);
-    EXPECT_EQ(*phone.wifi->at(1).network.ssid + *phone.wifi->at(1).network.bssid, "s0:1");
+    const auto& [interface, network] = phone.wifi->at(1);
+    EXPECT_EQ(interface + *network.ssid + *network.bssid, "w1s0:1");
     EXPECT_FALSE(phone.location.servicesEnabled);
-    EXPECT_EQ(phone.location.authorizationStatus, 3);
-    EXPECT_EQ(phone.location.accuracyAuthorization, 1);
+    EXPECT_EQ(std::pair(phone.location.authorizationStatus, phone.location.accuracyAuthorization),
+              std::pair(3, 1));
     EXPECT_EQ(phone.location.delay->count(), 2);
     EXPECT_EQ(phone.location.error, (KRError{"d", -7, {}}));
     EXPECT_EQ(phone.location.fixes->at(0).longitude, -2.5);
-    EXPECT_EQ(phone.location.fixes->at(0).course, -1) << "unknown";
-    EXPECT_EQ(phone.location.fixes->at(1).speed * 10 + phone.location.fixes->at(1).course, 56);
+    const auto& [latitude, longitude, speed, course] = phone.location.fixes->at(1);
+    EXPECT_EQ(std::tuple(latitude, longitude, speed, course), std::tuple(3, 4, 5, 6));
 }
 
 TEST(PhoneFile, NullIsNoAnswerAndAMissingMemberKeepsItsDefault) {
@@ -59,8 +57,8 @@ TEST(PhoneFile, NullIsNoAnswerAndAMissingMemberKeepsItsDefault) {
     const auto silent = phoneOf(R"({"systemVersion": null, "model": null, "batteryLevel": null,
         "trackingAnswer": null, "wifi": null, "location": null})");
     EXPECT_FALSE(silent.systemVersion || silent.model || silent.trackingAnswer || silent.wifi);
-    EXPECT_EQ(silent.batteryLevel, -1);
-    EXPECT_FALSE(silent.location.servicesEnabled || silent.location.fixes.has_value());
+    EXPECT_TRUE(silent.batteryLevel == -1 && !silent.location.servicesEnabled &&
+                !silent.location.fixes);
 }
 
 TEST(PhoneFile, WhatIsWrongIsRefusedWithItsPlaceAndWhatWasExpected) {
@@ -73,14 +71,10 @@ TEST(PhoneFile, WhatIsWrongIsRefusedWithItsPlaceAndWhatWasExpected) {
          "trackingAnswer is 0; expected an answer, and so an integer other than 0"},
         {R"({"reachabilityFlags": 4294967296})",
          "reachabilityFlags is 4294967296; expected an integer from 0 to 4294967295"},
-        {R"({"reachabilityFlags": -1})",
-         "reachabilityFlags is -1; expected an integer from 0 to 4294967295"},
         {R"({"batteryLevel": []})", "batteryLevel is an array; expected a number"},
-        {R"({"carriers": {}})", "carriers is an object; expected an array"},
         {R"({"carriers": ["Telco"]})", "carriers[0] is \"Telco\"; expected an object"},
-        {R"({"wifi": [{"SSID": "home"}]})", "wifi[0].interface is missing; expected a string"},
-        {R"({"location": {"fixes": [{"latitude": "59", "longitude": 18}]}})",
-         "location.fixes[0].latitude is \"59\"; expected a number"},
+        {R"({"location": {"fixes": [{"latitude": 5}]}})",
+         "location.fixes[0].longitude is missing; expected a number"},
         {R"({"location": {"delaySeconds": -0.5}})",
          "location.delaySeconds is -0.5; expected a number of seconds from 0 to a year"},
         {R"({"location": {"fix": []}})", "location.fix is no member of a phone file"},

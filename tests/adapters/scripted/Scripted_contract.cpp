@@ -9,6 +9,8 @@ using namespace std::chrono_literals;
 
 class ScriptedSubject final : public Subject {
 public:
+    ScriptedSubject() { phone_->script()->trackingAuthorization = 0; }
+
     [[nodiscard]] platform::Platform& platform() override { return *phone_; }
 
     [[nodiscard]] bool pumpUntil(const std::function<bool()>& done) override {
@@ -50,8 +52,7 @@ public:
     }
 
 private:
-    const std::shared_ptr<scripted::ScriptedPhone> phone_ =
-        scripted::ScriptedPhone::create({.trackingAuthorization = 0, .trackingAnswer = 2});
+    const std::shared_ptr<scripted::ScriptedPhone> phone_ = scripted::ScriptedPhone::create();
 };
 
 } // namespace

@@ -1,0 +1,273 @@
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+namespace morvellacinto::testing {
+namespace {
+
+using nlohmann::json;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+using Words = std::vector<std::string>;
+
+Words operator+(Words left, const Words& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+/// Runs the host against services of its own, with one folder of settings for the whole test.
+class Programs : public ::testing::Test {
+protected:
+    struct Service {
+        std::unique_ptr<ChildProcess> process;
+        std::string url;
+        std::string caFile;
+        std::string uploadsFile;
+
+        [[nodiscard]] std::vector<json> uploads() const {
+            std::vector<json> records;
+            std::ifstream file(uploadsFile);
+            for (std::string line; std::getline(file, line);) {
+                records.push_back(json::parse(line));
+            }
+            return records;
+        }
+    };
+
+    std::string file(const std::string& name, const std::string& content) const {
+        std::ofstream(folder.path() / name) << content;
+        return folder.path() / name;
+    }
+    Service startService(const json& scenario = json::array()) const {
+        Service service;
+        service.uploadsFile = folder.path() / "uploads";
+        service.process = std::make_unique<ChildProcess>(
+            Words{MORVELLACINTO_SERVICE, "--ca-out", folder.path() / "ca.pem", "--uploads",
+                  service.uploadsFile, "--scenario", file("scenario.json", scenario.dump())});
+        const json ready = json::parse(service.process->readLine());
+        service.url = ready.at("url");
+        service.caFile = ready.at("ca");
+        return service;
+    }
+    Words hostCommand(const Words& words) const {
+        return Words{MORVELLACINTO_HOST, "--data-dir", folder.path() / "data"} + words;
+    }
+    Finished host(const Words& words, const std::string& input = {}) const {
+        return ChildProcess(hostCommand(words), input).finish();
+    }
+    /// Of a client of `service` that runs on a scripted phone.
+    Words clientWords(const Service& service, const Words& words) const {
+        return Words{"--device", phone, "--ca-file", service.caFile, "--service-url", service.url} +
+               words;
+    }
+    Finished client(const Service& service, const Words& words) const {
+        return host(clientWords(service, words));
+    }
+
+    const TemporaryDirectory folder;
+    const std::string phone = file("phone.json", R"({"location": {"delaySeconds": 0}})");
+};
+
+TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
+    const std::string array = file("array.json", "[]");
+    const std::string badStep = file("steps.json", R"([{}, {"delaySeconds": "long"}])");
+    const std::string missing = folder.path() / "missing";
+    const std::pair<Words, std::string> hostCases[] = {
+        {{}, "command"},
+        {{"dance"}, "dance"},
+        {{"--token", "1234", "url"}, "\"1234\" is not a UUID"},
+        {{"--decimals", "many", "url"}, "many"},
+        {{"--decimals", "3000000000", "url"}, "3000000000"},
+        {{"--times", "0", "url"}, "0"},
+        {{"--wait", "nan", "url"}, "nan"},
+        {{"cached", "apples"}, "apples"},
+        {{"round", "x", "1"}, "x"},
+        {{"collect", "--payload", folder.path()}, folder.path()},
+        {{"collect", "--payload", array}, "an array where an object was expected"},
+        {{"query", file("broken.json", R"({"a": )")}, "broken.json"},
+        {{"query", file("tags.json", R"({"sizes": [1]})")}, "sizes"},
+        {{"settings", "set", "key", "{1}"}, "{1}"},
+        {{"--device", file("phone0.json", R"({"trackingAnswer": 0})"), "payload"},
+         "trackingAnswer is 0"},
+        {{"--ca-file", missing, "url"}, missing},
+    };
+    const std::pair<Words, std::string> serviceCases[] = {
+        {{"--port", "65536"}, "65536"},
+        {{"--cert", array}, "--key"},
+        {{"--cert", array, "--key", array}, array},
+        {{"--answer", array}, "an array where an object was expected"},
+        {{"--scenario", badStep}, "step 2: \"delaySeconds\" must be"},
+        {{"--uploads", missing + "/uploads"}, missing},
+    };
+    const auto expectRefusal = [](const Finished& finished, const std::string& reason) {
+        EXPECT_EQ(finished.status, 2) << reason;
+        EXPECT_EQ(finished.output, "") << reason;
+        EXPECT_THAT(finished.errors, HasSubstr(reason));
+        EXPECT_EQ(std::ranges::count(finished.errors, '\n'), 1) << finished.errors;
+    };
+    for (const auto& [words, reason] : hostCases) {
+        expectRefusal(host(words), reason);
+    }
+    for (const auto& [words, reason] : serviceCases) {
+        expectRefusal(ChildProcess(Words{MORVELLACINTO_SERVICE} + words).finish(), reason);
+    }
+}
+
+TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAlone) {
+    const std::tuple<Words, int, std::string> cases[] = {
+        {{"round", "59.3293371", "5"}, 0, "59.32934\n"},
+        {{"round", "--", "-2.5", "0"}, 0, "-3\n"},
+        {{"query", "-"}, 0, "a=1%202&a=3\n"},
+        {{"cached", "tags"}, 4, ""},
+        {{"settings", "set", "flag", "true"}, 0, ""},
+        {{"settings", "set", "deep", R"({"a": [1.5, "x"]})"}, 0, ""},
+        {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]},\"flag\":true}\n"},
+        {{"settings", "remove", "flag"}, 0, ""},
+        {{"settings", "set", "deep", "null"}, 1, ""},
+        {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]}}\n"},
+        {{"settings", "set-date", "when", "-3600.5"}, 0, ""},
+        {{"--service-url", "https://a.invalid/v5", "url"}, 0, "https://a.invalid/v5\n"},
+    };
+    for (const auto& [words, status, output] : cases) {
+        const Finished finished = host(words, R"({"a": ["1 2", "3"]})");
+        EXPECT_EQ(finished.status, status) << words.back() << finished.errors;
+        EXPECT_EQ(finished.output, output) << words.back();
+    }
+    EXPECT_THAT(host({"settings", "get", "when"}).output,
+                ::testing::MatchesRegex(R"(\{"date":"20[0-9T:-]+\.[0-9]+Z"\}.)"));
+    EXPECT_THAT(host({"--version"}).output, StartsWith("@(#)PROGRAM:Morvellacinto"));
+}
+
+TEST_F(Programs, TheScriptedPhoneStandsForTheDeviceAndTheOptionsForTheRest) {
+    const Finished whole = host({"--device", phone, "--bundle", "com.other", "payload"});
+    const json payload = json::parse(whole.output);
+    EXPECT_EQ(payload.size(), 19U);
+    EXPECT_EQ(payload["bundle"], "com.other");
+    EXPECT_EQ(payload["carrierName"], "Telco");
+
+    const Finished unrounded = host({"--device", phone, "--decimals", "-1", "--wait", "1", "tags"});
+    EXPECT_EQ(unrounded.status, 3);
+    EXPECT_THAT(unrounded.errors, StartsWith("log: tags failed\n"));
+}
+
+TEST_F(Programs, TagsAreFetchedOnceAndThenServedFromTheCacheAlsoByLaterLaunches) {
+    const Service service = startService();
+    const Finished first = client(service, {"--decimals", "3", "tags"});
+    ASSERT_EQ(first.status, 0) << first.errors;
+    const json answer = json::parse(first.output);
+    EXPECT_EQ(answer["tags"]["place"], json::array({"59.329,18.069"}));
+
+    const Finished again = client(service, {"--times", "3", "tags"});
+    EXPECT_EQ(again.output, first.output + first.output + first.output);
+    EXPECT_EQ(json::parse(host({"cached", "tags"}).output), answer["tags"]);
+    EXPECT_EQ(json::parse(host({"cached", "mapping"}).output), answer["mapping"]);
+    EXPECT_EQ(host({"query"}).output, "locale=sv_SE&bundle=com.example.host&place=59.329,18.069\n");
+    EXPECT_THAT(service.uploads(), SizeIs(1));
+
+    ASSERT_EQ(host({"settings", "set-date", "KRAudienceUpdate", "-91"}).status, 0);
+    EXPECT_EQ(client(service, {"tags"}).status, 0);
+    EXPECT_EQ(client(service, {"--times", "2", "collect", "--force"}).status, 0);
+    EXPECT_THAT(service.uploads(), SizeIs(4));
+}
+
+TEST_F(Programs, UploadsGoOutWithTheHeadersThatTheServiceKnowsAndTheirBodiesUnchanged) {
+    const Service service = startService();
+    const json payload{{"bundle", std::string(2'000'000, 'b')}, {"lat", 59.5}, {"lon", -0.25}};
+    const std::string path = file("payload.json", payload.dump());
+    const std::string token = "6e1f3c1a-8c5b-4c0e-9b57-5f3b1d0a7c42";
+    ASSERT_EQ(client(service, {"--token", token, "collect", "--payload", path}).status, 0);
+    ASSERT_EQ(client(service, {"request", "post", service.url + "/audience/"}).status, 0);
+
+    const std::vector<json> uploads = service.uploads();
+    ASSERT_THAT(uploads, SizeIs(2));
+    const json& headers = uploads[0]["headers"];
+    EXPECT_EQ(headers.value("API_TOKEN", ""), "6E1F3C1A-8C5B-4C0E-9B57-5F3B1D0A7C42");
+    EXPECT_EQ(headers.value("Accept-Encoding", ""), "gzip");
+    EXPECT_EQ(headers.value("Content-Type", ""), "application/x-www-form-urlencoded");
+    EXPECT_FALSE(headers.contains("Expect"));
+    EXPECT_EQ(uploads[0]["body"], payload);
+    EXPECT_FALSE(uploads[1]["headers"].contains("API_TOKEN"));
+    EXPECT_EQ(uploads[1]["bytes"], 32);
+}
+
+TEST_F(Programs, WhatTheServiceDoesDecidesHowACommandEnds) {
+    const std::tuple<json, int, std::string, std::string> cases[] = {
+        {{{"status", 500}, {"body", R"({"a":1})"}}, 0, "{\"a\":1}\n", ""},
+        {{{"body", R"({"b":"ääää"})"}, {"gzip", true}}, 0, "{\"b\":\"ääää\"}\n", ""},
+        {{{"delaySeconds", 0.1}, {"dripBytesPerSecond", 200}, {"body", R"({"c":[]})"}},
+         0,
+         "{\"c\":[]}\n",
+         ""},
+        {{{"body", "busy"}, {"status", 503}}, 3, "", "no completion"},
+        {{{"close", "before-headers"}}, 1, "", R"("domain":"morvellacinto.http","code":15)"},
+        {{{"redirect", "https://127.0.0.1:1/"}}, 1, "", R"("code":24)"},
+    };
+    json scenario = json::array();
+    for (const auto& each : cases) {
+        scenario.push_back(std::get<json>(each));
+    }
+    scenario.push_back({{"serviceurl", "https://next.invalid"}});
+    const Service service = startService(scenario);
+    for (const auto& [step, status, output, errors] : cases) {
+        const Finished finished =
+            client(service, {"--wait", status == 3 ? "1" : "60", "collect", "--force"});
+        EXPECT_EQ(finished.status, status) << step << finished.errors;
+        EXPECT_EQ(finished.output, output) << step;
+        EXPECT_THAT(finished.errors, HasSubstr(errors)) << step;
+    }
+    EXPECT_EQ(client(service, {"collect", "--force"}).status, 0);
+    EXPECT_EQ(host({"url"}).output, "https://next.invalid\n");
+}
+
+TEST_F(Programs, AServiceWithAnUntrustedCertificateGetsNoUpload) {
+    const Service service = startService();
+    const Finished finished = host({"--device", phone, "--service-url", service.url, "tags"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(json::parse(finished.errors)["code"], 13);
+    EXPECT_THAT(service.uploads(), SizeIs(0));
+}
+
+TEST_F(Programs, MalformedUploadsAreToldWhatIsWrongWithThem) {
+    const Service service = startService();
+    const std::string url = service.url + "/audience/";
+    const std::pair<const char*, const char*> cases[] = {
+        {"[]", "an array where an object"},
+        {R"({"lat": "59", "lon": 18})", R"("lat" is a string)"},
+        {R"({"lat": 59.3})", "come together"},
+        {R"({"lat": 59.3, "lon": -181})", "-181, which is not on earth"},
+        {R"({"vendorId": 7})", R"("vendorId" is an integer)"},
+    };
+    for (const auto& [payload, reason] : cases) {
+        const std::string path = file("payload.json", payload);
+        const Finished finished = client(service, {"request", "post", url, "--payload", path});
+        EXPECT_THAT(json::parse(finished.output)["error"].get<std::string>(), HasSubstr(reason));
+    }
+    EXPECT_THAT(client(service, {"request", "get", url}).output, HasSubstr("by POST"));
+    EXPECT_THAT(client(service, {"request", "get", service.url}).output,
+                HasSubstr("/v5/audience/"));
+}
+
+TEST_F(Programs, TheServiceEndsOnSigtermWithAnAnswerPending) {
+    const Service service = startService({{{"delaySeconds", 60}}});
+    ChildProcess waiting(hostCommand(clientWords(service, {"--wait", "60", "collect", "--force"})));
+    while (service.uploads().empty()) {
+        std::this_thread::yield();
+    }
+    service.process->send(SIGTERM);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(service.process->finish().status, 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_EQ(waiting.finish().status, 1);
+}
+
+} // namespace
+} // namespace morvellacinto::testing
