@@ -266,7 +266,7 @@ constexpr Figure figures[] = {
     {"threads-idle", 0, threads<Use::none>},
     {"threads-after-cached-collect", 0, threads<Use::cache>},
     {"threads-after-upload", 2, threads<Use::upload>},
-    {"descriptors-idle", 1, descriptors<Use::none>},
+    {"descriptors-idle", 2, descriptors<Use::none>},
     {"descriptors-after-cached-collect", 6, descriptors<Use::cache>},
     {"descriptors-after-upload", 9, descriptors<Use::upload>},
     {"peak-bytes-per-byte-of-60-MB-answer", 3, peakOfLargeAnswer},

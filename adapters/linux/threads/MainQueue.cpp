@@ -80,12 +80,18 @@ void MainQueue::stop() {
 }
 
 void MainQueue::shutdown() {
-    std::list<Waiting> dropped;
-    std::list<std::exception_ptr> droppedExceptions;
-    const std::lock_guard lock(mutex_);
+    std::list<std::exception_ptr> dropped;
+    Lock lock(mutex_);
     ended_ = true;
-    dropped.swap(waiting_);
-    droppedExceptions.swap(escaped_);
+    dropped.swap(escaped_);
+    while (!waiting_.empty()) {
+        Block block;
+        block.swap(waiting_.front().block);
+        waiting_.pop_front();
+        lock.unlock();
+        block = nullptr;
+        lock.lock();
+    }
     showState();
     changed_.notify_all();
 }

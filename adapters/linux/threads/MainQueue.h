@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <exception>
 #include <functional>
 #include <list>
@@ -61,7 +62,7 @@ private:
     const int descriptor_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::list<Waiting> waiting_;
+    std::deque<Waiting> waiting_;
     std::list<std::exception_ptr> escaped_;
     std::uint64_t nextNumber_ = 0;
     int blocksRunning_ = 0; // one within the other
