@@ -213,11 +213,11 @@ protected:
                 ending};
     }
     std::shared_ptr<Ending> ending(platform::HttpRequest request) {
-        const auto [started, ending] = task(std::move(request));
-        started->resume();
-        started->resume();
-        EXPECT_TRUE(pumpUntil([&] { return ending->calls > 0; }));
-        return ending;
+        const Sent sent = task(std::move(request));
+        sent.first->resume();
+        sent.first->resume();
+        EXPECT_TRUE(pumpUntil([&] { return sent.second->calls > 0; }));
+        return sent.second;
     }
 
     std::shared_ptr<platform::HttpSession> session = platform.makeHttpSession({}, nullptr);
@@ -252,7 +252,7 @@ TEST_F(HttpContract, SendsMethodBodyAndHeadersARequestsOwnWinning) {
     std::vector<std::string> sent;
     for (const auto& [name, value] : received[0].headers) {
         if (name.starts_with("X-")) {
-            sent.push_back(name + ": " + value);
+            sent.push_back(std::string(name).append(": ").append(value));
         }
     }
     EXPECT_THAT(sent, ::testing::UnorderedElementsAre("X-Both: own", "X-Request: own",
