@@ -44,7 +44,7 @@ if(MORVELLACINTO_BUILD_LINUX)
         NAME morvellacinto-linux
         DESCRIPTION "Morvellacinto's adapter for Linux phones"
         REQUIRES morvellacinto
-        STATIC_REQUIRES ${SDBUS_MODULE_NAME} libcurl openssl sqlite3 zlib)
+        STATIC_REQUIRES ${SDBUS_MODULE_NAME} libcurl openssl sqlite3)
 endif()
 
 configure_package_config_file(cmake/MorvellacintoConfig.cmake.in MorvellacintoConfig.cmake
