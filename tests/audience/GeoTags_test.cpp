@@ -122,6 +122,7 @@ TEST_F(GeoTags, uploadsWithoutALocationFromAnyThreadWhenItMayNotBeUsed) {
 
 TEST_F(GeoTags, assertsTheMainThreadWhenLocationMayBeUsed) {
     std::thread([this] { EXPECT_THROW(fetch(), platform::AssertionFailure); }).join();
+    phone->settle();
     const auto failures = phone->assertionHandler().takeFailures();
     ASSERT_EQ(failures.size(), 1U);
     EXPECT_EQ(failures[0].function, "-[KRAudienceManager kovraTagsWithCompletion:]");

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "morvellacinto/audience/KRAudienceManager.h"
+#include "morvellacinto/audience/HeldCompletion.h"
 
 namespace morvellacinto {
 
 void collectAudience(const AudienceSettings& settings, Object& payload,
-                     KRAudienceManager::Completion completion, bool force);
+                     const HeldCompletion& completion, bool force);
 
 } // namespace morvellacinto

@@ -1,5 +1,7 @@
 #include "morvellacinto/location/KRLocationManager.h"
 
+#include "morvellacinto/platform/AtShutdown.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Guarded.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/platform/SystemVersion.h"
@@ -17,7 +19,11 @@ constexpr std::string_view authorizationFailed = "location auth failed";
 } // namespace
 
 KRLocationManager& KRLocationManager::shared() {
-    static auto* const instance = new KRLocationManager;
+    static auto* const instance = [] {
+        auto* const made = new KRLocationManager;
+        platform::atShutdown([] { shared().setUpdateBlocks({}); });
+        return made;
+    }();
     return *instance;
 }
 
@@ -43,16 +49,50 @@ std::string KRLocationManager::accuracyAuthorization() {
 }
 
 KRLocationManager::KRLocationManager()
-    : locationManager_(platform::current()->locationServices().makeService()) {
+    : locationManager_(platform::current()->locationServices().makeService()),
+      firstService_(locationManager_) {
     locationManager_->setDelegate(this);
 }
 
-KRLocationManager::~KRLocationManager() { locationManager_->setDelegate(nullptr); }
+KRLocationManager::~KRLocationManager() {
+    locationManager_->setDelegate(nullptr);
+    if (const auto first = firstService_.lock()) {
+        first->setDelegate(nullptr);
+    }
+}
 
-void KRLocationManager::addLocationUpdateBlock(UpdateBlock block, std::string key) {
+void KRLocationManager::addLocationUpdateBlock(UpdateBlock block, TextArgument key) {
+    const auto platform = platform::current();
+    if (platform::isShutDown()) {
+        return; // by what the shutdown drops
+    }
     locationManager_->startUpdatingLocation();
-    // The dropped block's destructor is host code: it runs when the table is whole again.
-    const UpdateBlock dropped = std::exchange(updateBlocks_[std::move(key)], std::move(block));
+    UpdateBlock dropped; // host code: destroyed without the lock
+    {
+        const std::lock_guard lock(mutex_);
+        if (!platform::isShutDown()) {
+            dropped = std::exchange(updateBlocks_[std::string(key)], std::move(block));
+        }
+    }
+    if (dropped) {
+        platform::tellDiagnostics([&] { return platform::CallSuperseded{std::string(key)}; });
+    }
+}
+
+bool KRLocationManager::removeLocationUpdateBlock(TextArgument key) {
+    UpdateBlocks::node_type dropped;
+    bool wasLast = false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto found = updateBlocks_.find(key); found != updateBlocks_.end()) {
+            dropped = updateBlocks_.extract(found);
+            wasLast = updateBlocks_.empty();
+        }
+    }
+    if (wasLast && !platform::isShutDown()) {
+        locationManager_->stopUpdatingLocation();
+    }
+    return !dropped.empty();
 }
 
 void KRLocationManager::handleAuthorizationChange() {
@@ -81,7 +121,7 @@ void KRLocationManager::didUpdateLocations(platform::LocationService& /*manager*
     platform::guarded(platform->developerLog(), updateFailed, [&] {
         forEachWaiting([&newest](const UpdateBlock& block) { block(newest, std::nullopt); });
     });
-    const UpdateBlocks dropped = std::exchange(updateBlocks_, {});
+    const UpdateBlocks dropped = takeBlocks();
 }
 
 void KRLocationManager::didFailWithError(platform::LocationService& /*manager*/,
@@ -91,35 +131,50 @@ void KRLocationManager::didFailWithError(platform::LocationService& /*manager*/,
         forEachWaiting([&error](const UpdateBlock& block) { block(std::nullopt, error); });
     });
     locationManager_->stopUpdatingLocation();
-    const UpdateBlocks dropped = std::exchange(updateBlocks_, {});
+    const UpdateBlocks dropped = takeBlocks();
 }
 
 void KRLocationManager::setLocationManager(std::shared_ptr<platform::LocationService> manager) {
     locationManager_ = std::move(manager);
 }
 
-void KRLocationManager::setUpdateBlocks(UpdateBlocks blocks) { updateBlocks_.swap(blocks); }
+void KRLocationManager::setUpdateBlocks(UpdateBlocks blocks) {
+    const std::lock_guard lock(mutex_);
+    updateBlocks_.swap(blocks);
+}
 
 // Blocks may add, replace and clear waiters: the keys are those of this moment, and each block is
 // held while it runs. None runs after a shutdown, also one that a block asked for.
 template <class Visit>
 void KRLocationManager::forEachWaiting(Visit visit) {
     std::vector<std::string> keys;
-    keys.reserve(updateBlocks_.size());
-    for (const auto& entry : updateBlocks_) {
-        keys.push_back(entry.first);
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto& entry : updateBlocks_) {
+            keys.push_back(entry.first);
+        }
     }
     for (const std::string& key : keys) {
         if (platform::isShutDown()) {
             return;
         }
-        const auto found = updateBlocks_.find(key);
-        if (found == updateBlocks_.end() || !found->second) {
-            continue;
+        UpdateBlock block;
+        {
+            const std::lock_guard lock(mutex_);
+            const auto found = updateBlocks_.find(key);
+            if (found != updateBlocks_.end()) {
+                block = found->second;
+            }
         }
-        const UpdateBlock block = found->second;
-        visit(block);
+        if (block) {
+            visit(block);
+        }
     }
+}
+
+KRLocationManager::UpdateBlocks KRLocationManager::takeBlocks() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(updateBlocks_, {});
 }
 
 } // namespace morvellacinto

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "morvellacinto/foundation/KRError.h"
+#include "morvellacinto/foundation/TextArgument.h"
 #include "morvellacinto/platform/LocationService.h"
 
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -15,7 +17,8 @@ namespace morvellacinto {
 /// next fix, failure or lack of permission to callbacks that wait under a key. It never asks the
 /// user for permission.
 ///
-/// The waiting callbacks are the main thread's: add them there, and they are called there. The
+/// The waiting callbacks are the main thread's: add and remove them there, and they are called and
+/// destroyed there; those of the shared instance that wait at a shutdown are destroyed by it. The
 /// questions about permission may be asked on any thread. Operations throw std::logic_error when no
 /// platform is installed.
 class MORVELLACINTO_EXPORT KRLocationManager : public platform::LocationServiceDelegate {
@@ -42,7 +45,10 @@ public:
 
     /// Starts location updates and keeps `block` under `key` until a fix or a failure has come. A
     /// block that waits under the same key is dropped without a call.
-    void addLocationUpdateBlock(UpdateBlock block, std::string key);
+    void addLocationUpdateBlock(UpdateBlock block, TextArgument key);
+    /// Drops the block that waits under `key` without a call; false when none does. With the last
+    /// one updates stop. Also after a shutdown.
+    bool removeLocationUpdateBlock(TextArgument key);
 
     /// When location may not be used (any more): calls each waiting block with an error of domain
     /// "se.kovra.error" and code 0 and stops updates. The blocks stay and are called again by what
@@ -63,7 +69,7 @@ public:
         return locationManager_;
     }
     /// `manager` must not be null. Delegates are the caller's business: the service that is
-    /// replaced keeps this object as its own.
+    /// replaced keeps this object as its own, until this object is destroyed.
     void setLocationManager(std::shared_ptr<platform::LocationService> manager);
     [[nodiscard]] const UpdateBlocks& updateBlocks() const noexcept { return updateBlocks_; }
     void setUpdateBlocks(UpdateBlocks blocks);
@@ -71,9 +77,12 @@ public:
 private:
     template <class Visit>
     void forEachWaiting(Visit visit);
+    UpdateBlocks takeBlocks();
 
     std::optional<platform::LocationFix> lastLocation_;
     std::shared_ptr<platform::LocationService> locationManager_;
+    std::weak_ptr<platform::LocationService> firstService_; // has this object as its delegate
+    std::mutex mutex_; // of the blocks, which a shutdown on another thread takes away
     UpdateBlocks updateBlocks_;
 };
 

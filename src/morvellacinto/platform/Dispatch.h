@@ -15,8 +15,9 @@ public:
     Dispatch& operator=(const Dispatch&) = delete;
     virtual ~Dispatch();
 
-    /// Runs `block` later on the main thread, never before this call has returned; blocks run in
-    /// the order in which they came. After the platform's shutdown the block is dropped.
+    /// Runs `block` later on the main thread and destroys it there; called on that thread, never
+    /// before this call has returned. Blocks run in the order in which they came. After the
+    /// platform's shutdown the block is dropped, where it is.
     virtual void asyncMain(Block block) = 0;
 
     /// Runs `block` on some background thread, at the default priority; blocks may run side by

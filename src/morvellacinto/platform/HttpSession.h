@@ -25,6 +25,9 @@ struct HttpRequest {
     std::vector<HttpHeader> headers;
     /// Any bytes; absent means no body.
     std::optional<std::string> body;
+    /// Without a URL, the text that was none, without user, query and fragment, for the error to
+    /// name.
+    std::string refusedUrl = {};
 };
 
 struct HttpResponse {

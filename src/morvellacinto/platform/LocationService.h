@@ -1,20 +1,29 @@
 #pragma once
 
+#include "morvellacinto/foundation/Date.h"
 #include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/foundation/KRError.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace morvellacinto::platform {
 
 struct LocationFix {
-    double latitude = 0;  ///< degrees, north positive
-    double longitude = 0; ///< degrees, east positive
-    double speed = -1;    ///< metres a second; negative when unknown
-    double course = -1;   ///< degrees clockwise from north; negative when unknown
+    double latitude = 0;           ///< degrees, north positive
+    double longitude = 0;          ///< degrees, east positive
+    double speed = -1;             ///< metres a second; negative when unknown
+    double course = -1;            ///< degrees clockwise from north; negative when unknown
+    std::optional<Date> time = {}; ///< when it was measured, when known
+    std::optional<double> horizontalAccuracy = {}; ///< radius in metres, when known
 };
+
+/// A fix that was older than this when updates were started is not handed out: a newer one is
+/// waited for.
+inline constexpr std::chrono::seconds maximumFixAge{90};
 
 /// Authorization statuses that a location service reports.
 namespace LocationAuthorization {
@@ -60,8 +69,9 @@ public:
     /// The delegate must outlive the service or be replaced by null. Main thread, or before the
     /// service is first started.
     virtual void setDelegate(LocationServiceDelegate* delegate) = 0;
-    /// Main thread. Fixes, or a failure, reach the delegate until updates are stopped; without
-    /// effect while they run. Return at once.
+    /// Main thread. Fixes within `maximumFixAge`, or a failure when none has come within the
+    /// platform's time-out, reach the delegate until updates are stopped; without effect while they
+    /// run. Return at once.
     virtual void startUpdatingLocation() = 0;
     virtual void stopUpdatingLocation() = 0;
     /// A `LocationAuthorization`, or a later number of the platform's. Any thread, from what is

@@ -1,9 +1,11 @@
 #include "morvellacinto/platform/Platform.h"
 
 #include "morvellacinto/platform/AssertionHandler.h"
+#include "morvellacinto/platform/AtShutdown.h"
 #include "morvellacinto/platform/Clock.h"
 #include "morvellacinto/platform/DeveloperLog.h"
 #include "morvellacinto/platform/Device.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/LocationService.h"
 #include "morvellacinto/platform/Network.h"
@@ -13,6 +15,7 @@
 #include "morvellacinto/platform/UrlParser.h"
 #include "morvellacinto/platform/UserDefaults.h"
 
+#include <atomic>
 #include <mutex>
 #include <shared_mutex>
 #include <stdexcept>
@@ -60,6 +63,7 @@ struct Installation {
     // platform's.
     std::thread::id endedBy;
     std::weak_ptr<Platform> ended;
+    std::atomic<void (*)()> release = nullptr;
 };
 
 // Made at first use and never destroyed, so that neither loading the library nor leaving the
@@ -75,6 +79,7 @@ void install(std::shared_ptr<Platform> platform) {
     if (platform == nullptr) {
         throw std::invalid_argument("platform::install was given no platform");
     }
+    const bool hasDiagnostics = platform->diagnostics() != nullptr;
     Installation& slot = installation();
     const std::unique_lock lock(slot.mutex);
     if (slot.used) {
@@ -83,6 +88,7 @@ void install(std::shared_ptr<Platform> platform) {
     }
     slot.used = true;
     slot.platform = std::move(platform);
+    detail::hasDiagnostics = hasDiagnostics;
 }
 
 std::shared_ptr<Platform> current() {
@@ -128,7 +134,12 @@ void shutdown() {
     if (ending != nullptr) {
         ending->shutdown();
     }
+    if (const auto release = isFirst ? slot.release.exchange(nullptr) : nullptr) {
+        release();
+    }
 }
+
+void atShutdown(void (*release)()) noexcept { installation().release = release; }
 
 bool isShutDown() noexcept {
     Installation& slot = installation();

@@ -41,7 +41,7 @@ public:
     [[nodiscard]] virtual Device& device() = 0;
     [[nodiscard]] virtual Tracking& tracking() = 0;
     [[nodiscard]] virtual Network& network() = 0;
-    /// Null when the platform has nobody to tell.
+    /// Null when the platform has nobody to tell. Whether it has is asked once, by `install`.
     [[nodiscard]] virtual Diagnostics* diagnostics() noexcept { return nullptr; }
     /// A new session. `delegate` is asked for its opinion on authentication challenges and must
     /// outlive the session; null means default handling.

@@ -5,6 +5,7 @@
 #include "morvellacinto/scripted/ScriptedClock.h"
 #include "morvellacinto/scripted/ScriptedDeveloperLog.h"
 #include "morvellacinto/scripted/ScriptedDeviceServices.h"
+#include "morvellacinto/scripted/ScriptedDiagnostics.h"
 #include "morvellacinto/scripted/ScriptedDispatch.h"
 #include "morvellacinto/scripted/ScriptedHttp.h"
 #include "morvellacinto/scripted/ScriptedUrlParser.h"
@@ -69,6 +70,8 @@ public:
     makeHttpSession(platform::HttpSessionConfiguration configuration,
                     platform::HttpSessionDelegate* delegate) override;
 
+    [[nodiscard]] ScriptedDiagnostics* diagnostics() noexcept override { return &diagnostics_; }
+
     /// Drops blocks, scheduled ones included, and cancels tasks; nothing starts afterwards.
     void shutdown() override;
     [[nodiscard]] bool isShutDown() const noexcept { return isShutDown_; }
@@ -79,6 +82,7 @@ private:
     std::shared_ptr<ScriptedDispatch> dispatch_;
     std::shared_ptr<ScriptedClock> clock_;
     ScriptedDeveloperLog developerLog_;
+    ScriptedDiagnostics diagnostics_;
     ScriptedAssertionHandler assertionHandler_;
     ScriptedUserDefaults userDefaults_;
     ScriptedUrlParser urlParser_;
