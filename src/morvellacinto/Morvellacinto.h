@@ -21,7 +21,6 @@
 #include "morvellacinto/transport/RequestExecution.h"
 #include "morvellacinto/transport/ServiceEndpoint.h"
 
-// Objects from JSON need run-time type information; all else compiles without it.
-#if defined(__cpp_rtti)
+#if defined(__cpp_rtti) // which objects from JSON need
 #include "morvellacinto/jsonmapping/AVJSON.h"
 #endif

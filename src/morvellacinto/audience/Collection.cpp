@@ -21,17 +21,11 @@ constexpr std::string_view audiencePath = "/audience/";
 constexpr std::string_view tagsFailed = "tags failed";
 constexpr std::string_view serviceUrlMember = "serviceurl";
 
-void deliver(const HeldCompletion& completion, Object answer) {
+void deliver(const HeldCompletion& completion, std::optional<Object> answer,
+             std::optional<KRError> error = std::nullopt) {
     platform::current()->dispatch().asyncMain(
-        [completion, answer = std::optional(std::move(answer))] {
-            (*completion)(answer, std::nullopt);
-        });
-}
-
-void deliver(const HeldCompletion& completion, KRError error) {
-    platform::current()->dispatch().asyncMain(
-        [completion, error = std::optional(std::move(error))] {
-            (*completion)(std::nullopt, error);
+        [completion, answer = std::move(answer), error = std::move(error)] {
+            (*completion)(answer, error);
         });
 }
 
@@ -41,10 +35,8 @@ void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::
         return;
     }
     if (!answer || !answer->isObject()) {
-        platform::tellDiagnostics([&] {
-            return platform::AnswerDropped{
-                facts.status, facts.size, std::string(answer ? nameOf(answer->kind()) : "no JSON")};
-        });
+        platform::tell<platform::AnswerDropped>(facts.status, facts.size,
+                                                answer ? nameOf(answer->kind()) : "no JSON");
         return;
     }
     KRSettingsManager::setLocalSetting(platform::current()->clock().now(), lastUpdateKey);
@@ -73,10 +65,8 @@ void upload(const AudienceSettings& settings, const Object& payload,
     const auto request = KRRequest::requestWithType(
         KRRequestTypePost, textOf(base).append(audiencePath), payload, settings.currentApiToken());
     if (!request.url()) {
-        platform::tellDiagnostics([&] {
-            return platform::BaseUrlRefused{base.isString() ? '"' + request.refusedUrl() + '"'
-                                                            : std::string(nameOf(base.kind()))};
-        });
+        platform::tell<platform::BaseUrlRefused>(
+            base.isString() ? '"' + request.refusedUrl() + '"' : std::string(nameOf(base.kind())));
     }
     KRNetworkManager::requestAnswer(
         request,
@@ -85,11 +75,9 @@ void upload(const AudienceSettings& settings, const Object& payload,
         },
         [completion](const KRError& error) {
             if (completion) {
-                deliver(completion, error);
+                deliver(completion, std::nullopt, error);
             } else {
-                platform::tellDiagnostics([&] {
-                    return platform::ErrorUnheard{"an upload without a completion", error};
-                });
+                platform::tell<platform::ErrorUnheard>("an upload without a completion", error);
             }
         });
 }
@@ -122,9 +110,7 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
         } else if (lastAnswer->isObject()) {
             deliver(completion, lastAnswer->asObject());
         } else {
-            platform::tellDiagnostics([&] {
-                return platform::CachedAnswerDropped{std::string(nameOf(lastAnswer->kind()))};
-            });
+            platform::tell<platform::AnswerDropped>(0, std::size_t{0}, nameOf(lastAnswer->kind()));
         }
     });
 }

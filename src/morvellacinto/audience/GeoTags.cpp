@@ -91,9 +91,7 @@ void fetchGeoTags(const SharedSettings& settings, const HeldCompletion& completi
         [settings, completion](const std::optional<platform::LocationFix>& fix,
                                const std::optional<KRError>& error) {
             if (!fix && error) {
-                platform::tellDiagnostics([&] {
-                    return platform::ErrorUnheard{"a location; zeros are uploaded", *error};
-                });
+                platform::tell<platform::ErrorUnheard>("a location; zeros are uploaded", *error);
             }
             collectInBackground(settings, completion,
                                 fix.value_or(platform::LocationFix{0, 0, 0, 0}));

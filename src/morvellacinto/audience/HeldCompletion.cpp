@@ -6,15 +6,13 @@
 namespace morvellacinto {
 namespace {
 
-using Completion = KRAudienceManager::Completion;
-
-void releaseOnMainQueue(const Completion* completion) noexcept {
+void releaseOnMainQueue(const KRAudienceManager::Completion* completion) noexcept {
     try {
-        std::shared_ptr<const Completion> last(completion);
-        platform::Dispatch& dispatch = platform::current()->dispatch();
-        if (!dispatch.isMainThread()) {
+        HeldCompletion last(completion);
+        const auto platform = platform::current();
+        if (!platform->dispatch().isMainThread()) {
             // Moved, so that this thread has no reference left to drop after the main one.
-            dispatch.asyncMain([last = std::move(last)] {});
+            platform->dispatch().asyncMain([last = std::move(last)] {});
         }
     } catch (const std::exception&) {
         return; // shut down, or out of memory
@@ -23,11 +21,9 @@ void releaseOnMainQueue(const Completion* completion) noexcept {
 
 } // namespace
 
-HeldCompletion held(Completion completion) {
-    if (!completion) {
-        return nullptr;
-    }
-    return {new Completion(std::move(completion)), releaseOnMainQueue};
+HeldCompletion held(KRAudienceManager::Completion completion) {
+    return completion ? HeldCompletion(new auto(std::move(completion)), releaseOnMainQueue)
+                      : nullptr;
 }
 
 } // namespace morvellacinto

@@ -71,10 +71,6 @@ void KRAudienceManager::collect(Object& payload, Completion completion, bool for
     collectAudience(*settings_, payload, held(std::move(completion)), force);
 }
 
-void KRAudienceManager::collect(Object&& payload, Completion completion, bool force) {
-    collect(payload, std::move(completion), force);
-}
-
 std::optional<Value> KRAudienceManager::cachedTags(KRTagsType type) const {
     return cachedMember(type);
 }

@@ -28,24 +28,23 @@ enum KRTagsType : std::size_t {
 /// instances and outlives the process. Creating one starts no work. Work in flight keeps what it
 /// needs, so an instance may be destroyed at any time. The fields and, but for
 /// `kovraTagsWithCompletion`, the operations may be used on any thread. Operations throw
-/// std::logic_error when no platform is installed. One that was moved from may only be assigned to
-/// or destroyed.
+/// std::logic_error when no platform is installed. What was moved from may only be destroyed or
+/// assigned to.
 class MORVELLACINTO_EXPORT KRAudienceManager {
 public:
     /// Receives the service's answer or an error, exactly one of the two, on the main queue: for an
-    /// operation that was called on the main thread never before it has returned, for one called
-    /// elsewhere perhaps before. May be called more than once where an operation says so. It is
-    /// destroyed, with all that it holds, on the main queue too; only a shutdown destroys it
-    /// elsewhere.
+    /// operation called on the main thread never before it has returned, for one called elsewhere
+    /// perhaps before. It is destroyed, with all that it holds, on the main thread too; only a
+    /// shutdown destroys it elsewhere. May be called more than once where an operation says so.
     ///
     /// It is never called, and the platform's diagnostics are told why, when
     /// - the answer, or the cached answer that should be served, is no object;
-    /// - the operation fails on the phone, which is logged as "tags failed": JSON cannot hold the
-    ///   payload, or the stored time of the last upload is no time;
-    /// - `kovraTagsWithCompletion` was superseded while it waited for its location.
-    /// Nor is it called when the wait for its location is taken back, when the platform is shut
-    /// down first, or when an exception ends the work: one of the call itself goes to the caller,
-    /// one of building the payload (no locale or system version) to where the main queue runs.
+    /// - the call fails and is logged as "tags failed": JSON cannot hold the payload, or what is
+    ///   stored as the time of the last upload is no time;
+    /// - a later `kovraTagsWithCompletion` supersedes the one that waits for its location.
+    /// Nor is it called when that wait is taken back, when the platform is shut down, or when an
+    /// exception ends the work: that of the call itself reaches the caller, that of a payload
+    /// without a locale or system version the place where the main queue runs.
     using Completion = std::function<void(const std::optional<Object>& answer,
                                           const std::optional<KRError>& error)>;
 
@@ -54,7 +53,6 @@ public:
     KRAudienceManager(std::optional<Uuid> apiToken, std::int32_t geoFixDecimals);
     KRAudienceManager(std::optional<Uuid> apiToken, std::int32_t geoFixDecimals,
                       OptionalText trackId);
-    /// Decimals come as a whole number here; `setGeoFixDecimals` takes a fraction.
     template <std::floating_point Decimals>
     KRAudienceManager(std::optional<Uuid>, Decimals, OptionalText = {}) = delete;
     KRAudienceManager(const KRAudienceManager&) = delete;
@@ -91,12 +89,10 @@ public:
     /// with zeros. The completion is called
     /// - with the service's answer, or the cached one as `collect` tells;
     /// - with the error of the upload;
-    /// - twice, when the user has to be asked for permission to track: the whole operation runs now
-    ///   and once more after the answer; or when permission is withdrawn while it waits: once for
-    ///   an upload of zeros then, and once more for the next fix or failure, which anything that
-    ///   starts updates brings about;
-    /// - never, in the cases that `Completion` lists: a call made while another one still waits for
-    ///   its location supersedes it, and so does the second run its first.
+    /// - perhaps twice: when the user has to be asked for permission to track, the whole operation
+    ///   runs now and once more after the answer; when permission for location is withdrawn while
+    ///   it waits, it uploads zeros at once and what the next fix brings later;
+    /// - never, in the cases that `Completion` lists.
     void kovraTagsWithCompletion(Completion completion);
 
     /// Uploads `payload` and caches the answer, or, within 90 seconds of the last upload, hands out
@@ -108,7 +104,9 @@ public:
     /// is called once, with the answer or the error of the upload, such as that of a base URL that
     /// is none; or never, in the cases that `Completion` lists.
     void collect(Object& payload, Completion completion, bool force = false);
-    void collect(Object&& payload, Completion completion, bool force = false);
+    void collect(Object&& payload, Completion completion, bool force = false) {
+        collect(payload, std::move(completion), force);
+    }
 
     /// The "tags" or "mapping" of the cached answer, of whatever age and kind, without a request;
     /// nothing when there is no such member.

@@ -67,32 +67,23 @@ void KRLocationManager::addLocationUpdateBlock(UpdateBlock block, TextArgument k
         return; // by what the shutdown drops
     }
     locationManager_->startUpdatingLocation();
-    UpdateBlock dropped; // host code: destroyed without the lock
-    {
-        const std::lock_guard lock(mutex_);
-        if (!platform::isShutDown()) {
-            dropped = std::exchange(updateBlocks_[std::string(key)], std::move(block));
-        }
-    }
+    // The dropped block's destructor is host code: it runs when the table is whole again.
+    const UpdateBlock dropped = std::exchange(updateBlocks_[std::string(key)], std::move(block));
     if (dropped) {
-        platform::tellDiagnostics([&] { return platform::CallSuperseded{std::string(key)}; });
+        platform::tell<platform::CallSuperseded>(key);
     }
 }
 
 bool KRLocationManager::removeLocationUpdateBlock(TextArgument key) {
-    UpdateBlocks::node_type dropped;
-    bool wasLast = false;
-    {
-        const std::lock_guard lock(mutex_);
-        if (const auto found = updateBlocks_.find(key); found != updateBlocks_.end()) {
-            dropped = updateBlocks_.extract(found);
-            wasLast = updateBlocks_.empty();
-        }
+    const auto found = updateBlocks_.find(key);
+    if (found == updateBlocks_.end()) {
+        return false;
     }
-    if (wasLast && !platform::isShutDown()) {
+    const auto dropped = updateBlocks_.extract(found);
+    if (updateBlocks_.empty() && !platform::isShutDown()) {
         locationManager_->stopUpdatingLocation();
     }
-    return !dropped.empty();
+    return true;
 }
 
 void KRLocationManager::handleAuthorizationChange() {
@@ -121,7 +112,7 @@ void KRLocationManager::didUpdateLocations(platform::LocationService& /*manager*
     platform::guarded(platform->developerLog(), updateFailed, [&] {
         forEachWaiting([&newest](const UpdateBlock& block) { block(newest, std::nullopt); });
     });
-    const UpdateBlocks dropped = takeBlocks();
+    const UpdateBlocks dropped = std::exchange(updateBlocks_, {});
 }
 
 void KRLocationManager::didFailWithError(platform::LocationService& /*manager*/,
@@ -131,50 +122,35 @@ void KRLocationManager::didFailWithError(platform::LocationService& /*manager*/,
         forEachWaiting([&error](const UpdateBlock& block) { block(std::nullopt, error); });
     });
     locationManager_->stopUpdatingLocation();
-    const UpdateBlocks dropped = takeBlocks();
+    const UpdateBlocks dropped = std::exchange(updateBlocks_, {});
 }
 
 void KRLocationManager::setLocationManager(std::shared_ptr<platform::LocationService> manager) {
     locationManager_ = std::move(manager);
 }
 
-void KRLocationManager::setUpdateBlocks(UpdateBlocks blocks) {
-    const std::lock_guard lock(mutex_);
-    updateBlocks_.swap(blocks);
-}
+void KRLocationManager::setUpdateBlocks(UpdateBlocks blocks) { updateBlocks_.swap(blocks); }
 
 // Blocks may add, replace and clear waiters: the keys are those of this moment, and each block is
 // held while it runs. None runs after a shutdown, also one that a block asked for.
 template <class Visit>
 void KRLocationManager::forEachWaiting(Visit visit) {
     std::vector<std::string> keys;
-    {
-        const std::lock_guard lock(mutex_);
-        for (const auto& entry : updateBlocks_) {
-            keys.push_back(entry.first);
-        }
+    keys.reserve(updateBlocks_.size());
+    for (const auto& entry : updateBlocks_) {
+        keys.push_back(entry.first);
     }
     for (const std::string& key : keys) {
         if (platform::isShutDown()) {
             return;
         }
-        UpdateBlock block;
-        {
-            const std::lock_guard lock(mutex_);
-            const auto found = updateBlocks_.find(key);
-            if (found != updateBlocks_.end()) {
-                block = found->second;
-            }
+        const auto found = updateBlocks_.find(key);
+        if (found == updateBlocks_.end() || !found->second) {
+            continue;
         }
-        if (block) {
-            visit(block);
-        }
+        const UpdateBlock block = found->second;
+        visit(block);
     }
-}
-
-KRLocationManager::UpdateBlocks KRLocationManager::takeBlocks() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(updateBlocks_, {});
 }
 
 } // namespace morvellacinto

@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -18,9 +17,9 @@ namespace morvellacinto {
 /// user for permission.
 ///
 /// The waiting callbacks are the main thread's: add and remove them there, and they are called and
-/// destroyed there; those of the shared instance that wait at a shutdown are destroyed by it. The
-/// questions about permission may be asked on any thread. Operations throw std::logic_error when no
-/// platform is installed.
+/// destroyed there. A shutdown there drops those of the shared instance; after one elsewhere they
+/// stay until they are removed. The questions about permission may be asked on any thread.
+/// Operations throw std::logic_error when no platform is installed.
 class MORVELLACINTO_EXPORT KRLocationManager : public platform::LocationServiceDelegate {
 public:
     /// Receives (fix, nothing) or (nothing, error); for an empty list of fixes (nothing, nothing).
@@ -46,8 +45,7 @@ public:
     /// Starts location updates and keeps `block` under `key` until a fix or a failure has come. A
     /// block that waits under the same key is dropped without a call.
     void addLocationUpdateBlock(UpdateBlock block, TextArgument key);
-    /// Drops the block that waits under `key` without a call; false when none does. With the last
-    /// one updates stop. Also after a shutdown.
+    /// Drops the block that waits under `key`; false when none does. The last one stops updates.
     bool removeLocationUpdateBlock(TextArgument key);
 
     /// When location may not be used (any more): calls each waiting block with an error of domain
@@ -77,12 +75,10 @@ public:
 private:
     template <class Visit>
     void forEachWaiting(Visit visit);
-    UpdateBlocks takeBlocks();
 
     std::optional<platform::LocationFix> lastLocation_;
     std::shared_ptr<platform::LocationService> locationManager_;
     std::weak_ptr<platform::LocationService> firstService_; // has this object as its delegate
-    std::mutex mutex_; // of the blocks, which a shutdown on another thread takes away
     UpdateBlocks updateBlocks_;
 };
 

@@ -2,8 +2,8 @@
 
 namespace morvellacinto::platform {
 
-/// Has `release` called, once, when a shutdown has stopped everything: it lets go of what the
-/// library still keeps of the host's. There is one.
+/// Has `release`, of which there is one, called at the end of a shutdown on the main thread: it
+/// lets go of what of the host's the library keeps for that thread.
 void atShutdown(void (*release)()) noexcept;
 
 } // namespace morvellacinto::platform

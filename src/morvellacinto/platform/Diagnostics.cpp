@@ -16,13 +16,10 @@ struct Sentence {
                "\": " + ended.found;
     }
     std::string operator()(const AnswerDropped& dropped) const {
-        return "the answer with status " + std::to_string(dropped.status) + " and " +
-               std::to_string(dropped.size) + " bytes is " + dropped.found +
-               ", not an object; it is dropped and its completion not called";
-    }
-    std::string operator()(const CachedAnswerDropped& dropped) const {
-        return "the cached answer is " + dropped.found +
-               ", not an object; the completion is not called";
+        return (dropped.status == 0 ? "the cached answer"
+                                    : "the answer with status " + std::to_string(dropped.status) +
+                                          " and " + std::to_string(dropped.size) + " bytes") +
+               " is " + dropped.found + ", not an object; its completion is not called";
     }
     std::string operator()(const CallSuperseded& superseded) const {
         return "the callback that waited for a location under \"" + superseded.key +
@@ -49,23 +46,18 @@ struct Sentence {
 
 } // namespace
 
-Diagnostics::~Diagnostics() = default;
-
-std::atomic<bool> detail::hasDiagnostics = false;
+std::atomic<bool> hasDiagnostics = false;
 
 std::string sentenceOf(const Diagnostic& diagnostic) { return std::visit(Sentence(), diagnostic); }
 
 void tellDiagnostics(const Diagnostic& diagnostic) noexcept {
-    if (!detail::hasDiagnostics.load(std::memory_order_relaxed)) {
-        return;
-    }
     try {
         const auto platform = current();
         if (Diagnostics* diagnostics = platform->diagnostics()) {
             diagnostics->tell(diagnostic);
         }
     } catch (const std::exception&) {
-        return; // the platform has been shut down
+        return; // no platform, and so nobody to tell
     }
 }
 

@@ -1,14 +1,11 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/foundation/KRError.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <atomic>
 #include <concepts>
-#include <cstddef>
-#include <cstdint>
 #include <exception>
-#include <string>
 #include <variant>
 
 namespace morvellacinto::platform {
@@ -28,20 +25,14 @@ struct ImportEnded {
     std::string found;
 };
 
-/// An upload's answer that is no object: not kept, and the completion is not called.
+/// An answer that is no object: it is not kept, and the completion is not called.
 struct AnswerDropped {
-    int status = 0;       ///< of HTTP; 0 when the platform told none
-    std::size_t size = 0; ///< of the body in bytes, as uncompressed
+    int status = 0;       ///< of HTTP; 0 for a cached answer
+    std::size_t size = 0; ///< of the body in bytes; 0 for a cached answer
     std::string found;    ///< such as "an array"
 };
 
-/// A cached answer that is no object, where it should have been served: the completion is not
-/// called.
-struct CachedAnswerDropped {
-    std::string found;
-};
-
-/// A callback that waited for a location under `key` and was replaced by a later one.
+/// A callback that waited for a location under `key` and is replaced without a call.
 struct CallSuperseded {
     std::string key;
 };
@@ -68,50 +59,45 @@ struct LineLogged {
     std::string reason; ///< the exception's text, also of one that the host's own code threw
 };
 
-/// What the library tells of what it did, or did not do, beside its results. No member holds a
-/// coordinate, an identifier, the token or the value of a JSON member, as far as the library makes
-/// its text.
-using Diagnostic =
-    std::variant<ValueSkipped, ImportEnded, AnswerDropped, CachedAnswerDropped, CallSuperseded,
-                 ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged>;
+/// What the library tells of what it did, or did not do, beside its results. No text of the
+/// library's holds a coordinate, an identifier, the token or the value of a JSON member.
+using Diagnostic = std::variant<ValueSkipped, ImportEnded, AnswerDropped, CallSuperseded,
+                                ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged>;
 
 /// The record as one English sentence for a developer.
 [[nodiscard]] MORVELLACINTO_EXPORT std::string sentenceOf(const Diagnostic& diagnostic);
 
 /// Receives the records. An optional service: a platform without it loses nothing.
-class MORVELLACINTO_EXPORT Diagnostics {
+class MORVELLACINTO_EXPORT Diagnostics : public Interface {
 public:
-    Diagnostics(const Diagnostics&) = delete;
-    Diagnostics& operator=(const Diagnostics&) = delete;
-    virtual ~Diagnostics();
-
     /// Any thread, also on several at once, with no lock held.
     virtual void tell(const Diagnostic& diagnostic) noexcept = 0;
-
-protected:
-    Diagnostics() = default;
 };
-
-namespace detail {
-/// Whether the installed platform has diagnostics.
-MORVELLACINTO_EXPORT extern std::atomic<bool> hasDiagnostics;
-} // namespace detail
 
 /// Hands a record to the installed platform's diagnostics, if there is a platform and it has them.
 /// Never throws; a record for which memory has run out is lost.
 MORVELLACINTO_EXPORT void tellDiagnostics(const Diagnostic& diagnostic) noexcept;
 
-/// The same for the record that `make` gives. With nobody to tell it costs one load, and `make` is
-/// not called.
-template <std::invocable Make>
-void tellDiagnostics(const Make& make) noexcept {
-    if (!detail::hasDiagnostics.load(std::memory_order_relaxed)) {
-        return;
-    }
-    try {
-        tellDiagnostics(Diagnostic(make()));
-    } catch (const std::exception&) {
-        return; // for want of memory
+/// Whether the installed platform has diagnostics.
+MORVELLACINTO_EXPORT extern std::atomic<bool> hasDiagnostics;
+
+/// The same for a `Record` that is made of `parts`, views being copied, only when there is somebody
+/// to tell: otherwise it costs one load.
+template <class Record, class... Parts>
+void tell(const Parts&... parts) noexcept {
+    const auto owned = []<class Part>(const Part& part) {
+        if constexpr (std::convertible_to<const Part&, std::string_view>) {
+            return std::string(part);
+        } else {
+            return part;
+        }
+    };
+    if (hasDiagnostics.load(std::memory_order_relaxed)) {
+        try {
+            tellDiagnostics(Record{owned(parts)...});
+        } catch (const std::exception&) {
+            return; // for want of memory
+        }
     }
 }
 

@@ -19,7 +19,7 @@ template <class Body>
 bool guarded(DeveloperLog& log, std::string_view failureText, Body&& body) {
     const auto fail = [&](const char* reason) {
         log.log(failureText);
-        tellDiagnostics([&] { return LineLogged{std::string(failureText), reason}; });
+        tell<LineLogged>(failureText, reason);
         return false;
     };
     try {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "morvellacinto/foundation/Date.h"
-#include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/foundation/KRError.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <chrono>
 #include <cstdint>
@@ -21,8 +21,7 @@ struct LocationFix {
     std::optional<double> horizontalAccuracy = {}; ///< radius in metres, when known
 };
 
-/// A fix that was older than this when updates were started is not handed out: a newer one is
-/// waited for.
+/// A fix older than this when updates start is not handed out: a newer one is waited for.
 inline constexpr std::chrono::seconds maximumFixAge{90};
 
 /// Authorization statuses that a location service reports.
@@ -43,29 +42,18 @@ class LocationService;
 
 /// Receives notifications on the main queue, never inside the creation of the service,
 /// `setDelegate` or `startUpdatingLocation`.
-class MORVELLACINTO_EXPORT LocationServiceDelegate {
+class MORVELLACINTO_EXPORT LocationServiceDelegate : public Interface {
 public:
-    LocationServiceDelegate(const LocationServiceDelegate&) = delete;
-    LocationServiceDelegate& operator=(const LocationServiceDelegate&) = delete;
-    virtual ~LocationServiceDelegate();
-
     virtual void locationManagerDidChangeAuthorization(LocationService& manager) = 0;
     /// Oldest first.
     virtual void didUpdateLocations(LocationService& manager,
                                     const std::vector<LocationFix>& locations) = 0;
     virtual void didFailWithError(LocationService& manager, const KRError& error) = 0;
-
-protected:
-    LocationServiceDelegate() = default;
 };
 
 /// One client of the device's location service. Created by `LocationServices::makeService`.
-class MORVELLACINTO_EXPORT LocationService {
+class MORVELLACINTO_EXPORT LocationService : public Interface {
 public:
-    LocationService(const LocationService&) = delete;
-    LocationService& operator=(const LocationService&) = delete;
-    virtual ~LocationService();
-
     /// The delegate must outlive the service or be replaced by null. Main thread, or before the
     /// service is first started.
     virtual void setDelegate(LocationServiceDelegate* delegate) = 0;
@@ -79,27 +67,17 @@ public:
     [[nodiscard]] virtual std::int32_t authorizationStatus() const = 0;
     /// An `AccuracyAuthorization`. Any thread, never waits.
     [[nodiscard]] virtual std::int32_t accuracyAuthorization() const = 0;
-
-protected:
-    LocationService() = default;
 };
 
 /// What the location service offers without a client.
-class MORVELLACINTO_EXPORT LocationServices {
+class MORVELLACINTO_EXPORT LocationServices : public Interface {
 public:
-    LocationServices(const LocationServices&) = delete;
-    LocationServices& operator=(const LocationServices&) = delete;
-    virtual ~LocationServices();
-
     /// A client with the platform's default settings. Any thread.
     [[nodiscard]] virtual std::shared_ptr<LocationService> makeService() = 0;
     /// Whether the user has location switched on for the device. Any thread, never waits.
     [[nodiscard]] virtual bool locationServicesEnabled() const = 0;
     /// The status as systems before 14.0 tell it. Any thread, never waits.
     [[nodiscard]] virtual std::int32_t authorizationStatus() const = 0;
-
-protected:
-    LocationServices() = default;
 };
 
 } // namespace morvellacinto::platform

@@ -2,18 +2,8 @@
 
 #include "morvellacinto/platform/AssertionHandler.h"
 #include "morvellacinto/platform/AtShutdown.h"
-#include "morvellacinto/platform/Clock.h"
-#include "morvellacinto/platform/DeveloperLog.h"
-#include "morvellacinto/platform/Device.h"
 #include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
-#include "morvellacinto/platform/LocationService.h"
-#include "morvellacinto/platform/Network.h"
-#include "morvellacinto/platform/SystemVersion.h"
-#include "morvellacinto/platform/Telephony.h"
-#include "morvellacinto/platform/Tracking.h"
-#include "morvellacinto/platform/UrlParser.h"
-#include "morvellacinto/platform/UserDefaults.h"
 
 #include <atomic>
 #include <mutex>
@@ -24,27 +14,8 @@
 
 namespace morvellacinto::platform {
 
-// One home for each interface's type information.
 AssertionFailure::~AssertionFailure() = default;
-AssertionHandler::~AssertionHandler() = default;
-Clock::~Clock() = default;
-DeveloperLog::~DeveloperLog() = default;
-Device::~Device() = default;
-Dispatch::~Dispatch() = default;
-HttpSession::~HttpSession() = default;
-HttpSessionDelegate::~HttpSessionDelegate() = default;
-HttpTask::~HttpTask() = default;
-LocationService::~LocationService() = default;
-LocationServiceDelegate::~LocationServiceDelegate() = default;
-LocationServices::~LocationServices() = default;
-Network::~Network() = default;
-Platform::~Platform() = default;
-SystemVersion::~SystemVersion() = default;
-Telephony::~Telephony() = default;
-TelephonyInfo::~TelephonyInfo() = default;
-Tracking::~Tracking() = default;
-UrlParser::~UrlParser() = default;
-UserDefaults::~UserDefaults() = default;
+Interface::~Interface() = default;
 
 void AssertionHandler::handleFailureInFunction(std::string_view function, std::string_view file,
                                                int line, std::string_view description) {
@@ -79,7 +50,7 @@ void install(std::shared_ptr<Platform> platform) {
     if (platform == nullptr) {
         throw std::invalid_argument("platform::install was given no platform");
     }
-    const bool hasDiagnostics = platform->diagnostics() != nullptr;
+    const bool isHeard = platform->diagnostics() != nullptr;
     Installation& slot = installation();
     const std::unique_lock lock(slot.mutex);
     if (slot.used) {
@@ -88,7 +59,7 @@ void install(std::shared_ptr<Platform> platform) {
     }
     slot.used = true;
     slot.platform = std::move(platform);
-    detail::hasDiagnostics = hasDiagnostics;
+    hasDiagnostics = isHeard;
 }
 
 std::shared_ptr<Platform> current() {
@@ -134,7 +105,8 @@ void shutdown() {
     if (ending != nullptr) {
         ending->shutdown();
     }
-    if (const auto release = isFirst ? slot.release.exchange(nullptr) : nullptr) {
+    if (const auto release = slot.release.load();
+        isFirst && release != nullptr && ending->dispatch().isMainThread()) {
         release();
     }
 }

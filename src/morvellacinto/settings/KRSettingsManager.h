@@ -27,9 +27,9 @@ namespace KRSettingsManager {
 MORVELLACINTO_EXPORT bool setLocalSetting(std::optional<Value> setting, OptionalText key);
 
 /// Removes and flushes; true when nothing is left under the key. False when the flush fails: the
-/// value is gone for this process and the removal pending, and removing it again finds nothing,
-/// which gives true without another flush; the next flush of anything makes it durable. A failure
-/// that the platform raises is logged as "removing failed" and also gives true.
+/// removal is then pending for the next flush of anything, and removing the same key again finds
+/// nothing and gives true without a flush. A failure that the platform raises is logged as
+/// "removing failed" and also gives true.
 MORVELLACINTO_EXPORT bool removeLocalSettingForKey(OptionalText key);
 
 /// The stored value of whatever kind, or nothing. What the platform raises reaches the caller.

@@ -1,7 +1,6 @@
 #include "morvellacinto/transport/KRRequest.h"
 
 #include "morvellacinto/foundation/Json.h"
-#include "morvellacinto/foundation/Utf8.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/platform/UrlParser.h"
 
@@ -10,27 +9,12 @@
 namespace morvellacinto {
 namespace {
 
-// Text that is no URL, as an error may show it: without what stands before an "@" anywhere, since
-// nobody knows where such a text's user ends, and in valid UTF-8.
+// Text that is no URL, as an error may show it. Nobody knows where a user begins and ends in it:
+// all up to the last "@" goes.
 std::string shown(std::string_view text) {
-    const std::size_t authority = text.find("//");
-    const std::size_t start = authority == std::string_view::npos ? 0 : authority + 2;
-    const std::string_view rest = text.substr(start);
-    const std::string_view path = rest.substr(0, rest.find_first_of("?#"));
-    const std::size_t user = rest.rfind('@');
-    std::string safe(text.substr(0, start));
-    if (user == std::string_view::npos) {
-        safe += path;
-    } else if (user < path.size()) {
-        safe += path.substr(user + 1);
-    }
-    std::string shown;
-    for (std::string_view left = safe; !left.empty();) {
-        const std::size_t length = utf8SequenceLength(left);
-        shown += length == 0 ? "?" : left.substr(0, length);
-        left.remove_prefix(std::max<std::size_t>(length, 1));
-    }
-    return shown;
+    const std::string_view path = text.substr(0, text.find_first_of("?#"));
+    const std::size_t afterUser = text.rfind('@') + 1; // 0 without one
+    return std::string(path.substr(std::min(afterUser, path.size())));
 }
 
 } // namespace

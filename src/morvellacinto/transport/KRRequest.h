@@ -17,12 +17,10 @@ enum KRRequestType : std::ptrdiff_t {
 };
 
 /// An immutable description of one call to the service: the kind of call, where it goes, the body
-/// already written as JSON, and the token that authenticates it. Copies are made of it, but nothing
-/// is assigned to it or moved out of it.
+/// already written as JSON, and the token that authenticates it.
 class MORVELLACINTO_EXPORT KRRequest {
 public:
-    /// Parameters, which are kept but never sent: of a type of their own, so that no payload
-    /// becomes them unseen.
+    /// Parameters, kept but never sent; of a type of their own, so that no payload becomes them.
     struct Params {
         explicit Params(Object given) noexcept : members(std::move(given)) {}
         Object members;
@@ -44,7 +42,7 @@ public:
     /// platform is installed.
     KRRequest(KRRequestType type, TextArgument url, std::optional<Params> params,
               const Payload& payload, std::optional<Uuid> auth);
-    KRRequest(const KRRequest&) = default;
+    KRRequest(const KRRequest&) = default; // also for what is moved: a request never changes
     KRRequest& operator=(const KRRequest&) = delete;
     ~KRRequest() = default;
 

@@ -54,33 +54,26 @@ void request(const KRRequest& request, SuccessCallback success, ErrorCallback er
 void requestAnswer(const KRRequest& request, AnswerCallback success, ErrorCallback error) {
     const auto session =
         platform::current()->makeHttpSession(sessionConfiguration(), &KRNetworkDelegate::shared());
+    auto ended = [success = std::move(success),
+                  error = std::move(error)](const std::optional<std::string>& data,
+                                            const std::optional<platform::HttpResponse>& response,
+                                            const std::optional<KRError>& failure) {
+        if (failure && error) {
+            error(*failure);
+            return;
+        }
+        if (failure) {
+            platform::tell<platform::ErrorUnheard>("a request without an error callback", *failure);
+        }
+        if (success) {
+            success(data && !failure ? readJson(*data) : std::nullopt,
+                    {response ? response->status : 0, data ? data->size() : 0});
+        }
+    };
     if (std::optional<platform::HttpRequest> transfer = transferFor(request)) {
-        const auto task = session->dataTask(*std::move(transfer), [success = std::move(success),
-                                                                   error = std::move(error)](
-                                                                      const std::optional<
-                                                                          std::string>& data,
-                                                                      const std::optional<
-                                                                          platform::HttpResponse>&
-                                                                          response,
-                                                                      const std::optional<KRError>&
-                                                                          failure) {
-            if (failure && error) {
-                error(*failure);
-                return;
-            }
-            if (failure) {
-                platform::tellDiagnostics([&] {
-                    return platform::ErrorUnheard{"a request without an error callback", *failure};
-                });
-            }
-            if (success) {
-                success(data && !failure ? readJson(*data) : std::nullopt,
-                        {response ? response->status : 0, data ? data->size() : 0});
-            }
-        });
-        task->resume();
+        session->dataTask(*std::move(transfer), std::move(ended))->resume();
     } else {
-        platform::tellDiagnostics([&] { return platform::RequestNotMade{request.type()}; });
+        platform::tell<platform::RequestNotMade>(request.type());
     }
     session->finishTasksAndInvalidate();
 }
