@@ -16,11 +16,8 @@ concept Member = requires(Object object, Key key) {
 
 static_assert(std::is_constructible_v<KRAudienceManager, Uuid, int>);
 static_assert(!std::is_constructible_v<KRAudienceManager, Uuid, double>);
-static_assert(!std::is_constructible_v<KRAudienceManager, Uuid, float, const char*>);
 static_assert(Requestable<const char*, KRRequest::Params>);
-static_assert(Requestable<std::string, Object, Uuid>);
 static_assert(!Requestable<const char*, Object>, "no payload becomes parameters");
-static_assert(!Requestable<const char*, Object, Object, Uuid>);
 static_assert(!Requestable<std::nullptr_t>);
 static_assert(!std::is_assignable_v<KRRequest&, KRRequest> &&
                   !std::is_nothrow_move_constructible_v<KRRequest>,

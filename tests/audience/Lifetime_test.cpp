@@ -22,8 +22,23 @@ protected:
         return [held](const auto&, const auto&) {};
     }
 
-    void collectElsewhere(Object payload = {}, bool force = true) {
-        std::thread([&] { manager.collect(payload, mortal(), force); }).join();
+    void collect(double x = 0, bool force = true) {
+        std::thread([&] { manager.collect({{"x", x}}, mortal(), force); }).join();
+    }
+    void collect(scripted::HttpAnswer answer) {
+        phone->http().plan(std::move(answer));
+        collect();
+    }
+    void fetch(bool fails = false) {
+        manager.kovraTagsWithCompletion(mortal());
+        if (fails) {
+            phone->locationServices().fail({"gps", 1, {}});
+        }
+    }
+    void ask() {
+        manager.setRequestTrackingAuthorization(true);
+        phone->script()->trackingAuthorization = 0;
+        fetch();
     }
 
     KRAudienceManager manager{Uuid()};
@@ -33,37 +48,20 @@ protected:
 };
 
 TEST_F(Lifetime, ofWhatACompletionHoldsEndsOnTheMainQueueHoweverTheOperationEnds) {
-    const auto plan = [this](scripted::HttpAnswer answer) {
-        phone->http().plan(std::move(answer));
-    };
-    const auto fetch = [this] { manager.kovraTagsWithCompletion(mortal()); };
+    const KRError lost{"net", 1, {}};
     const struct {
         const char* ending;
         std::function<void()> begin;
     } ways[] = {
-        {"an answer", [&] { plan({.body = "{}"}), collectElsewhere(); }},
-        {"the cached answer", [&] { collectElsewhere({}, false); }},
-        {"an answer that is dropped", [&] { plan({.body = "[]"}), collectElsewhere(); }},
-        {"an error",
-         [&] {
-             plan({.error = KRError{"net", 1, {}}}), collectElsewhere();
-         }},
-        {"tags failed",
-         [&] {
-             collectElsewhere({{"x", std::nan("")}});
-         }},
-        {"a fix", fetch},
+        {"an answer", [&] { collect({.body = "{}"}); }},
+        {"the cached answer", [&] { collect(0, false); }},
+        {"an answer that is dropped", [&] { collect({.body = "[]"}); }},
+        {"an error", [&] { collect({.error = lost}); }},
+        {"tags failed", [&] { collect(std::nan("")); }},
+        {"a fix", [&] { fetch(); }},
         {"a later call", [&] { fetch(), fetch(); }},
-        {"a failed location",
-         [&] {
-             fetch(), phone->locationServices().fail({"gps", 1, {}});
-         }},
-        {"the tracking question",
-         [&] {
-             manager.setRequestTrackingAuthorization(true);
-             phone->script()->trackingAuthorization = 0;
-             fetch();
-         }},
+        {"a failed location", [&] { fetch(true); }},
+        {"the tracking question", [&] { ask(); }},
     };
     std::atomic<bool> isOver = false;
     std::thread background([&] {
@@ -94,8 +92,8 @@ TEST_F(Lifetime, ofWhatACompletionHoldsEndsOnTheMainQueueHoweverTheOperationEnds
 }
 
 TEST_F(Lifetime, endsWithAShutdownAtTheLatest) {
-    collectElsewhere(); // waits for its answer
-    manager.kovraTagsWithCompletion(mortal());
+    collect(); // waits for its answer
+    fetch();
     platform::shutdown();
     EXPECT_EQ(onMain, 2);
 }

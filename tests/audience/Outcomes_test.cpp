@@ -57,8 +57,6 @@ TEST_F(Outcomes, areToldWithTheirReasonWhenNobodyElseHearsOfThem) {
              plan({.error = lost}), manager.collect({}, nullptr);
          },
          "nobody hears of the error of an upload without a completion: net -7: No network."},
-        {[&] { plan({.error = lost}), request(KRRequestTypeGet, "https://a.invalid"); },
-         "nobody hears of the error of a request without an error callback: net -7: No network."},
         {[&] { request(static_cast<KRRequestType>(7), ""); },
          "a request of type 7 makes no transfer; neither of its callbacks is called"},
         {[&] { manager.kovraTagsWithCompletion({}), manager.kovraTagsWithCompletion({}); },

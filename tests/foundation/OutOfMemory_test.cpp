@@ -152,6 +152,7 @@ TEST_F(OutOfMemory, anImportEndsWithTheLineOfItsGuardOrThrows) {
                                }
                                EXPECT_EQ(made.get() == nullptr, outcome == Outcome::threw);
                                made = nullptr;
+                               static_cast<void>(phone->diagnostics()->takeRecords());
                            });
     EXPECT_GE(count, 10U);
     EXPECT_GE(lines, 8U);
@@ -189,6 +190,7 @@ TEST_F(OutOfMemory, aCollectOutOfTheCacheLogsItsLineAndTheNextOneWorks) {
         answers = 0;
         phone->settle();
         EXPECT_EQ(phone->takeLog(), answers == 1 ? none : line);
+        static_cast<void>(phone->diagnostics()->takeRecords());
         static_cast<void>(phone->standardUserDefaults().takeOperations());
     });
     EXPECT_GE(count, 2U);

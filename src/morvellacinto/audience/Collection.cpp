@@ -21,11 +21,11 @@ constexpr std::string_view audiencePath = "/audience/";
 constexpr std::string_view tagsFailed = "tags failed";
 constexpr std::string_view serviceUrlMember = "serviceurl";
 
-void deliver(const HeldCompletion& completion, std::optional<Object> answer,
+void deliver(KRAudienceManager::Completion completion, std::optional<Object> answer,
              std::optional<KRError> error = std::nullopt) {
     platform::current()->dispatch().asyncMain(
-        [completion, answer = std::move(answer), error = std::move(error)] {
-            (*completion)(answer, error);
+        [completion = std::move(completion), answer = std::move(answer), error = std::move(error)] {
+            completion(answer, error);
         });
 }
 
@@ -44,7 +44,7 @@ void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::
     if (const Value* serviceUrl = answer->asObject().find(serviceUrlMember)) {
         KRSettingsManager::setLocalSetting(*serviceUrl, serviceUrlKey);
     }
-    deliver(completion, answer->asObject());
+    deliver(*completion, answer->asObject());
 }
 
 // What the service or the host has stored as its base URL; text that is no URL for what is no text.
@@ -75,7 +75,7 @@ void upload(const AudienceSettings& settings, const Object& payload,
         },
         [completion](const KRError& error) {
             if (completion) {
-                deliver(completion, std::nullopt, error);
+                deliver(*completion, std::nullopt, error);
             } else {
                 platform::tell<platform::ErrorUnheard>("an upload without a completion", error);
             }
@@ -91,7 +91,7 @@ bool isFresh(const Value& lastUpdate) {
 } // namespace
 
 void collectAudience(const AudienceSettings& settings, Object& payload,
-                     const HeldCompletion& completion, bool force) {
+                     KRAudienceManager::Completion completion, bool force) {
     const auto platform = platform::current();
     platform::guarded(platform->developerLog(), tagsFailed, [&] {
         if (const auto trackId = settings.currentTrackId()) {
@@ -106,13 +106,14 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
         }
         const bool isServedFromCache = lastUpdate && lastAnswer && isFresh(*lastUpdate) && !force;
         if (!isServedFromCache) {
-            upload(settings, payload, completion);
+            upload(settings, payload, held(std::exchange(completion, nullptr)));
         } else if (lastAnswer->isObject()) {
-            deliver(completion, lastAnswer->asObject());
+            deliver(std::exchange(completion, nullptr), lastAnswer->asObject());
         } else {
             platform::tell<platform::AnswerDropped>(0, std::size_t{0}, nameOf(lastAnswer->kind()));
         }
     });
+    releaseOnMainQueue(std::move(completion)); // unless it was handed on
 }
 
 } // namespace morvellacinto

@@ -5,6 +5,6 @@
 namespace morvellacinto {
 
 void collectAudience(const AudienceSettings& settings, Object& payload,
-                     const HeldCompletion& completion, bool force);
+                     KRAudienceManager::Completion completion, bool force);
 
 } // namespace morvellacinto

@@ -56,7 +56,7 @@ void collectInBackground(const SharedSettings& settings, const HeldCompletion& c
             addLocation(payload, *fix, settings->geoFixDecimals);
         }
         platform::current()->dispatch().asyncMain([settings, completion, payload]() mutable {
-            collectAudience(*settings, payload, completion, false);
+            collectAudience(*settings, payload, completion ? *completion : nullptr, false);
         });
     });
 }

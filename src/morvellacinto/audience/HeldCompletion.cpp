@@ -6,24 +6,34 @@
 namespace morvellacinto {
 namespace {
 
-void releaseOnMainQueue(const KRAudienceManager::Completion* completion) noexcept {
+using Completion = KRAudienceManager::Completion;
+
+struct Holder {
+    explicit Holder(Completion given) : completion(std::move(given)) {}
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+    ~Holder() { releaseOnMainQueue(std::move(completion)); }
+    Completion completion;
+};
+
+} // namespace
+
+HeldCompletion held(Completion completion) {
+    if (!completion) {
+        return nullptr;
+    }
+    const auto holder = std::make_shared<Holder>(std::move(completion));
+    return {holder, &holder->completion};
+}
+
+void releaseOnMainQueue(Completion completion) noexcept {
     try {
-        HeldCompletion last(completion);
-        const auto platform = platform::current();
-        if (!platform->dispatch().isMainThread()) {
-            // Moved, so that this thread has no reference left to drop after the main one.
-            platform->dispatch().asyncMain([last = std::move(last)] {});
+        if (completion && !platform::current()->dispatch().isMainThread()) {
+            platform::current()->dispatch().asyncMain([completion = std::move(completion)] {});
         }
     } catch (const std::exception&) {
         return; // shut down, or out of memory
     }
-}
-
-} // namespace
-
-HeldCompletion held(KRAudienceManager::Completion completion) {
-    return completion ? HeldCompletion(new auto(std::move(completion)), releaseOnMainQueue)
-                      : nullptr;
 }
 
 } // namespace morvellacinto

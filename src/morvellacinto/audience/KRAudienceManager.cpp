@@ -68,7 +68,7 @@ void KRAudienceManager::kovraTagsWithCompletion(Completion completion) {
 }
 
 void KRAudienceManager::collect(Object& payload, Completion completion, bool force) {
-    collectAudience(*settings_, payload, held(std::move(completion)), force);
+    collectAudience(*settings_, payload, std::move(completion), force);
 }
 
 std::optional<Value> KRAudienceManager::cachedTags(KRTagsType type) const {

@@ -1,6 +1,5 @@
 #include "morvellacinto/location/KRLocationManager.h"
 
-#include "morvellacinto/platform/AtShutdown.h"
 #include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Guarded.h"
 #include "morvellacinto/platform/Platform.h"
@@ -21,7 +20,7 @@ constexpr std::string_view authorizationFailed = "location auth failed";
 KRLocationManager& KRLocationManager::shared() {
     static auto* const instance = [] {
         auto* const made = new KRLocationManager;
-        platform::atShutdown([] { shared().setUpdateBlocks({}); });
+        platform::detail::atShutdown([] { shared().setUpdateBlocks({}); });
         return made;
     }();
     return *instance;

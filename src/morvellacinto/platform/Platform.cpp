@@ -1,7 +1,6 @@
 #include "morvellacinto/platform/Platform.h"
 
 #include "morvellacinto/platform/AssertionHandler.h"
-#include "morvellacinto/platform/AtShutdown.h"
 #include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
 
@@ -111,7 +110,7 @@ void shutdown() {
     }
 }
 
-void atShutdown(void (*release)()) noexcept { installation().release = release; }
+void detail::atShutdown(void (*release)()) noexcept { installation().release = release; }
 
 bool isShutDown() noexcept {
     Installation& slot = installation();

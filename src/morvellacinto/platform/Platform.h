@@ -70,4 +70,9 @@ MORVELLACINTO_EXPORT void shutdown();
 /// True from the moment at which `shutdown` is called with a platform installed. Any thread.
 [[nodiscard]] MORVELLACINTO_EXPORT bool isShutDown() noexcept;
 
+namespace detail {
+/// Has a shutdown on the main thread end with a call of `release`, the library's own.
+void atShutdown(void (*release)()) noexcept;
+} // namespace detail
+
 } // namespace morvellacinto::platform
