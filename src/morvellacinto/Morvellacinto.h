@@ -13,7 +13,6 @@
 #include "morvellacinto/context/DeviceFacts.h"
 #include "morvellacinto/context/Reachability.h"
 #include "morvellacinto/foundation/Json.h"
-#include "morvellacinto/jsonmapping/AVJSON.h"
 #include "morvellacinto/location/KRLocationManager.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/settings/KRSettingsManager.h"
@@ -21,3 +20,7 @@
 #include "morvellacinto/transport/KRRequest.h"
 #include "morvellacinto/transport/RequestExecution.h"
 #include "morvellacinto/transport/ServiceEndpoint.h"
+
+#if defined(__cpp_rtti) // which objects from JSON need
+#include "morvellacinto/jsonmapping/AVJSON.h"
+#endif

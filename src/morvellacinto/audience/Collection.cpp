@@ -4,38 +4,39 @@
 #include "morvellacinto/audience/CachedAnswer.h"
 #include "morvellacinto/foundation/Json.h"
 #include "morvellacinto/platform/Clock.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/Guarded.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/settings/KRSettingsManager.h"
+#include "morvellacinto/transport/AnsweredRequest.h"
 #include "morvellacinto/transport/KRRequest.h"
-#include "morvellacinto/transport/RequestExecution.h"
 #include "morvellacinto/transport/ServiceEndpoint.h"
 
 namespace morvellacinto {
 namespace {
-
-using Completion = KRAudienceManager::Completion;
 
 constexpr double freshForSeconds = 90.0;
 constexpr std::string_view audiencePath = "/audience/";
 constexpr std::string_view tagsFailed = "tags failed";
 constexpr std::string_view serviceUrlMember = "serviceurl";
 
-void deliver(Completion completion, Object answer) {
+void deliver(KRAudienceManager::Completion completion, std::optional<Object> answer,
+             std::optional<KRError> error = std::nullopt) {
     platform::current()->dispatch().asyncMain(
-        [completion = std::move(completion), answer = std::optional(std::move(answer))] {
-            completion(answer, std::nullopt);
+        [completion = std::move(completion), answer = std::move(answer), error = std::move(error)] {
+            completion(answer, error);
         });
 }
 
-void deliver(const Completion& completion, KRError error) {
-    platform::current()->dispatch().asyncMain(
-        [completion, error = std::optional(std::move(error))] { completion(std::nullopt, error); });
-}
-
-void keepAndDeliver(const std::optional<Value>& answer, const Completion& completion) {
-    if (!answer || !completion || !answer->isObject()) {
+void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::AnswerFacts& facts,
+                    const HeldCompletion& completion) {
+    if (!completion) {
+        return;
+    }
+    if (!answer || !answer->isObject()) {
+        platform::tell<platform::AnswerDropped>(facts.status, facts.size,
+                                                answer ? nameOf(answer->kind()) : "no JSON");
         return;
     }
     KRSettingsManager::setLocalSetting(platform::current()->clock().now(), lastUpdateKey);
@@ -43,19 +44,40 @@ void keepAndDeliver(const std::optional<Value>& answer, const Completion& comple
     if (const Value* serviceUrl = answer->asObject().find(serviceUrlMember)) {
         KRSettingsManager::setLocalSetting(*serviceUrl, serviceUrlKey);
     }
-    deliver(completion, answer->asObject());
+    deliver(*completion, answer->asObject());
 }
 
-void upload(const AudienceSettings& settings, const Object& payload, const Completion& completion) {
+// What the service or the host has stored as its base URL; text that is no URL for what is no text.
+std::string textOf(const Value& base) {
+    if (base.isString()) {
+        return std::string(base.asString());
+    }
+    try {
+        return writeJsonFragment(base);
+    } catch (const JsonWriteError&) {
+        return std::string(nameOf(base.kind()));
+    }
+}
+
+void upload(const AudienceSettings& settings, const Object& payload,
+            const HeldCompletion& completion) {
     const Value base = KRNetworkManager::baseURL();
-    std::string url = base.isString() ? std::string(base.asString()) : writeJsonFragment(base);
-    url += audiencePath;
-    KRNetworkManager::request(
-        KRRequest::requestWithType(KRRequestTypePost, url, payload, settings.currentApiToken()),
-        [completion](const std::optional<Value>& answer) { keepAndDeliver(answer, completion); },
+    const auto request = KRRequest::requestWithType(
+        KRRequestTypePost, textOf(base).append(audiencePath), payload, settings.currentApiToken());
+    if (!request.url()) {
+        platform::tell<platform::BaseUrlRefused>(
+            base.isString() ? '"' + request.refusedUrl() + '"' : std::string(nameOf(base.kind())));
+    }
+    KRNetworkManager::requestAnswer(
+        request,
+        [completion](const std::optional<Value>& answer, const auto& facts) {
+            keepAndDeliver(answer, facts, completion);
+        },
         [completion](const KRError& error) {
             if (completion) {
-                deliver(completion, error);
+                deliver(*completion, std::nullopt, error);
+            } else {
+                platform::tell<platform::ErrorUnheard>("an upload without a completion", error);
             }
         });
 }
@@ -68,8 +90,8 @@ bool isFresh(const Value& lastUpdate) {
 
 } // namespace
 
-void collectAudience(const AudienceSettings& settings, Object& payload, Completion completion,
-                     bool force) {
+void collectAudience(const AudienceSettings& settings, Object& payload,
+                     KRAudienceManager::Completion completion, bool force) {
     const auto platform = platform::current();
     platform::guarded(platform->developerLog(), tagsFailed, [&] {
         if (const auto trackId = settings.currentTrackId()) {
@@ -84,11 +106,14 @@ void collectAudience(const AudienceSettings& settings, Object& payload, Completi
         }
         const bool isServedFromCache = lastUpdate && lastAnswer && isFresh(*lastUpdate) && !force;
         if (!isServedFromCache) {
-            upload(settings, payload, completion);
+            upload(settings, payload, held(std::exchange(completion, nullptr)));
         } else if (lastAnswer->isObject()) {
-            deliver(std::move(completion), lastAnswer->asObject());
+            deliver(std::exchange(completion, nullptr), lastAnswer->asObject());
+        } else {
+            platform::tell<platform::AnswerDropped>(0, std::size_t{0}, nameOf(lastAnswer->kind()));
         }
     });
+    releaseOnMainQueue(std::move(completion)); // unless it was handed on
 }
 
 } // namespace morvellacinto

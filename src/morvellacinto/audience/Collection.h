@@ -1,6 +1,6 @@
 #pragma once
 
-#include "morvellacinto/audience/KRAudienceManager.h"
+#include "morvellacinto/audience/HeldCompletion.h"
 
 namespace morvellacinto {
 

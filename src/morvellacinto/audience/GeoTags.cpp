@@ -6,6 +6,7 @@
 #include "morvellacinto/context/BasePayload.h"
 #include "morvellacinto/location/KRLocationManager.h"
 #include "morvellacinto/platform/AssertionHandler.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/platform/SystemVersion.h"
@@ -17,7 +18,6 @@
 namespace morvellacinto {
 namespace {
 
-using Completion = KRAudienceManager::Completion;
 using SharedSettings = std::shared_ptr<AudienceSettings>;
 
 constexpr const char* waiterKey = "se.kovra.geotag";
@@ -48,7 +48,7 @@ void addLocation(Object& payload, const platform::LocationFix& fix, float geoFix
 
 // The payload is built in the background, for the platform may take its time; the collection runs
 // on the main queue.
-void collectInBackground(const SharedSettings& settings, const Completion& completion,
+void collectInBackground(const SharedSettings& settings, const HeldCompletion& completion,
                          const std::optional<platform::LocationFix>& fix) {
     platform::current()->dispatch().asyncGlobal([settings, completion, fix] {
         Object payload = KRNetworkManager::basePayload();
@@ -56,13 +56,13 @@ void collectInBackground(const SharedSettings& settings, const Completion& compl
             addLocation(payload, *fix, settings->geoFixDecimals);
         }
         platform::current()->dispatch().asyncMain([settings, completion, payload]() mutable {
-            collectAudience(*settings, payload, completion, false);
+            collectAudience(*settings, payload, completion ? *completion : nullptr, false);
         });
     });
 }
 
 void askForTrackingIfWanted(platform::Platform& platform, const SharedSettings& settings,
-                            const Completion& completion) {
+                            const HeldCompletion& completion) {
     if (!platform.systemVersion().isAtLeast(14, 0) || !settings->requestTrackingAuthorization ||
         platform.tracking().trackingAuthorizationStatus() !=
             platform::TrackingAuthorization::notDetermined) {
@@ -76,7 +76,7 @@ void askForTrackingIfWanted(platform::Platform& platform, const SharedSettings& 
 
 } // namespace
 
-void fetchGeoTags(const SharedSettings& settings, Completion completion) {
+void fetchGeoTags(const SharedSettings& settings, const HeldCompletion& completion) {
     const auto platform = platform::current();
     askForTrackingIfWanted(*platform, settings, completion);
     if (!KRLocationManager::locationServiceEnabled()) {
@@ -88,9 +88,11 @@ void fetchGeoTags(const SharedSettings& settings, Completion completion) {
                                                              assertionLine, assertionText);
     }
     KRLocationManager::shared().addLocationUpdateBlock(
-        [settings, completion = std::move(completion)](
-            const std::optional<platform::LocationFix>& fix, const std::optional<KRError>&) {
-            // A failed fix uploads zeros.
+        [settings, completion](const std::optional<platform::LocationFix>& fix,
+                               const std::optional<KRError>& error) {
+            if (!fix && error) {
+                platform::tell<platform::ErrorUnheard>("a location; zeros are uploaded", *error);
+            }
             collectInBackground(settings, completion,
                                 fix.value_or(platform::LocationFix{0, 0, 0, 0}));
         },

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "morvellacinto/audience/KRAudienceManager.h"
+#include "morvellacinto/audience/HeldCompletion.h"
 
 namespace morvellacinto {
 
 void fetchGeoTags(const std::shared_ptr<AudienceSettings>& settings,
-                  KRAudienceManager::Completion completion);
+                  const HeldCompletion& completion);
 
 } // namespace morvellacinto

@@ -4,6 +4,7 @@
 #include "morvellacinto/audience/CachedAnswer.h"
 #include "morvellacinto/audience/Collection.h"
 #include "morvellacinto/audience/GeoTags.h"
+#include "morvellacinto/audience/HeldCompletion.h"
 #include "morvellacinto/audience/QueryString.h"
 
 namespace morvellacinto {
@@ -20,13 +21,15 @@ KRAudienceManager::KRAudienceManager(std::optional<Uuid> apiToken, std::int32_t 
     : KRAudienceManager(apiToken, geoFixDecimals, std::nullopt) {}
 
 KRAudienceManager::KRAudienceManager(std::optional<Uuid> apiToken, std::int32_t geoFixDecimals,
-                                     std::optional<std::string> trackId)
+                                     OptionalText trackId)
     : settings_(std::make_shared<AudienceSettings>()) {
     settings_->apiToken = apiToken;
     settings_->geoFixDecimals = static_cast<float>(geoFixDecimals);
-    settings_->trackId = std::move(trackId);
+    settings_->trackId = trackId;
 }
 
+KRAudienceManager::KRAudienceManager(KRAudienceManager&& other) noexcept = default;
+KRAudienceManager& KRAudienceManager::operator=(KRAudienceManager&& other) noexcept = default;
 KRAudienceManager::~KRAudienceManager() = default;
 
 std::optional<Uuid> KRAudienceManager::apiToken() const { return settings_->currentApiToken(); }
@@ -46,9 +49,10 @@ std::optional<std::string> KRAudienceManager::trackId() const {
     return settings_->currentTrackId();
 }
 
-void KRAudienceManager::setTrackId(std::optional<std::string> trackId) {
+void KRAudienceManager::setTrackId(OptionalText trackId) {
+    std::optional<std::string> kept(trackId);
     const std::lock_guard lock(settings_->mutex);
-    settings_->trackId.swap(trackId);
+    settings_->trackId.swap(kept);
 }
 
 bool KRAudienceManager::requestTrackingAuthorization() const noexcept {
@@ -60,7 +64,7 @@ void KRAudienceManager::setRequestTrackingAuthorization(bool request) noexcept {
 }
 
 void KRAudienceManager::kovraTagsWithCompletion(Completion completion) {
-    fetchGeoTags(settings_, std::move(completion));
+    fetchGeoTags(settings_, held(std::move(completion)));
 }
 
 void KRAudienceManager::collect(Object& payload, Completion completion, bool force) {

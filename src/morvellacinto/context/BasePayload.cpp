@@ -115,7 +115,7 @@ void addDetails(Object& payload, platform::Platform& platform) {
     add(payload, names().networks, currentNetworks());
     add(payload, names().locationState, locationAllowed());
     add(payload, names().accuracyAuthorization, accuracyAuthorization());
-    add(payload, names().connection, static_cast<std::int64_t>(currentReachabilityStatus()));
+    add(payload, names().connection, currentReachabilityStatus());
 }
 
 Object firstMembers(const Object& object, std::size_t count) {

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "morvellacinto/foundation/TextArgument.h"
 #include "morvellacinto/foundation/Value.h"
 
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 namespace morvellacinto {
 
@@ -34,7 +34,7 @@ public:
 /// are exact over 64 bits signed and unsigned and doubles beyond. Of equal keys the last one's
 /// value stands in the first one's place. Time is linear in the text; nothing but std::bad_alloc is
 /// thrown.
-[[nodiscard]] MORVELLACINTO_EXPORT std::optional<Value> readJson(std::string_view text);
+[[nodiscard]] MORVELLACINTO_EXPORT std::optional<Value> readJson(TextArgument text);
 
 /// Compact JSON text in UTF-8 of an object or array, members in their order.
 ///

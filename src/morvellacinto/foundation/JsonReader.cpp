@@ -359,6 +359,6 @@ private:
 
 } // namespace
 
-std::optional<Value> readJson(std::string_view text) { return Reader(text).read(); }
+std::optional<Value> readJson(TextArgument text) { return Reader(text).read(); }
 
 } // namespace morvellacinto

@@ -11,8 +11,9 @@ namespace morvellacinto {
 /// "se.kovra.error", code 0, no information: location permission is missing); every other comes
 /// from the platform unchanged.
 struct KRError {
-    /// Keys of `userInfo` that transport errors carry: the URL that failed, and one readable
-    /// sentence. Neither ever holds the API token or a coordinate.
+    /// Keys of `userInfo` that transport errors carry: the URL that failed, or text that was none,
+    /// without user, password, query and fragment; and one readable sentence. Neither ever holds
+    /// the API token or a coordinate.
     static constexpr std::string_view urlKey = "url";
     static constexpr std::string_view messageKey = "message";
 

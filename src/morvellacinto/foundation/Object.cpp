@@ -8,7 +8,7 @@
 namespace morvellacinto {
 
 // Delegates, so that what was made so far is released when memory runs out.
-Object::Object(std::initializer_list<std::pair<std::string_view, Value>> members) : Object() {
+Object::Object(std::initializer_list<std::pair<TextArgument, Value>> members) : Object() {
     reserve(members.size());
     for (const auto& [key, value] : members) {
         set(key, value);
@@ -33,12 +33,12 @@ const Object::Member* Object::begin() const noexcept {
     return rep_ == nullptr ? nullptr : rep_->members.data();
 }
 
-const Value* Object::find(std::string_view key) const noexcept {
+const Value* Object::find(TextArgument key) const noexcept {
     const std::size_t position = positionOf(key);
     return position == Rep::none ? nullptr : &rep_->members[position].value;
 }
 
-const Value& Object::at(std::string_view key) const {
+const Value& Object::at(TextArgument key) const {
     const Value* found = find(key);
     if (found == nullptr) {
         throw std::out_of_range("no member named \"" + std::string(key) + "\"");
@@ -46,7 +46,7 @@ const Value& Object::at(std::string_view key) const {
     return *found;
 }
 
-void Object::set(std::string_view key, Value value) {
+void Object::set(TextArgument key, Value value) {
     const std::size_t position = positionOf(key);
     if (position == Rep::none) {
         Value ownKey(key);
@@ -56,12 +56,12 @@ void Object::set(std::string_view key, Value value) {
     }
 }
 
-Value Object::take(std::string_view key) {
+Value Object::take(TextArgument key) {
     const std::size_t position = positionOf(key);
     return position == Rep::none ? Value() : std::move(detached().members[position].value);
 }
 
-bool Object::remove(std::string_view key) {
+bool Object::remove(TextArgument key) {
     const std::size_t position = positionOf(key);
     if (position == Rep::none) {
         return false;

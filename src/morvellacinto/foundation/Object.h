@@ -1,5 +1,6 @@
 #pragma once
 
+#include "morvellacinto/foundation/TextArgument.h"
 #include "morvellacinto/foundation/Value.h"
 
 #include <initializer_list>
@@ -29,7 +30,7 @@ public:
     };
 
     Object() noexcept = default;
-    Object(std::initializer_list<std::pair<std::string_view, Value>> members);
+    Object(std::initializer_list<std::pair<TextArgument, Value>> members);
     Object(const Object& other) noexcept;
     Object(Object&& other) noexcept : rep_(std::exchange(other.rep_, nullptr)) {}
     Object& operator=(Object other) noexcept {
@@ -45,20 +46,18 @@ public:
 
     /// The member's value, or null when there is none of that name. Valid until this object is
     /// next changed or destroyed.
-    [[nodiscard]] const Value* find(std::string_view key) const noexcept;
-    [[nodiscard]] bool contains(std::string_view key) const noexcept {
-        return find(key) != nullptr;
-    }
+    [[nodiscard]] const Value* find(TextArgument key) const noexcept;
+    [[nodiscard]] bool contains(TextArgument key) const noexcept { return find(key) != nullptr; }
     /// Throws std::out_of_range with the name of the missing member.
-    [[nodiscard]] const Value& at(std::string_view key) const;
+    [[nodiscard]] const Value& at(TextArgument key) const;
 
     /// Sets a member: a new one goes last, an existing one keeps its place.
-    void set(std::string_view key, Value value);
+    void set(TextArgument key, Value value);
     /// Moves the member's value out and leaves null in its place; null when there is none. With
     /// `set` behind it a nested value is changed without a copy of what only this object holds.
-    [[nodiscard]] Value take(std::string_view key);
+    [[nodiscard]] Value take(TextArgument key);
     /// Removes a member, in time proportional to the object's size; false when there was none.
-    bool remove(std::string_view key);
+    bool remove(TextArgument key);
     void reserve(std::size_t count);
 
     friend MORVELLACINTO_EXPORT bool operator==(const Object& left, const Object& right);

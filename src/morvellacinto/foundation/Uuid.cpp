@@ -25,7 +25,7 @@ constexpr std::size_t textLength = 36;
 
 } // namespace
 
-std::optional<Uuid> Uuid::parse(std::string_view text) noexcept {
+std::optional<Uuid> Uuid::parse(TextArgument text) noexcept {
     if (text.size() != textLength) {
         return std::nullopt;
     }

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/foundation/TextArgument.h"
 
 #include <array>
 #include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace morvellacinto {
 
@@ -21,7 +21,7 @@ public:
 
     /// Exactly 36 characters, hyphens after 8, 13, 18 and 23, hexadecimal digits of either case
     /// elsewhere; anything else gives nothing.
-    [[nodiscard]] static std::optional<Uuid> parse(std::string_view text) noexcept;
+    [[nodiscard]] static std::optional<Uuid> parse(TextArgument text) noexcept;
 
     /// 36 characters, upper case.
     [[nodiscard]] std::string text() const;

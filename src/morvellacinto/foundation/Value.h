@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace morvellacinto {
 
@@ -68,6 +69,10 @@ public:
                                                               : Tag::signedInteger) {
         put<std::uint64_t>(value);
     }
+    /// An enumeration is stored as the integer that it is.
+    template <class T>
+    requires std::is_enum_v<T> Value(T value)
+    noexcept : Value(static_cast<std::underlying_type_t<T>>(value)) {}
     Value(float value) noexcept : Value(Tag::float32) { put<float>(value); }
     Value(double value) noexcept : Value(Tag::float64) { put<double>(value); }
     Value(Date value) noexcept : Value(Tag::date) { put<Date>(value); }

@@ -1,5 +1,6 @@
 #include "morvellacinto/location/KRLocationManager.h"
 
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Guarded.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/platform/SystemVersion.h"
@@ -17,7 +18,11 @@ constexpr std::string_view authorizationFailed = "location auth failed";
 } // namespace
 
 KRLocationManager& KRLocationManager::shared() {
-    static auto* const instance = new KRLocationManager;
+    static auto* const instance = [] {
+        auto* const made = new KRLocationManager;
+        platform::detail::atShutdown([] { shared().setUpdateBlocks({}); });
+        return made;
+    }();
     return *instance;
 }
 
@@ -43,16 +48,41 @@ std::string KRLocationManager::accuracyAuthorization() {
 }
 
 KRLocationManager::KRLocationManager()
-    : locationManager_(platform::current()->locationServices().makeService()) {
+    : locationManager_(platform::current()->locationServices().makeService()),
+      firstService_(locationManager_) {
     locationManager_->setDelegate(this);
 }
 
-KRLocationManager::~KRLocationManager() { locationManager_->setDelegate(nullptr); }
+KRLocationManager::~KRLocationManager() {
+    locationManager_->setDelegate(nullptr);
+    if (const auto first = firstService_.lock()) {
+        first->setDelegate(nullptr);
+    }
+}
 
-void KRLocationManager::addLocationUpdateBlock(UpdateBlock block, std::string key) {
+void KRLocationManager::addLocationUpdateBlock(UpdateBlock block, TextArgument key) {
+    const auto platform = platform::current();
+    if (platform::isShutDown()) {
+        return; // by what the shutdown drops
+    }
     locationManager_->startUpdatingLocation();
     // The dropped block's destructor is host code: it runs when the table is whole again.
-    const UpdateBlock dropped = std::exchange(updateBlocks_[std::move(key)], std::move(block));
+    const UpdateBlock dropped = std::exchange(updateBlocks_[std::string(key)], std::move(block));
+    if (dropped) {
+        platform::tell<platform::CallSuperseded>(key);
+    }
+}
+
+bool KRLocationManager::removeLocationUpdateBlock(TextArgument key) {
+    const auto found = updateBlocks_.find(key);
+    if (found == updateBlocks_.end()) {
+        return false;
+    }
+    const auto dropped = updateBlocks_.extract(found);
+    if (updateBlocks_.empty() && !platform::isShutDown()) {
+        locationManager_->stopUpdatingLocation();
+    }
+    return true;
 }
 
 void KRLocationManager::handleAuthorizationChange() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "morvellacinto/foundation/KRError.h"
+#include "morvellacinto/foundation/TextArgument.h"
 #include "morvellacinto/platform/LocationService.h"
 
 #include <functional>
@@ -15,9 +16,10 @@ namespace morvellacinto {
 /// next fix, failure or lack of permission to callbacks that wait under a key. It never asks the
 /// user for permission.
 ///
-/// The waiting callbacks are the main thread's: add them there, and they are called there. The
-/// questions about permission may be asked on any thread. Operations throw std::logic_error when no
-/// platform is installed.
+/// The waiting callbacks are the main thread's: add and remove them there, and they are called and
+/// destroyed there. A shutdown there drops those of the shared instance; after one elsewhere they
+/// stay until they are removed. The questions about permission may be asked on any thread.
+/// Operations throw std::logic_error when no platform is installed.
 class MORVELLACINTO_EXPORT KRLocationManager : public platform::LocationServiceDelegate {
 public:
     /// Receives (fix, nothing) or (nothing, error); for an empty list of fixes (nothing, nothing).
@@ -42,7 +44,9 @@ public:
 
     /// Starts location updates and keeps `block` under `key` until a fix or a failure has come. A
     /// block that waits under the same key is dropped without a call.
-    void addLocationUpdateBlock(UpdateBlock block, std::string key);
+    void addLocationUpdateBlock(UpdateBlock block, TextArgument key);
+    /// Drops the block that waits under `key`; false when none does. The last one stops updates.
+    bool removeLocationUpdateBlock(TextArgument key);
 
     /// When location may not be used (any more): calls each waiting block with an error of domain
     /// "se.kovra.error" and code 0 and stops updates. The blocks stay and are called again by what
@@ -63,7 +67,7 @@ public:
         return locationManager_;
     }
     /// `manager` must not be null. Delegates are the caller's business: the service that is
-    /// replaced keeps this object as its own.
+    /// replaced keeps this object as its own, until this object is destroyed.
     void setLocationManager(std::shared_ptr<platform::LocationService> manager);
     [[nodiscard]] const UpdateBlocks& updateBlocks() const noexcept { return updateBlocks_; }
     void setUpdateBlocks(UpdateBlocks blocks);
@@ -74,6 +78,7 @@ private:
 
     std::optional<platform::LocationFix> lastLocation_;
     std::shared_ptr<platform::LocationService> locationManager_;
+    std::weak_ptr<platform::LocationService> firstService_; // has this object as its delegate
     UpdateBlocks updateBlocks_;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <stdexcept>
 #include <string>
@@ -16,19 +16,12 @@ public:
 };
 
 /// Receives failed assertions of the library about how the host calls it.
-class MORVELLACINTO_EXPORT AssertionHandler {
+class MORVELLACINTO_EXPORT AssertionHandler : public Interface {
 public:
-    AssertionHandler(const AssertionHandler&) = delete;
-    AssertionHandler& operator=(const AssertionHandler&) = delete;
-    virtual ~AssertionHandler();
-
     /// Called on the thread that failed the assertion, which goes on when this returns. The default
     /// throws AssertionFailure.
     virtual void handleFailureInFunction(std::string_view function, std::string_view file, int line,
                                          std::string_view description);
-
-protected:
-    AssertionHandler() = default;
 };
 
 } // namespace morvellacinto::platform

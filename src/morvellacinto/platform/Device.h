@@ -1,7 +1,7 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/foundation/Uuid.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <cstdint>
 #include <optional>
@@ -11,12 +11,8 @@ namespace morvellacinto::platform {
 
 /// Facts about the device, its user's locale and the application. All operations run on the
 /// caller's thread, which may be any.
-class MORVELLACINTO_EXPORT Device {
+class MORVELLACINTO_EXPORT Device : public Interface {
 public:
-    Device(const Device&) = delete;
-    Device& operator=(const Device&) = delete;
-    virtual ~Device();
-
     /// Such as "sv_SE". Absent makes the base payload throw.
     [[nodiscard]] virtual std::optional<std::string> localeIdentifier() const = 0;
     /// Such as "17.5". Absent makes the base payload throw.
@@ -31,9 +27,6 @@ public:
     /// The kernel's hardware identifier: a model code, not a marketing name. Absent leaves the base
     /// payload with its first four keys.
     [[nodiscard]] virtual std::optional<std::string> hardwareMachine() const = 0;
-
-protected:
-    Device() = default;
 };
 
 } // namespace morvellacinto::platform

@@ -1,22 +1,19 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <functional>
 
 namespace morvellacinto::platform {
 
 /// The platform's two queues. All operations may be called on any thread and return at once.
-class MORVELLACINTO_EXPORT Dispatch {
+class MORVELLACINTO_EXPORT Dispatch : public Interface {
 public:
     using Block = std::function<void()>;
 
-    Dispatch(const Dispatch&) = delete;
-    Dispatch& operator=(const Dispatch&) = delete;
-    virtual ~Dispatch();
-
-    /// Runs `block` later on the main thread, never before this call has returned; blocks run in
-    /// the order in which they came. After the platform's shutdown the block is dropped.
+    /// Runs `block` later on the main thread and destroys it there; called on that thread, never
+    /// before this call has returned. Blocks run in the order in which they came. After the
+    /// platform's shutdown the block is dropped, where it is.
     virtual void asyncMain(Block block) = 0;
 
     /// Runs `block` on some background thread, at the default priority; blocks may run side by
@@ -26,9 +23,6 @@ public:
 
     /// Whether the calling thread is the one that the main queue runs on.
     [[nodiscard]] virtual bool isMainThread() const noexcept = 0;
-
-protected:
-    Dispatch() = default;
 };
 
 } // namespace morvellacinto::platform

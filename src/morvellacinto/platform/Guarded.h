@@ -1,7 +1,9 @@
 #pragma once
 
 #include "morvellacinto/platform/DeveloperLog.h"
+#include "morvellacinto/platform/Diagnostics.h"
 
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -11,10 +13,15 @@
 
 namespace morvellacinto::platform {
 
-/// Runs `body`; whatever exception escapes from it is swallowed and `failureText` logged instead.
-/// True when nothing escaped.
+/// Runs `body`; whatever exception escapes from it is swallowed and `failureText` logged instead,
+/// and the exception's own text told to the diagnostics. True when nothing escaped.
 template <class Body>
 bool guarded(DeveloperLog& log, std::string_view failureText, Body&& body) {
+    const auto fail = [&](const char* reason) {
+        log.log(failureText);
+        tell<LineLogged>(failureText, reason);
+        return false;
+    };
     try {
         std::forward<Body>(body)();
         return true;
@@ -24,9 +31,10 @@ bool guarded(DeveloperLog& log, std::string_view failureText, Body&& body) {
         throw;
     }
 #endif
-    catch (...) {
-        log.log(failureText);
-        return false;
+    catch (const std::exception& failure) {
+        return fail(failure.what());
+    } catch (...) {
+        return fail("something that is no std::exception was thrown");
     }
 }
 

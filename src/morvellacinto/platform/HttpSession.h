@@ -1,7 +1,7 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/foundation/KRError.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <chrono>
 #include <functional>
@@ -25,6 +25,8 @@ struct HttpRequest {
     std::vector<HttpHeader> headers;
     /// Any bytes; absent means no body.
     std::optional<std::string> body;
+    /// Without a URL, what the error names instead: see `KRRequest::refusedUrl`.
+    std::string refusedUrl = {};
 };
 
 struct HttpResponse {
@@ -60,20 +62,13 @@ using HttpChallengeAnswer =
 class HttpSession;
 class HttpTask;
 
-class MORVELLACINTO_EXPORT HttpSessionDelegate {
+class MORVELLACINTO_EXPORT HttpSessionDelegate : public Interface {
 public:
-    HttpSessionDelegate(const HttpSessionDelegate&) = delete;
-    HttpSessionDelegate& operator=(const HttpSessionDelegate&) = delete;
-    virtual ~HttpSessionDelegate();
-
     /// Called on the session's own queue. An implementation that always does default handling by
     /// itself need not ask.
     virtual void didReceiveChallenge(HttpSession& session, HttpTask& task,
                                      const HttpChallenge& challenge,
                                      const HttpChallengeAnswer& completionHandler) = 0;
-
-protected:
-    HttpSessionDelegate() = default;
 };
 
 struct HttpSessionConfiguration {
@@ -85,31 +80,20 @@ struct HttpSessionConfiguration {
     bool shouldUsePipelining = false;
 };
 
-class MORVELLACINTO_EXPORT HttpTask {
+class MORVELLACINTO_EXPORT HttpTask : public Interface {
 public:
-    HttpTask(const HttpTask&) = delete;
-    HttpTask& operator=(const HttpTask&) = delete;
-    virtual ~HttpTask();
-
     /// Starts the transfer and returns at once; a second call has no effect. Any thread.
     virtual void resume() = 0;
-
-protected:
-    HttpTask() = default;
 };
 
 /// Makes tasks that share a configuration. Created by `Platform::makeHttpSession`.
-class MORVELLACINTO_EXPORT HttpSession {
+class MORVELLACINTO_EXPORT HttpSession : public Interface {
 public:
     /// Called once with (body, response, no error) or with (whatever part of the body had come,
     /// nothing or the response, error).
     using Completion =
         std::function<void(std::optional<std::string> data, std::optional<HttpResponse> response,
                            std::optional<KRError> error)>;
-
-    HttpSession(const HttpSession&) = delete;
-    HttpSession& operator=(const HttpSession&) = delete;
-    virtual ~HttpSession();
 
     /// A task that has not started. Its completion runs on the session's own serial queue: a
     /// background thread, never the main one. The task lives until it has finished or, never
@@ -120,9 +104,6 @@ public:
     /// Lets started tasks finish, then releases the delegate and the completions. Later tasks
     /// do nothing when started.
     virtual void finishTasksAndInvalidate() = 0;
-
-protected:
-    HttpSession() = default;
 };
 
 } // namespace morvellacinto::platform

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <cstdint>
 #include <optional>
@@ -25,12 +25,8 @@ struct WifiNetwork {
 };
 
 /// The network's state at this moment. All operations run on the caller's thread, which may be any.
-class MORVELLACINTO_EXPORT Network {
+class MORVELLACINTO_EXPORT Network : public Interface {
 public:
-    Network(const Network&) = delete;
-    Network& operator=(const Network&) = delete;
-    virtual ~Network();
-
     /// `ReachabilityFlags` of the default route (the target 0.0.0.0), or nothing when they cannot
     /// be read. Sends no packet.
     [[nodiscard]] virtual std::optional<std::uint32_t> defaultRouteFlags() const = 0;
@@ -39,9 +35,6 @@ public:
     /// The network that an interface is joined to, or nothing.
     [[nodiscard]] virtual std::optional<WifiNetwork>
     currentNetworkInfo(const std::string& interface) const = 0;
-
-protected:
-    Network() = default;
 };
 
 } // namespace morvellacinto::platform

@@ -1,18 +1,10 @@
 #include "morvellacinto/platform/Platform.h"
 
 #include "morvellacinto/platform/AssertionHandler.h"
-#include "morvellacinto/platform/Clock.h"
-#include "morvellacinto/platform/DeveloperLog.h"
-#include "morvellacinto/platform/Device.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
-#include "morvellacinto/platform/LocationService.h"
-#include "morvellacinto/platform/Network.h"
-#include "morvellacinto/platform/SystemVersion.h"
-#include "morvellacinto/platform/Telephony.h"
-#include "morvellacinto/platform/Tracking.h"
-#include "morvellacinto/platform/UrlParser.h"
-#include "morvellacinto/platform/UserDefaults.h"
 
+#include <atomic>
 #include <mutex>
 #include <shared_mutex>
 #include <stdexcept>
@@ -21,27 +13,8 @@
 
 namespace morvellacinto::platform {
 
-// One home for each interface's type information.
 AssertionFailure::~AssertionFailure() = default;
-AssertionHandler::~AssertionHandler() = default;
-Clock::~Clock() = default;
-DeveloperLog::~DeveloperLog() = default;
-Device::~Device() = default;
-Dispatch::~Dispatch() = default;
-HttpSession::~HttpSession() = default;
-HttpSessionDelegate::~HttpSessionDelegate() = default;
-HttpTask::~HttpTask() = default;
-LocationService::~LocationService() = default;
-LocationServiceDelegate::~LocationServiceDelegate() = default;
-LocationServices::~LocationServices() = default;
-Network::~Network() = default;
-Platform::~Platform() = default;
-SystemVersion::~SystemVersion() = default;
-Telephony::~Telephony() = default;
-TelephonyInfo::~TelephonyInfo() = default;
-Tracking::~Tracking() = default;
-UrlParser::~UrlParser() = default;
-UserDefaults::~UserDefaults() = default;
+Interface::~Interface() = default;
 
 void AssertionHandler::handleFailureInFunction(std::string_view function, std::string_view file,
                                                int line, std::string_view description) {
@@ -60,6 +33,7 @@ struct Installation {
     // platform's.
     std::thread::id endedBy;
     std::weak_ptr<Platform> ended;
+    std::atomic<void (*)()> release = nullptr;
 };
 
 // Made at first use and never destroyed, so that neither loading the library nor leaving the
@@ -75,6 +49,7 @@ void install(std::shared_ptr<Platform> platform) {
     if (platform == nullptr) {
         throw std::invalid_argument("platform::install was given no platform");
     }
+    const bool isHeard = platform->diagnostics() != nullptr;
     Installation& slot = installation();
     const std::unique_lock lock(slot.mutex);
     if (slot.used) {
@@ -83,6 +58,7 @@ void install(std::shared_ptr<Platform> platform) {
     }
     slot.used = true;
     slot.platform = std::move(platform);
+    hasDiagnostics = isHeard;
 }
 
 std::shared_ptr<Platform> current() {
@@ -128,7 +104,13 @@ void shutdown() {
     if (ending != nullptr) {
         ending->shutdown();
     }
+    if (const auto release = slot.release.load();
+        isFirst && release != nullptr && ending->dispatch().isMainThread()) {
+        release();
+    }
 }
+
+void detail::atShutdown(void (*release)()) noexcept { installation().release = release; }
 
 bool isShutDown() noexcept {
     Installation& slot = installation();

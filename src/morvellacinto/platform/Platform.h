@@ -1,7 +1,7 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/platform/HttpSession.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <memory>
 
@@ -23,12 +23,8 @@ class UserDefaults;
 
 /// Everything that the library needs of the system below it. Each accessor may be called on any
 /// thread; what it gives lives as long as the platform.
-class MORVELLACINTO_EXPORT Platform {
+class MORVELLACINTO_EXPORT Platform : public Interface {
 public:
-    Platform(const Platform&) = delete;
-    Platform& operator=(const Platform&) = delete;
-    virtual ~Platform();
-
     [[nodiscard]] virtual Dispatch& dispatch() = 0;
     [[nodiscard]] virtual Clock& clock() = 0;
     [[nodiscard]] virtual DeveloperLog& developerLog() = 0;
@@ -41,7 +37,7 @@ public:
     [[nodiscard]] virtual Device& device() = 0;
     [[nodiscard]] virtual Tracking& tracking() = 0;
     [[nodiscard]] virtual Network& network() = 0;
-    /// Null when the platform has nobody to tell.
+    /// Null when the platform has nobody to tell. Whether it has is asked once, by `install`.
     [[nodiscard]] virtual Diagnostics* diagnostics() noexcept { return nullptr; }
     /// A new session. `delegate` is asked for its opinion on authentication challenges and must
     /// outlive the session; null means default handling.
@@ -51,9 +47,6 @@ public:
     /// Ends everything that runs for the library, as `platform::shutdown` tells. May be called by
     /// several threads at once; none of the calls returns before that is done.
     virtual void shutdown() = 0;
-
-protected:
-    Platform() = default;
 };
 
 /// Chooses the platform, once in the life of the process and before any other call of the library.
@@ -76,5 +69,10 @@ MORVELLACINTO_EXPORT void shutdown();
 
 /// True from the moment at which `shutdown` is called with a platform installed. Any thread.
 [[nodiscard]] MORVELLACINTO_EXPORT bool isShutDown() noexcept;
+
+namespace detail {
+/// Has a shutdown on the main thread end with a call of `release`, the library's own.
+void atShutdown(void (*release)()) noexcept;
+} // namespace detail
 
 } // namespace morvellacinto::platform

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <memory>
 #include <optional>
@@ -17,12 +17,8 @@ struct Carrier {
 
 /// Telephony information, one object a look. All operations run on the caller's thread, which may
 /// be any, and may block it shortly.
-class MORVELLACINTO_EXPORT TelephonyInfo {
+class MORVELLACINTO_EXPORT TelephonyInfo : public Interface {
 public:
-    TelephonyInfo(const TelephonyInfo&) = delete;
-    TelephonyInfo& operator=(const TelephonyInfo&) = delete;
-    virtual ~TelephonyInfo();
-
     /// For systems before 12.0.
     [[nodiscard]] virtual std::optional<Carrier> subscriberCellularProvider() const = 0;
     [[nodiscard]] virtual std::optional<std::string> currentRadioAccessTechnology() const = 0;
@@ -33,22 +29,12 @@ public:
     serviceSubscriberCellularProviders() const = 0;
     [[nodiscard]] virtual std::optional<std::vector<std::string>>
     serviceCurrentRadioAccessTechnology() const = 0;
-
-protected:
-    TelephonyInfo() = default;
 };
 
-class MORVELLACINTO_EXPORT Telephony {
+class MORVELLACINTO_EXPORT Telephony : public Interface {
 public:
-    Telephony(const Telephony&) = delete;
-    Telephony& operator=(const Telephony&) = delete;
-    virtual ~Telephony();
-
     /// Never null. Any thread.
     [[nodiscard]] virtual std::unique_ptr<TelephonyInfo> makeInfo() const = 0;
-
-protected:
-    Telephony() = default;
 };
 
 } // namespace morvellacinto::platform

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/foundation/Uuid.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <cstdint>
 #include <functional>
@@ -17,13 +17,9 @@ inline constexpr std::uint64_t authorized = 3;
 } // namespace TrackingAuthorization
 
 /// The advertising identifier and the user's permission to be tracked.
-class MORVELLACINTO_EXPORT Tracking {
+class MORVELLACINTO_EXPORT Tracking : public Interface {
 public:
     using Answer = std::function<void(std::uint64_t status)>;
-
-    Tracking(const Tracking&) = delete;
-    Tracking& operator=(const Tracking&) = delete;
-    virtual ~Tracking();
 
     /// Any thread. Absent leaves the base payload with its first four keys.
     [[nodiscard]] virtual std::optional<Uuid> advertisingIdentifier() const = 0;
@@ -34,9 +30,6 @@ public:
     /// Asks the user and returns at once; `answer` is called once, on an arbitrary thread. The
     /// status has changed from 0 before that.
     virtual void requestTrackingAuthorization(Answer answer) = 0;
-
-protected:
-    Tracking() = default;
 };
 
 } // namespace morvellacinto::platform

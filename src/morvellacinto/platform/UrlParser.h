@@ -1,6 +1,6 @@
 #pragma once
 
-#include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <optional>
 #include <string>
@@ -9,18 +9,11 @@
 namespace morvellacinto::platform {
 
 /// The platform's opinion of what a URL is.
-class MORVELLACINTO_EXPORT UrlParser {
+class MORVELLACINTO_EXPORT UrlParser : public Interface {
 public:
-    UrlParser(const UrlParser&) = delete;
-    UrlParser& operator=(const UrlParser&) = delete;
-    virtual ~UrlParser();
-
     /// The URL as the platform's HTTP session will use it, or nothing for text that is no absolute
     /// URL. A URL of a scheme that the session refuses is still a URL. Any thread.
     [[nodiscard]] virtual std::optional<std::string> parse(std::string_view text) const = 0;
-
-protected:
-    UrlParser() = default;
 };
 
 } // namespace morvellacinto::platform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "morvellacinto/foundation/Value.h"
+#include "morvellacinto/platform/Interface.h"
 
 #include <optional>
 #include <string_view>
@@ -11,12 +12,8 @@ namespace morvellacinto::platform {
 ///
 /// All operations may be called on any thread. Each is atomic for its key: a read that races a
 /// write sees the old or the new value.
-class MORVELLACINTO_EXPORT UserDefaults {
+class MORVELLACINTO_EXPORT UserDefaults : public Interface {
 public:
-    UserDefaults(const UserDefaults&) = delete;
-    UserDefaults& operator=(const UserDefaults&) = delete;
-    virtual ~UserDefaults();
-
     /// The value stored under `key`, pending changes included, or nothing.
     [[nodiscard]] virtual std::optional<Value> objectForKey(std::string_view key) const = 0;
 
@@ -30,9 +27,6 @@ public:
     /// Writes pending changes and returns when they would survive loss of power. False when that
     /// failed: the values stay readable in this process, and the next call tries again.
     [[nodiscard]] virtual bool synchronize() = 0;
-
-protected:
-    UserDefaults() = default;
 };
 
 } // namespace morvellacinto::platform

@@ -41,11 +41,9 @@ private:
 
 } // namespace
 
-std::string fullKey(std::optional<std::string_view> key) {
-    return std::string(std::string_view(FullKey(key)));
-}
+std::string fullKey(OptionalText key) { return std::string(std::string_view(FullKey(key))); }
 
-bool setLocalSetting(std::optional<Value> setting, std::optional<std::string_view> key) {
+bool setLocalSetting(std::optional<Value> setting, OptionalText key) {
     const auto platform = platform::current();
     if (!setting || !key) {
         return false;
@@ -61,7 +59,7 @@ bool setLocalSetting(std::optional<Value> setting, std::optional<std::string_vie
     return stored;
 }
 
-bool removeLocalSettingForKey(std::optional<std::string_view> key) {
+bool removeLocalSettingForKey(OptionalText key) {
     const auto platform = platform::current();
     bool removed = true;
     platform::guarded(platform->developerLog(), removingFailed, [&] {
@@ -75,7 +73,7 @@ bool removeLocalSettingForKey(std::optional<std::string_view> key) {
     return removed;
 }
 
-std::optional<Value> localSettingForKey(std::optional<std::string_view> key) {
+std::optional<Value> localSettingForKey(OptionalText key) {
     return platform::current()->standardUserDefaults().objectForKey(FullKey(key));
 }
 

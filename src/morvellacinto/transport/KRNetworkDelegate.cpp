@@ -7,9 +7,6 @@ KRNetworkDelegate& KRNetworkDelegate::shared() {
     return *instance;
 }
 
-KRNetworkDelegate::KRNetworkDelegate() = default;
-KRNetworkDelegate::~KRNetworkDelegate() = default;
-
 void KRNetworkDelegate::didReceiveChallenge(
     platform::HttpSession& /*session*/, platform::HttpTask& /*task*/,
     const platform::HttpChallenge& /*challenge*/,

@@ -11,9 +11,6 @@ public:
     /// The one instance of the process, made on the first call and never destroyed.
     [[nodiscard]] static KRNetworkDelegate& shared();
 
-    KRNetworkDelegate();
-    ~KRNetworkDelegate() override;
-
     /// Calls the handler once, at once; an empty handler is tolerated.
     void didReceiveChallenge(platform::HttpSession& session, platform::HttpTask& task,
                              const platform::HttpChallenge& challenge,

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "morvellacinto/foundation/TextArgument.h"
 #include "morvellacinto/foundation/Uuid.h"
 #include "morvellacinto/foundation/Value.h"
 
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace morvellacinto {
 
@@ -20,31 +20,51 @@ enum KRRequestType : std::ptrdiff_t {
 /// already written as JSON, and the token that authenticates it.
 class MORVELLACINTO_EXPORT KRRequest {
 public:
-    /// `url` that the platform's parser refuses gives a request without a URL, which fails when it
-    /// is made. `params` are kept but never sent. `payload`, an object or an array, becomes the
-    /// body; throws JsonWriteError when JSON cannot hold it. Throws std::logic_error when no
-    /// platform is installed.
-    KRRequest(KRRequestType type, std::string_view url, std::optional<Object> params,
-              const std::optional<Value>& payload, std::optional<Uuid> auth);
+    /// Parameters, kept but never sent; of a type of their own, so that no payload becomes them.
+    struct Params {
+        explicit Params(Object given) noexcept : members(std::move(given)) {}
+        Object members;
+    };
+    /// What becomes the body: an object or an array, or nothing, which nullptr stands for too.
+    class Payload : public std::optional<Value> {
+    public:
+        Payload(std::nullopt_t = std::nullopt) noexcept {}
+        Payload(std::nullptr_t) noexcept {}
+        Payload(Object object) noexcept : optional(std::move(object)) {}
+        Payload(Array array) noexcept : optional(std::move(array)) {}
+        Payload(Value value) noexcept : optional(std::move(value)) {}
+        template <class T>
+        Payload(std::optional<T> value) : optional(std::move(value)) {}
+    };
 
-    [[nodiscard]] static KRRequest requestWithType(KRRequestType type, std::string_view url);
-    [[nodiscard]] static KRRequest requestWithType(KRRequestType type, std::string_view url,
-                                                   std::optional<Object> params);
-    [[nodiscard]] static KRRequest requestWithType(KRRequestType type, std::string_view url,
-                                                   const std::optional<Value>& payload,
+    /// `url` that the platform's parser refuses gives a request without a URL, which fails when it
+    /// is made. Throws JsonWriteError when JSON cannot hold `payload`, std::logic_error when no
+    /// platform is installed.
+    KRRequest(KRRequestType type, TextArgument url, std::optional<Params> params,
+              const Payload& payload, std::optional<Uuid> auth);
+    KRRequest(const KRRequest&) = default; // also for what is moved: a request never changes
+    KRRequest& operator=(const KRRequest&) = delete;
+    ~KRRequest() = default;
+
+    [[nodiscard]] static KRRequest requestWithType(KRRequestType type, TextArgument url);
+    [[nodiscard]] static KRRequest requestWithType(KRRequestType type, TextArgument url,
+                                                   Params params);
+    [[nodiscard]] static KRRequest requestWithType(KRRequestType type, TextArgument url,
+                                                   const Payload& payload,
                                                    std::optional<Uuid> auth);
-    [[nodiscard]] static KRRequest requestWithType(KRRequestType type, std::string_view url,
-                                                   std::optional<Object> params,
-                                                   const std::optional<Value>& payload,
+    [[nodiscard]] static KRRequest requestWithType(KRRequestType type, TextArgument url,
+                                                   std::optional<Params> params,
+                                                   const Payload& payload,
                                                    std::optional<Uuid> auth);
 
     /// The compact JSON text, in UTF-8, of an object or array; nothing for nothing. Throws
     /// JsonWriteError for what JSON cannot hold.
-    [[nodiscard]] static std::optional<std::string>
-    nativeToHttpData(const std::optional<Value>& native);
+    [[nodiscard]] static std::optional<std::string> nativeToHttpData(const Payload& native);
 
     [[nodiscard]] KRRequestType type() const noexcept { return type_; }
     [[nodiscard]] const std::optional<std::string>& url() const noexcept { return url_; }
+    /// The text that was no URL, without user, query and fragment; empty when there is a URL.
+    [[nodiscard]] const std::string& refusedUrl() const noexcept { return refusedUrl_; }
     [[nodiscard]] const std::optional<Object>& params() const noexcept { return params_; }
     [[nodiscard]] const std::optional<std::string>& payload() const noexcept { return payload_; }
     [[nodiscard]] const std::optional<Uuid>& apiToken() const noexcept { return apiToken_; }
@@ -52,6 +72,7 @@ public:
 private:
     KRRequestType type_;
     std::optional<std::string> url_;
+    std::string refusedUrl_;
     std::optional<Object> params_;
     std::optional<std::string> payload_;
     std::optional<Uuid> apiToken_;

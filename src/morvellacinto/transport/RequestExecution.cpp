@@ -1,6 +1,7 @@
-#include "morvellacinto/transport/RequestExecution.h"
+#include "morvellacinto/transport/AnsweredRequest.h"
 
 #include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/transport/KRNetworkDelegate.h"
 #include "morvellacinto/transport/KRRequest.h"
@@ -23,6 +24,7 @@ platform::HttpSessionConfiguration sessionConfiguration() {
 std::optional<platform::HttpRequest> transferFor(const KRRequest& request) {
     platform::HttpRequest transfer;
     transfer.url = request.url();
+    transfer.refusedUrl = request.refusedUrl();
     switch (request.type()) {
     case KRRequestTypeGet:
         return transfer;
@@ -40,21 +42,38 @@ std::optional<platform::HttpRequest> transferFor(const KRRequest& request) {
 } // namespace
 
 void request(const KRRequest& request, SuccessCallback success, ErrorCallback error) {
+    AnswerCallback answered;
+    if (success) {
+        answered = [success = std::move(success)](std::optional<Value> answer, const AnswerFacts&) {
+            success(std::move(answer));
+        };
+    }
+    requestAnswer(request, std::move(answered), std::move(error));
+}
+
+void requestAnswer(const KRRequest& request, AnswerCallback success, ErrorCallback error) {
     const auto session =
         platform::current()->makeHttpSession(sessionConfiguration(), &KRNetworkDelegate::shared());
+    auto ended = [success = std::move(success),
+                  error = std::move(error)](const std::optional<std::string>& data,
+                                            const std::optional<platform::HttpResponse>& response,
+                                            const std::optional<KRError>& failure) {
+        if (failure && error) {
+            error(*failure);
+            return;
+        }
+        if (failure) {
+            platform::tell<platform::ErrorUnheard>("a request without an error callback", *failure);
+        }
+        if (success) {
+            success(data && !failure ? readJson(*data) : std::nullopt,
+                    {response ? response->status : 0, data ? data->size() : 0});
+        }
+    };
     if (std::optional<platform::HttpRequest> transfer = transferFor(request)) {
-        const auto task = session->dataTask(
-            *std::move(transfer), [success = std::move(success), error = std::move(error)](
-                                      const std::optional<std::string>& data,
-                                      const std::optional<platform::HttpResponse>& /*response*/,
-                                      const std::optional<KRError>& failure) {
-                if (failure && error) {
-                    error(*failure);
-                } else if (success) {
-                    success(data && !failure ? readJson(*data) : std::nullopt);
-                }
-            });
-        task->resume();
+        session->dataTask(*std::move(transfer), std::move(ended))->resume();
+    } else {
+        platform::tell<platform::RequestNotMade>(request.type());
     }
     session->finishTasksAndInvalidate();
 }

@@ -9,6 +9,7 @@
 #include "morvellacinto/scripted/ScriptedClock.h"
 #include "morvellacinto/scripted/ScriptedDeveloperLog.h"
 #include "morvellacinto/scripted/ScriptedDevice.h"
+#include "morvellacinto/scripted/ScriptedDiagnostics.h"
 #include "morvellacinto/scripted/ScriptedDispatch.h"
 #include "morvellacinto/scripted/ScriptedHttp.h"
 #include "morvellacinto/scripted/ScriptedLocationServices.h"
@@ -69,6 +70,8 @@ public:
     makeHttpSession(platform::HttpSessionConfiguration configuration,
                     platform::HttpSessionDelegate* delegate) override;
 
+    [[nodiscard]] ScriptedDiagnostics* diagnostics() noexcept override { return &diagnostics_; }
+
     /// Drops blocks, scheduled ones included, and cancels tasks; nothing starts afterwards.
     void shutdown() override;
 
@@ -80,6 +83,7 @@ private:
     const std::shared_ptr<ScriptedClock> clock_;
     const std::shared_ptr<ScriptedHttp> http_;
     ScriptedDeveloperLog developerLog_;
+    ScriptedDiagnostics diagnostics_;
     ScriptedAssertionHandler assertionHandler_;
     ScriptedUserDefaults userDefaults_;
     ScriptedUrlParser urlParser_;
