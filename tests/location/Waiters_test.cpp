@@ -17,9 +17,9 @@ TEST_F(Waiters, areTakenBackAndTheLastOneStopsUpdates) {
     manager.addLocationUpdateBlock(count, "b");
     EXPECT_TRUE(manager.removeLocationUpdateBlock("a"));
     EXPECT_FALSE(manager.removeLocationUpdateBlock("a"));
-    EXPECT_TRUE(phone->locationServices().isUpdating());
+    EXPECT_EQ(phone->locationServices().stopCount(), 0);
     EXPECT_TRUE(manager.removeLocationUpdateBlock("b"));
-    EXPECT_FALSE(phone->locationServices().isUpdating());
+    EXPECT_EQ(phone->locationServices().stopCount(), 1);
     EXPECT_EQ(calls, 0);
 }
 

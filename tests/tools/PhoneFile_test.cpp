@@ -47,8 +47,9 @@ TEST(PhoneFile, EveryMemberIsRead) {
     EXPECT_EQ(phone.location.delay->count(), 2);
     EXPECT_EQ(phone.location.error, (KRError{"d", -7, {}}));
     EXPECT_EQ(phone.location.fixes->at(0).longitude, -2.5);
-    const auto& [latitude, longitude, speed, course] = phone.location.fixes->at(1);
-    EXPECT_EQ(std::tuple(latitude, longitude, speed, course), std::tuple(3, 4, 5, 6));
+    const platform::LocationFix& second = phone.location.fixes->at(1);
+    EXPECT_EQ(std::tuple(second.latitude, second.longitude, second.speed, second.course),
+              std::tuple(3, 4, 5, 6));
 }
 
 TEST(PhoneFile, NullIsNoAnswerAndAMissingMemberKeepsItsDefault) {
