@@ -1,6 +1,6 @@
 #include "KeptValues.h"
 
-#include <algorithm>
+#include <bit>
 #include <system_error>
 #include <systemd/sd-id128.h>
 
@@ -14,9 +14,7 @@ Uuid randomUuid() {
     if (result < 0) {
         throw std::system_error(-result, std::generic_category(), "random identifier");
     }
-    Uuid::Bytes bytes;
-    std::copy(std::begin(random.bytes), std::end(random.bytes), bytes.begin());
-    return Uuid(bytes);
+    return Uuid(std::bit_cast<Uuid::Bytes>(random));
 }
 
 } // namespace

@@ -29,7 +29,6 @@
 #include <csignal>
 #include <ctime>
 #include <stdexcept>
-#include <sys/uio.h>
 #include <unistd.h>
 #include <utility>
 
@@ -79,13 +78,8 @@ private:
     WorkerPool& workers_;
 };
 
-iovec piece(std::string_view text) {
-    // writev only reads, but its interface cannot say so.
-    return {const_cast<char*>(text.data()), text.size()};
-}
-
 // In one piece, and without SIGPIPE when nobody reads it any more.
-void writeLineToStandardError(std::string_view prefix, std::string_view text) noexcept {
+void writeToStandardError(const std::string& line) noexcept {
     sigset_t brokenPipe;
     sigset_t before;
     sigset_t pending;
@@ -93,9 +87,8 @@ void writeLineToStandardError(std::string_view prefix, std::string_view text) no
     sigaddset(&brokenPipe, SIGPIPE);
     sigpending(&pending);
     pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
-    const iovec line[] = {piece(prefix), piece(text), piece("\n")};
-    const auto written = writev(STDERR_FILENO, line, 3);
-    if (written < 0 && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
+    if (write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EPIPE &&
+        sigismember(&pending, SIGPIPE) == 0) {
         constexpr timespec atOnce{0, 0};
         sigtimedwait(&brokenPipe, nullptr, &atOnce);
     }
@@ -105,12 +98,8 @@ void writeLineToStandardError(std::string_view prefix, std::string_view text) no
 // Lines for a function of the host, or for standard error.
 Diagnostics linesTo(std::function<void(std::string_view)> write, std::string_view prefix) {
     return [write = std::move(write), prefix](std::string_view line) {
-        if (write == nullptr) {
-            writeLineToStandardError(prefix, line);
-            return;
-        }
         try {
-            write(line);
+            write ? write(line) : writeToStandardError(std::string(prefix).append(line) + '\n');
         } catch (...) {
             // This is where failures are told; one of its own has nowhere to go.
         }
@@ -128,20 +117,15 @@ private:
     const std::function<void(std::string_view)> write_;
 };
 
-std::filesystem::path absolutePathIn(const char* variable) {
-    std::filesystem::path path(environment(variable));
-    return path.is_absolute() ? path : std::filesystem::path();
-}
-
 std::filesystem::path dataDirectoryOr(const std::filesystem::path& chosen) {
     if (!chosen.empty()) {
         return std::filesystem::absolute(chosen).lexically_normal();
     }
-    if (const auto data = absolutePathIn("XDG_DATA_HOME"); !data.empty()) {
-        return (data / "morvellacinto").lexically_normal();
-    }
-    if (const auto home = absolutePathIn("HOME"); !home.empty()) {
-        return (home / ".local/share/morvellacinto").lexically_normal();
+    for (const auto& [variable, folder] : {std::pair("XDG_DATA_HOME", "morvellacinto"),
+                                           std::pair("HOME", ".local/share/morvellacinto")}) {
+        if (const std::filesystem::path base(environment(variable)); base.is_absolute()) {
+            return (base / folder).lexically_normal();
+        }
     }
     throw std::invalid_argument("dataDirectory is empty, and neither XDG_DATA_HOME nor HOME is set "
                                 "to an absolute path that could stand for it");
@@ -219,15 +203,9 @@ NativePlatform::~NativePlatform() {
 int NativePlatform::descriptor() const noexcept { return services_->mainQueue->descriptor(); }
 
 // A block may let go of the last reference to the platform, so the queue is held meanwhile.
-void NativePlatform::drain() {
-    const std::shared_ptr<MainQueue> queue = services_->mainQueue;
-    queue->drain();
-}
+void NativePlatform::drain() { std::shared_ptr(services_->mainQueue)->drain(); }
 
-void NativePlatform::run() {
-    const std::shared_ptr<MainQueue> queue = services_->mainQueue;
-    queue->run();
-}
+void NativePlatform::run() { std::shared_ptr(services_->mainQueue)->run(); }
 
 void NativePlatform::stop() { services_->mainQueue->stop(); }
 

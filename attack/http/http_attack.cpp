@@ -92,11 +92,13 @@ struct Client {
 
     void send(const std::string& url, std::string body, std::chrono::milliseconds timeout,
               std::function<void(const std::optional<std::string>&, bool)> ended) const {
-        native::CurlSession({{}, timeout, true}, loop, pool)
-            .dataTask({"POST", url, {}, std::move(body)},
-                      [ended = std::move(ended)](const auto& data, const auto&, const auto& error) {
-                          ended(data, error.has_value());
-                      })
+        std::make_shared<native::CurlSession>(platform::HttpSessionConfiguration{{}, timeout, true},
+                                              loop, pool)
+            ->dataTask(
+                {"POST", url, {}, std::move(body)},
+                [ended = std::move(ended)](const auto& data, const auto&, const auto& error) {
+                    ended(data, error.has_value());
+                })
             ->resume();
     }
 

@@ -66,10 +66,9 @@ NativeDevice::NativeDevice(std::optional<std::string> bundle, Bus& bus, KeptValu
 
 std::optional<std::string> NativeDevice::systemVersion() const {
     for (const char* path : {"etc/os-release", "usr/lib/os-release"}) {
-        if (auto value = readKey(root_ / path, "", "VERSION_ID")) {
-            if (auto version = asciiWord(withoutQuotes(std::move(*value)))) {
-                return version;
-            }
+        const auto value = readKey(root_ / path, "", "VERSION_ID");
+        if (auto version = asciiWord(withoutQuotes(value.value_or("")))) {
+            return version;
         }
     }
     // Distributions that roll on have no version; the kernel always has one.
@@ -83,29 +82,27 @@ std::optional<Uuid> NativeDevice::identifierForVendor() const {
 }
 
 std::optional<std::string> NativeDevice::hardwareMachine() const {
-    {
-        const std::lock_guard lock(mutex_);
-        if (model_) {
-            return model_;
-        }
+    std::unique_lock lock(mutex_);
+    if (!model_) {
+        lock.unlock();
+        auto model = findHardwareModel(bus_, root_);
+        lock.lock();
+        model_ = model_ ? model_ : std::move(model);
     }
-    auto model = findHardwareModel(bus_, root_);
-    const std::lock_guard lock(mutex_);
-    return model_ ? model_ : model_ = std::move(model);
+    return model_;
 }
 
 Battery NativeDevice::battery() const {
     const auto now = std::chrono::steady_clock::now();
-    {
-        const std::lock_guard lock(mutex_);
-        if (battery_ && now - batteryRead_ < batteryHolds) {
-            return *battery_;
-        }
+    std::unique_lock lock(mutex_);
+    if (!battery_ || now - batteryRead_ >= batteryHolds) {
+        lock.unlock();
+        const Battery battery = readBattery(bus_);
+        lock.lock();
+        battery_ = battery;
+        batteryRead_ = now;
     }
-    const Battery battery = readBattery(bus_);
-    const std::lock_guard lock(mutex_);
-    batteryRead_ = now;
-    return battery_.emplace(battery);
+    return *battery_;
 }
 
 } // namespace morvellacinto::native

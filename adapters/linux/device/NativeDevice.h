@@ -1,6 +1,6 @@
 #pragma once
 
-// Read NativeDevice.h, Hardware.h, then VendorIdentifier.h (on Sha256.h).
+// Read NativeDevice.h, Hardware.h, then VendorIdentifier.h.
 
 #include "Hardware.h"
 #include "KeptValues.h"

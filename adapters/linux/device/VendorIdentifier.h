@@ -2,10 +2,16 @@
 
 #include "morvellacinto/foundation/Uuid.h"
 
+#include <array>
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
 namespace morvellacinto::native {
+
+/// The digest that FIPS 180-4 calls SHA-256. It is here because OpenSSL's is gone at exit, which
+/// may come while a worker derives an identifier.
+[[nodiscard]] std::array<std::uint8_t, 32> sha256(std::string_view message);
 
 /// The number that stands for the vendor of an application: for all of its bundle identifier but
 /// the last component.

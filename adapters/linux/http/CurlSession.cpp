@@ -1,49 +1,34 @@
 #include "CurlSession.h"
 
+#include "Transfer.h"
 #include "TransferLoop.h"
-
-#include <atomic>
-#include <utility>
 
 namespace morvellacinto::native {
 
-namespace {
-
-class Task final : public platform::HttpTask {
+class CurlSession::Task final : public platform::HttpTask {
 public:
-    Task(std::shared_ptr<TransferLoop> loop, std::shared_ptr<Transfer> transfer)
-        : loop_(std::move(loop)), transfer_(std::move(transfer)) {}
+    explicit Task(std::shared_ptr<Transfer> transfer) : transfer_(std::move(transfer)) {}
 
     void resume() override {
-        if (resumed_.exchange(true)) {
+        if (isResumed_.exchange(true)) {
             return;
         }
         const std::shared_ptr<Transfer> transfer = std::move(transfer_);
-        if (!transfer->session().isInvalidated) {
+        if (const CurlSession& session = transfer->session(); !session.isInvalidated_) {
             transfer->start();
-            loop_->submit(transfer);
+            session.loop_->submit(transfer);
         }
     }
 
 private:
-    const std::shared_ptr<TransferLoop> loop_;
     std::shared_ptr<Transfer> transfer_; // until resumed
-    std::atomic<bool> resumed_ = false;
+    std::atomic<bool> isResumed_ = false;
 };
-
-} // namespace
-
-CurlSession::CurlSession(platform::HttpSessionConfiguration configuration,
-                         std::shared_ptr<TransferLoop> loop, WorkerPool& pool)
-    : loop_(std::move(loop)),
-      state_(std::make_shared<SessionState>(std::move(configuration), pool)) {}
 
 std::shared_ptr<platform::HttpTask> CurlSession::dataTask(platform::HttpRequest request,
                                                           Completion completion) {
     return std::make_shared<Task>(
-        loop_, std::make_shared<Transfer>(state_, std::move(request), std::move(completion)));
+        std::make_shared<Transfer>(shared_from_this(), std::move(request), std::move(completion)));
 }
-
-void CurlSession::finishTasksAndInvalidate() { state_->isInvalidated = true; }
 
 } // namespace morvellacinto::native

@@ -1,10 +1,11 @@
 #include "CurlUrl.h"
 
+#include "Libcurl.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
 #include <algorithm>
-#include <new>
 
 namespace morvellacinto::native {
 
@@ -30,22 +31,15 @@ bool isLoopback(const sockaddr& address) noexcept {
 }
 
 std::optional<CurlUrl> CurlUrl::parse(std::string_view text) {
-    CurlUrl url(curl_url());
     const bool isPrintable =
         std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; });
-    const bool isUrl =
-        isPrintable && curl_url_set(url.handle(), CURLUPART_URL, std::string(text).c_str(),
-                                    CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;
-    return isUrl ? std::optional(std::move(url)) : std::nullopt;
+    return isPrintable ? CurlUrl(curl_url()).pointedTo(std::string(text), 0) : std::nullopt;
 }
 
 std::optional<CurlUrl> CurlUrl::resolve(const std::string& reference) const {
-    CurlUrl url(curl_url_dup(handle()));
     // As lenient as browsers are: what must be escaped and is not, libcurl escapes.
-    const unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_ALLOW_SPACE | CURLU_URLENCODE;
-    const bool isUrl =
-        curl_url_set(url.handle(), CURLUPART_URL, reference.c_str(), flags) == CURLUE_OK;
-    return isUrl ? std::optional(std::move(url)) : std::nullopt;
+    return CurlUrl(curl_url_dup(handle()))
+        .pointedTo(reference, CURLU_ALLOW_SPACE | CURLU_URLENCODE);
 }
 
 std::string CurlUrl::text() const { return part(CURLUPART_URL); }
@@ -81,10 +75,12 @@ bool CurlUrl::hasCredentials() const {
     return !part(CURLUPART_USER).empty() || !part(CURLUPART_PASSWORD).empty();
 }
 
-CurlUrl::CurlUrl(CURLU* handle) : handle_(handle) {
-    if (handle == nullptr) {
-        throw std::bad_alloc();
-    }
+CurlUrl::CurlUrl(CURLU* handle) : handle_(handle) { requireMemory(handle != nullptr); }
+
+std::optional<CurlUrl> CurlUrl::pointedTo(const std::string& url, unsigned flags) && {
+    const CURLUcode result =
+        curl_url_set(handle(), CURLUPART_URL, url.c_str(), flags | CURLU_NON_SUPPORT_SCHEME);
+    return result == CURLUE_OK ? std::optional(std::move(*this)) : std::nullopt;
 }
 
 std::string CurlUrl::part(CURLUPart part, unsigned flags) const {

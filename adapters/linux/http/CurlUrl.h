@@ -41,6 +41,7 @@ private:
     };
 
     explicit CurlUrl(CURLU* handle);
+    [[nodiscard]] std::optional<CurlUrl> pointedTo(const std::string& url, unsigned flags) &&;
     [[nodiscard]] std::string part(CURLUPart part, unsigned flags = 0) const;
 
     std::unique_ptr<CURLU, Cleanup> handle_;

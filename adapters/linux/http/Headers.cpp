@@ -12,8 +12,6 @@ namespace morvellacinto::native {
 
 namespace {
 
-constexpr std::string_view digits = "0123456789";
-
 bool isOneOf(std::string_view name, std::initializer_list<std::string_view> names) noexcept {
     return std::any_of(names.begin(), names.end(), [name](std::string_view other) {
         return name.size() == other.size() &&
@@ -90,7 +88,7 @@ void AnswerHeaders::receive(std::string_view line) {
         isPacked_ = isPacked_ || packs;
         isChunked_ = isChunked_ || isOneOf(value, {"chunked"});
     } else if (isOneOf(name, {"Content-Length"})) {
-        if (value.empty() || value.find_first_not_of(digits) != std::string_view::npos ||
+        if (value.empty() || value.find_first_not_of("0123456789") != std::string_view::npos ||
             (!length_.empty() && length_ != value)) {
             throw HttpFailure{HttpErrorCode::malformedAnswer,
                               "The answer's length is no number, or told twice and differently."};

@@ -3,7 +3,6 @@
 #include "morvellacinto/foundation/KRError.h"
 #include <morvellacinto/native/HttpError.h>
 
-#include <optional>
 #include <string>
 
 namespace morvellacinto::native {
@@ -14,8 +13,8 @@ struct HttpFailure {
     /// One sentence for a developer, free of header values, bodies and queries.
     std::string message;
 
-    /// `url` as it may be shown, if there is one.
-    [[nodiscard]] KRError asError(const std::optional<std::string>& url) const;
+    /// `url` as it may be shown; empty when there is none.
+    [[nodiscard]] KRError asError(const std::string& url) const;
     /// Of a transfer to `url` that libcurl ended with `curlCode`, a CURLcode other than CURLE_OK;
     /// `detail` is libcurl's own text and may be empty.
     [[nodiscard]] static HttpFailure ofCurl(int curlCode, const std::string& url,

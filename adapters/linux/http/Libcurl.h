@@ -1,6 +1,7 @@
 #pragma once
 
 #include <mutex>
+#include <new>
 
 namespace morvellacinto::native {
 
@@ -16,6 +17,14 @@ public:
 private:
     const std::unique_lock<std::recursive_mutex> lock_;
 };
+
+/// libcurl takes what it is given here, so that a failure means that memory has run out: throws
+/// std::bad_alloc then.
+inline void requireMemory(bool isDone) {
+    if (!isDone) {
+        throw std::bad_alloc();
+    }
+}
 
 /// Deletes what libcurl made. Any thread.
 template <auto cleanUp>

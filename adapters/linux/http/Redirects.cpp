@@ -9,12 +9,9 @@
 namespace morvellacinto::native {
 
 Hop firstHop(const platform::HttpRequest& request) {
-    if (!request.url) {
-        throw HttpFailure{HttpErrorCode::badUrl, "The request has no valid URL."};
-    }
-    std::optional<CurlUrl> url = CurlUrl::parse(*request.url);
+    std::optional<CurlUrl> url = CurlUrl::parse(request.url.value_or(""));
     if (!url) {
-        throw HttpFailure{HttpErrorCode::badUrl, "The request's URL is not an absolute URL."};
+        throw HttpFailure{HttpErrorCode::badUrl, "The request has no valid, absolute URL."};
     }
     if (url->hasCredentials()) {
         throw HttpFailure{HttpErrorCode::badUrl,

@@ -1,5 +1,6 @@
 #include "Transfer.h"
 
+#include "CurlSession.h"
 #include "HttpFailure.h"
 #include "Trust.h"
 
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -29,16 +29,16 @@ curl_socket_t openSocket(void* loopbackOnly, curlsocktype, curl_sockaddr* addres
 
 } // namespace
 
-Transfer::Transfer(std::shared_ptr<SessionState> session, platform::HttpRequest request,
+Transfer::Transfer(std::shared_ptr<CurlSession> session, platform::HttpRequest request,
                    platform::HttpSession::Completion completion)
     : session_(std::move(session)), request_(std::move(request)),
       completion_(std::move(completion)),
       error_(HttpFailure{HttpErrorCode::other, "The transfer failed: there is no memory left."}
-                 .asError(std::nullopt)) {}
+                 .asError("")) {}
 
 void Transfer::start() {
     deadline_ =
-        std::chrono::steady_clock::now() + std::clamp(session_->configuration.resourceTimeout,
+        std::chrono::steady_clock::now() + std::clamp(session_->configuration().resourceTimeout,
                                                       std::chrono::milliseconds(0), longestTimeout);
 }
 
@@ -50,9 +50,7 @@ bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
         if (!handle_) {
             handle_.reset(curl_easy_init());
         }
-        if (!handle_) {
-            throw std::bad_alloc();
-        }
+        requireMemory(handle_ != nullptr);
         curl_easy_reset(handle_.get()); // which keeps the cookies
         answerHeaders_ = {};
         bodyBytes_ = 0;
@@ -60,13 +58,10 @@ bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
         set(CURLOPT_PRIVATE, this);
         set(CURLOPT_SHARE, tlsSessions);
         trust.applyTo(handle_.get());
-        setUpTransport();
-        setUpRequest();
+        setUpHop();
         setUpHeaders();
         multi_ = multi;
-        if (curl_multi_add_handle(multi, handle_.get()) != CURLM_OK) {
-            throw std::bad_alloc();
-        }
+        requireMemory(curl_multi_add_handle(multi, handle_.get()) == CURLM_OK);
     });
 }
 
@@ -99,7 +94,7 @@ void Transfer::fail(const HttpFailure& failure) noexcept {
     hasFailed_ = true;
     try {
         const auto url = CurlUrl::parse(hop_ ? hop_->url.text() : request_.url.value_or(""));
-        error_ = failure.asError(url ? std::optional(url->shown()) : std::nullopt);
+        error_ = failure.asError(url ? url->shown() : "");
     } catch (const std::bad_alloc&) {
         // `error_` tells of that already.
     }
@@ -128,12 +123,10 @@ bool Transfer::attempt(Step step) noexcept {
 
 template <class T>
 void Transfer::set(CURLoption option, T value) {
-    if (curl_easy_setopt(handle_.get(), option, value) != CURLE_OK) {
-        throw std::bad_alloc();
-    }
+    requireMemory(curl_easy_setopt(handle_.get(), option, value) == CURLE_OK);
 }
 
-void Transfer::setUpTransport() {
+void Transfer::setUpHop() {
     const bool isPlain = hop_->url.hasScheme("http");
     set(CURLOPT_CURLU, hop_->url.handle());
     set(CURLOPT_PROTOCOLS_STR, isPlain ? "http" : "https");
@@ -150,9 +143,6 @@ void Transfer::setUpTransport() {
         set(CURLOPT_PROXY, "");
     }
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-}
-
-void Transfer::setUpRequest() {
     if (hop_->method == "HEAD") {
         set(CURLOPT_NOBODY, 1L);
     } else {
@@ -172,22 +162,15 @@ void Transfer::setUpRequest() {
 
 // What the host sets wins over what libcurl sets by itself.
 void Transfer::setUpHeaders() {
-    const auto add = [this](const std::string& line) {
-        curl_slist* const longer = curl_slist_append(headers_.get(), line.c_str());
-        if (longer == nullptr) {
-            throw std::bad_alloc();
-        }
-        static_cast<void>(headers_.release());
-        headers_.reset(longer);
-    };
-    headers_.reset();
-    add("Expect:"); // a "100 Continue" can cost a second
+    headers_.reset(curl_slist_append(nullptr, "Expect:")); // a "100 Continue" can cost a second
+    requireMemory(headers_ != nullptr);
     const std::vector<platform::HttpHeader> none;
     for (const auto& [name, value] :
-         mergedHeaders(session_->configuration.additionalHeaders,
+         mergedHeaders(session_->configuration().additionalHeaders,
                        hop_->carriesOwnHeaders ? request_.headers : none)) {
         // libcurl sends a header without a value only when it is written with a semicolon.
-        add(value.empty() ? name + ";" : name + ": " + value);
+        const std::string line = value.empty() ? name + ";" : name + ": " + value;
+        requireMemory(curl_slist_append(headers_.get(), line.c_str()) != nullptr);
     }
     set(CURLOPT_HTTPHEADER, headers_.get());
     set(CURLOPT_USERAGENT, userAgent);

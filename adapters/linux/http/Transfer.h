@@ -3,7 +3,6 @@
 #include "Headers.h"
 #include "Libcurl.h"
 #include "Redirects.h"
-#include "threads/WorkerPool.h"
 
 #include "morvellacinto/foundation/KRError.h"
 #include "morvellacinto/platform/HttpSession.h"
@@ -12,7 +11,6 @@
 #include <openssl/ssl.h>
 
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -21,27 +19,18 @@
 
 namespace morvellacinto::native {
 
+class CurlSession;
 class Trust;
 struct HttpFailure;
-
-/// What a session shares with its transfers.
-struct SessionState {
-    SessionState(platform::HttpSessionConfiguration settings, WorkerPool& pool)
-        : configuration(std::move(settings)), queue(pool) {}
-
-    const platform::HttpSessionConfiguration configuration;
-    SerialQueue queue; ///< of the completions
-    std::atomic<bool> isInvalidated = false;
-};
 
 /// One request from its start to its end, redirects included: an easy handle and all that it points
 /// to. From `start` on it belongs to the transfer thread, and from its end on to the session's
 /// queue.
 class Transfer {
 public:
-    Transfer(std::shared_ptr<SessionState> session, platform::HttpRequest request,
+    Transfer(std::shared_ptr<CurlSession> session, platform::HttpRequest request,
              platform::HttpSession::Completion completion);
-    [[nodiscard]] SessionState& session() const noexcept { return *session_; }
+    [[nodiscard]] CurlSession& session() const noexcept { return *session_; }
 
     /// The time-out counts from here.
     void start();
@@ -65,8 +54,7 @@ private:
     bool attempt(Step step) noexcept;
     template <class T>
     void set(CURLoption option, T value);
-    void setUpTransport();
-    void setUpRequest();
+    void setUpHop();
     void setUpHeaders();
     void requireAnswer(CURLcode result) const;
     /// 0 before the answer's headers have come.
@@ -79,7 +67,7 @@ private:
     template <void (Transfer::*receive)(std::string_view)>
     static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
 
-    const std::shared_ptr<SessionState> session_;
+    const std::shared_ptr<CurlSession> session_;
     const platform::HttpRequest request_;
     platform::HttpSession::Completion completion_;
     std::chrono::steady_clock::time_point deadline_;

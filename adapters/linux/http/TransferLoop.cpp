@@ -1,5 +1,6 @@
 #include "TransferLoop.h"
 
+#include "CurlSession.h"
 #include "HttpFailure.h"
 
 #include <sys/resource.h>
@@ -33,27 +34,26 @@ TransferLoop::TransferLoop(const HttpOptions& options, WorkerPool& pool)
 
 void TransferLoop::submit(const std::shared_ptr<Transfer>& transfer) {
     Transfers one{transfer};
-    {
-        const std::lock_guard lock(mutex_);
-        if (isStopped_) {
-            return;
-        }
-        submitted_.splice(submitted_.end(), one);
-        if (isRunning_) {
-            if (multi_ && submitted_.size() == 1) {
-                curl_multi_wakeup(multi_.get());
-            }
-            return;
-        }
-        try {
-            guardLibcurlAtExit();
-            pool_.postLasting([self = shared_from_this()] { self->run(); });
-            isRunning_ = true;
-            return;
-        } catch (const std::exception&) {
-            submitted_.pop_back();
-        }
+    std::unique_lock lock(mutex_);
+    if (isStopped_) {
+        return;
     }
+    submitted_.splice(submitted_.end(), one);
+    if (isRunning_) {
+        if (multi_ && submitted_.size() == 1) {
+            curl_multi_wakeup(multi_.get());
+        }
+        return;
+    }
+    try {
+        guardLibcurlAtExit();
+        pool_.postLasting([self = shared_from_this()] { self->run(); });
+        isRunning_ = true;
+        return;
+    } catch (const std::exception&) {
+        submitted_.pop_back();
+    }
+    lock.unlock();
     transfer->fail({HttpErrorCode::other, "The thread for transfers could not be started."});
     postCompletion(transfer);
 }
@@ -69,11 +69,10 @@ void TransferLoop::stop() {
         ended_.wait(lock, [this] { return !isRunning_; });
     }
     released.swap(submitted_);
-    lock.unlock();
 }
 
 void TransferLoop::postCompletion(const std::shared_ptr<Transfer>& transfer) {
-    transfer->session().queue.post([transfer, self = shared_from_this()] {
+    transfer->session().queue().post([transfer, self = shared_from_this()] {
         if (!self->isStopped_) {
             transfer->complete();
         }

@@ -1,12 +1,12 @@
 #include "Trust.h"
 
+#include "Libcurl.h"
 #include "basics/SystemFiles.h"
 
 #include <dirent.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
-#include <new>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -70,9 +70,7 @@ void Trust::applyTo(CURL* transfer) {
     }
     curl_blob texts{texts_.data(), texts_.size(), CURL_BLOB_COPY};
     const auto set = [transfer](CURLoption option, auto* value, bool isEmpty) {
-        if (curl_easy_setopt(transfer, option, isEmpty ? nullptr : value) != CURLE_OK) {
-            throw std::bad_alloc();
-        }
+        requireMemory(curl_easy_setopt(transfer, option, isEmpty ? nullptr : value) == CURLE_OK);
     };
     set(CURLOPT_CAPATH, directory_.c_str(), directory_.empty());
     set(CURLOPT_CAINFO, bundle_.c_str(), bundle_.empty());

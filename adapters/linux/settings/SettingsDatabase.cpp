@@ -57,9 +57,7 @@ SettingsDatabase::SettingsDatabase(const std::filesystem::path& file, Wait& wait
     sqlite3* opened = nullptr;
     const int result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
     connection_.reset(opened);
-    if (result != SQLITE_OK) {
-        fail(result);
-    }
+    require(result == SQLITE_OK, result);
     const bool mayBeWritten = sqlite3_db_readonly(opened, "main") == 0;
     sqlite3_busy_handler(opened, waitWhileBusy, &wait);
     // Closing is quick, and leaves a damaged file as it is.
@@ -130,7 +128,10 @@ void SettingsDatabase::write(const Entries& changes) {
     run("COMMIT");
 }
 
-void SettingsDatabase::fail(int result) const {
+void SettingsDatabase::require(bool isDone, int result) const {
+    if (isDone) {
+        return;
+    }
     const std::string sentence = "the settings in " + file_.string() +
                                  " cannot be used: " + sqlite3_errmsg(connection_.get()) + " (" +
                                  std::to_string(result) + ")";
@@ -142,25 +143,19 @@ void SettingsDatabase::fail(int result) const {
 
 void SettingsDatabase::run(const std::string& sql) const {
     const int result = sqlite3_exec(connection_.get(), sql.c_str(), nullptr, nullptr, nullptr);
-    if (result != SQLITE_OK) {
-        fail(result);
-    }
+    require(result == SQLITE_OK, result);
 }
 
 SettingsDatabase::Statement SettingsDatabase::prepare(const char* sql) const {
     sqlite3_stmt* statement = nullptr;
     const int result = sqlite3_prepare_v2(connection_.get(), sql, -1, &statement, nullptr);
-    if (result != SQLITE_OK) {
-        fail(result);
-    }
+    require(result == SQLITE_OK, result);
     return {statement, sqlite3_finalize};
 }
 
 bool SettingsDatabase::step(const Statement& statement) const {
     const int result = sqlite3_step(statement.get());
-    if (result != SQLITE_ROW && result != SQLITE_DONE) {
-        fail(result);
-    }
+    require(result == SQLITE_ROW || result == SQLITE_DONE, result);
     return result == SQLITE_ROW;
 }
 

@@ -56,7 +56,7 @@ public:
 private:
     using Statement = std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>;
 
-    [[noreturn]] void fail(int result) const;
+    void require(bool isDone, int result) const;
     void run(const std::string& sql) const;
     [[nodiscard]] Statement prepare(const char* sql) const;
     bool step(const Statement& statement) const;

@@ -82,9 +82,7 @@ bool Wait::goesOn() const {
 
 // The layout's version is part of the names, so that versions never meet in one file.
 SettingsFiles::SettingsFiles(const std::filesystem::path& directory, std::string_view bundle)
-    : directory_(directory), database_(directory / (percentEncoded(bundle) + ".v1.db")),
-      draft_(with(database_, ".draft")), complete_(with(database_, ".complete")),
-      aside_(with(database_, ".damaged")) {}
+    : directory_(directory), database_(directory / (percentEncoded(bundle) + ".v1.db")) {}
 
 SettingsFiles::Lock SettingsFiles::lock(Sharing sharing, const Wait& wait) const {
     if (!std::filesystem::exists(directory_) && std::filesystem::create_directories(directory_)) {
@@ -119,24 +117,26 @@ bool SettingsFiles::hasDatabase() const {
 
 void SettingsFiles::replace(
     const std::function<void(const std::filesystem::path& draft)>& fill) const {
-    if (std::filesystem::exists(database_) || !std::filesystem::exists(complete_)) {
+    const std::filesystem::path complete = with(database_, ".complete");
+    if (std::filesystem::exists(database_) || !std::filesystem::exists(complete)) {
+        const std::filesystem::path draft = with(database_, ".draft");
         for (const char* suffix : suffixes) {
-            std::filesystem::remove(with(draft_, suffix));
+            std::filesystem::remove(with(draft, suffix));
         }
-        static_cast<void>(File(draft_, O_WRONLY | O_CREAT | O_EXCL));
-        fill(draft_);
-        flush(draft_);
-        std::filesystem::rename(draft_, complete_);
+        static_cast<void>(File(draft, O_WRONLY | O_CREAT | O_EXCL));
+        fill(draft);
+        flush(draft);
+        std::filesystem::rename(draft, complete);
         flush(directory_);
     }
     // The log goes with its database: SQLite would play it into the new one. The database goes
     // first: those who have it open tell by its name that it is no longer in use.
     for (const char* suffix : suffixes) {
         if (const auto old = with(database_, suffix); std::filesystem::exists(old)) {
-            std::filesystem::rename(old, with(aside_, suffix));
+            std::filesystem::rename(old, with(with(database_, ".damaged"), suffix));
         }
     }
-    std::filesystem::rename(complete_, database_);
+    std::filesystem::rename(complete, database_);
     flush(directory_);
 }
 

@@ -49,9 +49,6 @@ public:
 private:
     const std::filesystem::path directory_;
     const std::filesystem::path database_;
-    const std::filesystem::path draft_;
-    const std::filesystem::path complete_;
-    const std::filesystem::path aside_;
 };
 
 } // namespace morvellacinto::native

@@ -27,13 +27,18 @@ enum class Mark : unsigned char {
     object = 11, // varint count, then each key as varint length and bytes, its value behind it
 };
 
-void put(std::string& blob, Mark mark) { blob += static_cast<char>(mark); }
-
 void putVarint(std::string& blob, std::uint64_t number) {
     for (; number >= 0x80; number >>= 7U) {
         blob += static_cast<char>(number | 0x80U);
     }
     blob += static_cast<char>(number);
+}
+
+void put(std::string& blob, Mark mark) { blob += static_cast<char>(mark); }
+
+void put(std::string& blob, Mark mark, std::uint64_t number) {
+    put(blob, mark);
+    putVarint(blob, number);
 }
 
 template <class Bits>
@@ -57,12 +62,10 @@ void putValue(std::string& blob, const Value& value, unsigned depth) {
     switch (value.kind()) {
     case Value::Kind::boolean:
         return put(blob, value.asBool() ? Mark::yes : Mark::no);
-    case Value::Kind::integer: {
-        const bool isNatural = value.asDouble() >= 0;
-        put(blob, isNatural ? Mark::natural : Mark::negative);
-        return putVarint(blob, isNatural ? value.asUInt64()
-                                         : ~static_cast<std::uint64_t>(value.asInt64()));
-    }
+    case Value::Kind::integer:
+        return value.asDouble() >= 0
+                   ? put(blob, Mark::natural, value.asUInt64())
+                   : put(blob, Mark::negative, ~static_cast<std::uint64_t>(value.asInt64()));
     case Value::Kind::float32:
         return putFixed(blob, Mark::float32, std::bit_cast<std::uint32_t>(value.asFloat()));
     case Value::Kind::float64:
@@ -78,15 +81,13 @@ void putValue(std::string& blob, const Value& value, unsigned depth) {
         return putText(blob, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     }
     case Value::Kind::array:
-        put(blob, Mark::array);
-        putVarint(blob, value.asArray().size());
+        put(blob, Mark::array, value.asArray().size());
         for (const Value& element : value.asArray()) {
             putValue(blob, element, depth + 1);
         }
         return;
     case Value::Kind::object:
-        put(blob, Mark::object);
-        putVarint(blob, value.asObject().size());
+        put(blob, Mark::object, value.asObject().size());
         for (const Object::Member& member : value.asObject()) {
             putText(blob, member.key());
             putValue(blob, member.value, depth + 1);

@@ -1,10 +1,11 @@
 #pragma once
 
-// Read NativeTelephony.h, then MobileCountries.h.
-
 #include "morvellacinto/platform/Telephony.h"
 
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace morvellacinto::native {
 
@@ -13,6 +14,10 @@ class Bus;
 /// The name of the newest radio technology in a set of ModemManager's access technology bits, such
 /// as "LTE"; null when it names none.
 [[nodiscard]] const char* nameOfTechnology(std::uint32_t accessTechnologies);
+
+/// The ISO 3166-1 alpha-2 code, in lower case, of the country that a mobile country code (three
+/// digits) is assigned to. Nothing for international networks and for what is no such code.
+[[nodiscard]] std::optional<std::string> countryOfMobileCode(std::string_view mobileCountryCode);
 
 /// Telephony by ModemManager: each modem is a service, in the order of their numbers.
 ///

@@ -12,9 +12,7 @@
 
 namespace morvellacinto::native {
 
-namespace {
 constexpr std::chrono::milliseconds longestWaitForBlock(100);
-}
 
 MainQueue::MainQueue() : descriptor_(openEventDescriptor("the main queue")) {}
 
@@ -31,8 +29,7 @@ void MainQueue::post(Block block) {
         return;
     }
     waiting_.push_back({std::move(block), nextNumber_++});
-    showState();
-    changed_.notify_all();
+    showChange();
 }
 
 void MainQueue::rethrowLater(const std::exception_ptr& exception) noexcept {
@@ -40,12 +37,11 @@ void MainQueue::rethrowLater(const std::exception_ptr& exception) noexcept {
     try {
         if (!ended_) {
             escaped_.push_back(exception);
+            showChange();
         }
     } catch (const std::bad_alloc&) {
-        return;
+        // There is no place to keep it.
     }
-    showState();
-    changed_.notify_all();
 }
 
 void MainQueue::drain() {
@@ -92,8 +88,7 @@ void MainQueue::shutdown() {
         block = nullptr;
         lock.lock();
     }
-    showState();
-    changed_.notify_all();
+    showChange();
 }
 
 void MainQueue::awaitBlock() {
@@ -116,7 +111,7 @@ void MainQueue::rethrowEscaped(Lock& lock) {
     }
     const std::exception_ptr exception = std::move(escaped_.front());
     escaped_.pop_front();
-    showState();
+    showChange();
     lock.unlock();
     std::rethrow_exception(exception);
 }
@@ -135,7 +130,7 @@ void MainQueue::runFirst(Lock& lock) {
     Block block;
     block.swap(waiting_.front().block);
     waiting_.pop_front();
-    showState();
+    showChange();
     ++blocksRunning_;
     lock.unlock();
     const Running running{*this, lock};
@@ -143,18 +138,13 @@ void MainQueue::runFirst(Lock& lock) {
 }
 
 // The descriptor is readable exactly while something waits; called under the lock.
-void MainQueue::showState() noexcept {
-    const bool wanted = !waiting_.empty() || !escaped_.empty();
-    if (wanted == readable_) {
-        return;
-    }
-    readable_ = wanted;
-    if (wanted) {
-        eventfd_write(descriptor_, 1);
-    } else {
+void MainQueue::showChange() noexcept {
+    const bool isReadable = !waiting_.empty() || !escaped_.empty();
+    if (std::exchange(isReadable_, isReadable) != isReadable) {
         eventfd_t count = 0;
-        eventfd_read(descriptor_, &count);
+        isReadable ? eventfd_write(descriptor_, 1) : eventfd_read(descriptor_, &count);
     }
+    changed_.notify_all();
 }
 
 } // namespace morvellacinto::native

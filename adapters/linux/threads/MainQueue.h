@@ -56,7 +56,7 @@ private:
     void requireMainThread(const char* operation) const;
     void rethrowEscaped(Lock& lock);
     void runFirst(Lock& lock);
-    void showState() noexcept;
+    void showChange() noexcept;
 
     const std::thread::id mainThread_ = std::this_thread::get_id();
     const int descriptor_;
@@ -66,7 +66,7 @@ private:
     std::list<std::exception_ptr> escaped_;
     std::uint64_t nextNumber_ = 0;
     int blocksRunning_ = 0; // one within the other
-    bool readable_ = false;
+    bool isReadable_ = false;
     bool stopRequested_ = false;
     bool ended_ = false;
 };

@@ -16,22 +16,6 @@ namespace {
 constexpr std::size_t maximumThreads = 64;
 thread_local const void* poolOfThisThread = nullptr;
 
-// All signals are blocked on this thread while it lives; a thread made meanwhile inherits that.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-private:
-    sigset_t before_{};
-};
-
 } // namespace
 
 struct WorkerPool::Item {
@@ -58,9 +42,9 @@ struct WorkerPool::State : std::enable_shared_from_this<State> {
     void shutdown();
     void run(Block& block) const;
     void end(Items& item);
-    void startThread(Block lasting);
-    void work(Threads::iterator self, Block& lasting);
-    void runWaiting(std::unique_lock<std::mutex>& lock);
+    void startThread(Block block);
+    void work(Threads::iterator self, Block& block);
+    void runWaiting();
 
     const std::function<void(std::exception_ptr)> escaped;
     const std::chrono::milliseconds idleTime;
@@ -70,7 +54,7 @@ struct WorkerPool::State : std::enable_shared_from_this<State> {
     std::condition_variable joined;
     Items waiting;
     Threads threads;
-    std::thread lastEnded;
+    Threads lastEnded; // one at most
     std::size_t counted = 0;
     std::size_t idle = 0;
     bool stopping = false;
@@ -93,7 +77,8 @@ void WorkerPool::State::post(Block block, const std::shared_ptr<Strand>& strand)
         workOrStop.notify_one();
     } else if (counted < maximumThreads) {
         try {
-            startThread({});
+            startThread([this] { runWaiting(); });
+            ++counted;
         } catch (...) {
             if (counted == 0) {
                 one.splice(one.end(), waiting, std::prev(waiting.end()));
@@ -121,7 +106,6 @@ void WorkerPool::State::end(Items& item) {
 }
 
 void WorkerPool::State::shutdown() {
-    const bool onWorker = poolOfThisThread == this;
     Items dropped;
     Threads ending;
     std::unique_lock lock(mutex);
@@ -133,26 +117,21 @@ void WorkerPool::State::shutdown() {
         dropped.splice(dropped.end(), item);
     }
     workOrStop.notify_all();
-    if (onWorker && joining) {
+    if (joining && poolOfThisThread == this) {
         return; // whoever joins threads may be waiting for this very one
     }
     joined.wait(lock, [this] { return !joining; });
     joining = true;
-    for (auto thread = threads.begin(); thread != threads.end();) {
-        const auto next = std::next(thread);
-        if (thread->get_id() != std::this_thread::get_id()) {
+    ending.swap(lastEnded);
+    for (auto next = threads.begin(); next != threads.end();) {
+        if (const auto thread = next++; thread->get_id() != std::this_thread::get_id()) {
             ending.splice(ending.end(), threads, thread);
         }
-        thread = next;
     }
-    std::thread ended = std::move(lastEnded);
     lock.unlock();
     dropped.clear();
     for (std::thread& thread : ending) {
         thread.join();
-    }
-    if (ended.joinable()) {
-        ended.join();
     }
     lock.lock();
     joining = false;
@@ -168,45 +147,44 @@ void WorkerPool::State::run(Block& block) const {
     block = nullptr;
 }
 
-// Called under the lock.
-void WorkerPool::State::startThread(Block lasting) {
-    const bool counts = lasting == nullptr;
+// Called under the lock. The thread inherits that all signals are blocked.
+void WorkerPool::State::startThread(Block block) {
     const auto self = threads.emplace(threads.end());
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
     try {
-        const SignalsBlocked blocked;
-        *self = std::thread([state = shared_from_this(), self,
-                             first = std::move(lasting)]() mutable { state->work(self, first); });
+        *self = std::thread([state = shared_from_this(), self, first = std::move(block)]() mutable {
+            state->work(self, first);
+        });
     } catch (...) {
         threads.erase(self);
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
         throw;
     }
-    counted += counts ? 1 : 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-void WorkerPool::State::work(Threads::iterator self, Block& lasting) {
+void WorkerPool::State::work(Threads::iterator self, Block& block) {
     poolOfThisThread = this;
     pthread_setname_np(pthread_self(), "morvellacinto");
-    const bool counts = lasting == nullptr;
-    if (!counts) {
-        run(lasting);
-    }
+    run(block);
+    Threads previous;
     std::unique_lock lock(mutex);
-    if (counts) {
-        runWaiting(lock);
-        --counted;
-    }
     if (stopping) {
         return; // joined by whoever shuts the pool down
     }
-    std::thread previous = std::exchange(lastEnded, std::move(*self));
-    threads.erase(self);
+    previous.swap(lastEnded);
+    lastEnded.splice(lastEnded.end(), threads, self);
     lock.unlock();
-    if (previous.joinable()) {
-        previous.join();
+    for (std::thread& thread : previous) {
+        thread.join();
     }
 }
 
-void WorkerPool::State::runWaiting(std::unique_lock<std::mutex>& lock) {
+void WorkerPool::State::runWaiting() {
+    std::unique_lock lock(mutex);
     while (!stopping) {
         if (waiting.empty()) {
             ++idle;
@@ -214,7 +192,7 @@ void WorkerPool::State::runWaiting(std::unique_lock<std::mutex>& lock) {
                                                    [this] { return stopping || !waiting.empty(); });
             --idle;
             if (!woken) {
-                return;
+                break;
             }
             continue;
         }
@@ -228,6 +206,7 @@ void WorkerPool::State::runWaiting(std::unique_lock<std::mutex>& lock) {
         taken.clear();
         lock.lock();
     }
+    --counted;
 }
 
 WorkerPool::WorkerPool(std::function<void(std::exception_ptr)> escaped,
@@ -255,8 +234,6 @@ void WorkerPool::shutdown() { state_->shutdown(); }
 
 SerialQueue::SerialQueue(WorkerPool& pool)
     : pool_(pool.state_), strand_(std::make_shared<WorkerPool::Strand>()) {}
-
-SerialQueue::~SerialQueue() = default;
 
 void SerialQueue::post(WorkerPool::Block block) { pool_->post(std::move(block), strand_); }
 

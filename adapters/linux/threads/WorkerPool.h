@@ -46,9 +46,6 @@ private:
 class SerialQueue {
 public:
     explicit SerialQueue(WorkerPool& pool);
-    SerialQueue(const SerialQueue&) = delete;
-    SerialQueue& operator=(const SerialQueue&) = delete;
-    ~SerialQueue();
 
     /// Any thread. Blocks that were posted run even when the queue object is gone. Throws as
     /// `WorkerPool::post` does.

@@ -17,10 +17,6 @@ namespace status = platform::TrackingAuthorization;
 
 constexpr std::string_view keptStatus = "trackingAuthorization";
 
-bool isDecided(std::uint64_t answer) {
-    return answer != status::notDetermined && answer <= status::authorized;
-}
-
 std::uint64_t statusIn(const std::optional<std::string>& text) {
     const bool isKnown = text && text->size() == 1 && text->front() >= '1' && text->front() <= '3';
     return isKnown ? static_cast<std::uint64_t>(text->front() - '0') : status::notDetermined;
@@ -34,15 +30,13 @@ std::uint64_t statusIn(const std::optional<std::string>& text) {
 class NativeTracking::Decision : public std::enable_shared_from_this<Decision> {
 public:
     Decision(std::shared_ptr<MainQueue> mainQueue, const KeptValues& kept, Question question)
-        : mainQueue_(std::move(mainQueue)), kept_(kept), question_(std::move(question)),
-          identifier_(kept, "advertisingIdentifier") {}
+        : identifier(kept, "advertisingIdentifier"), mainQueue_(std::move(mainQueue)), kept_(kept),
+          question_(std::move(question)) {}
 
     [[nodiscard]] std::uint64_t current() const {
         const std::uint64_t kept = statusIn(kept_.read(keptStatus).text);
         return kept == status::notDetermined && isDeniedForNow_ ? status::denied : kept;
     }
-
-    [[nodiscard]] KeptUuid& identifier() { return identifier_; }
 
     [[nodiscard]] bool set(std::uint64_t decided) {
         kept_.set(keptStatus, std::to_string(decided));
@@ -51,47 +45,39 @@ public:
     }
 
     void request(Answer answer) {
-        bool isFirst = false;
-        {
-            const std::lock_guard lock(mutex_);
-            waiting_.push_back(std::move(answer));
-            isFirst = waiting_.size() == 1;
-        }
+        std::unique_lock lock(mutex_);
+        waiting_.push_back(std::move(answer));
+        const bool isFirst = waiting_.size() == 1;
+        lock.unlock();
         if (current() != status::notDetermined) {
             answerWaiting();
         } else if (isFirst) {
-            const auto pending = std::make_shared<PendingAnswer>(weak_from_this());
-            if (question_) {
-                mainQueue_->post([question = question_, pending] {
-                    question([pending](std::uint64_t given) { pending->give(given); });
-                });
-            }
+            ask();
         }
     }
 
-private:
-    // The host's way to answer; going away unused is an answer too.
-    class PendingAnswer {
-    public:
-        explicit PendingAnswer(std::weak_ptr<Decision> decision) : decision_(std::move(decision)) {}
-        PendingAnswer(const PendingAnswer&) = delete;
-        PendingAnswer& operator=(const PendingAnswer&) = delete;
-        ~PendingAnswer() { give(status::notDetermined); }
+    KeptUuid identifier;
 
-        void give(std::uint64_t answer) {
-            if (const auto decision = decision_.lock(); decision && !isGiven_.exchange(true)) {
+private:
+    void ask() {
+        const auto give = [weak = weak_from_this(),
+                           isGiven = std::make_shared<std::atomic<bool>>()](std::uint64_t answer) {
+            if (const auto decision = weak.lock(); decision && !isGiven->exchange(true)) {
                 decision->settle(answer);
             }
+        };
+        // To let go of the way to answer is an answer too.
+        const std::shared_ptr<void> hold(nullptr, [give](auto) { give(status::notDetermined); });
+        if (question_) {
+            mainQueue_->post([question = question_, give, hold] {
+                question([give, hold](std::uint64_t answer) { give(answer); });
+            });
         }
-
-    private:
-        const std::weak_ptr<Decision> decision_;
-        std::atomic<bool> isGiven_ = false;
-    };
+    }
 
     // What is no decision leaves what was decided meanwhile.
     void settle(std::uint64_t answer) {
-        if (isDecided(answer)) {
+        if (answer != status::notDetermined && answer <= status::authorized) {
             kept_.set(keptStatus, std::to_string(answer));
         } else {
             isDeniedForNow_ = true;
@@ -102,11 +88,9 @@ private:
 
     void answerWaiting() {
         const std::uint64_t decided = current();
-        std::vector<Answer> waiting;
-        {
-            const std::lock_guard lock(mutex_);
-            waiting.swap(waiting_);
-        }
+        std::unique_lock lock(mutex_);
+        std::vector<Answer> waiting = std::exchange(waiting_, {});
+        lock.unlock();
         for (Answer& answer : waiting) {
             mainQueue_->post([answer = std::move(answer), decided] { answer(decided); });
         }
@@ -115,7 +99,6 @@ private:
     const std::shared_ptr<MainQueue> mainQueue_;
     const KeptValues kept_;
     const Question question_;
-    KeptUuid identifier_;
     std::atomic<bool> isDeniedForNow_ = false; // for this process, as long as nothing is decided
     std::mutex mutex_;
     std::vector<Answer> waiting_;
@@ -128,7 +111,7 @@ NativeTracking::NativeTracking(std::shared_ptr<MainQueue> mainQueue, const KeptV
 NativeTracking::~NativeTracking() = default;
 
 std::optional<Uuid> NativeTracking::advertisingIdentifier() const {
-    return isAdvertisingTrackingEnabled() ? decision_->identifier().get() : Uuid();
+    return isAdvertisingTrackingEnabled() ? decision_->identifier.get() : Uuid();
 }
 
 bool NativeTracking::isAdvertisingTrackingEnabled() const {
@@ -141,7 +124,7 @@ void NativeTracking::requestTrackingAuthorization(Answer answer) {
     decision_->request(std::move(answer));
 }
 
-void NativeTracking::resetAdvertisingIdentifier() { decision_->identifier().makeAnew(); }
+void NativeTracking::resetAdvertisingIdentifier() { decision_->identifier.makeAnew(); }
 
 bool NativeTracking::setTrackingAuthorization(std::uint64_t newStatus) {
     if (newStatus > status::authorized) {

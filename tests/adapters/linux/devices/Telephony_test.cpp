@@ -1,7 +1,6 @@
 #include "MockService.h"
 #include "PrivateBus.h"
 
-#include "telephony/MobileCountries.h"
 #include "telephony/NativeTelephony.h"
 
 #include <gmock/gmock.h>

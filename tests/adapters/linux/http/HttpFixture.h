@@ -51,14 +51,16 @@ protected:
     std::future<Ending> send(platform::HttpRequest request,
                              std::chrono::milliseconds timeout = 30s) {
         const auto promise = std::make_shared<std::promise<Ending>>();
-        CurlSession session({{{"Accept-Encoding", "gzip"}}, timeout, true}, loop(), pool);
+        const auto session = std::make_shared<CurlSession>(
+            platform::HttpSessionConfiguration{{{"Accept-Encoding", "gzip"}}, timeout, true},
+            loop(), pool);
         session
-            .dataTask(std::move(request),
-                      [promise](auto data, auto response, auto error) {
-                          promise->set_value({data, response, error});
-                      })
+            ->dataTask(std::move(request),
+                       [promise](auto data, auto response, auto error) {
+                           promise->set_value({data, response, error});
+                       })
             ->resume();
-        session.finishTasksAndInvalidate();
+        session->finishTasksAndInvalidate();
         return promise->get_future();
     }
     static Ending result(std::future<Ending> future) {

@@ -194,11 +194,12 @@ TEST_F(HttpTest, StoppingIsQuickInEveryPhaseAndNoCompletionRunsAfterwards) {
         const auto mine = std::make_shared<TransferLoop>(options, pool);
         std::atomic<int> called = 0;
         const auto witness = std::make_shared<int>();
-        CurlSession session({}, mine, pool);
+        const auto session =
+            std::make_shared<CurlSession>(platform::HttpSessionConfiguration{}, mine, pool);
         std::vector<std::shared_ptr<platform::HttpTask>> tasks;
         for (int i = 0; i < 20; ++i) {
-            tasks.push_back(session.dataTask({"POST", server.url("/"), {}, "body"},
-                                             [&called, witness](auto, auto, auto) { ++called; }));
+            tasks.push_back(session->dataTask({"POST", server.url("/"), {}, "body"},
+                                              [&called, witness](auto, auto, auto) { ++called; }));
             if (i > 0) {
                 tasks.back()->resume();
             }
