@@ -121,8 +121,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto calls = std::make_shared<std::atomic<int>>(0);
     const auto ended = std::make_shared<std::promise<Ending>>();
     std::future<Ending> ending = ended->get_future();
-    native::CurlSession session({{{"Accept-Encoding", "gzip"}}, 2s, true}, loop, pool);
-    session
+    const auto session = std::make_shared<native::CurlSession>(
+        platform::HttpSessionConfiguration{{{"Accept-Encoding", "gzip"}}, 2s, true}, loop, pool);
+    (*session)
         .dataTask({"GET", server.url, {}, {}},
                   [calls, ended](auto body, auto response, auto error) {
                       require(++*calls == 1, "a request ends once");

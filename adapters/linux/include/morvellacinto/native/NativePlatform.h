@@ -54,9 +54,9 @@ struct NativeOptions {
 /// `drain()` when that is readable, or it has no loop of its own and calls `run()`. Nothing else
 /// may run the main queue. All other operations may be called on any thread.
 ///
-/// Creating the platform starts no thread and opens nothing but one event descriptor, closed on
-/// exec, and the files in `NativeOptions::trustAnchors`, to read them; threads, other files and
-/// connections come with the first use of what needs them.
+/// Creating the platform starts no thread and opens nothing but two event descriptors, closed on
+/// exec; it reads the files in `NativeOptions::trustAnchors` and, without a bundle identifier, the
+/// Flatpak's. Threads, other files and connections come with the first use of what needs them.
 ///
 /// The last reference may be let go on any thread, also by a callback that the platform is running;
 /// that shuts it down as `shutdown` does. A child made by fork() may only exec or exit.
