@@ -123,14 +123,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::future<Ending> ending = ended->get_future();
     const auto session = std::make_shared<native::CurlSession>(
         platform::HttpSessionConfiguration{{{"Accept-Encoding", "gzip"}}, 2s, true}, loop, pool);
-    (*session)
-        .dataTask({"GET", server.url, {}, {}},
-                  [calls, ended](auto body, auto response, auto error) {
-                      require(++*calls == 1, "a request ends once");
-                      ended->set_value({std::move(body), std::move(response), std::move(error)});
-                  })
+    session
+        ->dataTask({"GET", server.url, {}, {}},
+                   [calls, ended](auto body, auto response, auto error) {
+                       require(++*calls == 1, "a request ends once");
+                       ended->set_value({std::move(body), std::move(response), std::move(error)});
+                   })
         ->resume();
-    session.finishTasksAndInvalidate();
+    session->finishTasksAndInvalidate();
     require(ending.wait_for(10s) == std::future_status::ready, "a request ends in time");
     const Ending got = ending.get();
     require(got.error || (got.data && got.response), "a request without an error has an answer");
