@@ -140,20 +140,6 @@ void storm(const Server& server, const std::string& path, std::chrono::milliseco
     }
 }
 
-void watchAllocationsOfLibcurl() {
-    curl_global_init_mem(
-        CURL_GLOBAL_DEFAULT,
-        [](std::size_t size) { return failsNow() ? nullptr : std::malloc(size); },
-        [](void* memory) { std::free(memory); },
-        [](void* memory, std::size_t size) {
-            return failsNow() ? nullptr : std::realloc(memory, size);
-        },
-        [](const char* text) { return failsNow() ? nullptr : strdup(text); },
-        [](std::size_t count, std::size_t size) {
-            return failsNow() ? nullptr : std::calloc(count, size);
-        });
-}
-
 // The first request of a loop, with each allocation in turn failing: it ends all the same.
 void failAllocations(const Server& server, int rounds) {
     int failures = 0;
@@ -209,7 +195,6 @@ void exitInTheMiddle(const Server& server, int rounds) {
 int main(int count, char** arguments) {
     isFirstThread = true;
     const int rounds = count > 1 ? std::max(1, std::atoi(arguments[1])) : 10;
-    watchAllocationsOfLibcurl();
     const Server server;
     exitInTheMiddle(server, rounds); // before this process has threads
     for (int round = 0; round < (rounds + 2) / 3; ++round) {

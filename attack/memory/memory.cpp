@@ -110,6 +110,7 @@ void failAllocations() {
     const NodeMapping mapping{{"shelves", AVClass::of<Shelf>()}};
     Ref<Shelf> made;
     const auto isImported = [&](bool threw, bool failed) {
+        static_cast<void>(phone->diagnostics()->takeRecords());
         const auto lines = phone->takeLog();
         const bool isMade = std::exchange(made, nullptr).get() != nullptr;
         return isMade != threw && (failed || lines.empty()) &&
@@ -128,6 +129,7 @@ void failAllocations() {
         answers = 0;
         phone->settle();
         static_cast<void>(phone->standardUserDefaults().takeOperations());
+        static_cast<void>(phone->diagnostics()->takeRecords());
         const auto lines = phone->takeLog();
         return !threw && answers + std::ssize(lines) == 1 && (failed || lines.empty());
     };
