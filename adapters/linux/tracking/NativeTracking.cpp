@@ -76,7 +76,13 @@ private:
         explicit PendingAnswer(std::weak_ptr<Decision> decision) : decision_(std::move(decision)) {}
         PendingAnswer(const PendingAnswer&) = delete;
         PendingAnswer& operator=(const PendingAnswer&) = delete;
-        ~PendingAnswer() { give(status::notDetermined); }
+        ~PendingAnswer() {
+            try {
+                give(status::notDetermined);
+            } catch (...) {
+                // Without memory there is nothing to tell it by.
+            }
+        }
 
         void give(std::uint64_t answer) {
             if (const auto decision = decision_.lock(); decision && !isGiven_.exchange(true)) {
