@@ -254,7 +254,7 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
         if (database_ != nullptr) {
             database_->read(known);
         }
-    } catch (const std::runtime_error&) {
+    } catch (const DamageError&) {
         // The rows before the damage have been read.
     }
     {
