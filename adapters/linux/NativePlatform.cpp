@@ -103,8 +103,11 @@ void writeLineToStandardError(std::string_view prefix, std::string_view text) no
 }
 
 // Lines for a function of the host, or for standard error.
-Diagnostics linesTo(std::function<void(std::string_view)> write, std::string_view prefix) {
-    return [write = std::move(write), prefix](std::string_view line) {
+Diagnostics linesTo(Diagnostics host, std::string_view prefix) {
+    const auto shared = std::make_shared<const Diagnostics>(std::move(host));
+    return [shared, prefix](std::string_view line) {
+        const auto held = shared; // the host may let go of the platform, and this with it
+        const auto& write = *held;
         if (write == nullptr) {
             writeLineToStandardError(prefix, line);
             return;
