@@ -221,7 +221,8 @@ SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
     return lock;
 }
 
-// False when there is no database.
+// Opens the database unless that is done, and reads it when others have changed it. False when
+// there is none.
 bool SqliteDefaults::reach() const {
     if (database_ == nullptr || database_->wasMoved()) {
         if (!files_.hasDatabase()) {

@@ -70,8 +70,8 @@ struct WorkerPool::State : std::enable_shared_from_this<State> {
     std::condition_variable joined;
     Items waiting;
     Threads threads;
-    std::thread lastEnded;
-    std::size_t counted = 0;
+    std::thread lastEnded;   // joined by the next one that ends
+    std::size_t counted = 0; // of the threads: those without a lasting block
     std::size_t idle = 0;
     bool stopping = false;
     bool joining = false;
