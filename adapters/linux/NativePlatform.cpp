@@ -96,8 +96,11 @@ void writeToStandardError(const std::string& line) noexcept {
 }
 
 // Lines for a function of the host, or for standard error.
-Diagnostics linesTo(std::function<void(std::string_view)> write, std::string_view prefix) {
-    return [write = std::move(write), prefix](std::string_view line) {
+Diagnostics linesTo(Diagnostics host, std::string_view prefix) {
+    const auto shared = std::make_shared<const Diagnostics>(std::move(host));
+    return [shared, prefix](std::string_view line) {
+        const auto held = shared; // the host may let go of the platform, and this with it
+        const auto& write = *held;
         try {
             write ? write(line) : writeToStandardError(std::string(prefix).append(line) + '\n');
         } catch (...) {

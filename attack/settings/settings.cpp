@@ -3,7 +3,8 @@
 // kill     three processes store, replace and remove without pause and are killed at any instant:
 //          no flushed value is lost, none is torn.
 // replace  the replacement of a damaged database is killed at each of its steps, and the disk is
-//          full from each of its writes on: nothing is lost that could still be read before.
+//          full from each of its writes on, and allocations of SQLite fail one at a time: nothing
+//          is lost that could still be read before.
 // flip     a bit of the database file is flipped: its values or nothing, and new ones can be
 // stored.
 
@@ -21,23 +22,37 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
 
-// What happens to this process when it comes to the step of this number; steps change the disk.
-enum class Fate { none, killed, diskFull };
+// What happens to this process when it comes to the step of this number; steps change the disk,
+// or are SQLite's allocations.
+enum class Fate { none, killed, diskFull, noMemory };
 Fate fate = Fate::none;
 int fatefulStep = 0;
 int steps = 0;
 
 // False when the disk is full by now.
 bool step() {
-    ++steps;
+    steps += fate != Fate::noMemory ? 1 : 0;
     if (fate == Fate::killed && steps == fatefulStep) {
         std::raise(SIGKILL);
     }
     return fate != Fate::diskFull || steps < fatefulStep;
+}
+
+sqlite3_mem_methods memory;
+void* allocate(int size) {
+    const bool fails = fate == Fate::noMemory && ++steps == fatefulStep;
+    return fails ? nullptr : memory.xMalloc(size);
+}
+void countAllocations() {
+    sqlite3_config(SQLITE_CONFIG_GETMALLOC, &memory);
+    sqlite3_mem_methods counted = memory;
+    counted.xMalloc = allocate;
+    sqlite3_config(SQLITE_CONFIG_MALLOC, &counted);
 }
 
 } // namespace
@@ -229,12 +244,15 @@ void attackReplacement(int) {
     restore(directory, damaged);
     const std::size_t readable = countStored(*open(directory));
     require(readable > 0 && readable < keys, "nothing to attack");
-    for (const Fate attempted : {Fate::killed, Fate::diskFull}) {
-        for (int number = 1, status = 1; status != 0; ++number) {
+    const std::tuple<Fate, const char*, int> fates[] = {{Fate::killed, "killed at step ", 1},
+                                                        {Fate::diskFull, "disk full from step ", 1},
+                                                        {Fate::noMemory, "no memory at ", 7}};
+    for (const auto& [attempted, name, stride] : fates) {
+        for (int number = 1, status = 1; status != 0; number += stride) {
             restore(directory, damaged);
-            const pid_t child = start([&] {
+            const pid_t child = start([&, chosen = attempted] {
                 steps = 0;
-                fate = attempted;
+                fate = chosen;
                 fatefulStep = number;
                 const auto defaults = open(directory);
                 static_cast<void>(countStored(*defaults));
@@ -243,9 +261,7 @@ void attackReplacement(int) {
                 _exit(steps >= fatefulStep ? 1 : 0);
             });
             require(waitpid(child, &status, 0) == child, "no child");
-            const std::string where =
-                (attempted == Fate::killed ? "killed at step " : "disk full from step ") +
-                std::to_string(number);
+            const std::string where = name + std::to_string(number);
             const auto next = open(directory);
             require(countStored(*next) >= readable, where + ": less for the next process");
             next->setObjectForKey(2, "new");
@@ -283,6 +299,7 @@ void attackByFlipping(int rounds) {
 
 int main(int count, char** arguments) {
     try {
+        countAllocations();
         const int rounds = count > 1 ? std::stoi(arguments[1]) : 0;
         require(rounds > 0, "usage: attack_settings ROUNDS [kill | replace | flip]");
         const std::string only = count > 2 ? arguments[2] : "";

@@ -41,6 +41,8 @@ public:
         /// Ends the connection in the middle of whatever was going on; `closeTls` says so first.
         void close();
         void closeTls();
+        /// Something to resume the TLS session by.
+        void sendTicket() { SSL_new_session_ticket(tls), SSL_do_handshake(tls); }
 
     private:
         friend class FaultServer;

@@ -7,11 +7,11 @@
 namespace morvellacinto::native {
 
 std::optional<std::string> readSmallFile(const std::filesystem::path& path, std::size_t maximum) {
+    std::string text(maximum, '\0'); // first: when memory runs out, nothing is left open
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
         return std::nullopt;
     }
-    std::string text(maximum, '\0');
     std::size_t size = 0;
     ssize_t count = 0;
     while (size < text.size() &&

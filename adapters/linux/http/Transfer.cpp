@@ -27,6 +27,12 @@ curl_socket_t openSocket(void* loopbackOnly, curlsocktype, curl_sockaddr* addres
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
+// The application's place in an SSL is libcurl's.
+int ownTlsData() noexcept {
+    static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+
 } // namespace
 
 Transfer::Transfer(std::shared_ptr<CurlSession> session, platform::HttpRequest request,
@@ -224,27 +230,33 @@ void Transfer::receiveHeader(std::string_view line) {
     curl_tlssessioninfo* info = nullptr;
     curl_easy_getinfo(handle_.get(), CURLINFO_TLS_SSL_PTR, &info);
     if (!answerHeaders_.areComplete() || answerHeaders_.tellLength() || hop_->method == "HEAD" ||
-        status() == 204 || status() == 304 || info == nullptr || info->internals == nullptr) {
+        status() < 200 || status() == 204 || status() == 304 || info == nullptr ||
+        info->internals == nullptr) {
         return;
     }
     auto* const tls = static_cast<SSL*>(info->internals);
     SSL_up_ref(tls);
     tls_.reset(tls);
     isCut_ = true;
-    SSL_set_app_data(tls, this);
+    if (SSL_set_ex_data(tls, ownTlsData(), this) != 1) {
+        throw std::bad_alloc();
+    }
     SSL_set_info_callback(tls, [](const SSL* ended, int event, int alert) {
         if (event == SSL_CB_READ_ALERT && (alert & 0xff) == SSL_AD_CLOSE_NOTIFY) {
-            static_cast<Transfer*>(SSL_get_app_data(ended))->isCut_ = false;
+            static_cast<Transfer*>(SSL_get_ex_data(ended, ownTlsData()))->isCut_ = false;
         }
     });
 }
 
 void Transfer::receiveBody(std::string_view bytes) {
+    if (bodyBytes_ == 0) { // a server may send many headers to search, and the body in crumbs
+        isBodyKept_ = redirectLocation() == nullptr;
+    }
     bodyBytes_ += bytes.size();
     if (bodyBytes_ > maximumBodyBytes) {
         throw HttpFailure{HttpErrorCode::answerTooLarge, "The answer is larger than 64 MiB."};
     }
-    if (redirectLocation() == nullptr) {
+    if (isBodyKept_) {
         body_.append(bytes);
     }
 }

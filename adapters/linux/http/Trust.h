@@ -26,10 +26,9 @@ public:
     /// certificate; damaged ones are noticed when a server is judged, and none is trusted then.
     Trust(std::vector<std::filesystem::path> anchors, SystemRoots system);
 
-    /// Makes a transfer judge servers by what the files hold now; an anchor
-    /// that has become unreadable is left out. After a change libcurl reuses no connection and no
-    /// TLS session that was made before: it does that only where all names and texts set here are
-    /// the same.
+    /// Makes a transfer judge servers by what the files hold now; an anchor that has become
+    /// unreadable is left out. After a change libcurl reuses no connection and no TLS session that
+    /// was made before: it does that only where all names and texts set here are the same.
     void applyTo(CURL* transfer);
 
 private:
@@ -39,9 +38,9 @@ private:
     const SystemRoots system_;
     std::vector<std::filesystem::path> watched_;
     std::vector<std::filesystem::file_time_type> changed_; ///< when, of each that is watched
-    std::string respelling_;                               ///< of paths: longer after each change
-    std::string directory_;                                ///< empty: none
-    std::string bundle_;                                   ///< empty: none
+    std::string respelling_; ///< "/./." put into paths: longer after each change
+    std::string directory_;  ///< empty: none
+    std::string bundle_;     ///< empty: none
     std::string texts_;
 };
 

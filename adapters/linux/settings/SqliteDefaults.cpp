@@ -221,7 +221,8 @@ SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
     return lock;
 }
 
-// False when there is no database.
+// Opens the database unless that is done, and reads it when others have changed it. False when
+// there is none.
 bool SqliteDefaults::reach() const {
     if (database_ == nullptr || database_->wasMoved()) {
         if (!files_.hasDatabase()) {
@@ -254,7 +255,7 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
         if (database_ != nullptr) {
             database_->read(known);
         }
-    } catch (const std::runtime_error&) {
+    } catch (const DamageError&) {
         // The rows before the damage have been read.
     }
     {

@@ -28,7 +28,9 @@ void MainQueue::post(Block block) {
     if (ended_) {
         return;
     }
-    waiting_.push_back({std::move(block), nextNumber_++});
+    // Without memory this throws, and the block goes away after the lock.
+    waiting_.push_back({nullptr, nextNumber_++});
+    waiting_.back().block.swap(block);
     showChange();
 }
 

@@ -54,8 +54,8 @@ struct WorkerPool::State : std::enable_shared_from_this<State> {
     std::condition_variable joined;
     Items waiting;
     Threads threads;
-    Threads lastEnded; // one at most
-    std::size_t counted = 0;
+    Threads lastEnded;       // one at most, joined by the next one that ends
+    std::size_t counted = 0; // of the threads: those without a lasting block
     std::size_t idle = 0;
     bool stopping = false;
     bool joining = false;

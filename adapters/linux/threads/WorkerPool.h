@@ -1,5 +1,7 @@
 #pragma once
 
+// Read WorkerPool.h, MainQueue.h, then StopSignal.h.
+
 #include <chrono>
 #include <exception>
 #include <functional>

@@ -67,7 +67,13 @@ private:
             }
         };
         // To let go of the way to answer is an answer too.
-        const std::shared_ptr<void> hold(nullptr, [give](auto) { give(status::notDetermined); });
+        const std::shared_ptr<void> hold(nullptr, [give](auto) {
+            try {
+                give(status::notDetermined);
+            } catch (...) {
+                // Without memory there is nothing to tell it by.
+            }
+        });
         if (question_) {
             mainQueue_->post([question = question_, give, hold] {
                 question([give, hold](std::uint64_t answer) { give(answer); });

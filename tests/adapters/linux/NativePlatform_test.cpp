@@ -200,6 +200,22 @@ TEST_F(NativePlatformTest, MayBeShutDownOrLetGoInACompletionAndInABlockOfEitherQ
     }
 }
 
+TEST_F(NativePlatformTest, ALogThatLetsGoOfThePlatformKeepsItsCapturesUntilItReturns) {
+    std::shared_ptr<NativePlatform> platform;
+    auto captured = std::make_shared<int>();
+    const std::weak_ptr<int> living = captured;
+    bool isKept = false;
+    NativeOptions options;
+    options.dataDirectory = directory_.path();
+    options.developerLog = [&, held = std::move(captured)](std::string_view) {
+        platform.reset();
+        isKept = !living.expired();
+    };
+    platform = NativePlatform::create(std::exchange(options, {}));
+    platform->developerLog().log("line");
+    EXPECT_TRUE(isKept);
+}
+
 TEST_F(NativePlatformTest, EachShutdownWaitsForHostCodeOnAWorkerAndThenTransfersAreCancelled) {
     FaultServer::Script silent;
     silent.onRequest = [](FaultServer::Connection& connection, const auto&) { connection.stall(); };

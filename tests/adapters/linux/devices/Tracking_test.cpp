@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <thread>
 #include <tuple>
@@ -29,7 +30,7 @@ protected:
                 return KeptText{isThere ? std::optional(found->second) : std::nullopt, canRead};
             },
             [this](auto name, auto text) { store[std::string(name)] = text; },
-            [this] { return canFlush; }};
+            [this] { return hasMemory ? canFlush : throw std::bad_alloc(); }};
         const auto ask = [this](HostsAnswer answer) { asked.push_back(std::move(answer)); };
         tracking = std::make_unique<NativeTracking>(
             queue, kept, canAsk ? NativeTracking::Question(ask) : nullptr);
@@ -45,6 +46,7 @@ protected:
     std::map<std::string, std::string, std::less<>> store;
     bool canRead = true;
     bool canFlush = true;
+    bool hasMemory = true;
     std::vector<HostsAnswer> asked;
     std::vector<std::uint64_t> answers;
     std::unique_ptr<NativeTracking> tracking;
@@ -72,7 +74,13 @@ TEST_F(TrackingTest, OneQuestionAnswersAllWhoAskAndIsNeverAskedAgain) {
 
 TEST_F(TrackingTest, WithoutAUsableAnswerTrackingIsDeniedForThisRunOnly) {
     const std::function<void()> troubles[] = {[this] { asked[0](0); }, [this] { asked[0](4); },
-                                              [this] { asked.clear(); }, nullptr};
+                                              [this] { asked.clear(); },
+                                              [this] {
+                                                  hasMemory = false;
+                                                  asked.clear(); // which ends in a destructor
+                                                  hasMemory = true;
+                                              },
+                                              nullptr};
     for (const auto& trouble : troubles) {
         start(trouble != nullptr); // or there is nobody to ask
         EXPECT_EQ(tracking->trackingAuthorizationStatus(), 0U) << "nothing of it was kept";

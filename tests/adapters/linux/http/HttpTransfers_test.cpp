@@ -61,6 +61,10 @@ TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
     const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n";
     const std::string line = "X: " + std::string(4000, 'x') + "\r\n";
     const std::string packed = service::gzip(std::string(100'000, 'a'));
+    std::string crumbs = "HTTP/1.1 302 Found\r\nTransfer-Encoding: chunked\r\n";
+    for (int i = 0; i < 200'000; ++i) {
+        crumbs += i < 60'000 ? "a:\r\n" : i == 60'000 ? "\r\n" : "1\r\nx\r\n";
+    }
     std::string damaged = packed;
     damaged[damaged.size() - 6] ^= 1; // in the checksum
     const struct {
@@ -71,6 +75,7 @@ TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
     } cases[] = {
         {"chunks", chunked + "0\r\n\r\n", fine},
         {"trailer", chunked + "0\r\nX-Checksum: 1\r\n\r\n", fine},
+        {"many headers and a body in crumbs", crumbs + "0\r\n\r\n", fine},
         {"gzip", answer(200, packed, "Content-Encoding: gzip\r\n"), fine},
         {"damaged gzip", answer(200, damaged, "Content-Encoding: gzip\r\n"),
          HttpErrorCode::badContentEncoding},
@@ -294,14 +299,19 @@ TEST_F(HttpTest, ServersAreJudgedByTheirCertificateTheirNameAndTheirTls) {
             EXPECT_TRUE(server.requests().empty());
         }
     }
-    const std::string untilTheEnd = "HTTP/1.1 200 OK\r\n\r\n{}";
     for (const bool isCut : {false, true}) {
         FaultServer server(tls(), {.onRequest = [&](Connection& connection, const Request&) {
-                               connection.write(untilTheEnd);
+                               connection.write("HTTP/1.1 200 OK\r\n\r\n");
+                               connection.sendTicket(); // which libcurl's own callback takes
+                               connection.write("{}");
                                isCut ? connection.close() : connection.closeTls();
                            }});
         EXPECT_EQ(get(server.url("/")).code(), isCut ? HttpErrorCode::connectionLost : fine);
     }
+    FaultServer hinting(tls(), {.onRequest = [](Connection& connection, const Request&) {
+                            connection.write("HTTP/1.1 103 Hints\r\n\r\n" + answer(200, "{}"));
+                        }});
+    EXPECT_EQ(get(hinting.url("/")).code(), fine);
 }
 
 TEST_F(HttpTest, ChangedTrustCountsAtOnceAlsoForKeptConnectionsAndTlsSessions) {
