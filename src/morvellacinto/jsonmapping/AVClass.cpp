@@ -2,6 +2,7 @@
 
 #include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/jsonmapping/AVObject.h"
+#include "morvellacinto/jsonmapping/KeyValueCoding.h"
 
 #include <algorithm>
 #include <bit>
@@ -12,13 +13,14 @@
 #include <stdexcept>
 #include <typeinfo>
 #include <unordered_map>
+#include <utility>
 
 namespace morvellacinto {
 namespace {
 
 struct Registry {
     std::shared_mutex mutex;
-    std::unordered_map<std::string_view, const AVClass*> classes;
+    std::unordered_multimap<std::string_view, const AVClass*> classes; // by names without namespace
     std::vector<AVClassDraft::Described> related;
     std::size_t relatedDescribed = 0; // so many at the front of `related` are among the classes
 };
@@ -29,17 +31,14 @@ Registry& registry() {
     return *instance;
 }
 
-const AVClass* knownClass(std::string_view name) {
-    Registry& all = registry();
-    const std::shared_lock lock(all.mutex);
-    const auto found = all.classes.find(name);
-    return found == all.classes.end() ? nullptr : found->second;
+std::string_view lastPart(std::string_view qualifiedName) {
+    const std::size_t colons = qualifiedName.rfind("::");
+    return colons == std::string_view::npos ? qualifiedName : qualifiedName.substr(colons + 2);
 }
 
 /// Describes the classes that known ones refer to; false when there were none left. Descriptions
 /// are host code: no lock is held meanwhile, and what is being described on two threads stays in
-/// the list until either has finished. One that cannot be described, since its name is taken, is
-/// left to those who ask for it.
+/// the list until either has finished.
 bool describeRelated() {
     Registry& all = registry();
     std::vector<AVClassDraft::Described> waiting;
@@ -51,10 +50,7 @@ bool describeRelated() {
                        all.related.end());
     }
     for (const AVClassDraft::Described describe : waiting) {
-        try {
-            static_cast<void>(describe());
-        } catch (const std::logic_error&) { // NOLINT(bugprone-empty-catch)
-        }
+        static_cast<void>(describe());
     }
     const std::unique_lock lock(all.mutex);
     all.relatedDescribed = std::max(all.relatedDescribed, end);
@@ -87,18 +83,35 @@ constexpr std::uint64_t upperHalf = 0xFFFFFFFF00000000U;
 } // namespace
 
 const AVClass* AVClass::named(std::string_view name) {
-    do {
-        if (const AVClass* found = knownClass(name)) {
-            return found;
+    // Of two classes with that name one may not be known yet.
+    while (describeRelated()) {
+    }
+    Registry& all = registry();
+    const std::shared_lock lock(all.mutex);
+    const auto [first, end] = all.classes.equal_range(lastPart(name));
+    const AVClass* found = nullptr;
+    const AVClass* other = nullptr;
+    for (auto entry = first; entry != end; ++entry) {
+        const std::string_view whole = entry->second->qualifiedName_;
+        if (whole == name) {
+            return entry->second;
         }
-    } while (describeRelated());
-    return knownClass(name); // another thread may have described it meanwhile
+        if (whole.ends_with(name) && whole.substr(0, whole.size() - name.size()).ends_with("::")) {
+            other = std::exchange(found, entry->second);
+        }
+    }
+    if (other != nullptr) {
+        throw std::logic_error("\"" + std::string(name) + "\" is the name of several classes, " +
+                               std::string(found->qualifiedName_) + " and " +
+                               std::string(other->qualifiedName_) + " among them");
+    }
+    return found;
 }
 
 Ref<AVObject> AVClass::makeInstance() const {
     if (make_ == nullptr) {
         throw std::logic_error("the class " + name_ +
-                               " is abstract or has no public default constructor");
+                               " is no AVObject, is abstract or has no public default constructor");
     }
     return make_();
 }
@@ -135,7 +148,7 @@ const AVMember* AVClass::findWhere(std::uint64_t hash, IsIt isIt) const noexcept
 }
 
 bool AVClass::hasDefaultKeys(const AVObject& instance) const noexcept {
-    return hasDefaultKeys_ && typeid(instance) == *type_;
+    return hasDefaultKeys_ && type_ != nullptr && typeid(instance) == *type_;
 }
 
 const AVClass& AVClass::adopt(AVClassDraft draft) {
@@ -144,22 +157,31 @@ const AVClass& AVClass::adopt(AVClassDraft draft) {
     std::unique_ptr<AVClass> made(new AVClass(std::move(draft)));
     const std::unique_lock lock(all.mutex);
     all.related.reserve(all.related.size() + related.size()); // nothing fails behind the entry
-    const auto [entry, isNew] = all.classes.emplace(made->name_, made.get());
+    const std::string_view key = lastPart(made->qualifiedName_);
+    const auto [first, end] = all.classes.equal_range(key);
     // One type described in two modules of a process is one class.
-    if (!isNew && *entry->second->type_ != *made->type_) {
-        throw std::logic_error("two mappable classes have the name " + made->name_ + ": " +
-                               entry->second->type_->name() + " and " + made->type_->name());
+    const auto same = std::find_if(first, end, [&](const auto& entry) {
+        return made->type_ != nullptr && entry.second->type_ != nullptr &&
+               *entry.second->type_ == *made->type_;
+    });
+    if (same != end) {
+        return *same->second;
     }
+    all.classes.emplace(key, made.get());
     all.related.insert(all.related.end(), related.begin(), related.end());
     return *made.release();
 }
 
 AVClass::AVClass(AVClassDraft draft)
-    : name_(std::move(draft.name)), base_(draft.base), type_(draft.type), make_(draft.make),
+    : name_(std::move(draft.name)), qualifiedName_(draft.qualifiedName), base_(draft.base),
+      type_(draft.type), make_(draft.make), keysForExport_(draft.keysForExport),
       hasDefaultKeys_(draft.hasDefaultKeys) {
     std::vector<AVMember> own = std::move(draft.members);
     if (base_ != nullptr) {
         members_ = base_->members_;
+        for (AVMember& inherited : members_) {
+            inherited.shift += draft.baseShift;
+        }
     }
     members_.reserve(members_.size() + own.size());
     for (AVMember& member : own) {
@@ -170,14 +192,15 @@ AVClass::AVClass(AVClassDraft draft)
 
 void AVClass::add(AVMember member) {
     member.isNumber = member.attributes.find("NSNumber") != std::string::npos;
+    member.isSpecial = member.name == Value(sourceKey) || member.name.asString().starts_with('@');
     member.isPath = member.name.asString().find('.') != std::string_view::npos;
     const auto same = std::find_if(members_.begin(), members_.end(), [&](const AVMember& other) {
         return other.name == member.name;
     });
     if (same == members_.end()) {
         members_.push_back(std::move(member));
-    } else if (member.attributes.empty()) {
-        same->read = member.read; // the property behind the name stays
+    } else if (member.attributes.empty() && same->shift == 0) {
+        same->give = member.give; // the property behind the name stays
     } else {
         *same = std::move(member);
     }

@@ -1,6 +1,6 @@
 #include "morvellacinto/foundation/DecimalText.h"
 #include "morvellacinto/foundation/Representation.h"
-#include "morvellacinto/jsonmapping/AVType.h"
+#include "morvellacinto/jsonmapping/AVTypes.h"
 
 #include <charconv>
 #include <cmath>
@@ -75,95 +75,69 @@ std::uint64_t saturated(double number, std::uint64_t highest) {
 
 } // namespace
 
-bool toBool(const Value* value) {
-    if (value != nullptr) {
-        if (value->isBool()) {
-            return value->asBool();
-        }
-        if (value->isNumber()) {
-            return value->asDouble() != 0;
-        }
-        if (value->isString()) {
-            return leadingBool(value->asString());
-        }
+std::optional<bool> toBool(const Value& value) {
+    if (value.isBool()) {
+        return value.asBool();
     }
-    refuse(value, "a boolean");
-}
-
-std::int64_t toInteger(const Value* value, std::int64_t lowest, std::int64_t highest) {
-    if (value != nullptr) {
-        switch (value->kind()) {
-        case Value::Kind::boolean:
-            return value->asBool() ? 1 : 0;
-        case Value::Kind::integer:
-            return ValueAccess::isUnsignedInteger(*value)
-                       ? highest
-                       : std::clamp(value->asInt64(), lowest, highest);
-        case Value::Kind::float32:
-        case Value::Kind::float64:
-            return saturated(value->asDouble(), lowest, highest);
-        case Value::Kind::string: {
-            const Signed number(value->asString());
-            // The magnitude of the lowest is one more than that of the highest.
-            const std::uint64_t limit =
-                static_cast<std::uint64_t>(highest) + (number.negative ? 1U : 0U);
-            const std::uint64_t magnitude = leadingDigits(number.rest, limit);
-            return static_cast<std::int64_t>(number.negative ? 0 - magnitude : magnitude);
-        }
-        default:
-            break;
-        }
+    if (value.isNumber()) {
+        return value.asDouble() != 0;
     }
-    refuse(value, "an integer");
+    return value.isString() ? std::optional(leadingBool(value.asString())) : std::nullopt;
 }
 
-std::uint64_t toUnsigned(const Value* value, std::uint64_t highest) {
-    if (value != nullptr) {
-        switch (value->kind()) {
-        case Value::Kind::boolean:
-            return value->asBool() ? 1 : 0;
-        case Value::Kind::integer:
-            if (!ValueAccess::isUnsignedInteger(*value) && value->asInt64() < 0) {
-                return 0;
-            }
-            return std::min(value->asUInt64(), highest);
-        case Value::Kind::float32:
-        case Value::Kind::float64:
-            return saturated(value->asDouble(), highest);
-        case Value::Kind::string: {
-            const Signed number(value->asString());
-            return number.negative ? 0 : leadingDigits(number.rest, highest);
-        }
-        default:
-            break;
-        }
+std::optional<std::int64_t> toInteger(const Value& value, std::int64_t lowest,
+                                      std::int64_t highest) {
+    switch (value.kind()) {
+    case Value::Kind::boolean:
+        return value.asBool() ? 1 : 0;
+    case Value::Kind::integer:
+        return ValueAccess::isUnsignedInteger(value) ? highest
+                                                     : std::clamp(value.asInt64(), lowest, highest);
+    case Value::Kind::float32:
+    case Value::Kind::float64:
+        return saturated(value.asDouble(), lowest, highest);
+    case Value::Kind::string: {
+        const Signed number(value.asString());
+        // The magnitude of the lowest is one more than that of the highest.
+        const std::uint64_t limit =
+            static_cast<std::uint64_t>(highest) + (number.negative ? 1U : 0U);
+        const std::uint64_t magnitude = leadingDigits(number.rest, limit);
+        return static_cast<std::int64_t>(number.negative ? 0 - magnitude : magnitude);
     }
-    refuse(value, "an unsigned integer");
-}
-
-double toDouble(const Value* value) {
-    if (value != nullptr) {
-        if (value->isNumber()) {
-            return value->asDouble();
-        }
-        if (value->isString()) {
-            return leadingDouble(value->asString());
-        }
-        if (value->isBool()) {
-            return value->asBool() ? 1 : 0;
-        }
+    default:
+        return std::nullopt;
     }
-    refuse(value, "a double");
 }
 
-float toFloat(const Value* value) {
-    return value != nullptr && value->isNumber() ? value->asFloat()
-                                                 : static_cast<float>(toDouble(value));
+std::optional<std::uint64_t> toUnsigned(const Value& value, std::uint64_t highest) {
+    switch (value.kind()) {
+    case Value::Kind::boolean:
+        return value.asBool() ? 1 : 0;
+    case Value::Kind::integer:
+        if (!ValueAccess::isUnsignedInteger(value) && value.asInt64() < 0) {
+            return 0;
+        }
+        return std::min(value.asUInt64(), highest);
+    case Value::Kind::float32:
+    case Value::Kind::float64:
+        return saturated(value.asDouble(), highest);
+    case Value::Kind::string: {
+        const Signed number(value.asString());
+        return number.negative ? 0 : leadingDigits(number.rest, highest);
+    }
+    default:
+        return std::nullopt;
+    }
 }
 
-void refuse(const Value* value, std::string_view wanted) {
-    throw ValueKindError("a property that holds " + std::string(wanted) + " cannot take " +
-                         (value == nullptr ? "nothing" : std::string(nameOf(value->kind()))));
+std::optional<double> toDouble(const Value& value) {
+    if (value.isNumber()) {
+        return value.asDouble();
+    }
+    if (value.isString()) {
+        return leadingDouble(value.asString());
+    }
+    return value.isBool() ? std::optional(value.asBool() ? 1.0 : 0.0) : std::nullopt;
 }
 
 } // namespace morvellacinto::AVConversion

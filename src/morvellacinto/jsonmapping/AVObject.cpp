@@ -1,8 +1,8 @@
 #include "morvellacinto/jsonmapping/AVObject.h"
 
 #include "morvellacinto/jsonmapping/AVDescription.h"
-#include "morvellacinto/jsonmapping/Exporter.h"
-#include "morvellacinto/jsonmapping/Importer.h"
+#include "morvellacinto/jsonmapping/AVExporter.h"
+#include "morvellacinto/jsonmapping/AVImporter.h"
 #include "morvellacinto/jsonmapping/KeyValueCoding.h"
 #include "morvellacinto/platform/Platform.h"
 
@@ -55,12 +55,18 @@ const AVClass& AVObject::avClass() const { return AVClass::of<AVObject>(); }
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void AVObject::setAvValuesForKeysWithDictionary(Object dictionary, const NodeMapping& nodeMapping) {
     const auto platform = platform::current();
-    Importer(platform->developerLog(), nodeMapping).fill(*this, dictionary);
+    AVImporter(platform->developerLog(), nodeMapping).fill(*this, dictionary);
 }
 
 Object AVObject::avDictionaryWithValuesForKeys(const std::vector<std::string>& keys) const {
     const auto platform = platform::current();
-    return Exporter(platform->developerLog()).exported(*this, keys);
+    Array names;
+    names.reserve(keys.size());
+    for (const std::string& key : keys) {
+        names.append(key);
+    }
+    return AVExporter(AVExporter::Mode::prescribed, &platform->developerLog())
+        .exported(*this, names);
 }
 
 std::string AVObject::keyExceptionForSourceKey(std::string_view key) const {
@@ -76,17 +82,15 @@ bool AVObject::isNumberProperty(std::string_view key) const {
     return member != nullptr && member->isNumber;
 }
 
-const std::vector<std::string>& AVObject::keysForExport() const {
-    static const auto& none = *new std::vector<std::string>;
-    return none;
-}
+Array AVObject::keysForExport() const { return {}; }
 
 std::string AVObject::description() const { return std::string(avClass().name()); }
 
 bool AVObject::answers(std::string_view name) const { return avClass().find(name) != nullptr; }
 
 std::optional<Value> AVObject::valueForKey(std::string_view name) const {
-    return memberToRead(*this, name).read(*this);
+    AVExporter reader(AVExporter::Mode::held);
+    return memberToRead(*this, name).give(this, reader);
 }
 
 std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
@@ -96,7 +100,12 @@ std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
 }
 
 void AVObject::setValue(const std::optional<Value>& value, std::string_view name) {
-    morvellacinto::setValue(*this, value ? &*value : nullptr, name);
+    const AVClass& described = avClass();
+    AVImporter importer;
+    if (!importer.set(this, described, value ? &*value : nullptr,
+                      propertyNamed(described, name))) {
+        throw ValueKindError(sentenceOf(importer.refused(described.name(), name)));
+    }
 }
 
 } // namespace morvellacinto

@@ -31,6 +31,7 @@ public:
     AVObject() noexcept = default;
     ~AVObject() override;
 
+    [[nodiscard]] AVObject* mappable() noexcept final { return this; }
     /// The class that the nearest `AVJSON_CLASS` describes.
     [[nodiscard]] virtual const AVClass& avClass() const;
 
@@ -40,16 +41,18 @@ public:
     /// `AVJSON::asObjectOfClass` tells and set, whether or not there is such a property; of an
     /// array the converted elements are set, unless it is empty; anything else is ignored.
     ///
-    /// Every other key is a plain key. Its value is set as it is when this object answers the
-    /// key; null and keys that it does not answer are ignored. A string under a key that
+    /// Every other key is a plain key. Its value is set when this object answers the key, as it is
+    /// or, where the property's type tells a class, as new objects of that class; null and keys
+    /// that it does not answer are ignored. A string under a key that
     /// `isNumberProperty` affirms becomes the number that `numberFromText` finds, and is ignored
     /// when there is none. A key that begins with "@" asks the JSON object itself: "@count" is the
     /// number of its members, and others fail.
     ///
-    /// Names of properties are `keyExceptionForSourceKey` of the key. A key that fails, such as one
-    /// whose value the property refuses, ends the import of this object: "dict init failed" is
-    /// logged, what was set stays set, the rest is left as it was, and the object around it goes on
-    /// with its next key. JSON nested deeper than `maximumJsonDepth` fails at that depth.
+    /// Names of properties are `keyExceptionForSourceKey` of the key. A value that the property
+    /// cannot hold leaves it as it was. Any other failure ends the import of this object: "dict
+    /// init failed" is logged, what was set stays set, the rest is left as it was, and the object
+    /// around it goes on with its next key. JSON nested deeper than `maximumJsonDepth` fails at
+    /// that depth. The platform's diagnostics are told of both.
     void setAvValuesForKeysWithDictionary(Object dictionary, const NodeMapping& nodeMapping = {});
 
     /// This object as a JSON object, with the keys given in their order.
@@ -73,9 +76,9 @@ public:
     /// Whether strings under this JSON key are converted to numbers. By default when a property of
     /// exactly that name has "NSNumber" in its attribute text.
     [[nodiscard]] virtual bool isNumberProperty(std::string_view key) const;
-    /// What to export of this object where it is the value or element of a property; by default
-    /// nothing. The list must outlive the export.
-    [[nodiscard]] virtual const std::vector<std::string>& keysForExport() const;
+    /// What to export of this object where it is the value or element of a property, as strings;
+    /// by default nothing. For `AVJSON::from` nothing means all that the class has described.
+    [[nodiscard]] virtual Array keysForExport() const;
     /// How the developer log names this object; by default by its class. On one line.
     [[nodiscard]] virtual std::string description() const;
 
@@ -89,10 +92,15 @@ public:
     /// nothing or is missing in a JSON object; throws std::out_of_range for a name that a value
     /// does not know.
     [[nodiscard]] std::optional<Value> valueForKeyPath(std::string_view path) const;
-    /// Sets a property, or sets it to nothing. Throws std::out_of_range when there is none of that
+    /// Sets a property, as an import does, or sets it to nothing. Throws std::out_of_range when there is none of that
     /// name that can be set, and ValueKindError, keeping the old value, when it refuses the value;
     /// `AVType` tells which.
     void setValue(const std::optional<Value>& value, std::string_view name);
 };
+
+/// The mappable object that a value holds, or null.
+[[nodiscard]] inline AVObject* mappableObject(const Value& value) {
+    return value.kind() == Value::Kind::instance ? value.asInstance().mappable() : nullptr;
+}
 
 } // namespace morvellacinto

@@ -20,7 +20,7 @@ public:
     /// `AVClass::of<Station>()`: checked by the compiler, and never unknown.
     NodeClass(const AVClass& described) noexcept : choice_(&described) {}
     /// A class by its name, looked up when it is needed; `AVClass::named` tells which are known.
-    /// An unknown one converts to nothing.
+    /// An unknown one converts to nothing and is told to the diagnostics.
     NodeClass(std::string name) noexcept : choice_(std::move(name)) {}
     NodeClass(std::string_view name) : choice_(std::string(name)) {}
     NodeClass(const char* name) : choice_(std::string(name)) {}
@@ -34,7 +34,13 @@ public:
     ~NodeClass();
 
     /// The class to make instances of; null when its name is unknown, or for an existing object.
+    /// Throws as `AVClass::named`.
     [[nodiscard]] const AVClass* described() const;
+    /// The name that the class was given by; empty without one.
+    [[nodiscard]] std::string_view name() const noexcept {
+        const auto* name = std::get_if<std::string>(&choice_);
+        return name == nullptr ? std::string_view() : *name;
+    }
     /// The existing object, or null.
     [[nodiscard]] AVObject* target() const noexcept;
 

@@ -17,6 +17,10 @@ struct Sentence {
         return "the import of a " + ended.className + " ended at \"" + ended.key +
                "\": " + ended.found;
     }
+    std::string operator()(const ClassUnknown& unknown) const {
+        return "no class is known by the name \"" + unknown.name + "\"; AVClass::of<" +
+               unknown.name + ">() makes it known";
+    }
 };
 
 } // namespace

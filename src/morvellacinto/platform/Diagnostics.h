@@ -22,9 +22,14 @@ struct ImportEnded {
     std::string found;
 };
 
+/// A class that a node mapping names, and that nothing has made known.
+struct ClassUnknown {
+    std::string name;
+};
+
 /// What the library tells of what it did, or did not do, beside its results. No member holds a
 /// coordinate, an identifier, the token or the value of a JSON member.
-using Diagnostic = std::variant<ValueSkipped, ImportEnded>;
+using Diagnostic = std::variant<ValueSkipped, ImportEnded, ClassUnknown>;
 
 /// The record as one English sentence for a developer.
 [[nodiscard]] MORVELLACINTO_EXPORT std::string sentenceOf(const Diagnostic& diagnostic);

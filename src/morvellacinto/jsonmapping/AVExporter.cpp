@@ -1,0 +1,203 @@
+#include "morvellacinto/jsonmapping/AVExporter.h"
+
+#include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/jsonmapping/AVObject.h"
+#include "morvellacinto/jsonmapping/KeyValueCoding.h"
+#include "morvellacinto/jsonmapping/MemberFinder.h"
+#include "morvellacinto/platform/Guarded.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace morvellacinto {
+namespace {
+
+/// Values that stand in the result as they are.
+bool isJson(const Value& value) {
+    return value.isNumber() || value.isString() || value.isBool() || value.isObject();
+}
+
+std::string missingLine(std::string_view key, const AVObject& object) {
+    std::string line = std::string(key) + " missing in " + object.description() + " while export";
+    // The log takes single lines.
+    std::replace_if(
+        line.begin(), line.end(), [](char each) { return each == '\n' || each == '\r'; }, ' ');
+    return line;
+}
+
+} // namespace
+
+/// The JSON object that an export fills. Storing nothing removes what stands under the name;
+/// storing an empty array changes nothing in a prescribed export.
+class AVExporter::Output {
+public:
+    Output(Object& object, std::size_t count, bool keepsEmpty)
+        : object_(object), keepsEmpty_(keepsEmpty) {
+        object_.reserve(count);
+    }
+
+    /// Under the member's own name.
+    void store(const AVMember& member, std::optional<Value>&& value) {
+        if (hasOtherNames_ || &member <= last_) {
+            replace(member.name.asString(), std::move(value));
+            return;
+        }
+        last_ = &member;
+        if (value && counts(*value)) {
+            ValueAccess::add(object_, member.name, *std::move(value));
+        }
+    }
+
+    void store(std::string_view name, std::optional<Value>&& value) {
+        hasOtherNames_ = true;
+        replace(name, std::move(value));
+    }
+
+private:
+    void replace(std::string_view name, std::optional<Value>&& value) {
+        if (!value) {
+            object_.remove(name);
+        } else if (counts(*value)) {
+            object_.set(name, *std::move(value));
+        }
+    }
+
+    [[nodiscard]] bool counts(const Value& value) const {
+        const Array* array = keepsEmpty_ ? nullptr : value.ifArray();
+        return array == nullptr || !array->empty();
+    }
+
+    Object& object_;
+    bool keepsEmpty_;
+    /// No member behind this one in the class is there yet, unless under another's name.
+    const AVMember* last_ = nullptr;
+    bool hasOtherNames_ = false;
+};
+
+AVExporter::Level::Level(AVExporter& exporter, const AVObject* object) : path_(exporter.path_) {
+    if (path_.size() == maximumJsonDepth) {
+        throw std::length_error("objects are nested deeper than " +
+                                std::to_string(maximumJsonDepth) + " levels");
+    }
+    // The limit on the depth bounds the time that this takes.
+    if (object != nullptr && std::find(path_.begin(), path_.end(), object) != path_.end()) {
+        throw std::invalid_argument("an object holds itself");
+    }
+    path_.push_back(object);
+}
+
+Object AVExporter::exported(const AVObject& object) {
+    return exported(object, object.keysForExport());
+}
+
+Object AVExporter::exported(const AVObject& object, const Array& keys) {
+    return exported(&object, &object, object.avClass(), keys);
+}
+
+Value AVExporter::exportedValue(const Value& value) {
+    if (mode_ == Mode::natural) {
+        return naturalValue(value);
+    }
+    if (mode_ == Mode::held || isJson(value)) {
+        return value;
+    }
+    const Array* elements = value.ifArray();
+    if (elements == nullptr) {
+        return exportedNode(value);
+    }
+    const Level level(*this);
+    Array exportedElements;
+    exportedElements.reserve(elements->size());
+    for (const Value& element : *elements) {
+        exportedElements.append(exportedNode(element));
+    }
+    return exportedElements;
+}
+
+Object AVExporter::exportedNode(const Value& value) {
+    const AVObject* object = mappableObject(value);
+    return object == nullptr ? Object() : exported(*object);
+}
+
+Object AVExporter::exported(const void* object, const AVObject* self, const AVClass& described,
+                            const Array& keys) {
+    Object result;
+    const auto exportAll = [&] {
+        const Level level(*this, self);
+        const bool asIs = self == nullptr || described.hasDefaultKeys(*self);
+        if (keys.empty() && (mode_ != Mode::prescribed || self == nullptr)) {
+            Output output(result, described.members().size(), mode_ != Mode::prescribed);
+            for (const AVMember& member : described.members()) {
+                give(output, object, self, asIs, member);
+            }
+            return;
+        }
+        MemberFinder members(described);
+        Output output(result, keys.size(), mode_ != Mode::prescribed);
+        for (const Value& key : keys) {
+            if (const AVMember* member = members.member(key)) {
+                give(output, object, self, asIs, *member);
+            } else if (log_ != nullptr && self != nullptr) {
+                log_->log(missingLine(key.asString(), *self));
+            }
+        }
+    };
+    if (log_ == nullptr) {
+        exportAll();
+    } else {
+        platform::guarded(*log_, initFailed, exportAll);
+    }
+    return result;
+}
+
+void AVExporter::give(Output& output, const void* object, const AVObject* self, bool asIs,
+                      const AVMember& member) {
+    std::string_view name = member.name.asString();
+    const bool isPath = member.isPath && self != nullptr && mode_ == Mode::prescribed;
+    std::optional<Value> value;
+    if (isPath) {
+        value = self->valueForKeyPath(name);
+        if (value) {
+            value = exportedValue(*value);
+        }
+        name.remove_prefix(name.rfind('.') + 1);
+    } else {
+        value = member.give(static_cast<const std::byte*>(object) + member.shift, *this);
+        if (asIs) {
+            return output.store(member, std::move(value));
+        }
+    }
+    output.store(asIs ? std::string(name) : self->sourceKeyForExceptionKey(name),
+                 std::move(value));
+}
+
+Value AVExporter::naturalValue(const Value& value) {
+    if (const Array* elements = value.ifArray()) {
+        const Level level(*this);
+        Array made;
+        made.reserve(elements->size());
+        for (const Value& element : *elements) {
+            made.append(naturalValue(element));
+        }
+        return made;
+    }
+    if (const Object* dictionary = value.ifObject()) {
+        const Level level(*this);
+        Object made;
+        made.reserve(dictionary->size());
+        for (const Object::Member& member : *dictionary) {
+            ValueAccess::add(made, ValueAccess::keyValue(member), naturalValue(member.value));
+        }
+        return made;
+    }
+    switch (value.kind()) {
+    case Value::Kind::date:
+        return value.asDate().secondsSinceReference;
+    case Value::Kind::instance:
+        return exportedNode(value);
+    default:
+        return value;
+    }
+}
+
+} // namespace morvellacinto

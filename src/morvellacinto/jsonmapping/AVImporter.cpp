@@ -1,0 +1,238 @@
+#include "morvellacinto/jsonmapping/AVImporter.h"
+
+#include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/foundation/NumberText.h"
+#include "morvellacinto/jsonmapping/AVObject.h"
+#include "morvellacinto/jsonmapping/KeyValueCoding.h"
+#include "morvellacinto/jsonmapping/MemberFinder.h"
+#include "morvellacinto/platform/Guarded.h"
+
+#include <stdexcept>
+
+namespace morvellacinto {
+namespace {
+
+/// For imports that have no log.
+class Silence : public platform::DeveloperLog {
+public:
+    void log(std::string_view) noexcept override {}
+};
+
+/// Hands over the value that a plain key gives, if it gives one. `isNumberProperty` is asked about
+/// strings.
+template <class IsNumberProperty, class Set>
+void takeValue(const Value& value, const IsNumberProperty& isNumberProperty, const Set& set) {
+    if (value.isString() && isNumberProperty()) {
+        if (const std::optional<Value> number = numberFromText(value.asString())) {
+            set(*number);
+        }
+    } else if (!value.isNull()) {
+        set(value);
+    }
+}
+
+/// What the JSON object says under a plain key.
+Value found(const Object& dictionary, const Object::Member& member) {
+    return member.key().starts_with('@') ? valueForKey(dictionary, member.key()).value()
+                                         : member.value;
+}
+
+} // namespace
+
+/// A node class looked up once for all the objects that are made of it.
+struct AVImporter::Maker {
+    Maker(AVImporter& importer, const NodeClass& nodeClass)
+        : target(nodeClass.target()), described(target ? nullptr : nodeClass.described()) {
+        if (!target && described == nullptr) {
+            importer.tell(platform::ClassUnknown{std::string(nodeClass.name())});
+        }
+    }
+
+    [[nodiscard]] Ref<AVObject> make() const {
+        return described == nullptr ? target : described->makeInstance();
+    }
+
+    Ref<AVObject> target;
+    const AVClass* described;
+};
+
+AVImporter::AVImporter(AVProblems* problems) : problems_(problems) {
+    static auto& silence = *new Silence;
+    log_ = &silence;
+}
+
+AVImporter::Level::Level(AVImporter& importer) : depth_(importer.depth_) {
+    if (depth_ == maximumJsonDepth) {
+        throw std::length_error("JSON is nested deeper than " + std::to_string(maximumJsonDepth) +
+                                " levels");
+    }
+    ++depth_;
+}
+
+void AVImporter::fill(AVObject& object, const Object& dictionary) {
+    fill(&object, &object, object.avClass(), dictionary);
+}
+
+Ref<AVObject> AVImporter::convert(const Object& dictionary, const NodeClass& nodeClass) {
+    return convert(dictionary, Maker(*this, nodeClass));
+}
+
+Array AVImporter::convert(const Array& array, const NodeClass& nodeClass) {
+    return array.empty() ? Array() : convert(array, Maker(*this, nodeClass));
+}
+
+bool AVImporter::set(void* object, const AVClass& described, const Value* value,
+                     const AVMember& member) {
+    if (member.take == nullptr) {
+        throwNoProperty(described, member.name.asString());
+    }
+    return member.take(static_cast<std::byte*>(object) + member.shift, value, *this);
+}
+
+bool AVImporter::refuse(const Value* found, std::string wanted) {
+    wanted_ = std::move(wanted);
+    found_ = found == nullptr ? "nothing" : nameOf(found->kind());
+    return false;
+}
+
+bool AVImporter::refuseIn(const std::string& place) {
+    found_ += " in " + place;
+    return false;
+}
+
+platform::ValueSkipped AVImporter::refused(std::string_view className,
+                                           std::string_view property) const {
+    return {std::string(className), std::string(property), wanted_, found_};
+}
+
+void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
+                      const Object& dictionary) {
+    std::string_view at;
+    platform::guarded(*log_, initFailed, [&] {
+        try {
+            takeAll(object, self, described, dictionary, at);
+        } catch (const std::bad_alloc&) {
+            throw; // there is no memory for words about it
+        } catch (const std::exception& error) {
+            tell(platform::ImportEnded{std::string(described.name()), std::string(at),
+                                       error.what()});
+            throw;
+        }
+    });
+}
+
+void AVImporter::takeAll(void* object, AVObject* self, const AVClass& described,
+                         const Object& dictionary, std::string_view& at) {
+    const Level level(*this);
+    const bool asIs = self == nullptr || described.hasDefaultKeys(*self);
+    const NodeMapping* const nodes = self == nullptr ? nullptr : nodeMapping_;
+    MemberFinder members(described);
+    for (const Object::Member& each : dictionary) {
+        at = ValueAccess::key(each);
+        const NodeClass* const node = nodes == nullptr ? nullptr : nodes->find(at);
+        if (node != nullptr) {
+            takeNode(*self, each, *node);
+            continue;
+        }
+        if (!asIs) {
+            takePlain(*self, dictionary, each);
+            continue;
+        }
+        const AVMember* const named = members.member(ValueAccess::keyValue(each));
+        if (named == nullptr || named->isSpecial || (named->isNumber && each.value.isString())) {
+            takeSpecial(object, described, dictionary, each, named);
+        } else if (!each.value.isNull()) {
+            setOrTell(object, described, &each.value, *named);
+        }
+    }
+}
+
+void AVImporter::takeSpecial(void* object, const AVClass& described, const Object& dictionary,
+                             const Object::Member& member, const AVMember* named) {
+    const bool isId =
+        member.key() == sourceKey && (named == nullptr || nodeMapping_ != nullptr);
+    const AVMember* const property = isId ? described.find(exceptionKey) : named;
+    takeValue(
+        found(dictionary, member), [&] { return named != nullptr && named->isNumber; },
+        [&](const Value& value) {
+            if (property != nullptr) {
+                setOrTell(object, described, &value, *property);
+            }
+        });
+}
+
+Ref<AVObject> AVImporter::convert(const Object& dictionary, const Maker& maker) {
+    Ref<AVObject> object = maker.make();
+    if (object) {
+        fill(*object, dictionary);
+    }
+    return object;
+}
+
+Array AVImporter::convert(const Array& array, const Maker& maker) {
+    const Level level(*this);
+    Array converted;
+    converted.reserve(array.size());
+    for (const Value& element : array) {
+        if (const Array* inner = element.ifArray()) {
+            converted.append(convert(*inner, maker));
+            continue;
+        }
+        Ref<AVObject> object = convert(element.asObject(), maker);
+        if (!object) {
+            throw std::invalid_argument("an element would be of an unknown class");
+        }
+        converted.append(Ref<Instance>(std::move(object)));
+    }
+    return converted;
+}
+
+void AVImporter::takeNode(AVObject& object, const Object::Member& member,
+                          const NodeClass& nodeClass) {
+    const auto take = [&](const Value* value) {
+        const AVClass& described = object.avClass();
+        const std::string name = object.keyExceptionForSourceKey(member.key());
+        setOrTell(&object, described, value, propertyNamed(described, name));
+    };
+    if (const Object* dictionary = member.value.ifObject()) {
+        Ref<AVObject> node = convert(*dictionary, nodeClass);
+        const Value value = Ref<Instance>(node);
+        take(node ? &value : nullptr);
+    } else if (const Array* array = member.value.ifArray()) {
+        const Value nodes = convert(*array, nodeClass);
+        if (!nodes.asArray().empty()) {
+            take(&nodes);
+        }
+    }
+}
+
+void AVImporter::takePlain(AVObject& object, const Object& dictionary,
+                           const Object::Member& member) {
+    const std::string_view key = member.key();
+    takeValue(
+        found(dictionary, member), [&] { return object.isNumberProperty(key); },
+        [&](const Value& value) {
+            const AVClass& described = object.avClass();
+            if (const AVMember* property = described.find(object.keyExceptionForSourceKey(key))) {
+                setOrTell(&object, described, &value, *property);
+            }
+        });
+}
+
+void AVImporter::setOrTell(void* object, const AVClass& described, const Value* value,
+                           const AVMember& member) {
+    const bool isIgnored = member.take == nullptr && nodeMapping_ == nullptr;
+    if (!isIgnored && !set(object, described, value, member)) {
+        tell(refused(described.name(), member.name.asString()));
+    }
+}
+
+void AVImporter::tell(platform::Diagnostic diagnostic) {
+    if (problems_ != nullptr) {
+        problems_->push_back(std::move(diagnostic));
+    } else {
+        platform::tellDiagnostics(diagnostic);
+    }
+}
+
+} // namespace morvellacinto

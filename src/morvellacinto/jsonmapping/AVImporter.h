@@ -1,0 +1,91 @@
+#pragma once
+
+#include "morvellacinto/jsonmapping/AVClass.h"
+#include "morvellacinto/platform/Diagnostics.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace morvellacinto {
+
+namespace platform {
+class DeveloperLog;
+}
+class NodeClass;
+class NodeMapping;
+
+/// What an import could not take, in the order in which it was met.
+using AVProblems = std::vector<platform::Diagnostic>;
+
+/// One import: fills objects on the caller's thread. `AVType`s see it when they take over a value.
+class MORVELLACINTO_EXPORT AVImporter {
+public:
+    /// An import without a node mapping, that lets a class have a property "id" and ignores keys
+    /// that can only be read. Problems go to the list or, without one, to the platform's
+    /// diagnostics.
+    explicit AVImporter(AVProblems* problems = nullptr);
+    /// An import as `AVObject::setAvValuesForKeysWithDictionary` tells. Both must outlive this.
+    AVImporter(platform::DeveloperLog& log, const NodeMapping& nodeMapping) noexcept
+        : log_(&log), nodeMapping_(&nodeMapping) {}
+
+    /// A step down the JSON tree, for as long as this lives. Throws std::length_error below
+    /// `maximumJsonDepth`.
+    class MORVELLACINTO_EXPORT Level {
+    public:
+        explicit Level(AVImporter& importer);
+        Level(const Level&) = delete;
+        Level& operator=(const Level&) = delete;
+        ~Level() { --depth_; }
+
+    private:
+        std::size_t& depth_;
+    };
+
+    /// Fills an object, or a struct of that class; what fails ends that and is told.
+    void fill(AVObject& object, const Object& dictionary);
+    void fill(void* object, const AVClass& described, const Object& dictionary) {
+        fill(object, nullptr, described, dictionary);
+    }
+    [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const NodeClass& nodeClass);
+    [[nodiscard]] Array convert(const Array& array, const NodeClass& nodeClass);
+    /// Sets a property of an object of that class. Throws std::out_of_range for one that can only
+    /// be read; false when the property cannot hold the value.
+    bool set(void* object, const AVClass& described, const Value* value, const AVMember& member);
+
+    /// Keeps why a value was not taken, for `refused`; false, for `AVType::take` to return.
+    bool refuse(const Value* found, std::string wanted);
+    /// The same value was found in that place of another, such as "element 2".
+    bool refuseIn(const std::string& place);
+    /// What `refuse` was last told, about this property, if any, of a class or type.
+    [[nodiscard]] platform::ValueSkipped refused(std::string_view className,
+                                                 std::string_view property) const;
+
+private:
+    struct Maker;
+
+    void fill(void* object, AVObject* self, const AVClass& described, const Object& dictionary);
+    [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const Maker& maker);
+    [[nodiscard]] Array convert(const Array& array, const Maker& maker);
+    void takeNode(AVObject& object, const Object::Member& member, const NodeClass& nodeClass);
+    /// A plain key as the object wants it.
+    void takePlain(AVObject& object, const Object& dictionary, const Object::Member& member);
+    /// Tells in `at` how far it has come.
+    void takeAll(void* object, AVObject* self, const AVClass& described, const Object& dictionary,
+                 std::string_view& at);
+    /// "id", text that may be a number, a key that asks the JSON object itself, and one that the class does not name.
+    void takeSpecial(void* object, const AVClass& described, const Object& dictionary,
+                     const Object::Member& member, const AVMember* named);
+    void setOrTell(void* object, const AVClass& described, const Value* value,
+                   const AVMember& member);
+    void tell(platform::Diagnostic diagnostic);
+
+    platform::DeveloperLog* log_;
+    const NodeMapping* nodeMapping_ = nullptr;
+    AVProblems* problems_ = nullptr;
+    std::size_t depth_ = 0;
+    std::string wanted_;
+    std::string found_;
+};
+
+} // namespace morvellacinto

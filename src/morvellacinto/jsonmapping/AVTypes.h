@@ -1,0 +1,542 @@
+#pragma once
+
+#include "morvellacinto/foundation/Date.h"
+#include "morvellacinto/foundation/Uuid.h"
+#include "morvellacinto/jsonmapping/AVType.h"
+
+#include <array>
+#include <bit>
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <span>
+
+namespace morvellacinto {
+
+/// Text as a template argument, for `AVValue`.
+template <std::size_t Size>
+struct AVName {
+    constexpr AVName(const char (&literal)[Size]) { std::copy_n(literal, Size, text); }
+    [[nodiscard]] constexpr std::string_view view() const { return {text, Size - 1}; }
+    char text[Size];
+};
+
+/// An object-typed property: it holds a value of any kind, or nothing, and takes whatever is set.
+/// The declared class name is not checked; it only stands in the property's attribute text, where
+/// "NSNumber" makes the import convert strings to numbers.
+///
+///     AVValue<"NSNumber"> count;
+template <AVName ClassName = "">
+class AVValue : public std::optional<Value> {
+public:
+    using std::optional<Value>::optional;
+    AVValue& operator=(std::nullopt_t) noexcept {
+        reset();
+        return *this;
+    }
+    template <class T>
+    requires(!std::same_as<std::remove_cvref_t<T>, AVValue> &&
+             std::is_assignable_v<std::optional<Value>&, T>) AVValue&
+    operator=(T&& value) {
+        std::optional<Value>::operator=(std::forward<T>(value));
+        return *this;
+    }
+};
+
+template <class T>
+concept AVScalar =
+    std::is_arithmetic_v<T> && !std::same_as<T, long double> && !std::same_as<T, wchar_t> &&
+    !std::same_as<T, char8_t> && !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
+
+/// Values as key-value coding and times convert them; nothing for what cannot be converted.
+namespace AVConversion {
+[[nodiscard]] MORVELLACINTO_EXPORT std::optional<bool> toBool(const Value& value);
+[[nodiscard]] MORVELLACINTO_EXPORT std::optional<std::int64_t>
+toInteger(const Value& value, std::int64_t lowest, std::int64_t highest);
+[[nodiscard]] MORVELLACINTO_EXPORT std::optional<std::uint64_t> toUnsigned(const Value& value,
+                                                                           std::uint64_t highest);
+[[nodiscard]] MORVELLACINTO_EXPORT std::optional<double> toDouble(const Value& value);
+/// A date, a number of seconds or RFC 3339 text.
+[[nodiscard]] MORVELLACINTO_EXPORT std::optional<Date> toDate(const Value& value);
+/// RFC 3339 text in UTC; the number of seconds outside the years 0 to 9999.
+[[nodiscard]] MORVELLACINTO_EXPORT Value textOf(Date date);
+} // namespace AVConversion
+
+/// Numbers and booleans convert: to an integer by truncation, saturating at its limits. Strings
+/// convert by the number at their start, 0 when there is none; to bool, true when they start with a
+/// digit from 1 to 9, Y, y, T or t.
+template <AVScalar T>
+struct AVType<T> {
+    static std::string wanted() {
+        if constexpr (std::same_as<T, bool>) {
+            return "a boolean";
+        } else if constexpr (std::floating_point<T>) {
+            return "a number";
+        } else {
+            return "an integer of " + std::to_string(8 * sizeof(T)) + " bits";
+        }
+    }
+    static std::string encoding() {
+        if constexpr (std::same_as<T, bool>) {
+            return "B";
+        } else if constexpr (std::floating_point<T>) {
+            return sizeof(T) == sizeof(float) ? "f" : "d";
+        } else {
+            constexpr bool isSigned = std::signed_integral<T> || std::same_as<T, char>;
+            constexpr std::string_view letters = isSigned ? "csiq" : "CSIQ";
+            return {letters[std::bit_width(sizeof(T)) - 1]};
+        }
+    }
+    static bool take(T& held, const Value& value) {
+        using Limits = std::numeric_limits<T>;
+        if constexpr (std::same_as<T, bool>) {
+            return put(held, AVConversion::toBool(value));
+        } else if constexpr (std::same_as<T, float>) {
+            return value.isNumber() ? (held = value.asFloat(), true)
+                                    : put(held, AVConversion::toDouble(value));
+        } else if constexpr (std::same_as<T, double>) {
+            return put(held, AVConversion::toDouble(value));
+        } else if constexpr (std::is_signed_v<T>) {
+            return put(held, AVConversion::toInteger(value, Limits::min(), Limits::max()));
+        } else {
+            return put(held, AVConversion::toUnsigned(value, Limits::max()));
+        }
+    }
+    static Value give(T held) {
+        if constexpr (std::same_as<T, char>) {
+            return static_cast<int>(held);
+        } else {
+            return held;
+        }
+    }
+
+private:
+    template <class Converted>
+    static bool put(T& held, const std::optional<Converted>& converted) {
+        if (converted) {
+            held = static_cast<T>(*converted);
+        }
+        return converted.has_value();
+    }
+};
+
+/// An enumeration whose `AVJSON_NAMES` are known.
+template <class T>
+concept AVNamedEnum = requires(T value) { avNames(value); };
+
+/// Names are exported and taken, and the numbers behind them taken; without names, and for a value
+/// without one, the number is exported, and without names every number taken that the type holds.
+template <class T>
+requires std::is_enum_v<T>
+struct AVType<T> {
+    using Number = std::underlying_type_t<T>;
+
+    static std::string wanted() {
+        return AVNamedEnum<T> ? "a name of the enumeration" : "a number of the enumeration";
+    }
+    static std::string encoding() {
+        return AVNamedEnum<T> ? "@\"NSString\"" : AVType<Number>::encoding();
+    }
+    static bool take(T& held, const Value& value) {
+        if constexpr (AVNamedEnum<T>) {
+            for (const auto& [each, name] : avNames(held)) {
+                if (value.isString() ? value.asString() == name : number(each) == value) {
+                    held = each;
+                    return true;
+                }
+            }
+            return false;
+        } else {
+            Number taken{};
+            if (!AVType<Number>::take(taken, value) || AVType<Number>::give(taken) != value) {
+                return false;
+            }
+            held = static_cast<T>(taken);
+            return true;
+        }
+    }
+    static Value give(T held) {
+        if constexpr (AVNamedEnum<T>) {
+            for (const auto& [each, name] : avNames(held)) {
+                if (each == held) {
+                    return name;
+                }
+            }
+        }
+        return number(held);
+    }
+
+private:
+    static Value number(T value) { return AVType<Number>::give(static_cast<Number>(value)); }
+};
+
+template <>
+struct AVType<std::string> {
+    static std::string wanted() { return "a string"; }
+    static std::string encoding() { return "@\"NSString\""; }
+    static bool take(std::string& held, const Value& value) {
+        if (value.isString()) {
+            held = value.asString();
+        }
+        return value.isString();
+    }
+    static Value give(const std::string& held) { return held; }
+};
+
+template <>
+struct AVType<std::string_view> {
+    static std::string encoding() { return AVType<std::string>::encoding(); }
+    static Value give(std::string_view held) { return held; }
+};
+
+template <>
+struct AVType<Uuid> {
+    static std::string wanted() { return "the 36 characters of a UUID"; }
+    static std::string encoding() { return "@\"NSUUID\""; }
+    static bool take(Uuid& held, const Value& value) {
+        const std::optional<Uuid> parsed =
+            value.isString() ? Uuid::parse(value.asString()) : std::nullopt;
+        held = parsed.value_or(held);
+        return parsed.has_value();
+    }
+    static Value give(const Uuid& held) { return held.text(); }
+};
+
+/// Exported as the number of seconds, or as RFC 3339 text; both are taken.
+template <>
+struct AVType<Date> {
+    static std::string wanted() { return "a number of seconds or RFC 3339 text"; }
+    static std::string encoding() { return "@\"NSDate\""; }
+    static bool take(Date& held, const Value& value) {
+        const std::optional<Date> date = AVConversion::toDate(value);
+        held = date.value_or(held);
+        return date.has_value();
+    }
+    static Value give(Date held) { return held.secondsSinceReference; }
+};
+
+template <>
+struct AVType<Date, AVText> : AVType<Date> {
+    static Value give(Date held) { return AVConversion::textOf(held); }
+};
+
+/// A number of the duration's own units.
+template <class Count, class Period>
+struct AVType<std::chrono::duration<Count, Period>> {
+    using Duration = std::chrono::duration<Count, Period>;
+
+    static std::string wanted() { return AVType<Count>::wanted(); }
+    static std::string encoding() { return AVType<Count>::encoding(); }
+    static bool take(Duration& held, const Value& value) {
+        Count count{};
+        const bool taken = AVType<Count>::take(count, value);
+        held = taken ? Duration(count) : held;
+        return taken;
+    }
+    static Value give(Duration held) { return AVType<Count>::give(held.count()); }
+};
+
+/// The number of the time's own units since 1970, or RFC 3339 text; both are taken.
+template <class Duration>
+struct AVType<std::chrono::sys_time<Duration>> {
+    using Time = std::chrono::sys_time<Duration>;
+    using Seconds = std::chrono::duration<double>;
+
+    static std::string wanted() { return "a number of units or RFC 3339 text"; }
+    static std::string encoding() { return AVType<Duration>::encoding(); }
+    static bool take(Time& held, const Value& value) {
+        Duration since{};
+        if (value.isString()) {
+            const std::optional<Date> date = AVConversion::toDate(value);
+            using Exact = std::chrono::duration<double, typename Duration::period>;
+            const double count =
+                date ? std::round(Exact(Seconds(date->secondsSinceReference)).count()) : HUGE_VAL;
+            constexpr double limit = 0x1p62;
+            if (!(std::abs(count) < limit)) {
+                return false;
+            }
+            since = Duration(static_cast<typename Duration::rep>(count));
+        } else if (!AVType<Duration>::take(since, value)) {
+            return false;
+        }
+        held = Time(since);
+        return true;
+    }
+    static Value give(Time held) { return AVType<Duration>::give(held.time_since_epoch()); }
+};
+
+template <class Duration>
+struct AVType<std::chrono::sys_time<Duration>, AVText> : AVType<std::chrono::sys_time<Duration>> {
+    static Value give(std::chrono::sys_time<Duration> held) {
+        return AVConversion::textOf(
+            Date{std::chrono::duration<double>(held.time_since_epoch()).count()});
+    }
+};
+
+template <>
+struct AVType<Value> {
+    static std::string wanted() { return "a value"; }
+    static bool take(Value& held, const Value& value) { return held = value, true; }
+    static Value give(const Value& held, AVExporter& exporter) {
+        return exporter.exportedValue(held);
+    }
+};
+
+template <>
+struct AVType<Object> {
+    static std::string wanted() { return "an object"; }
+    static std::string encoding() { return "@\"NSDictionary\""; }
+    static bool take(Object& held, const Value& value) {
+        const Object* taken = value.ifObject();
+        held = taken == nullptr ? held : *taken;
+        return taken != nullptr;
+    }
+    static Value give(const Object& held, AVExporter& exporter) {
+        return exporter.exportedValue(held);
+    }
+};
+
+template <>
+struct AVType<Array> {
+    static std::string wanted() { return "an array"; }
+    static std::string encoding() { return "@\"NSArray\""; }
+    static bool take(Array& held, const Value& value) {
+        const Array* taken = value.ifArray();
+        held = taken == nullptr ? held : *taken;
+        return taken != nullptr;
+    }
+    static Value give(const Array& held, AVExporter& exporter) {
+        return exporter.exportedValue(held);
+    }
+};
+
+/// An object-typed property; null is a value that it holds.
+template <>
+struct AVType<std::optional<Value>> {
+    static bool take(std::optional<Value>& held, const Value& value, AVImporter&) {
+        held = value;
+        return true;
+    }
+    static std::optional<Value> give(const std::optional<Value>& held, AVExporter& exporter) {
+        return held ? std::optional(exporter.exportedValue(*held)) : std::nullopt;
+    }
+};
+
+template <AVName ClassName>
+struct AVType<AVValue<ClassName>> : AVType<std::optional<Value>> {
+    static std::string encoding() {
+        const std::string_view name = ClassName.view();
+        return name.empty() ? "@" : "@\"" + std::string(name) + "\"";
+    }
+};
+
+/// Nothing for null.
+template <class T, class Form>
+struct AVType<std::optional<T>, Form> {
+    static constexpr bool isNode = AVProperty::isNode<T, Form>;
+    static std::string encoding() {
+        return AVScalar<T> ? "@\"NSNumber\"" : AVProperty::encoding<T, Form>();
+    }
+    static bool take(std::optional<T>& held, const Value& value, AVImporter& importer) {
+        if (value.isNull()) {
+            held.reset();
+            return true;
+        }
+        T taken{};
+        if (!AVProperty::take<T, Form>(taken, value, importer)) {
+            return false;
+        }
+        held = std::move(taken);
+        return true;
+    }
+    static std::optional<Value> give(const std::optional<T>& held, AVExporter& exporter) {
+        return held ? AVProperty::give<T, Form>(*held, exporter) : std::nullopt;
+    }
+    static void relate(AVClassDraft& draft) { AVProperty::relate<T, Form>(draft); }
+};
+
+/// A new object for a JSON object; an instance of `T` or a class derived from it; nothing for null.
+template <class T>
+struct AVType<Ref<T>> {
+    static constexpr bool isNode = true;
+    static std::string encoding() { return "@\"" + std::string(T::avClassName()) + "\""; }
+    static bool take(Ref<T>& held, const Value& value, AVImporter& importer) {
+        if (value.isNull()) {
+            held = nullptr;
+            return true;
+        }
+        if constexpr (std::is_default_constructible_v<T> && !std::same_as<T, AVObject>) {
+            if (const Object* json = value.ifObject()) {
+                const Ref<T> made(new T);
+                importer.fill(*made, *json);
+                held = made;
+                return true;
+            }
+        }
+        AVObject* const object = mappableObject(value);
+        if (object == nullptr || !object->avClass().isA(AVClass::of<T>())) {
+            return importer.refuse(&value, "an instance of " + std::string(T::avClassName()));
+        }
+        held = Ref<T>(static_cast<T*>(object));
+        return true;
+    }
+    static std::optional<Value> give(const Ref<T>& held, AVExporter& exporter) {
+        if (!held) {
+            return std::nullopt;
+        }
+        return exporter.mode() == AVExporter::Mode::held ? Value(Ref<Instance>(held))
+                                                         : Value(exporter.exported(*held));
+    }
+    static void relate(AVClassDraft& draft) { draft.related.push_back(&AVClass::of<T>); }
+};
+
+/// A JSON object fills the struct that is there.
+template <AVStruct T>
+struct AVType<T> {
+    static constexpr bool isNode = true;
+    static std::string wanted() { return "an object"; }
+    static std::string encoding() { return "{" + std::string(T::avClassName()) + "}"; }
+    static bool take(T& held, const Value& value, AVImporter& importer) {
+        const Object* json = value.ifObject();
+        if (json == nullptr) {
+            return importer.refuse(&value, wanted());
+        }
+        importer.fill(&held, AVClass::of<T>(), *json);
+        return true;
+    }
+    static std::optional<Value> give(const T& held, AVExporter& exporter) {
+        return exporter.exported(&held, AVClass::of<T>());
+    }
+    static void relate(AVClassDraft& draft) { draft.related.push_back(&AVClass::of<T>); }
+};
+
+/// `std::vector`, `std::set` and what is filled like them.
+template <class T>
+concept AVSequence = requires(T held, typename T::value_type element) {
+    held.insert(held.end(), std::move(element));
+    held.clear();
+} && !requires { typename T::mapped_type; } && !std::same_as<T, std::string>;
+
+template <class T>
+inline constexpr bool avIsFixed = false;
+template <class T, std::size_t Size>
+inline constexpr bool avIsFixed<std::array<T, Size>> = true;
+
+/// An array all of whose elements can be taken; a `std::array` takes so many as it has.
+template <class T, class Form>
+requires(AVSequence<T> || avIsFixed<T>) struct AVType<T, Form> {
+    using Element = typename T::value_type;
+
+    static std::string wanted() { return "an array"; }
+    static std::string encoding() { return "@\"NSArray\""; }
+    static bool take(T& held, const Value& value, AVImporter& importer) {
+        const Array* elements = value.ifArray();
+        if (elements == nullptr) {
+            return importer.refuse(&value, wanted());
+        }
+        const AVImporter::Level level(importer);
+        T taken{};
+        if constexpr (avIsFixed<T>) {
+            if (elements->size() != taken.size()) {
+                return importer.refuse(&value, std::to_string(taken.size()) + " elements");
+            }
+        } else if constexpr (requires { taken.reserve(elements->size()); }) {
+            taken.reserve(elements->size());
+        }
+        for (const Value& element : *elements) {
+            if (!takeElement(taken, element, static_cast<std::size_t>(&element - elements->begin()),
+                             importer)) {
+                return importer.refuseIn("element " +
+                                         std::to_string(&element - elements->begin()));
+            }
+        }
+        held = std::move(taken);
+        return true;
+    }
+    static std::optional<Value> give(const T& held, AVExporter& exporter) {
+        const AVExporter::Level level(exporter);
+        AVExporter reader(AVExporter::Mode::held);
+        Array elements;
+        elements.reserve(held.size());
+        for (const auto& element : held) {
+            if constexpr (!AVProperty::isNode<Element, Form>) {
+                if (exporter.mode() == AVExporter::Mode::prescribed) {
+                    elements.append(exporter.exportedNode(
+                        AVProperty::give<Element, Form>(element, reader).value_or(Value())));
+                    continue;
+                }
+            }
+            // An array has a place for every element: the one that holds nothing shows as null.
+            auto given = AVProperty::give<Element, Form>(element, exporter);
+            const bool isNone = !given && exporter.mode() == AVExporter::Mode::prescribed;
+            elements.append(isNone ? Value(Object()) : std::move(given).value_or(Value()));
+        }
+        return elements;
+    }
+    static void relate(AVClassDraft& draft) { AVProperty::relate<Element, Form>(draft); }
+
+private:
+    static bool takeElement(T& taken, const Value& element, std::size_t position,
+                            AVImporter& importer) {
+        if constexpr (avIsFixed<T>) {
+            return AVProperty::take<Element, Form>(taken[position], element, importer);
+        } else if constexpr (requires {
+                                 { taken.emplace_back() } -> std::same_as<Element&>;
+                             }) {
+            return AVProperty::take<Element, Form>(taken.emplace_back(), element, importer);
+        } else {
+            Element converted{};
+            if (!AVProperty::take<Element, Form>(converted, element, importer)) {
+                return false;
+            }
+            taken.insert(taken.end(), std::move(converted));
+            return true;
+        }
+    }
+};
+
+/// An object all of whose members can be taken, for maps from `std::string`.
+template <class T, class Form>
+requires std::same_as<typename T::key_type, std::string> && requires { typename T::mapped_type; }
+struct AVType<T, Form> {
+    using Mapped = typename T::mapped_type;
+
+    static std::string wanted() { return "an object"; }
+    static std::string encoding() { return "@\"NSDictionary\""; }
+    static bool take(T& held, const Value& value, AVImporter& importer) {
+        const Object* members = value.ifObject();
+        if (members == nullptr) {
+            return importer.refuse(&value, wanted());
+        }
+        const AVImporter::Level level(importer);
+        T taken{};
+        for (const Object::Member& member : *members) {
+            if (!AVProperty::take<Mapped, Form>(taken[std::string(member.key())], member.value,
+                                                importer)) {
+                return importer.refuseIn("member \"" + std::string(member.key()) + "\"");
+            }
+        }
+        held = std::move(taken);
+        return true;
+    }
+    static std::optional<Value> give(const T& held, AVExporter& exporter) {
+        const AVExporter::Level level(exporter);
+        Object members;
+        members.reserve(held.size());
+        for (const auto& [key, value] : held) {
+            members.set(key, AVProperty::give<Mapped, Form>(value, exporter).value_or(Value()));
+        }
+        return members;
+    }
+    static void relate(AVClassDraft& draft) { AVProperty::relate<Mapped, Form>(draft); }
+};
+
+} // namespace morvellacinto
+
+/// Names the values of an enumeration, in its namespace: `AVJSON_NAMES(Colour, {Colour::red,
+/// "red"}, {Colour::green, "green"})`.
+#define AVJSON_NAMES(Enum, ...)                                                                    \
+    [[maybe_unused]] inline std::span<const std::pair<Enum, std::string_view>> avNames(Enum) {     \
+        static constexpr std::pair<Enum, std::string_view> names[]{__VA_ARGS__};                   \
+        return names;                                                                              \
+    }
