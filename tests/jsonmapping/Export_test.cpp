@@ -11,7 +11,7 @@ const std::string failed = "dict init failed";
 Ref<Thing> leaf(int count) {
     auto thing = makeInstance<Thing>();
     thing->count = count;
-    thing->exportKeys = {"count"};
+    thing->exportKeys = Array::of({"count"});
     return thing;
 }
 
@@ -81,7 +81,6 @@ TEST_F(Export, followsAPathOnlyForAnObjectThatAnswersTheWholeOfIt) {
             route.property<&Route::extra>("extra");
         }
 
-    public:
         std::optional<Value> extra() const { return Object{{"a", 1}, {"b", 2}}; }
     };
     auto route = makeInstance<Route>();
@@ -103,7 +102,6 @@ TEST_F(Export, keepsTheOrderAskedAndTheLastOfEqualOutputKeys) {
     class Twice : public Thing {
         AVJSON_CLASS(Twice, Thing)
 
-    public:
         std::string sourceKeyForExceptionKey(std::string_view) const override { return "same"; }
     };
     auto twice = makeInstance<Twice>();
@@ -116,7 +114,7 @@ TEST_F(Export, keepsTheOrderAskedAndTheLastOfEqualOutputKeys) {
 
 TEST_F(Export, anExceptionTruncatesOnlyTheObjectInWhichItHappens) {
     auto inner = leaf(1);
-    inner->exportKeys = {"count", "keysAsked", "ident"};
+    inner->exportKeys = Array::of({"count", "keysAsked", "ident"});
     inner->ident = 2;
     auto outer = leaf(3);
     outer->node = Value(Ref<Instance>(inner));
@@ -143,11 +141,11 @@ TEST_F(Export, goesAsDeepAsJsonAndNoDeeper) {
     std::vector<Ref<Thing>> chain{leaf(0)};
     for (int level = 1; level < 600; ++level) {
         auto thing = leaf(level);
-        thing->exportKeys = {"node", "count"};
+        thing->exportKeys = Array::of({"node", "count"});
         thing->node = Value(Ref<Instance>(chain.back()));
         chain.push_back(thing);
     }
-    Value inner = chain.back()->avDictionaryWithValuesForKeys(chain.back()->keysForExport());
+    Value inner = chain.back()->avDictionaryWithValuesForKeys({"node", "count"});
     expectLog({failed});
     std::size_t levels = 0;
     for (; inner.asObject().contains("node"); ++levels) {

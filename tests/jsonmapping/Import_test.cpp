@@ -118,7 +118,6 @@ TEST_F(Import, looksNodeKeysUpPlainlyAndPlainKeysThroughTheDictionary) {
             counted.property<&Counted::members>("@count");
         }
 
-    public:
         AVValue<> members;
     };
     auto counted = makeInstance<Counted>();
