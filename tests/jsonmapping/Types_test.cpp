@@ -111,7 +111,7 @@ TEST(MappedTypes, readBackWhatTheyExport) {
         {"dateText", "-1.25", "\"1969-12-31T23:59:58.75Z\""},
         {"dateText", "\"0000-02-29t00:00:00z\"", "\"0000-02-29T00:00:00Z\""},
         {"dateText", "\"2016-12-31T23:59:60.5Z\"", "\"2017-01-01T00:00:00.5Z\""},
-        {"dateText", "1e300"},
+        {"dateText", "1e+300"},
         {"uuid", "\"00112233-4455-6677-8899-AABBCCDDEEFF\""},
         {"value", "[1,null,{\"a\":2.5}]"},
         {"object", "{\"a\":null}"},

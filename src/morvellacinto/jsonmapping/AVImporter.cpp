@@ -81,12 +81,11 @@ Array AVImporter::convert(const Array& array, const NodeClass& nodeClass) {
     return array.empty() ? Array() : convert(array, Maker(*this, nodeClass));
 }
 
-bool AVImporter::set(void* object, const AVClass& described, const Value* value,
-                     const AVMember& member) {
+bool AVImporter::set(AVObject& object, const Value* value, const AVMember& member) {
     if (member.take == nullptr) {
-        throwNoProperty(described, member.name.asString());
+        throwNoProperty(object.avClass(), member.name.asString());
     }
-    return member.take(static_cast<std::byte*>(object) + member.shift, value, *this);
+    return member.take(&object, value, *this);
 }
 
 bool AVImporter::refuse(const Value* found, std::string wanted) {
@@ -107,29 +106,30 @@ platform::ValueSkipped AVImporter::refused(std::string_view className,
 
 void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
                       const Object& dictionary) {
-    std::string_view at;
+    const Object::Member* at = nullptr;
     platform::guarded(*log_, initFailed, [&] {
         try {
             takeAll(object, self, described, dictionary, at);
         } catch (const std::bad_alloc&) {
             throw; // there is no memory for words about it
         } catch (const std::exception& error) {
-            tell(platform::ImportEnded{std::string(described.name()), std::string(at),
-                                       error.what()});
+            tell(platform::ImportEnded{std::string(described.name()),
+                                       at == nullptr ? "" : std::string(at->key()), error.what()});
             throw;
         }
     });
 }
 
 void AVImporter::takeAll(void* object, AVObject* self, const AVClass& described,
-                         const Object& dictionary, std::string_view& at) {
+                         const Object& dictionary, const Object::Member*& at) {
     const Level level(*this);
     const bool asIs = self == nullptr || described.hasDefaultKeys(*self);
     const NodeMapping* const nodes = self == nullptr ? nullptr : nodeMapping_;
     MemberFinder members(described);
     for (const Object::Member& each : dictionary) {
-        at = ValueAccess::key(each);
-        const NodeClass* const node = nodes == nullptr ? nullptr : nodes->find(at);
+        at = &each;
+        const NodeClass* const node =
+            nodes == nullptr ? nullptr : nodes->find(ValueAccess::key(each));
         if (node != nullptr) {
             takeNode(*self, each, *node);
             continue;
@@ -219,11 +219,11 @@ void AVImporter::takePlain(AVObject& object, const Object& dictionary,
         });
 }
 
-void AVImporter::setOrTell(void* object, const AVClass& described, const Value* value,
-                           const AVMember& member) {
-    const bool isIgnored = member.take == nullptr && nodeMapping_ == nullptr;
-    if (!isIgnored && !set(object, described, value, member)) {
+void AVImporter::notTaken(const AVClass& described, const AVMember& member) {
+    if (member.take != nullptr) {
         tell(refused(described.name(), member.name.asString()));
+    } else if (nodeMapping_ != nullptr) {
+        throwNoProperty(described, member.name.asString());
     }
 }
 

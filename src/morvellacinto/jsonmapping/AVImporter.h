@@ -49,9 +49,9 @@ public:
     }
     [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const NodeClass& nodeClass);
     [[nodiscard]] Array convert(const Array& array, const NodeClass& nodeClass);
-    /// Sets a property of an object of that class. Throws std::out_of_range for one that can only
-    /// be read; false when the property cannot hold the value.
-    bool set(void* object, const AVClass& described, const Value* value, const AVMember& member);
+    /// Sets a property. Throws std::out_of_range for one that can only be read; false when the
+    /// property cannot hold the value.
+    bool set(AVObject& object, const Value* value, const AVMember& member);
 
     /// Keeps why a value was not taken, for `refused`; false, for `AVType::take` to return.
     bool refuse(const Value* found, std::string wanted);
@@ -72,12 +72,19 @@ private:
     void takePlain(AVObject& object, const Object& dictionary, const Object::Member& member);
     /// Tells in `at` how far it has come.
     void takeAll(void* object, AVObject* self, const AVClass& described, const Object& dictionary,
-                 std::string_view& at);
+                 const Object::Member*& at);
     /// "id", text that may be a number, a key that asks the JSON object itself, and one that the class does not name.
     void takeSpecial(void* object, const AVClass& described, const Object& dictionary,
                      const Object::Member& member, const AVMember* named);
     void setOrTell(void* object, const AVClass& described, const Value* value,
-                   const AVMember& member);
+                   const AVMember& member) {
+        if (member.take == nullptr ||
+            !member.take(static_cast<std::byte*>(object) + member.shift, value, *this)) {
+            notTaken(described, member);
+        }
+    }
+    /// Throws for what can only be read in a prescribed import.
+    void notTaken(const AVClass& described, const AVMember& member);
     void tell(platform::Diagnostic diagnostic);
 
     platform::DeveloperLog* log_;

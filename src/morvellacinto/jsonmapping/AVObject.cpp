@@ -102,8 +102,7 @@ std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
 void AVObject::setValue(const std::optional<Value>& value, std::string_view name) {
     const AVClass& described = avClass();
     AVImporter importer;
-    if (!importer.set(this, described, value ? &*value : nullptr,
-                      propertyNamed(described, name))) {
+    if (!importer.set(*this, value ? &*value : nullptr, propertyNamed(described, name))) {
         throw ValueKindError(sentenceOf(importer.refused(described.name(), name)));
     }
 }

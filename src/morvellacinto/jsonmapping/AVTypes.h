@@ -90,12 +90,14 @@ struct AVType<T> {
     static bool take(T& held, const Value& value) {
         using Limits = std::numeric_limits<T>;
         if constexpr (std::same_as<T, bool>) {
-            return put(held, AVConversion::toBool(value));
+            return value.isBool() ? (held = value.asBool(), true)
+                                  : put(held, AVConversion::toBool(value));
         } else if constexpr (std::same_as<T, float>) {
             return value.isNumber() ? (held = value.asFloat(), true)
                                     : put(held, AVConversion::toDouble(value));
         } else if constexpr (std::same_as<T, double>) {
-            return put(held, AVConversion::toDouble(value));
+            return value.isNumber() ? (held = value.asDouble(), true)
+                                    : put(held, AVConversion::toDouble(value));
         } else if constexpr (std::is_signed_v<T>) {
             return put(held, AVConversion::toInteger(value, Limits::min(), Limits::max()));
         } else {
