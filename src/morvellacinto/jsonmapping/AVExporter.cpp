@@ -12,11 +12,6 @@
 namespace morvellacinto {
 namespace {
 
-/// Values that stand in the result as they are.
-bool isJson(const Value& value) {
-    return value.isNumber() || value.isString() || value.isBool() || value.isObject();
-}
-
 std::string missingLine(std::string_view key, const AVObject& object) {
     std::string line = std::string(key) + " missing in " + object.description() + " while export";
     // The log takes single lines.
@@ -32,8 +27,8 @@ std::string missingLine(std::string_view key, const AVObject& object) {
 class AVExporter::Output {
 public:
     Output(Object& object, std::size_t count, bool keepsEmpty)
-        : object_(object), keepsEmpty_(keepsEmpty) {
-        object_.reserve(count);
+        : object_(object), own_(ValueAccess::own(object)), keepsEmpty_(keepsEmpty) {
+        own_.members.reserve(count);
     }
 
     /// Under the member's own name.
@@ -44,7 +39,7 @@ public:
         }
         last_ = &member;
         if (value && counts(*value)) {
-            ValueAccess::add(object_, member.name, *std::move(value));
+            own_.add(Value(member.name), *std::move(value));
         }
     }
 
@@ -68,6 +63,7 @@ private:
     }
 
     Object& object_;
+    ValueAccess::ObjectRep& own_; // nobody else gets the object before it is filled
     bool keepsEmpty_;
     /// No member behind this one in the class is there yet, unless under another's name.
     const AVMember* last_ = nullptr;
@@ -94,11 +90,11 @@ Object AVExporter::exported(const AVObject& object, const Array& keys) {
     return exported(&object, &object, object.avClass(), keys);
 }
 
-Value AVExporter::exportedValue(const Value& value) {
+Value AVExporter::exportedOther(const Value& value) {
     if (mode_ == Mode::natural) {
         return naturalValue(value);
     }
-    if (mode_ == Mode::held || isJson(value)) {
+    if (mode_ == Mode::held || value.isObject()) {
         return value;
     }
     const Array* elements = value.ifArray();

@@ -49,7 +49,10 @@ public:
     /// The same with these keys, in their order.
     [[nodiscard]] Object exported(const AVObject& object, const Array& keys);
     /// What stands in the result for a value of any kind.
-    [[nodiscard]] Value exportedValue(const Value& value);
+    [[nodiscard]] Value exportedValue(const Value& value) {
+        return value.isString() || value.isNumber() || value.isBool() ? value
+                                                                      : exportedOther(value);
+    }
     /// As a prescribed export has it in arrays: what is no mappable object is an empty one.
     [[nodiscard]] Object exportedNode(const Value& value);
 
@@ -60,6 +63,7 @@ private:
                                   const AVClass& described, const Array& keys);
     void give(Output& output, const void* object, const AVObject* self, bool asIs,
               const AVMember& member);
+    [[nodiscard]] Value exportedOther(const Value& value);
     [[nodiscard]] Value naturalValue(const Value& value);
 
     Mode mode_;
