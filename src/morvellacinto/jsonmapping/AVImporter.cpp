@@ -113,8 +113,7 @@ void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
         } catch (const std::bad_alloc&) {
             throw; // there is no memory for words about it
         } catch (const std::exception& error) {
-            tell(platform::ImportEnded{std::string(described.name()),
-                                       at == nullptr ? "" : std::string(at->key()), error.what()});
+            ended(described, at, error);
             throw;
         }
     });
@@ -225,6 +224,12 @@ void AVImporter::notTaken(const AVClass& described, const AVMember& member) {
     } else if (nodeMapping_ != nullptr) {
         throwNoProperty(described, member.name.asString());
     }
+}
+
+void AVImporter::ended(const AVClass& described, const Object::Member* at,
+                       const std::exception& error) {
+    tell(platform::ImportEnded{std::string(described.name()),
+                               at == nullptr ? "" : std::string(at->key()), error.what()});
 }
 
 void AVImporter::tell(platform::Diagnostic diagnostic) {

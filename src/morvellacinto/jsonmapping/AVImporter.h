@@ -85,6 +85,7 @@ private:
     }
     /// Throws for what can only be read in a prescribed import.
     void notTaken(const AVClass& described, const AVMember& member);
+    void ended(const AVClass& described, const Object::Member* at, const std::exception& error);
     void tell(platform::Diagnostic diagnostic);
 
     platform::DeveloperLog* log_;

@@ -126,8 +126,8 @@ private:
 template <class T>
 concept AVNamedEnum = requires(T value) { avNames(value); };
 
-/// Names are exported and taken, and the numbers behind them taken; without names, and for a value
-/// without one, the number is exported, and without names every number taken that the type holds.
+/// Names are exported and taken, and so are numbers that the type holds: those are exported of a
+/// value that has no name.
 template <class T>
 requires std::is_enum_v<T>
 struct AVType<T> {
@@ -142,20 +142,18 @@ struct AVType<T> {
     static bool take(T& held, const Value& value) {
         if constexpr (AVNamedEnum<T>) {
             for (const auto& [each, name] : avNames(held)) {
-                if (value.isString() ? value.asString() == name : number(each) == value) {
+                if (value.isString() && value.asString() == name) {
                     held = each;
                     return true;
                 }
             }
-            return false;
-        } else {
-            Number taken{};
-            if (!AVType<Number>::take(taken, value) || AVType<Number>::give(taken) != value) {
-                return false;
-            }
-            held = static_cast<T>(taken);
-            return true;
         }
+        Number taken{};
+        if (!AVType<Number>::take(taken, value) || AVType<Number>::give(taken) != value) {
+            return false;
+        }
+        held = static_cast<T>(taken);
+        return true;
     }
     static Value give(T held) {
         if constexpr (AVNamedEnum<T>) {
@@ -165,11 +163,8 @@ struct AVType<T> {
                 }
             }
         }
-        return number(held);
+        return AVType<Number>::give(static_cast<Number>(held));
     }
-
-private:
-    static Value number(T value) { return AVType<Number>::give(static_cast<Number>(value)); }
 };
 
 template <>
@@ -269,9 +264,11 @@ struct AVType<std::chrono::sys_time<Duration>> {
 
 template <class Duration>
 struct AVType<std::chrono::sys_time<Duration>, AVText> : AVType<std::chrono::sys_time<Duration>> {
+    using Base = AVType<std::chrono::sys_time<Duration>>;
     static Value give(std::chrono::sys_time<Duration> held) {
-        return AVConversion::textOf(
-            Date{std::chrono::duration<double>(held.time_since_epoch()).count()});
+        const typename Base::Seconds since = held.time_since_epoch();
+        Value text = AVConversion::textOf(Date{since.count()});
+        return text.isString() ? std::move(text) : Base::give(held);
     }
 };
 
