@@ -13,10 +13,10 @@ class Skipping : public Described {
 };
 #elif CASE == 2 // AVJSON_CLASS_TAKES_AT_MOST_86_MEMBERS
 struct Large {
-    AVJSON_CLASS(Large, void, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a,
+    AVJSON_CLASS(Large, void, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a,
                  a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a,
                  a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a,
-                 a, a, a, a, a, a, a)
+                 a, a, a, a, a, a, a, a)
 
     int a = 0;
 };

@@ -22,10 +22,9 @@ struct Sides {
 template <>
 struct AVType<Sides> {
     static std::string wanted() { return "a square such as 3x3"; }
-    static bool take(Sides& held, const Value& value) {
-        const bool isSides = value.isString() && value.asString().ends_with("x3");
-        held.width = isSides ? value.asString().front() - '0' : held.width;
-        return isSides;
+    static std::optional<Sides> take(const Value& value) {
+        const bool isOne = value.isString() && value.asString().ends_with("x3");
+        return isOne ? std::optional(Sides{value.asString().front() - '0'}) : std::nullopt;
     }
     static Value give(const Sides& held) { return std::to_string(held.width) + "x3"; }
 };
@@ -260,8 +259,9 @@ TEST(MappedTypes, exportWhatTheMacroListsUnlessTheClassSaysOtherwise) {
     thing->exportKeys = Array::of({"other", "nodes", "missing"});
     thing->other = Object{{"at", Date{5}}, {"of", Value(Ref<Instance>(journey->to))}};
     thing->nodes = Array::of({1, nullptr});
-    EXPECT_EQ(AVJSON::toJSON(AVJSON::from(*thing)),
-              R"({"other":{"at":5,"of":{"id":0,"name":"HARBOUR ","journeys":[]}},"nodes":[1,null]})");
+    EXPECT_EQ(
+        AVJSON::toJSON(AVJSON::from(*thing)),
+        R"({"other":{"at":5,"of":{"id":0,"name":"HARBOUR ","journeys":[]}},"nodes":[1,null]})");
     thing->node = Value(Ref<Instance>(thing));
     thing->exportKeys = Array::of({"node"});
     EXPECT_THROW(static_cast<void>(AVJSON::from(thing)), std::invalid_argument);
@@ -302,10 +302,10 @@ TEST_F(MixedTypes, exportPlainElementsAsEmptyObjectsWhereThatIsPrescribed) {
     mixed->numbers = {1, 2};
     mixed->points.resize(1);
     mixed->map["a"] = makeInstance<Place>();
-    EXPECT_EQ(AVJSON::toJSON(mixed->avDictionaryWithValuesForKeys({"numbers", "points", "map",
-                                                                   "when"})),
-              R"({"numbers":[{},{}],"points":[{"x":1,"y":2}],"map":{"a":{"ident":0,"name":""}},)"
-              R"("when":0})");
+    EXPECT_EQ(
+        AVJSON::toJSON(mixed->avDictionaryWithValuesForKeys({"numbers", "points", "map", "when"})),
+        R"({"numbers":[{},{}],"points":[{"x":1,"y":2}],"map":{"a":{"ident":0,"name":""}},)"
+        R"("when":0})");
 }
 
 } // namespace

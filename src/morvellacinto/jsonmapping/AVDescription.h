@@ -56,15 +56,15 @@ public:
     template <auto Getter, auto Setter, class Form = void>
     void property(std::string_view name, std::string_view attributes = {}) {
         using Taken = Held<Getter>;
-        declare<Getter, Form>(name, attributes, true).take =
-            [](void* object, const Value* value, AVImporter& importer) {
-                Taken taken{};
-                if (!AVProperty::set<Taken, Form>(taken, value, importer)) {
-                    return false;
-                }
-                std::invoke(Setter, self(object), std::move(taken));
-                return true;
-            };
+        declare<Getter, Form>(name, attributes, true).take = [](void* object, const Value* value,
+                                                                AVImporter& importer) {
+            Taken taken{};
+            if (!AVProperty::set<Taken, Form>(taken, value, importer)) {
+                return false;
+            }
+            std::invoke(Setter, self(object), std::move(taken));
+            return true;
+        };
     }
 
     /// A computed value, with no property behind it.

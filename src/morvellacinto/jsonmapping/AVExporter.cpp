@@ -163,8 +163,7 @@ void AVExporter::give(Output& output, const void* object, const AVObject* self, 
             return output.store(member, std::move(value));
         }
     }
-    output.store(asIs ? std::string(name) : self->sourceKeyForExceptionKey(name),
-                 std::move(value));
+    output.store(asIs ? std::string(name) : self->sourceKeyForExceptionKey(name), std::move(value));
 }
 
 Value AVExporter::naturalValue(const Value& value) {

@@ -148,8 +148,7 @@ void AVImporter::takeAll(void* object, AVObject* self, const AVClass& described,
 
 void AVImporter::takeSpecial(void* object, const AVClass& described, const Object& dictionary,
                              const Object::Member& member, const AVMember* named) {
-    const bool isId =
-        member.key() == sourceKey && (named == nullptr || nodeMapping_ != nullptr);
+    const bool isId = member.key() == sourceKey && (named == nullptr || nodeMapping_ != nullptr);
     const AVMember* const property = isId ? described.find(exceptionKey) : named;
     takeValue(
         found(dictionary, member), [&] { return named != nullptr && named->isNumber; },

@@ -73,7 +73,8 @@ private:
     /// Tells in `at` how far it has come.
     void takeAll(void* object, AVObject* self, const AVClass& described, const Object& dictionary,
                  const Object::Member*& at);
-    /// "id", text that may be a number, a key that asks the JSON object itself, and one that the class does not name.
+    /// "id", text that may be a number, a key that asks the JSON object itself, and one that the
+    /// class does not name.
     void takeSpecial(void* object, const AVClass& described, const Object& dictionary,
                      const Object::Member& member, const AVMember* named);
     void setOrTell(void* object, const AVClass& described, const Value* value,

@@ -92,9 +92,9 @@ public:
     /// nothing or is missing in a JSON object; throws std::out_of_range for a name that a value
     /// does not know.
     [[nodiscard]] std::optional<Value> valueForKeyPath(std::string_view path) const;
-    /// Sets a property, as an import does, or sets it to nothing. Throws std::out_of_range when there is none of that
-    /// name that can be set, and ValueKindError, keeping the old value, when it refuses the value;
-    /// `AVType` tells which.
+    /// Sets a property, as an import does, or sets it to nothing. Throws std::out_of_range when
+    /// there is none of that name that can be set, and ValueKindError, keeping the old value, when
+    /// it refuses the value; `AVType` tells which.
     void setValue(const std::optional<Value>& value, std::string_view name);
 };
 

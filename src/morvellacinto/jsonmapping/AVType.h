@@ -21,16 +21,17 @@ namespace morvellacinto {
 ///     template <>
 ///     struct morvellacinto::AVType<Colour> {
 ///         static std::string wanted() { return "a colour such as #ff8000"; }
-///         static bool take(Colour& held, const Value& value) {
-///             return value.isString() && parse(value.asString(), held);
+///         static std::optional<Colour> take(const Value& value) {
+///             return value.isString() ? Colour::parsed(value.asString()) : std::nullopt;
 ///         }
 ///         static Value give(const Colour& held) { return held.text(); }
 ///     };
 ///
-/// `take` gives false, and leaves `held` as it was, for what `T` cannot hold; `wanted` says what it
-/// can. Without `take` a type can only be read. A type that holds others takes an `AVImporter&` and
-/// gives with an `AVExporter&` besides; `encoding` is its part of attribute texts, "@" without one.
-/// `Form` is one of several ways to write the same type, such as `AVText`.
+/// `take` gives nothing for what `T` cannot hold; `wanted` says what it can. Without `take` a type
+/// can only be read. A type that holds others has `bool take(T& held, const Value&, AVImporter&)`,
+/// which leaves `held` as it was where it fails, and gives with an `AVExporter&` besides.
+/// `encoding` is its part of attribute texts, "@" without one. `Form` is one of several ways to
+/// write the same type, such as `AVText`.
 template <class T, class Form = void>
 struct AVType {
     static_assert(sizeof(T) == 0, "no property can have this type: it has no AVType, or it derives "
@@ -42,7 +43,9 @@ struct AVText {};
 
 /// A class or struct with an `AVJSON_CLASS` of its own.
 template <class T>
-concept AVDescribed = requires { requires std::same_as<T, typename T::AVSelf>; };
+concept AVDescribed = requires {
+    requires std::same_as<T, typename T::AVSelf>;
+};
 
 /// The same held by value.
 template <class T>
@@ -55,9 +58,11 @@ template <class T, class Form = void>
 bool take(T& held, const Value& value, AVImporter& importer) {
     if constexpr (requires { AVType<T, Form>::take(held, value, importer); }) {
         return AVType<T, Form>::take(held, value, importer);
+    } else if (std::optional<T> taken = AVType<T, Form>::take(value)) {
+        held = *std::move(taken);
+        return true;
     } else {
-        return AVType<T, Form>::take(held, value) ||
-               importer.refuse(&value, AVType<T, Form>::wanted());
+        return importer.refuse(&value, AVType<T, Form>::wanted());
     }
 }
 
@@ -67,7 +72,8 @@ bool set(T& held, const Value* value, AVImporter& importer) {
     if (value != nullptr) {
         return take<T, Form>(held, *value, importer);
     }
-    if constexpr (requires { held.reset(); } || requires { held = nullptr; }) {
+    if constexpr (
+        requires { held.reset(); } || requires { held = nullptr; }) {
         held = {};
         return true;
     } else {
@@ -103,7 +109,9 @@ void relate(AVClassDraft& draft) {
 
 /// Whether elements of this type are objects also where others are left out of a prescribed export.
 template <class T, class Form>
-inline constexpr bool isNode = requires { requires AVType<T, Form>::isNode; };
+inline constexpr bool isNode = requires {
+    requires AVType<T, Form>::isNode;
+};
 
 } // namespace AVProperty
 

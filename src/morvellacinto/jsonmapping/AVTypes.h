@@ -87,21 +87,18 @@ struct AVType<T> {
             return {letters[std::bit_width(sizeof(T)) - 1]};
         }
     }
-    static bool take(T& held, const Value& value) {
+    static std::optional<T> take(const Value& value) {
         using Limits = std::numeric_limits<T>;
         if constexpr (std::same_as<T, bool>) {
-            return value.isBool() ? (held = value.asBool(), true)
-                                  : put(held, AVConversion::toBool(value));
+            return value.isBool() ? value.asBool() : AVConversion::toBool(value);
         } else if constexpr (std::same_as<T, float>) {
-            return value.isNumber() ? (held = value.asFloat(), true)
-                                    : put(held, AVConversion::toDouble(value));
+            return value.isNumber() ? value.asFloat() : cast(AVConversion::toDouble(value));
         } else if constexpr (std::same_as<T, double>) {
-            return value.isNumber() ? (held = value.asDouble(), true)
-                                    : put(held, AVConversion::toDouble(value));
+            return value.isNumber() ? value.asDouble() : AVConversion::toDouble(value);
         } else if constexpr (std::is_signed_v<T>) {
-            return put(held, AVConversion::toInteger(value, Limits::min(), Limits::max()));
+            return cast(AVConversion::toInteger(value, Limits::min(), Limits::max()));
         } else {
-            return put(held, AVConversion::toUnsigned(value, Limits::max()));
+            return cast(AVConversion::toUnsigned(value, Limits::max()));
         }
     }
     static Value give(T held) {
@@ -114,17 +111,16 @@ struct AVType<T> {
 
 private:
     template <class Converted>
-    static bool put(T& held, const std::optional<Converted>& converted) {
-        if (converted) {
-            held = static_cast<T>(*converted);
-        }
-        return converted.has_value();
+    static std::optional<T> cast(const std::optional<Converted>& converted) {
+        return converted ? std::optional(static_cast<T>(*converted)) : std::nullopt;
     }
 };
 
 /// An enumeration whose `AVJSON_NAMES` are known.
 template <class T>
-concept AVNamedEnum = requires(T value) { avNames(value); };
+concept AVNamedEnum = requires(T value) {
+    avNames(value);
+};
 
 /// Names are exported and taken, and so are numbers that the type holds: those are exported of a
 /// value that has no name.
@@ -139,21 +135,17 @@ struct AVType<T> {
     static std::string encoding() {
         return AVNamedEnum<T> ? "@\"NSString\"" : AVType<Number>::encoding();
     }
-    static bool take(T& held, const Value& value) {
+    static std::optional<T> take(const Value& value) {
         if constexpr (AVNamedEnum<T>) {
-            for (const auto& [each, name] : avNames(held)) {
+            for (const auto& [each, name] : avNames(T{})) {
                 if (value.isString() && value.asString() == name) {
-                    held = each;
-                    return true;
+                    return each;
                 }
             }
         }
-        Number taken{};
-        if (!AVType<Number>::take(taken, value) || AVType<Number>::give(taken) != value) {
-            return false;
-        }
-        held = static_cast<T>(taken);
-        return true;
+        const std::optional<Number> number = AVType<Number>::take(value);
+        const bool isExact = number && AVType<Number>::give(*number) == value;
+        return isExact ? std::optional(static_cast<T>(*number)) : std::nullopt;
     }
     static Value give(T held) {
         if constexpr (AVNamedEnum<T>) {
@@ -171,11 +163,12 @@ template <>
 struct AVType<std::string> {
     static std::string wanted() { return "a string"; }
     static std::string encoding() { return "@\"NSString\""; }
-    static bool take(std::string& held, const Value& value) {
-        if (value.isString()) {
-            held = value.asString();
+    static bool take(std::string& held, const Value& value, AVImporter& importer) {
+        if (!value.isString()) {
+            return importer.refuse(&value, wanted());
         }
-        return value.isString();
+        held = value.asString();
+        return true;
     }
     static Value give(const std::string& held) { return held; }
 };
@@ -190,11 +183,8 @@ template <>
 struct AVType<Uuid> {
     static std::string wanted() { return "the 36 characters of a UUID"; }
     static std::string encoding() { return "@\"NSUUID\""; }
-    static bool take(Uuid& held, const Value& value) {
-        const std::optional<Uuid> parsed =
-            value.isString() ? Uuid::parse(value.asString()) : std::nullopt;
-        held = parsed.value_or(held);
-        return parsed.has_value();
+    static std::optional<Uuid> take(const Value& value) {
+        return value.isString() ? Uuid::parse(value.asString()) : std::nullopt;
     }
     static Value give(const Uuid& held) { return held.text(); }
 };
@@ -204,11 +194,7 @@ template <>
 struct AVType<Date> {
     static std::string wanted() { return "a number of seconds or RFC 3339 text"; }
     static std::string encoding() { return "@\"NSDate\""; }
-    static bool take(Date& held, const Value& value) {
-        const std::optional<Date> date = AVConversion::toDate(value);
-        held = date.value_or(held);
-        return date.has_value();
-    }
+    static std::optional<Date> take(const Value& value) { return AVConversion::toDate(value); }
     static Value give(Date held) { return held.secondsSinceReference; }
 };
 
@@ -224,11 +210,9 @@ struct AVType<std::chrono::duration<Count, Period>> {
 
     static std::string wanted() { return AVType<Count>::wanted(); }
     static std::string encoding() { return AVType<Count>::encoding(); }
-    static bool take(Duration& held, const Value& value) {
-        Count count{};
-        const bool taken = AVType<Count>::take(count, value);
-        held = taken ? Duration(count) : held;
-        return taken;
+    static std::optional<Duration> take(const Value& value) {
+        const std::optional<Count> count = AVType<Count>::take(value);
+        return count ? std::optional<Duration>(*count) : std::nullopt;
     }
     static Value give(Duration held) { return AVType<Count>::give(held.count()); }
 };
@@ -241,23 +225,18 @@ struct AVType<std::chrono::sys_time<Duration>> {
 
     static std::string wanted() { return "a number of units or RFC 3339 text"; }
     static std::string encoding() { return AVType<Duration>::encoding(); }
-    static bool take(Time& held, const Value& value) {
-        Duration since{};
-        if (value.isString()) {
-            const std::optional<Date> date = AVConversion::toDate(value);
+    static std::optional<Time> take(const Value& value) {
+        std::optional<Duration> since;
+        if (!value.isString()) {
+            since = AVType<Duration>::take(value);
+        } else if (const std::optional<Date> date = AVConversion::toDate(value)) {
             using Exact = std::chrono::duration<double, typename Duration::period>;
-            const double count =
-                date ? std::round(Exact(Seconds(date->secondsSinceReference)).count()) : HUGE_VAL;
-            constexpr double limit = 0x1p62;
-            if (!(std::abs(count) < limit)) {
-                return false;
+            const double count = std::round(Exact(Seconds(date->secondsSinceReference)).count());
+            if (std::abs(count) < 0x1p62) {
+                since = Duration(static_cast<typename Duration::rep>(count));
             }
-            since = Duration(static_cast<typename Duration::rep>(count));
-        } else if (!AVType<Duration>::take(since, value)) {
-            return false;
         }
-        held = Time(since);
-        return true;
+        return since ? std::optional<Time>(*since) : std::nullopt;
     }
     static Value give(Time held) { return AVType<Duration>::give(held.time_since_epoch()); }
 };
@@ -275,38 +254,26 @@ struct AVType<std::chrono::sys_time<Duration>, AVText> : AVType<std::chrono::sys
 template <>
 struct AVType<Value> {
     static std::string wanted() { return "a value"; }
-    static bool take(Value& held, const Value& value) { return held = value, true; }
+    static std::optional<Value> take(const Value& value) { return value; }
     static Value give(const Value& held, AVExporter& exporter) {
         return exporter.exportedValue(held);
     }
 };
 
-template <>
-struct AVType<Object> {
-    static std::string wanted() { return "an object"; }
-    static std::string encoding() { return "@\"NSDictionary\""; }
-    static bool take(Object& held, const Value& value) {
-        const Object* taken = value.ifObject();
-        held = taken == nullptr ? held : *taken;
-        return taken != nullptr;
-    }
-    static Value give(const Object& held, AVExporter& exporter) {
-        return exporter.exportedValue(held);
-    }
-};
+template <class T>
+requires(std::same_as<T, Object> || std::same_as<T, Array>) struct AVType<T> {
+    static constexpr bool isObject = std::same_as<T, Object>;
 
-template <>
-struct AVType<Array> {
-    static std::string wanted() { return "an array"; }
-    static std::string encoding() { return "@\"NSArray\""; }
-    static bool take(Array& held, const Value& value) {
-        const Array* taken = value.ifArray();
-        held = taken == nullptr ? held : *taken;
-        return taken != nullptr;
+    static std::string wanted() { return isObject ? "an object" : "an array"; }
+    static std::string encoding() { return isObject ? "@\"NSDictionary\"" : "@\"NSArray\""; }
+    static std::optional<T> take(const Value& value) {
+        if constexpr (isObject) {
+            return value.isObject() ? std::optional(value.asObject()) : std::nullopt;
+        } else {
+            return value.isArray() ? std::optional(value.asArray()) : std::nullopt;
+        }
     }
-    static Value give(const Array& held, AVExporter& exporter) {
-        return exporter.exportedValue(held);
-    }
+    static Value give(const T& held, AVExporter& exporter) { return exporter.exportedValue(held); }
 };
 
 /// An object-typed property; null is a value that it holds.
@@ -414,7 +381,9 @@ template <class T>
 concept AVSequence = requires(T held, typename T::value_type element) {
     held.insert(held.end(), std::move(element));
     held.clear();
-} && !requires { typename T::mapped_type; } && !std::same_as<T, std::string>;
+}
+&&!requires { typename T::mapped_type; }
+&&!std::same_as<T, std::string>;
 
 template <class T>
 inline constexpr bool avIsFixed = false;
@@ -445,8 +414,7 @@ requires(AVSequence<T> || avIsFixed<T>) struct AVType<T, Form> {
         for (const Value& element : *elements) {
             if (!takeElement(taken, element, static_cast<std::size_t>(&element - elements->begin()),
                              importer)) {
-                return importer.refuseIn("element " +
-                                         std::to_string(&element - elements->begin()));
+                return importer.refuseIn("element " + std::to_string(&element - elements->begin()));
             }
         }
         held = std::move(taken);

@@ -1,81 +1,59 @@
 #include "morvellacinto/jsonmapping/AVTypes.h"
 
 #include <charconv>
+#include <cstdio>
 
 namespace morvellacinto::AVConversion {
 namespace {
 
-/// Takes so many digits off the front of `text`; nothing when there are fewer.
-std::optional<int> digits(std::string_view& text, std::size_t count) {
+/// Whether a text looks like an example, in which "0" stands for any digit.
+bool looksLike(std::string_view text, std::string_view example) {
+    return std::equal(text.begin(), text.end(), example.begin(), example.end(),
+                      [](char given, char wanted) {
+                          return wanted == '0' ? given >= '0' && given <= '9' : given == wanted;
+                      });
+}
+
+/// The digits at a place of which it is known that they are some.
+int digits(std::string_view text, std::size_t position, std::size_t count) {
     int number = 0;
-    const char* const end = text.data() + std::min(count, text.size());
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (text.size() < count || text.front() == '-' || error != std::errc() || stop != end) {
-        return std::nullopt;
-    }
-    text.remove_prefix(count);
+    std::from_chars(text.data() + position, text.data() + position + count, number);
     return number;
 }
 
-bool skip(std::string_view& text, std::string_view anyOf) {
-    const bool found = !text.empty() && anyOf.find(text.front()) != std::string_view::npos;
-    text.remove_prefix(found ? 1 : 0);
-    return found;
-}
-
-/// As `digits`, and takes what separates it from what comes before.
-std::optional<int> digitsAfter(std::string_view& text, std::string_view anyOf, std::size_t count) {
-    return skip(text, anyOf) ? digits(text, count) : std::nullopt;
-}
-
-std::optional<Date> dateFromText(std::string_view text) {
+std::optional<Date> dateFromText(std::string text) {
     using namespace std::chrono;
-    const auto yearNumber = digits(text, 4);
-    const auto monthNumber = digitsAfter(text, "-", 2);
-    const auto dayNumber = digitsAfter(text, "-", 2);
-    const auto hour = digitsAfter(text, "Tt ", 2);
-    const auto minute = digitsAfter(text, ":", 2);
-    const auto second = digitsAfter(text, ":", 2); // 60 in a leap second
-    if (!yearNumber || !monthNumber || !dayNumber || !hour || !minute || !second || *hour > 23 ||
-        *minute > 59 || *second > 60) {
+    std::replace(text.begin(), text.end(), 't', 'T');
+    std::replace(text.begin(), text.end(), 'z', 'Z');
+    constexpr std::string_view example = "0000-00-00T00:00:00";
+    const std::size_t zoneAt = text.find_first_of("Z+-", example.size());
+    if (zoneAt == std::string::npos || !looksLike(text.substr(0, example.size()), example)) {
         return std::nullopt;
     }
-    const year_month_day day(year(*yearNumber), month(static_cast<unsigned>(*monthNumber)),
-                             std::chrono::day(static_cast<unsigned>(*dayNumber)));
-    if (!day.ok()) {
+    const std::string zone = text.substr(zoneAt);
+    const std::string fraction = text.substr(example.size(), zoneAt - example.size());
+    const year_month_day day(year(digits(text, 0, 4)),
+                             month(static_cast<unsigned>(digits(text, 5, 2))),
+                             std::chrono::day(static_cast<unsigned>(digits(text, 8, 2))));
+    const int hour = digits(text, 11, 2);
+    const int minute = digits(text, 14, 2);
+    const int second = digits(text, 17, 2); // 60 in a leap second
+    const bool isUtc = zone == "Z";
+    if (!day.ok() || hour > 23 || minute > 59 || second > 60 ||
+        !(isUtc || looksLike(zone, "+00:00") || looksLike(zone, "-00:00")) ||
+        !(fraction.empty() || looksLike(fraction, "." + std::string(fraction.size() - 1, '0'))) ||
+        fraction == ".") {
         return std::nullopt;
     }
-    std::string fraction = "0";
-    if (skip(text, ".")) {
-        const std::size_t length = std::min(text.find_first_not_of("0123456789"), text.size());
-        if (length == 0) {
-            return std::nullopt;
-        }
-        fraction = "." + std::string(text.substr(0, length));
-        text.remove_prefix(length);
-    }
-    seconds offset(0);
-    if (!skip(text, "Zz")) {
-        const int sign = text.starts_with('-') ? -1 : 1;
-        const auto hours = digitsAfter(text, "+-", 2);
-        const auto minutes = digitsAfter(text, ":", 2);
-        if (!hours || !minutes || *hours > 23 || *minutes > 59) {
-            return std::nullopt;
-        }
-        offset = sign * seconds(*hours * 3600 + *minutes * 60);
-    }
-    if (!text.empty()) {
-        return std::nullopt;
-    }
-    const auto whole = (sys_days(day).time_since_epoch() + seconds(*hour * 3600) +
-                        seconds(*minute * 60 + *second) - offset)
-                           .count();
+    const int offset = isUtc ? 0 : digits(zone, 1, 2) * 3600 + digits(zone, 4, 2) * 60;
+    const auto whole = sys_days(day).time_since_epoch() + hours(hour) + minutes(minute) +
+                       seconds(second + (zone.front() == '-' ? offset : -offset));
     // One number, so that the text of a date after 1970 reads back to the same date.
-    const bool isAfter = whole >= 0 && fraction != "0";
-    const std::string number = isAfter ? std::to_string(whole) + fraction : fraction;
+    const std::int64_t count = seconds(whole).count();
+    const std::string number = (count >= 0 ? std::to_string(count) : "0") + fraction;
     double parsed = 0;
     std::from_chars(number.data(), number.data() + number.size(), parsed);
-    return Date{isAfter ? parsed : static_cast<double>(whole) + parsed};
+    return Date{count >= 0 ? parsed : static_cast<double>(count) + parsed};
 }
 
 } // namespace
@@ -85,7 +63,7 @@ std::optional<Date> toDate(const Value& value) {
         return Date{value.asDouble()};
     }
     if (value.isString()) {
-        return dateFromText(value.asString());
+        return dateFromText(std::string(value.asString()));
     }
     return value.kind() == Value::Kind::date ? std::optional(value.asDate()) : std::nullopt;
 }
@@ -101,29 +79,22 @@ Value textOf(Date date) {
     const double whole = std::floor(since);
     const auto point = sys_seconds(seconds(static_cast<std::int64_t>(whole)));
     const year_month_day day(floor<days>(point));
-    const hh_mm_ss time(point - floor<days>(point));
-    std::string text;
-    const auto put = [&text](long number, std::size_t width, char before) {
-        const std::string figures = std::to_string(number);
-        text += before == 0 ? "" : std::string(1, before);
-        text.append(width - std::min(width, figures.size()), '0') += figures;
-    };
-    put(static_cast<int>(day.year()), 4, 0);
-    put(static_cast<unsigned>(day.month()), 2, '-');
-    put(static_cast<unsigned>(day.day()), 2, '-');
-    put(time.hours().count(), 2, 'T');
-    put(time.minutes().count(), 2, ':');
-    put(time.seconds().count(), 2, ':');
+    const auto time = static_cast<int>((point - floor<days>(point)).count());
+    constexpr std::size_t longest = 1100; // the digits behind a point are so many at most
+    char text[longest];
+    char* end = text + std::snprintf(text, longest, "%04d-%02u-%02uT%02d:%02d:%02d",
+                                     int(day.year()), unsigned(day.month()), unsigned(day.day()),
+                                     time / 3600, time / 60 % 60, time % 60);
     if (since != whole) {
-        constexpr std::size_t longest = 1100; // of the digits behind a point
-        char figures[longest];
-        const char* const end = std::to_chars(figures, figures + longest,
-                                              since < 0 ? since - whole : since,
-                                              std::chars_format::fixed)
-                                    .ptr;
-        text.append(std::find(static_cast<const char*>(figures), end, '.'), end);
+        char digits[longest];
+        const char* const last =
+            std::to_chars(digits, digits + longest, since < 0 ? since - whole : since,
+                          std::chars_format::fixed)
+                .ptr;
+        end = std::copy(std::find(static_cast<const char*>(digits), last, '.'), last, end);
     }
-    return text + "Z";
+    *end = 'Z';
+    return std::string_view(text, static_cast<std::size_t>(end + 1 - text));
 }
 
 } // namespace morvellacinto::AVConversion
