@@ -33,55 +33,37 @@ class Kinds : public AVObject {
 };
 
 TEST_F(Classes, scalarsConvertNumbersAndStrings) {
-    constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-    const struct {
-        const char* name;
-        Value set;
-        Value held;
-    } cases[] = {
-        {"yes", 2, true},
-        {"yes", 0.0, false},
-        {"yes", "YES", true},
-        {"yes", " -07", true},
-        {"yes", "no", false},
-        {"tiny", 300, 127},
-        {"tiny", -300.5, -128},
-        {"tiny", "-200", -128},
-        {"tiny", true, 1},
-        {"small", -5, 0},
-        {"small", "-5", 0},
-        {"small", 65536.0, 65535},
-        {"whole", 3.99, 3},
-        {"whole", -3.99, -3},
-        {"whole", " 42abc", 42},
-        {"whole", "abc", 0},
-        {"whole", "+7", 7},
-        {"whole", "12.9", 12},
-        {"whole", "99999999999999999999", INT32_MAX},
-        {"whole", "-99999999999999999999", INT32_MIN},
-        {"whole", notANumber, 0},
-        {"large", UINT64_MAX, INT64_MAX},
-        {"large", "-9223372036854775808", INT64_MIN},
-        {"large", 0x1p63, INT64_MAX},
-        {"count", UINT64_MAX, UINT64_MAX},
-        {"count", "18446744073709551615", UINT64_MAX},
-        {"count", 0x1p64, UINT64_MAX},
-        {"single", 0.1, 0.1F},
-        {"single", true, 1},
-        {"real", "1e3x", 1000},
-        {"real", "-.5", -0.5},
-        {"real", "1e", 1},
-        {"real", "--5", 0},
-        {"real", "inf", 0},
-        {"real", "-1e400", -HUGE_VAL},
-        {"real", "1e-400", 0},
+    // As {yes, tiny, small, whole, large, count, single, real}.
+    const char* const cases[][2] = {
+        {R"([2, 300, -5, 3.99, 18446744073709551615, 18446744073709551615, 0.1, "1e3x"])",
+         "[true,127,0,3,9223372036854775807,18446744073709551615,0.1,1000]"},
+        {R"([0.0, -300.5, "-5", -3.99, "-9223372036854775808", "18446744073709551615", true,
+             "-.5"])",
+         "[false,-128,0,-3,-9223372036854775808,18446744073709551615,1,-0.5]"},
+        {R"(["YES", "-200", 65536.0, " 42abc", 9223372036854775808.0, 18446744073709551616.0, 1,
+             "1e"])",
+         "[true,-128,65535,42,9223372036854775807,18446744073709551615,1,1]"},
+        {R"([" -07", true, 1, "abc", 1, 1, 1, "--5"])", "[true,1,1,0,1,1,1,0]"},
+        {R"(["no", 1, 1, "+7", 1, 1, 1, "inf"])", "[false,1,1,7,1,1,1,0]"},
+        {R"([1, 1, 1, "12.9", 1, 1, 1, "1e-400"])", "[true,1,1,12,1,1,1,0]"},
+        {R"([1, 1, 1, "99999999999999999999", 1, 1, 1, 1])", "[true,1,1,2147483647,1,1,1,1]"},
+        {R"([1, 1, 1, "-99999999999999999999", 1, 1, 1, 1])", "[true,1,1,-2147483648,1,1,1,1]"},
     };
-    for (const auto& each : cases) {
+    for (const auto& [given, expected] : cases) {
         auto kinds = makeInstance<Kinds>();
-        kinds->setValue(each.set, each.name);
-        EXPECT_EQ(kinds->valueForKey(each.name), each.held)
-            << each.name << " " << testing::PrintToString(&each - cases);
+        Array held;
+        for (const Value& each : array(given)) {
+            const auto& member = kinds->avClass().members()[held.size()];
+            kinds->setValue(each, member.name.asString());
+            held.append(kinds->valueForKey(member.name.asString()).value());
+        }
+        EXPECT_EQ(writeJson(held), expected);
     }
+    auto kinds = makeInstance<Kinds>();
+    kinds->setValue(Value(std::numeric_limits<double>::quiet_NaN()), "whole");
+    kinds->setValue(Value("-1e400"), "real");
+    EXPECT_EQ(kinds->whole, 0);
+    EXPECT_EQ(kinds->real, -HUGE_VAL);
 }
 
 TEST_F(Classes, propertiesRefuseWhatTheyCannotHoldAndKeepTheOldValue) {

@@ -97,65 +97,40 @@ std::string sentences(const AVProblems& problems) {
     return all;
 }
 
+std::string roundTrip(std::string_view json) {
+    AVProblems problems;
+    const Value exported = AVJSON::from(AVJSON::as<Everything>(*readJson(json), &problems));
+    const std::string text = AVJSON::toJSON(exported).value();
+    EXPECT_EQ(AVJSON::from(AVJSON::as<Everything>(*readJson(text), &problems)), exported) << json;
+    EXPECT_EQ(sentences(problems), "");
+    return text;
+}
+
 TEST(MappedTypes, readBackWhatTheyExport) {
-    const struct {
-        const char* key;
-        const char* json;
-        const char* exported = nullptr; // what was given unless told
-    } cases[] = {
-        {"date", "1700000000"},
-        {"date", "-1.25"},
-        {"date", "\"2023-11-14T23:13:20+01:00\"", "1700000000"},
-        {"dateText", "\"2023-11-14T22:13:20.1Z\""},
-        {"dateText", "-1.25", "\"1969-12-31T23:59:58.75Z\""},
-        {"dateText", "\"0000-02-29t00:00:00z\"", "\"0000-02-29T00:00:00Z\""},
-        {"dateText", "\"2016-12-31T23:59:60.5Z\"", "\"2017-01-01T00:00:00.5Z\""},
-        {"dateText", "1e+300"},
-        {"uuid", "\"00112233-4455-6677-8899-AABBCCDDEEFF\""},
-        {"value", "[1,null,{\"a\":2.5}]"},
-        {"object", "{\"a\":null}"},
-        {"array", "[1,\"a\"]"},
-        {"map", "{\"a\":1,\"b\":2}"},
-        {"hashed", "{\"a\":null}"},
-        {"fixed", "[3,4]"},
-        {"set", "[\"b\",\"a\",\"b\"]", "[\"a\",\"b\"]"},
-        {"colour", "\"green\""},
-        {"colour", "5", "\"green\""},
-        {"colour", "2"},
-        {"level", "-7"},
-        {"timeout", "1500"},
-        {"instant", "1700000000"},
-        {"instant", "\"2023-11-14T22:13:20.4Z\"", "1700000000"},
-        {"millis", "1700000000100"},
-        {"millisText", "\"2023-11-14T22:13:20.123Z\""},
-        {"maybe", "3"},
-        {"sides", "\"3x3\""},
-        {"point", "{\"x\":1,\"y\":7}"},
-        {"point", "{\"y\":7}", "{\"x\":1,\"y\":7}"},
-        {"points", "[{\"x\":5,\"y\":6}]"},
-        {"points", "[]"},
-        {"pointMap", "{\"p\":{\"x\":5,\"y\":6}}"},
-        {"pin", "{\"x\":1,\"y\":2,\"id\":\"A\",\"sum\":3}"},
-        {"shared", "{\"ident\":7,\"name\":\"A\",\"journeys\":[]}"},
-        {"sharedMap", "{\"m\":[{\"ident\":7,\"name\":\"A\",\"journeys\":[]},null]}"},
-        {"flags", "[true,false]"},
-        {"grid", "[[1,2],[]]"},
-        {"real", "100000"},
-        {"real", "0.1"},
-        {"dates", "[\"2023-11-14T22:13:20Z\"]"},
-        {"inner", "[1,\"a\"]"},
-        {"view", "5", "\"seen\""},
+    const std::string_view whole =
+        R"({"date":-1.25,"dateText":"2023-11-14T22:13:20.1Z","uuid":"00112233-4455-6677-8899-AABBC)"
+        R"(CDDEEFF","value":[1,null,{"a":2.5}],"object":{"a":null},"array":[1,"a"],"map":{"a":1,"b":)"
+        R"(2},"hashed":{"a":null},"fixed":[3,4],"set":["a","b"],"colour":"green","level":-7,"timeout")"
+        R"(:1500,"instant":1700000000,"millis":1700000000100,"millisText":"2023-11-14T22:13:20.123Z")"
+        R"(,"maybe":3,"view":"seen","sides":"3x3","point":{"x":1,"y":7},"points":[{"x":5,"y":6}],"po)"
+        R"(intMap":{"p":{"x":5,"y":6}},"pin":{"x":1,"y":2,"id":"A","sum":3},"shared":{"ident":7,"nam)"
+        R"(e":"A","journeys":[]},"sharedMap":{"m":[{"ident":7,"name":"A","journeys":[]},null]},"flag)"
+        R"(s":[true,false],"grid":[[1,2],[]],"real":100000,"dates":["2023-11-14T22:13:20Z"],"inner":)"
+        R"([1,"a"]})";
+    EXPECT_EQ(roundTrip(whole), whole);
+    const char* const others[][2] = {
+        {R"({"date":"2023-11-14T23:13:20+01:00"})", R"("date":1700000000,)"},
+        {R"({"dateText":-1.25})", R"("dateText":"1969-12-31T23:59:58.75Z",)"},
+        {R"({"dateText":"0000-02-29t00:00:00z"})", R"("dateText":"0000-02-29T00:00:00Z",)"},
+        {R"({"dateText":"2016-12-31T23:59:60.5Z"})", R"("dateText":"2017-01-01T00:00:00.5Z",)"},
+        {R"({"dateText":1e300})", R"("dateText":1e+300,)"},
+        {R"({"instant":"2023-11-14T22:13:20.4Z"})", R"("instant":1700000000,)"},
+        {R"({"set":["b","a","b"],"colour":5})", R"("set":["a","b"],"colour":"green",)"},
+        {R"({"colour":2,"point":{"y":7}})", R"("colour":2,)"},
+        {R"({"point":{"y":7},"view":5})", R"("point":{"x":1,"y":7},)"},
     };
-    for (const auto& each : cases) {
-        const std::string text = std::string(each.exported == nullptr ? each.json : each.exported);
-        AVProblems problems;
-        const Object given = object("{\"" + std::string(each.key) + "\":" + each.json + "}");
-        const auto held = AVJSON::as<Everything>(given, &problems);
-        const Value exported = AVJSON::from(held);
-        EXPECT_EQ(writeJsonFragment(exported.asObject().at(each.key)), text) << each.key;
-        const auto again = AVJSON::as<Everything>(*readJson(*AVJSON::toJSON(exported)), &problems);
-        EXPECT_EQ(AVJSON::from(again), exported) << each.key;
-        EXPECT_EQ(sentences(problems), "");
+    for (const auto& [json, part] : others) {
+        EXPECT_THAT(roundTrip(json), testing::HasSubstr(part));
     }
 }
 

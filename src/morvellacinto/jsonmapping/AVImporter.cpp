@@ -18,25 +18,6 @@ public:
     void log(std::string_view) noexcept override {}
 };
 
-/// Hands over the value that a plain key gives, if it gives one. `isNumberProperty` is asked about
-/// strings.
-template <class IsNumberProperty, class Set>
-void takeValue(const Value& value, const IsNumberProperty& isNumberProperty, const Set& set) {
-    if (value.isString() && isNumberProperty()) {
-        if (const std::optional<Value> number = numberFromText(value.asString())) {
-            set(*number);
-        }
-    } else if (!value.isNull()) {
-        set(value);
-    }
-}
-
-/// What the JSON object says under a plain key.
-Value found(const Object& dictionary, const Object::Member& member) {
-    return member.key().starts_with('@') ? valueForKey(dictionary, member.key()).value()
-                                         : member.value;
-}
-
 } // namespace
 
 /// A node class looked up once for all the objects that are made of it.
@@ -133,30 +114,14 @@ void AVImporter::takeAll(void* object, AVObject* self, const AVClass& described,
             takeNode(*self, each, *node);
             continue;
         }
-        if (!asIs) {
-            takePlain(*self, dictionary, each);
-            continue;
-        }
         const AVMember* const named = members.member(ValueAccess::keyValue(each));
-        if (named == nullptr || named->isSpecial || (named->isNumber && each.value.isString())) {
-            takeSpecial(object, described, dictionary, each, named);
+        if (!asIs || named == nullptr || named->isSpecial ||
+            (named->isNumber && each.value.isString())) {
+            takePlain(object, asIs ? nullptr : self, described, dictionary, each, named);
         } else if (!each.value.isNull()) {
             setOrTell(object, described, &each.value, *named);
         }
     }
-}
-
-void AVImporter::takeSpecial(void* object, const AVClass& described, const Object& dictionary,
-                             const Object::Member& member, const AVMember* named) {
-    const bool isId = member.key() == sourceKey && (named == nullptr || nodeMapping_ != nullptr);
-    const AVMember* const property = isId ? described.find(exceptionKey) : named;
-    takeValue(
-        found(dictionary, member), [&] { return named != nullptr && named->isNumber; },
-        [&](const Value& value) {
-            if (property != nullptr) {
-                setOrTell(object, described, &value, *property);
-            }
-        });
 }
 
 Ref<AVObject> AVImporter::convert(const Object& dictionary, const Maker& maker) {
@@ -204,17 +169,29 @@ void AVImporter::takeNode(AVObject& object, const Object::Member& member,
     }
 }
 
-void AVImporter::takePlain(AVObject& object, const Object& dictionary,
-                           const Object::Member& member) {
+void AVImporter::takePlain(void* object, const AVObject* asked, const AVClass& described,
+                           const Object& dictionary, const Object::Member& member,
+                           const AVMember* named) {
     const std::string_view key = member.key();
-    takeValue(
-        found(dictionary, member), [&] { return object.isNumberProperty(key); },
-        [&](const Value& value) {
-            const AVClass& described = object.avClass();
-            if (const AVMember* property = described.find(object.keyExceptionForSourceKey(key))) {
-                setOrTell(&object, described, &value, *property);
-            }
-        });
+    std::optional<Value> value = member.value;
+    if (key.starts_with('@')) {
+        value = valueForKey(dictionary, key);
+    } else if (value->isString() && (asked != nullptr ? asked->isNumberProperty(key)
+                                                      : named != nullptr && named->isNumber)) {
+        value = numberFromText(member.value.asString());
+    }
+    if (!value || value->isNull()) {
+        return;
+    }
+    const AVMember* property = named;
+    if (asked != nullptr) {
+        property = described.find(asked->keyExceptionForSourceKey(key));
+    } else if (key == sourceKey && (named == nullptr || nodeMapping_ != nullptr)) {
+        property = described.find(exceptionKey);
+    }
+    if (property != nullptr) {
+        setOrTell(object, described, &*value, *property);
+    }
 }
 
 void AVImporter::notTaken(const AVClass& described, const AVMember& member) {

@@ -68,15 +68,13 @@ private:
     [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const Maker& maker);
     [[nodiscard]] Array convert(const Array& array, const Maker& maker);
     void takeNode(AVObject& object, const Object::Member& member, const NodeClass& nodeClass);
-    /// A plain key as the object wants it.
-    void takePlain(AVObject& object, const Object& dictionary, const Object::Member& member);
     /// Tells in `at` how far it has come.
     void takeAll(void* object, AVObject* self, const AVClass& described, const Object& dictionary,
                  const Object::Member*& at);
-    /// "id", text that may be a number, a key that asks the JSON object itself, and one that the
-    /// class does not name.
-    void takeSpecial(void* object, const AVClass& described, const Object& dictionary,
-                     const Object::Member& member, const AVMember* named);
+    /// A plain key as the object wants it, if it is to be asked, or one that wants more than
+    /// setting.
+    void takePlain(void* object, const AVObject* asked, const AVClass& described,
+                   const Object& dictionary, const Object::Member& member, const AVMember* named);
     void setOrTell(void* object, const AVClass& described, const Value* value,
                    const AVMember& member) {
         if (member.take == nullptr ||
