@@ -35,14 +35,14 @@ struct JsonProblem {
 
 /// Reads RFC 8259 text in UTF-8; a byte-order mark is skipped.
 ///
-/// Gives nothing, and tells `problem` why, when the text is no JSON: the top level must be an object or an array, nested at
-/// most `maximumJsonDepth` levels, with nothing but white space behind it. Lone surrogates, invalid
-/// UTF-8 and numbers too large for a double are no JSON; a number too small for one is 0. Integers
-/// are exact over 64 bits signed and unsigned and doubles beyond. Of equal keys the last one's
-/// value stands in the first one's place. Time is linear in the text; nothing but std::bad_alloc is
-/// thrown.
+/// Gives nothing, and tells `problem` why, when the text is no JSON: the top level must be an
+/// object or an array, nested at most `maximumJsonDepth` levels, with nothing but white space
+/// behind it. Lone surrogates, invalid UTF-8 and numbers too large for a double are no JSON; a
+/// number too small for one is 0. Integers are exact over 64 bits signed and unsigned and doubles
+/// beyond. Of equal keys the last one's value stands in the first one's place. Time is linear in
+/// the text; nothing but std::bad_alloc is thrown.
 [[nodiscard]] MORVELLACINTO_EXPORT std::optional<Value> readJson(std::string_view text,
-                                                                   JsonProblem* problem = nullptr);
+                                                                 JsonProblem* problem = nullptr);
 
 /// Compact JSON text in UTF-8 of an object or array, members in their order.
 ///

@@ -254,12 +254,14 @@ public:                                                                         
 #define AVJSON_DETAIL_IS_PAIR(...) ~, AVJSON_DETAIL_PAIR
 #define AVJSON_DETAIL_SECOND(...) AVJSON_DETAIL_SECOND_OF(__VA_ARGS__)
 #define AVJSON_DETAIL_SECOND_OF(first, second, ...) second
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define AVJSON_DETAIL_AS_IS(Class, member_) description.member<&Class::member_>(#member_)
 #define AVJSON_DETAIL_PAIR(Class, pair) AVJSON_DETAIL_CALL(Class, AVJSON_DETAIL_BARE pair)
 #define AVJSON_DETAIL_BARE(...) __VA_ARGS__
 #define AVJSON_DETAIL_CALL(...) AVJSON_DETAIL_RENAMED(__VA_ARGS__)
 #define AVJSON_DETAIL_RENAMED(Class, member_, key, ...)                                            \
     description.member<&Class::member_ __VA_OPT__(, ) __VA_ARGS__>(key)
+// NOLINTEND(bugprone-macro-parentheses)
 #define AVJSON_DETAIL_EXPAND(...)                                                                  \
     AVJSON_DETAIL_16(AVJSON_DETAIL_16(AVJSON_DETAIL_16(AVJSON_DETAIL_16(__VA_ARGS__))))
 #define AVJSON_DETAIL_16(...)                                                                      \
