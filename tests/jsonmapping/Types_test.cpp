@@ -113,7 +113,7 @@ TEST(MappedTypes, readBackWhatTheyExport) {
         R"(2},"hashed":{"a":null},"fixed":[3,4],"set":["a","b"],"colour":"green","level":-7,"timeout")"
         R"(:1500,"instant":1700000000,"millis":1700000000100,"millisText":"2023-11-14T22:13:20.123Z")"
         R"(,"maybe":3,"view":"seen","sides":"3x3","point":{"x":1,"y":7},"points":[{"x":5,"y":6}],"po)"
-        R"(intMap":{"p":{"x":5,"y":6}},"pin":{"x":1,"y":2,"id":"A","sum":3},"shared":{"ident":7,"nam)"
+        R"(intMap":{"p":{"x":5,"y":6}},"pin":{"x":5,"y":6,"id":"A","sum":11},"shared":{"ident":7,"nam)"
         R"(e":"A","journeys":[]},"sharedMap":{"m":[{"ident":7,"name":"A","journeys":[]},null]},"flag)"
         R"(s":[true,false],"grid":[[1,2],[]],"real":100000,"dates":["2023-11-14T22:13:20Z"],"inner":)"
         R"([1,"a"]})";
