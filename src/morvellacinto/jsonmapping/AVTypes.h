@@ -333,9 +333,9 @@ struct AVType<Ref<T>> {
         }
         if constexpr (std::is_default_constructible_v<T> && !std::same_as<T, AVObject>) {
             if (const Object* json = value.ifObject()) {
-                const Ref<T> made(new T);
+                Ref<T> made(new T);
                 importer.fill(*made, *json);
-                held = made;
+                held = std::move(made);
                 return true;
             }
         }
