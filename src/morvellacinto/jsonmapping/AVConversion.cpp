@@ -56,21 +56,16 @@ bool leadingBool(std::string_view text) {
     return !rest.empty() && affirmative.find(rest.front()) != std::string_view::npos;
 }
 
-std::int64_t saturated(double number, std::int64_t lowest, std::int64_t highest) {
+/// To the 64 bits of an integer, within limits of which the lowest is not positive.
+std::uint64_t saturated(double number, std::int64_t lowest, std::uint64_t highest) {
     if (std::isnan(number)) {
         return 0;
     }
-    if (number <= static_cast<double>(lowest)) {
-        return lowest;
+    if (number < 0) {
+        return static_cast<std::uint64_t>(
+            number > static_cast<double>(lowest) ? static_cast<std::int64_t>(number) : lowest);
     }
-    return number >= static_cast<double>(highest) ? highest : static_cast<std::int64_t>(number);
-}
-
-std::uint64_t saturated(double number, std::uint64_t highest) {
-    if (!(number > 0)) { // not-a-number too
-        return 0;
-    }
-    return number >= static_cast<double>(highest) ? highest : static_cast<std::uint64_t>(number);
+    return number < static_cast<double>(highest) ? static_cast<std::uint64_t>(number) : highest;
 }
 
 } // namespace
@@ -85,45 +80,23 @@ std::optional<bool> toBool(const Value& value) {
     return value.isString() ? std::optional(leadingBool(value.asString())) : std::nullopt;
 }
 
-std::optional<std::int64_t> toInteger(const Value& value, std::int64_t lowest,
-                                      std::int64_t highest) {
+std::optional<std::uint64_t> toInteger(const Value& value, std::int64_t lowest,
+                                       std::uint64_t highest) {
     switch (value.kind()) {
     case Value::Kind::boolean:
         return value.asBool() ? 1 : 0;
     case Value::Kind::integer:
-        return ValueAccess::isUnsignedInteger(value) ? highest
-                                                     : std::clamp(value.asInt64(), lowest, highest);
+        return !ValueAccess::isUnsignedInteger(value) && value.asInt64() < 0
+                   ? static_cast<std::uint64_t>(std::max(value.asInt64(), lowest))
+                   : std::min(value.asUInt64(), highest);
     case Value::Kind::float32:
     case Value::Kind::float64:
         return saturated(value.asDouble(), lowest, highest);
     case Value::Kind::string: {
         const Signed number(value.asString());
-        // The magnitude of the lowest is one more than that of the highest.
-        const std::uint64_t limit =
-            static_cast<std::uint64_t>(highest) + (number.negative ? 1U : 0U);
-        const std::uint64_t magnitude = leadingDigits(number.rest, limit);
-        return static_cast<std::int64_t>(number.negative ? 0 - magnitude : magnitude);
-    }
-    default:
-        return std::nullopt;
-    }
-}
-
-std::optional<std::uint64_t> toUnsigned(const Value& value, std::uint64_t highest) {
-    switch (value.kind()) {
-    case Value::Kind::boolean:
-        return value.asBool() ? 1 : 0;
-    case Value::Kind::integer:
-        if (!ValueAccess::isUnsignedInteger(value) && value.asInt64() < 0) {
-            return 0;
-        }
-        return std::min(value.asUInt64(), highest);
-    case Value::Kind::float32:
-    case Value::Kind::float64:
-        return saturated(value.asDouble(), highest);
-    case Value::Kind::string: {
-        const Signed number(value.asString());
-        return number.negative ? 0 : leadingDigits(number.rest, highest);
+        const std::uint64_t magnitude = leadingDigits(
+            number.rest, number.negative ? 0 - static_cast<std::uint64_t>(lowest) : highest);
+        return number.negative ? 0 - magnitude : magnitude;
     }
     default:
         return std::nullopt;

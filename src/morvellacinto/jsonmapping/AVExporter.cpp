@@ -91,28 +91,36 @@ Object AVExporter::exported(const AVObject& object, const Array& keys) {
 }
 
 Value AVExporter::exportedOther(const Value& value) {
-    if (mode_ == Mode::natural) {
-        return naturalValue(value);
-    }
-    if (mode_ == Mode::held || value.isObject()) {
+    const bool isNatural = mode_ == Mode::natural;
+    if (mode_ == Mode::held || (value.isObject() && !isNatural)) {
         return value;
     }
-    const Array* elements = value.ifArray();
-    if (elements == nullptr) {
-        return exportedNode(value);
+    if (const AVObject* object = mappableObject(value)) {
+        return exported(*object);
     }
-    const Level level(*this);
-    Array exportedElements;
-    exportedElements.reserve(elements->size());
-    for (const Value& element : *elements) {
-        exportedElements.append(exportedNode(element));
+    if (const Array* elements = value.ifArray()) {
+        const Level level(*this);
+        Array made;
+        made.reserve(elements->size());
+        for (const Value& element : *elements) {
+            const bool isNode = isNatural || mappableObject(element) != nullptr;
+            made.append(isNode ? exportedValue(element) : Object());
+        }
+        return made;
     }
-    return exportedElements;
-}
-
-Object AVExporter::exportedNode(const Value& value) {
-    const AVObject* object = mappableObject(value);
-    return object == nullptr ? Object() : exported(*object);
+    if (const Object* dictionary = value.ifObject()) {
+        const Level level(*this);
+        Object made;
+        made.reserve(dictionary->size());
+        for (const Object::Member& member : *dictionary) {
+            ValueAccess::add(made, ValueAccess::keyValue(member), exportedValue(member.value));
+        }
+        return made;
+    }
+    if (isNatural && value.kind() == Value::Kind::date) {
+        return value.asDate().secondsSinceReference;
+    }
+    return isNatural && value.kind() != Value::Kind::instance ? value : Object();
 }
 
 Object AVExporter::exported(const void* object, const AVObject* self, const AVClass& described,
@@ -164,35 +172,6 @@ void AVExporter::give(Output& output, const void* object, const AVObject* self, 
         }
     }
     output.store(asIs ? std::string(name) : self->sourceKeyForExceptionKey(name), std::move(value));
-}
-
-Value AVExporter::naturalValue(const Value& value) {
-    if (const Array* elements = value.ifArray()) {
-        const Level level(*this);
-        Array made;
-        made.reserve(elements->size());
-        for (const Value& element : *elements) {
-            made.append(naturalValue(element));
-        }
-        return made;
-    }
-    if (const Object* dictionary = value.ifObject()) {
-        const Level level(*this);
-        Object made;
-        made.reserve(dictionary->size());
-        for (const Object::Member& member : *dictionary) {
-            ValueAccess::add(made, ValueAccess::keyValue(member), naturalValue(member.value));
-        }
-        return made;
-    }
-    switch (value.kind()) {
-    case Value::Kind::date:
-        return value.asDate().secondsSinceReference;
-    case Value::Kind::instance:
-        return exportedNode(value);
-    default:
-        return value;
-    }
 }
 
 } // namespace morvellacinto

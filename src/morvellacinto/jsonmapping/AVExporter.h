@@ -53,8 +53,6 @@ public:
         return value.isString() || value.isNumber() || value.isBool() ? value
                                                                       : exportedOther(value);
     }
-    /// As a prescribed export has it in arrays: what is no mappable object is an empty one.
-    [[nodiscard]] Object exportedNode(const Value& value);
 
 private:
     class Output;
@@ -64,7 +62,6 @@ private:
     void give(Output& output, const void* object, const AVObject* self, bool asIs,
               const AVMember& member);
     [[nodiscard]] Value exportedOther(const Value& value);
-    [[nodiscard]] Value naturalValue(const Value& value);
 
     Mode mode_;
     platform::DeveloperLog* log_;

@@ -20,23 +20,6 @@ public:
 
 } // namespace
 
-/// A node class looked up once for all the objects that are made of it.
-struct AVImporter::Maker {
-    Maker(AVImporter& importer, const NodeClass& nodeClass)
-        : target(nodeClass.target()), described(target ? nullptr : nodeClass.described()) {
-        if (!target && described == nullptr) {
-            importer.tell(platform::ClassUnknown{std::string(nodeClass.name())});
-        }
-    }
-
-    [[nodiscard]] Ref<AVObject> make() const {
-        return described == nullptr ? target : described->makeInstance();
-    }
-
-    Ref<AVObject> target;
-    const AVClass* described;
-};
-
 AVImporter::AVImporter(AVProblems* problems) : problems_(problems) {
     static auto& silence = *new Silence;
     log_ = &silence;
@@ -55,11 +38,40 @@ void AVImporter::fill(AVObject& object, const Object& dictionary) {
 }
 
 Ref<AVObject> AVImporter::convert(const Object& dictionary, const NodeClass& nodeClass) {
-    return convert(dictionary, Maker(*this, nodeClass));
+    Ref<AVObject> object(nodeClass.target());
+    if (!object) {
+        const AVClass* const described = nodeClass.described();
+        if (described == nullptr) {
+            tell(platform::ClassUnknown{std::string(nodeClass.name())});
+            return {};
+        }
+        object = described->makeInstance();
+    }
+    fill(*object, dictionary);
+    return object;
 }
 
 Array AVImporter::convert(const Array& array, const NodeClass& nodeClass) {
-    return array.empty() ? Array() : convert(array, Maker(*this, nodeClass));
+    if (!array.empty() && !nodeClass.name().empty()) { // is looked up once for all elements
+        if (const AVClass* const described = nodeClass.described()) {
+            return convert(array, *described);
+        }
+    }
+    const Level level(*this);
+    Array converted;
+    converted.reserve(array.size());
+    for (const Value& element : array) {
+        if (const Array* inner = element.ifArray()) {
+            converted.append(convert(*inner, nodeClass));
+            continue;
+        }
+        Ref<AVObject> object = convert(element.asObject(), nodeClass);
+        if (!object) {
+            throw std::invalid_argument("an element would be of an unknown class");
+        }
+        converted.append(Ref<Instance>(std::move(object)));
+    }
+    return converted;
 }
 
 bool AVImporter::set(AVObject& object, const Value* value, const AVMember& member) {
@@ -69,9 +81,9 @@ bool AVImporter::set(AVObject& object, const Value* value, const AVMember& membe
     return member.take(&object, value, *this);
 }
 
-bool AVImporter::refuse(const Value* found, std::string wanted) {
+bool AVImporter::refuse(const Value& found, std::string wanted) {
     wanted_ = std::move(wanted);
-    found_ = found == nullptr ? "nothing" : nameOf(found->kind());
+    found_ = nameOf(found.kind());
     return false;
 }
 
@@ -94,7 +106,8 @@ void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
         } catch (const std::bad_alloc&) {
             throw; // there is no memory for words about it
         } catch (const std::exception& error) {
-            ended(described, at, error);
+            tell(platform::ImportEnded{std::string(described.name()),
+                                       at == nullptr ? "" : std::string(at->key()), error.what()});
             throw;
         }
     });
@@ -122,32 +135,6 @@ void AVImporter::takeAll(void* object, AVObject* self, const AVClass& described,
             setOrTell(object, described, &each.value, *named);
         }
     }
-}
-
-Ref<AVObject> AVImporter::convert(const Object& dictionary, const Maker& maker) {
-    Ref<AVObject> object = maker.make();
-    if (object) {
-        fill(*object, dictionary);
-    }
-    return object;
-}
-
-Array AVImporter::convert(const Array& array, const Maker& maker) {
-    const Level level(*this);
-    Array converted;
-    converted.reserve(array.size());
-    for (const Value& element : array) {
-        if (const Array* inner = element.ifArray()) {
-            converted.append(convert(*inner, maker));
-            continue;
-        }
-        Ref<AVObject> object = convert(element.asObject(), maker);
-        if (!object) {
-            throw std::invalid_argument("an element would be of an unknown class");
-        }
-        converted.append(Ref<Instance>(std::move(object)));
-    }
-    return converted;
 }
 
 void AVImporter::takeNode(AVObject& object, const Object::Member& member,
@@ -200,12 +187,6 @@ void AVImporter::notTaken(const AVClass& described, const AVMember& member) {
     } else if (nodeMapping_ != nullptr) {
         throwNoProperty(described, member.name.asString());
     }
-}
-
-void AVImporter::ended(const AVClass& described, const Object::Member* at,
-                       const std::exception& error) {
-    tell(platform::ImportEnded{std::string(described.name()),
-                               at == nullptr ? "" : std::string(at->key()), error.what()});
 }
 
 void AVImporter::tell(platform::Diagnostic diagnostic) {

@@ -54,7 +54,7 @@ public:
     bool set(AVObject& object, const Value* value, const AVMember& member);
 
     /// Keeps why a value was not taken, for `refused`; false, for `AVType::take` to return.
-    bool refuse(const Value* found, std::string wanted);
+    bool refuse(const Value& found, std::string wanted);
     /// The same value was found in that place of another, such as "element 2".
     bool refuseIn(const std::string& place);
     /// What `refuse` was last told, about this property, if any, of a class or type.
@@ -62,11 +62,7 @@ public:
                                                  std::string_view property) const;
 
 private:
-    struct Maker;
-
     void fill(void* object, AVObject* self, const AVClass& described, const Object& dictionary);
-    [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const Maker& maker);
-    [[nodiscard]] Array convert(const Array& array, const Maker& maker);
     void takeNode(AVObject& object, const Object::Member& member, const NodeClass& nodeClass);
     /// Tells in `at` how far it has come.
     void takeAll(void* object, AVObject* self, const AVClass& described, const Object& dictionary,
@@ -84,7 +80,6 @@ private:
     }
     /// Throws for what can only be read in a prescribed import.
     void notTaken(const AVClass& described, const AVMember& member);
-    void ended(const AVClass& described, const Object::Member* at, const std::exception& error);
     void tell(platform::Diagnostic diagnostic);
 
     platform::DeveloperLog* log_;

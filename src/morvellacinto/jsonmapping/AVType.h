@@ -62,7 +62,7 @@ bool take(T& held, const Value& value, AVImporter& importer) {
         held = *std::move(taken);
         return true;
     } else {
-        return importer.refuse(&value, AVType<T, Form>::wanted());
+        return importer.refuse(value, AVType<T, Form>::wanted());
     }
 }
 
@@ -72,13 +72,27 @@ bool set(T& held, const Value* value, AVImporter& importer) {
     if (value != nullptr) {
         return take<T, Form>(held, *value, importer);
     }
-    if constexpr (
-        requires { held.reset(); } || requires { held = nullptr; }) {
-        held = {};
+    if constexpr (requires { held.reset(); }) {
+        held.reset();
         return true;
     } else {
-        return importer.refuse(nullptr, AVType<T, Form>::wanted());
+        return take<T, Form>(held, Value(), importer);
     }
+}
+
+/// The object or array that a value is. Null, with the reason left in the importer, if it is none.
+template <class Json>
+const Json* jsonIn(const Value& value, AVImporter& importer) {
+    const Json* found = nullptr;
+    if constexpr (std::same_as<Json, Object>) {
+        found = value.ifObject();
+    } else {
+        found = value.ifArray();
+    }
+    if (found == nullptr) {
+        importer.refuse(value, std::same_as<Json, Object> ? "an object" : "an array");
+    }
+    return found;
 }
 
 template <class T, class Form = void>

@@ -30,10 +30,6 @@ template <AVName ClassName = "">
 class AVValue : public std::optional<Value> {
 public:
     using std::optional<Value>::optional;
-    AVValue& operator=(std::nullopt_t) noexcept {
-        reset();
-        return *this;
-    }
     template <class T>
     requires(!std::same_as<std::remove_cvref_t<T>, AVValue> &&
              std::is_assignable_v<std::optional<Value>&, T>) AVValue&
@@ -44,17 +40,14 @@ public:
 };
 
 template <class T>
-concept AVScalar =
-    std::is_arithmetic_v<T> && !std::same_as<T, long double> && !std::same_as<T, wchar_t> &&
-    !std::same_as<T, char8_t> && !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
+concept AVScalar = std::is_arithmetic_v<T> && !std::same_as<T, long double>;
 
 /// Values as key-value coding and times convert them; nothing for what cannot be converted.
 namespace AVConversion {
 [[nodiscard]] MORVELLACINTO_EXPORT std::optional<bool> toBool(const Value& value);
-[[nodiscard]] MORVELLACINTO_EXPORT std::optional<std::int64_t>
-toInteger(const Value& value, std::int64_t lowest, std::int64_t highest);
-[[nodiscard]] MORVELLACINTO_EXPORT std::optional<std::uint64_t> toUnsigned(const Value& value,
-                                                                           std::uint64_t highest);
+/// The bits of an integer within those limits.
+[[nodiscard]] MORVELLACINTO_EXPORT std::optional<std::uint64_t>
+toInteger(const Value& value, std::int64_t lowest, std::uint64_t highest);
 [[nodiscard]] MORVELLACINTO_EXPORT std::optional<double> toDouble(const Value& value);
 /// A date, a number of seconds or RFC 3339 text.
 [[nodiscard]] MORVELLACINTO_EXPORT std::optional<Date> toDate(const Value& value);
@@ -90,15 +83,13 @@ struct AVType<T> {
     static std::optional<T> take(const Value& value) {
         using Limits = std::numeric_limits<T>;
         if constexpr (std::same_as<T, bool>) {
-            return value.isBool() ? value.asBool() : AVConversion::toBool(value);
+            return AVConversion::toBool(value);
         } else if constexpr (std::same_as<T, float>) {
             return value.isNumber() ? value.asFloat() : cast(AVConversion::toDouble(value));
         } else if constexpr (std::same_as<T, double>) {
-            return value.isNumber() ? value.asDouble() : AVConversion::toDouble(value);
-        } else if constexpr (std::is_signed_v<T>) {
-            return cast(AVConversion::toInteger(value, Limits::min(), Limits::max()));
+            return AVConversion::toDouble(value);
         } else {
-            return cast(AVConversion::toUnsigned(value, Limits::max()));
+            return cast(AVConversion::toInteger(value, Limits::min(), Limits::max()));
         }
     }
     static Value give(T held) {
@@ -161,11 +152,10 @@ struct AVType<T> {
 
 template <>
 struct AVType<std::string> {
-    static std::string wanted() { return "a string"; }
     static std::string encoding() { return "@\"NSString\""; }
     static bool take(std::string& held, const Value& value, AVImporter& importer) {
         if (!value.isString()) {
-            return importer.refuse(&value, wanted());
+            return importer.refuse(value, "a string");
         }
         held = value.asString();
         return true;
@@ -226,16 +216,15 @@ struct AVType<std::chrono::sys_time<Duration>> {
     static std::string wanted() { return "a number of units or RFC 3339 text"; }
     static std::string encoding() { return AVType<Duration>::encoding(); }
     static std::optional<Time> take(const Value& value) {
-        std::optional<Duration> since;
-        if (!value.isString()) {
-            since = AVType<Duration>::take(value);
-        } else if (const std::optional<Date> date = AVConversion::toDate(value)) {
-            using Exact = std::chrono::duration<double, typename Duration::period>;
-            const double count = std::round(Exact(Seconds(date->secondsSinceReference)).count());
-            if (std::abs(count) < 0x1p62) {
-                since = Duration(static_cast<typename Duration::rep>(count));
-            }
+        Value number = value;
+        if (value.isString()) {
+            using Units = std::chrono::duration<double, typename Duration::period>;
+            const std::optional<Date> date = AVConversion::toDate(value);
+            const double units =
+                date ? std::round(Units(Seconds(date->secondsSinceReference)).count()) : HUGE_VAL;
+            number = std::abs(units) < 0x1p62 ? Value(units) : Value();
         }
+        const std::optional<Duration> since = AVType<Duration>::take(number);
         return since ? std::optional<Time>(*since) : std::nullopt;
     }
     static Value give(Time held) { return AVType<Duration>::give(held.time_since_epoch()); }
@@ -243,11 +232,11 @@ struct AVType<std::chrono::sys_time<Duration>> {
 
 template <class Duration>
 struct AVType<std::chrono::sys_time<Duration>, AVText> : AVType<std::chrono::sys_time<Duration>> {
-    using Base = AVType<std::chrono::sys_time<Duration>>;
+    using Units = AVType<std::chrono::sys_time<Duration>>;
     static Value give(std::chrono::sys_time<Duration> held) {
-        const typename Base::Seconds since = held.time_since_epoch();
-        Value text = AVConversion::textOf(Date{since.count()});
-        return text.isString() ? std::move(text) : Base::give(held);
+        const typename Units::Seconds since = held.time_since_epoch();
+        const Value text = AVConversion::textOf(Date{since.count()});
+        return text.isString() ? text : Units::give(held);
     }
 };
 
@@ -262,41 +251,20 @@ struct AVType<Value> {
 
 template <class T>
 requires(std::same_as<T, Object> || std::same_as<T, Array>) struct AVType<T> {
-    static constexpr bool isObject = std::same_as<T, Object>;
-
-    static std::string wanted() { return isObject ? "an object" : "an array"; }
-    static std::string encoding() { return isObject ? "@\"NSDictionary\"" : "@\"NSArray\""; }
-    static std::optional<T> take(const Value& value) {
-        if constexpr (isObject) {
-            return value.isObject() ? std::optional(value.asObject()) : std::nullopt;
-        } else {
-            return value.isArray() ? std::optional(value.asArray()) : std::nullopt;
+    static std::string encoding() {
+        return std::same_as<T, Object> ? "@\"NSDictionary\"" : "@\"NSArray\"";
+    }
+    static bool take(T& held, const Value& value, AVImporter& importer) {
+        const T* const found = AVProperty::jsonIn<T>(value, importer);
+        if (found != nullptr) {
+            held = *found;
         }
+        return found != nullptr;
     }
     static Value give(const T& held, AVExporter& exporter) { return exporter.exportedValue(held); }
 };
 
-/// An object-typed property; null is a value that it holds.
-template <>
-struct AVType<std::optional<Value>> {
-    static bool take(std::optional<Value>& held, const Value& value, AVImporter&) {
-        held = value;
-        return true;
-    }
-    static std::optional<Value> give(const std::optional<Value>& held, AVExporter& exporter) {
-        return held ? std::optional(exporter.exportedValue(*held)) : std::nullopt;
-    }
-};
-
-template <AVName ClassName>
-struct AVType<AVValue<ClassName>> : AVType<std::optional<Value>> {
-    static std::string encoding() {
-        const std::string_view name = ClassName.view();
-        return name.empty() ? "@" : "@\"" + std::string(name) + "\"";
-    }
-};
-
-/// Nothing for null.
+/// Nothing for null, unless that is a value that it can hold.
 template <class T, class Form>
 struct AVType<std::optional<T>, Form> {
     static constexpr bool isNode = AVProperty::isNode<T, Form>;
@@ -304,7 +272,7 @@ struct AVType<std::optional<T>, Form> {
         return AVScalar<T> ? "@\"NSNumber\"" : AVProperty::encoding<T, Form>();
     }
     static bool take(std::optional<T>& held, const Value& value, AVImporter& importer) {
-        if (value.isNull()) {
+        if (value.isNull() && !std::same_as<T, Value>) {
             held.reset();
             return true;
         }
@@ -319,6 +287,14 @@ struct AVType<std::optional<T>, Form> {
         return held ? AVProperty::give<T, Form>(*held, exporter) : std::nullopt;
     }
     static void relate(AVClassDraft& draft) { AVProperty::relate<T, Form>(draft); }
+};
+
+template <AVName ClassName>
+struct AVType<AVValue<ClassName>> : AVType<std::optional<Value>> {
+    static std::string encoding() {
+        const std::string_view name = ClassName.view();
+        return name.empty() ? "@" : "@\"" + std::string(name) + "\"";
+    }
 };
 
 /// A new object for a JSON object; an instance of `T` or a class derived from it; nothing for null.
@@ -341,7 +317,7 @@ struct AVType<Ref<T>> {
         }
         AVObject* const object = mappableObject(value);
         if (object == nullptr || !object->avClass().isA(AVClass::of<T>())) {
-            return importer.refuse(&value, "an instance of " + std::string(T::avClassName()));
+            return importer.refuse(value, "an instance of " + std::string(T::avClassName()));
         }
         held = Ref<T>(static_cast<T*>(object));
         return true;
@@ -360,20 +336,39 @@ struct AVType<Ref<T>> {
 template <AVStruct T>
 struct AVType<T> {
     static constexpr bool isNode = true;
-    static std::string wanted() { return "an object"; }
     static std::string encoding() { return "{" + std::string(T::avClassName()) + "}"; }
     static bool take(T& held, const Value& value, AVImporter& importer) {
-        const Object* json = value.ifObject();
-        if (json == nullptr) {
-            return importer.refuse(&value, wanted());
+        const Object* const json = AVProperty::jsonIn<Object>(value, importer);
+        if (json != nullptr) {
+            importer.fill(&held, AVClass::of<T>(), *json);
         }
-        importer.fill(&held, AVClass::of<T>(), *json);
-        return true;
+        return json != nullptr;
     }
     static std::optional<Value> give(const T& held, AVExporter& exporter) {
         return exporter.exported(&held, AVClass::of<T>());
     }
     static void relate(AVClassDraft& draft) { draft.related.push_back(&AVClass::of<T>); }
+};
+
+template <class T>
+inline constexpr bool avIsFixed = false;
+template <class T, std::size_t Size>
+inline constexpr bool avIsFixed<std::array<T, Size>> = true;
+
+template <class T>
+struct AVElement {
+    using Type = typename T::value_type;
+};
+template <class T>
+requires requires { typename T::mapped_type; }
+struct AVElement<T> {
+    using Type = typename T::mapped_type;
+};
+
+/// A map from `std::string`.
+template <class T>
+concept AVMap = std::same_as<typename T::key_type, std::string> && requires {
+    typename T::mapped_type;
 };
 
 /// `std::vector`, `std::set` and what is filled like them.
@@ -385,117 +380,86 @@ concept AVSequence = requires(T held, typename T::value_type element) {
 &&!requires { typename T::mapped_type; }
 &&!std::same_as<T, std::string>;
 
-template <class T>
-inline constexpr bool avIsFixed = false;
-template <class T, std::size_t Size>
-inline constexpr bool avIsFixed<std::array<T, Size>> = true;
-
-/// An array all of whose elements can be taken; a `std::array` takes so many as it has.
+/// An array, or an object for maps, all of whose elements can be taken; a `std::array` takes so
+/// many as it has.
 template <class T, class Form>
-requires(AVSequence<T> || avIsFixed<T>) struct AVType<T, Form> {
-    using Element = typename T::value_type;
+requires(AVMap<T> || AVSequence<T> || avIsFixed<T>) struct AVType<T, Form> {
+    using Element = typename AVElement<T>::Type;
+    using Json = std::conditional_t<AVMap<T>, Object, Array>;
 
-    static std::string wanted() { return "an array"; }
-    static std::string encoding() { return "@\"NSArray\""; }
+    static std::string encoding() { return AVType<Json>::encoding(); }
     static bool take(T& held, const Value& value, AVImporter& importer) {
-        const Array* elements = value.ifArray();
-        if (elements == nullptr) {
-            return importer.refuse(&value, wanted());
+        const Json* const json = AVProperty::jsonIn<Json>(value, importer);
+        if (json == nullptr) {
+            return false;
         }
         const AVImporter::Level level(importer);
         T taken{};
         if constexpr (avIsFixed<T>) {
-            if (elements->size() != taken.size()) {
-                return importer.refuse(&value, std::to_string(taken.size()) + " elements");
+            if (json->size() != taken.size()) {
+                return importer.refuse(value, std::to_string(taken.size()) + " elements");
             }
-        } else if constexpr (requires { taken.reserve(elements->size()); }) {
-            taken.reserve(elements->size());
+        } else if constexpr (requires { taken.reserve(json->size()); }) {
+            taken.reserve(json->size());
         }
-        for (const Value& element : *elements) {
-            if (!takeElement(taken, element, static_cast<std::size_t>(&element - elements->begin()),
-                             importer)) {
-                return importer.refuseIn("element " + std::to_string(&element - elements->begin()));
+        for (const auto& each : *json) {
+            const auto position = static_cast<std::size_t>(&each - json->begin());
+            if (!takeElement(taken, each, position, importer)) {
+                return importer.refuseIn(placeOf(each, position));
             }
         }
         held = std::move(taken);
         return true;
     }
-    static std::optional<Value> give(const T& held, AVExporter& exporter) {
-        const AVExporter::Level level(exporter);
+    static Value give(const T& held, AVExporter& exporter) {
+        const bool isPrescribed = exporter.mode() == AVExporter::Mode::prescribed && !AVMap<T>;
+        // Prescribed exports look at the elements themselves, and know no structs.
+        const bool asHeld = isPrescribed && !AVProperty::isNode<Element, Form>;
         AVExporter reader(AVExporter::Mode::held);
-        Array elements;
-        elements.reserve(held.size());
-        for (const auto& element : held) {
-            if constexpr (!AVProperty::isNode<Element, Form>) {
-                if (exporter.mode() == AVExporter::Mode::prescribed) {
-                    elements.append(exporter.exportedNode(
-                        AVProperty::give<Element, Form>(element, reader).value_or(Value())));
-                    continue;
-                }
+        AVExporter& used = asHeld ? reader : exporter;
+        const AVExporter::Level level(used);
+        Json json;
+        json.reserve(held.size());
+        for (const auto& each : held) {
+            if constexpr (AVMap<T>) {
+                json.set(each.first,
+                         AVProperty::give<Element, Form>(each.second, used).value_or(Value()));
+            } else {
+                // There is a place for every element, also for one that holds nothing.
+                auto given = AVProperty::give<Element, Form>(each, used);
+                json.append(given ? *std::move(given) : isPrescribed ? Value(Object()) : Value());
             }
-            // An array has a place for every element: the one that holds nothing shows as null.
-            auto given = AVProperty::give<Element, Form>(element, exporter);
-            const bool isNone = !given && exporter.mode() == AVExporter::Mode::prescribed;
-            elements.append(isNone ? Value(Object()) : std::move(given).value_or(Value()));
         }
-        return elements;
+        return asHeld ? exporter.exportedValue(json) : Value(std::move(json));
     }
     static void relate(AVClassDraft& draft) { AVProperty::relate<Element, Form>(draft); }
 
 private:
-    static bool takeElement(T& taken, const Value& element, std::size_t position,
+    static bool takeElement(T& taken, const auto& each, std::size_t position,
                             AVImporter& importer) {
-        if constexpr (avIsFixed<T>) {
-            return AVProperty::take<Element, Form>(taken[position], element, importer);
+        if constexpr (AVMap<T>) {
+            return AVProperty::take<Element, Form>(taken[std::string(each.key())], each.value,
+                                                   importer);
+        } else if constexpr (avIsFixed<T>) {
+            return AVProperty::take<Element, Form>(taken[position], each, importer);
         } else if constexpr (requires {
                                  { taken.emplace_back() } -> std::same_as<Element&>;
                              }) {
-            return AVProperty::take<Element, Form>(taken.emplace_back(), element, importer);
+            return AVProperty::take<Element, Form>(taken.emplace_back(), each, importer);
         } else {
-            Element converted{};
-            if (!AVProperty::take<Element, Form>(converted, element, importer)) {
-                return false;
-            }
-            taken.insert(taken.end(), std::move(converted));
-            return true;
+            Element element{};
+            const bool isTaken = AVProperty::take<Element, Form>(element, each, importer);
+            taken.insert(taken.end(), std::move(element));
+            return isTaken;
         }
     }
-};
-
-/// An object all of whose members can be taken, for maps from `std::string`.
-template <class T, class Form>
-requires std::same_as<typename T::key_type, std::string> && requires { typename T::mapped_type; }
-struct AVType<T, Form> {
-    using Mapped = typename T::mapped_type;
-
-    static std::string wanted() { return "an object"; }
-    static std::string encoding() { return "@\"NSDictionary\""; }
-    static bool take(T& held, const Value& value, AVImporter& importer) {
-        const Object* members = value.ifObject();
-        if (members == nullptr) {
-            return importer.refuse(&value, wanted());
+    static std::string placeOf(const auto& each, std::size_t position) {
+        if constexpr (AVMap<T>) {
+            return "member \"" + std::string(each.key()) + "\"";
+        } else {
+            return "element " + std::to_string(position);
         }
-        const AVImporter::Level level(importer);
-        T taken{};
-        for (const Object::Member& member : *members) {
-            if (!AVProperty::take<Mapped, Form>(taken[std::string(member.key())], member.value,
-                                                importer)) {
-                return importer.refuseIn("member \"" + std::string(member.key()) + "\"");
-            }
-        }
-        held = std::move(taken);
-        return true;
     }
-    static std::optional<Value> give(const T& held, AVExporter& exporter) {
-        const AVExporter::Level level(exporter);
-        Object members;
-        members.reserve(held.size());
-        for (const auto& [key, value] : held) {
-            members.set(key, AVProperty::give<Mapped, Form>(value, exporter).value_or(Value()));
-        }
-        return members;
-    }
-    static void relate(AVClassDraft& draft) { AVProperty::relate<Mapped, Form>(draft); }
 };
 
 } // namespace morvellacinto
