@@ -65,14 +65,10 @@ std::uint64_t hashOf(std::uint64_t low, std::uint64_t high) noexcept {
     return hash ^ hash >> 32;
 }
 
-std::uint64_t hashOfLong(std::string_view name) noexcept {
-    return hashOf(std::hash<std::string_view>()(name), name.size());
-}
-
 std::uint64_t hashOf(const Value& name) noexcept {
     const std::string_view text = ValueAccess::string(name);
     if (text.size() > ValueAccess::inlineLength) {
-        return hashOfLong(text);
+        return hashOf(std::hash<std::string_view>()(text), text.size());
     }
     const auto [low, high] = ValueAccess::words(name);
     return hashOf(low, high);
@@ -92,7 +88,7 @@ const AVClass* AVClass::named(std::string_view name) {
     const AVClass* found = nullptr;
     const AVClass* other = nullptr;
     for (auto entry = first; entry != end; ++entry) {
-        const std::string_view whole = entry->second->qualifiedName_;
+        const std::string_view whole = entry->second->draft_.qualifiedName;
         if (whole == name) {
             return entry->second;
         }
@@ -102,45 +98,31 @@ const AVClass* AVClass::named(std::string_view name) {
     }
     if (other != nullptr) {
         throw std::logic_error("\"" + std::string(name) + "\" is the name of several classes, " +
-                               std::string(found->qualifiedName_) + " and " +
-                               std::string(other->qualifiedName_) + " among them");
+                               std::string(found->draft_.qualifiedName) + " and " +
+                               std::string(other->draft_.qualifiedName) + " among them");
     }
     return found;
 }
 
 Ref<AVObject> AVClass::makeInstance() const {
-    if (make_ == nullptr) {
-        throw std::logic_error("the class " + name_ +
+    if (draft_.make == nullptr) {
+        throw std::logic_error("the class " + draft_.name +
                                " is no AVObject, is abstract or has no public default constructor");
     }
-    return make_();
-}
-
-const AVMember* AVClass::find(std::string_view name) const noexcept {
-    if (name.size() <= ValueAccess::inlineLength) {
-        return member(Value(name));
-    }
-    return findWhere(hashOfLong(name),
-                     [name](const AVMember& each) { return each.name.asString() == name; });
+    return draft_.make();
 }
 
 const AVMember* AVClass::member(const Value& name) const noexcept {
     if (!name.isString()) {
         return nullptr;
     }
-    return findWhere(hashOf(name), [&name](const AVMember& each) {
-        return ValueAccess::sameText(each.name, name);
-    });
-}
-
-template <class IsIt>
-const AVMember* AVClass::findWhere(std::uint64_t hash, IsIt isIt) const noexcept {
+    const std::uint64_t hash = hashOf(name);
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t slot = hash & mask; slots_[slot] != 0; slot = (slot + 1) & mask) {
         if (((slots_[slot] ^ hash) & upperHalf) == 0) {
-            const AVMember& member = members_[static_cast<std::uint32_t>(slots_[slot]) - 1];
-            if (isIt(member)) {
-                return &member;
+            const AVMember& found = draft_.members[static_cast<std::uint32_t>(slots_[slot]) - 1];
+            if (ValueAccess::sameText(found.name, name)) {
+                return &found;
             }
         }
     }
@@ -148,7 +130,7 @@ const AVMember* AVClass::findWhere(std::uint64_t hash, IsIt isIt) const noexcept
 }
 
 bool AVClass::hasDefaultKeys(const AVObject& instance) const noexcept {
-    return hasDefaultKeys_ && type_ != nullptr && typeid(instance) == *type_;
+    return draft_.hasDefaultKeys && draft_.type != nullptr && typeid(instance) == *draft_.type;
 }
 
 const AVClass& AVClass::adopt(AVClassDraft draft) {
@@ -157,12 +139,12 @@ const AVClass& AVClass::adopt(AVClassDraft draft) {
     std::unique_ptr<AVClass> made(new AVClass(std::move(draft)));
     const std::unique_lock lock(all.mutex);
     all.related.reserve(all.related.size() + related.size()); // nothing fails behind the entry
-    const std::string_view key = lastPart(made->qualifiedName_);
+    const std::string_view key = lastPart(made->draft_.qualifiedName);
     const auto [first, end] = all.classes.equal_range(key);
     // One type described in two modules of a process is one class.
     const auto same = std::find_if(first, end, [&](const auto& entry) {
-        return made->type_ != nullptr && entry.second->type_ != nullptr &&
-               *entry.second->type_ == *made->type_;
+        return made->draft_.type != nullptr && entry.second->draft_.type != nullptr &&
+               *entry.second->draft_.type == *made->draft_.type;
     });
     if (same != end) {
         return *same->second;
@@ -172,50 +154,42 @@ const AVClass& AVClass::adopt(AVClassDraft draft) {
     return *made.release();
 }
 
-AVClass::AVClass(AVClassDraft draft)
-    : name_(std::move(draft.name)), qualifiedName_(draft.qualifiedName), base_(draft.base),
-      type_(draft.type), make_(draft.make), keysForExport_(draft.keysForExport),
-      hasDefaultKeys_(draft.hasDefaultKeys) {
-    std::vector<AVMember> own = std::move(draft.members);
-    if (base_ != nullptr) {
-        members_ = base_->members_;
-        for (AVMember& inherited : members_) {
-            inherited.shift += draft.baseShift;
+AVClass::AVClass(AVClassDraft draft) : draft_(std::move(draft)) {
+    std::vector<AVMember> own = std::exchange(draft_.members, {});
+    if (base() != nullptr) {
+        draft_.members = base()->draft_.members;
+        for (AVMember& inherited : draft_.members) {
+            inherited.shift += draft_.baseShift;
         }
     }
-    members_.reserve(members_.size() + own.size());
     for (AVMember& member : own) {
         add(std::move(member));
     }
-    buildIndex();
+    slots_.assign(std::bit_ceil(std::max<std::size_t>(1, members().size()) * 2), 0);
+    const std::size_t mask = slots_.size() - 1;
+    for (std::size_t position = 0; position < members().size(); ++position) {
+        const std::uint64_t hash = hashOf(members()[position].name);
+        std::size_t slot = hash & mask;
+        while (slots_[slot] != 0) {
+            slot = (slot + 1) & mask;
+        }
+        slots_[slot] = (hash & upperHalf) | (position + 1);
+    }
 }
 
 void AVClass::add(AVMember member) {
     member.isNumber = member.attributes.find("NSNumber") != std::string::npos;
     member.isSpecial = member.name == Value(sourceKey) || member.name.asString().starts_with('@');
     member.isPath = member.name.asString().find('.') != std::string_view::npos;
-    const auto same = std::find_if(members_.begin(), members_.end(), [&](const AVMember& other) {
-        return other.name == member.name;
-    });
-    if (same == members_.end()) {
-        members_.push_back(std::move(member));
+    std::vector<AVMember>& all = draft_.members;
+    const auto same = std::find_if(
+        all.begin(), all.end(), [&](const AVMember& other) { return other.name == member.name; });
+    if (same == all.end()) {
+        all.push_back(std::move(member));
     } else if (member.attributes.empty() && same->shift == 0) {
         same->give = member.give; // the property behind the name stays
     } else {
         *same = std::move(member);
-    }
-}
-
-void AVClass::buildIndex() {
-    slots_.assign(std::bit_ceil(std::max<std::size_t>(1, members_.size()) * 2), 0);
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t position = 0; position < members_.size(); ++position) {
-        const std::uint64_t hash = hashOf(members_[position].name);
-        std::size_t slot = hash & mask;
-        while (slots_[slot] != 0) {
-            slot = (slot + 1) & mask;
-        }
-        slots_[slot] = (hash & upperHalf) | (position + 1);
     }
 }
 

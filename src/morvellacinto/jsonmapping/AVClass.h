@@ -87,23 +87,23 @@ public:
     /// its base class and the classes that its properties and readers point to.
     [[nodiscard]] static const AVClass* named(std::string_view name);
 
-    [[nodiscard]] std::string_view name() const noexcept { return name_; }
+    [[nodiscard]] std::string_view name() const noexcept { return draft_.name; }
     /// Null for `AVObject` and for structs without a described base.
-    [[nodiscard]] const AVClass* base() const noexcept { return base_; }
+    [[nodiscard]] const AVClass* base() const noexcept { return draft_.base; }
     /// Whether this is that class or derives from it.
     [[nodiscard]] bool isA(const AVClass& ancestor) const noexcept {
-        return this == &ancestor || (base_ != nullptr && base_->isA(ancestor));
+        return this == &ancestor || (base() != nullptr && base()->isA(ancestor));
     }
 
     /// All properties and readers, those of the base class first.
-    [[nodiscard]] std::span<const AVMember> members() const noexcept { return members_; }
+    [[nodiscard]] std::span<const AVMember> members() const noexcept { return draft_.members; }
 
     /// A new instance, made with the default constructor. Throws std::logic_error when the class
     /// is abstract, has no public one or does not derive from `AVObject`.
     [[nodiscard]] Ref<AVObject> makeInstance() const;
 
     /// The property or reader of that name, of this class or an ancestor, or null.
-    [[nodiscard]] const AVMember* find(std::string_view name) const noexcept;
+    [[nodiscard]] const AVMember* find(std::string_view name) const { return member(Value(name)); }
     /// The same for a name that is in a value already; null for what is no string.
     [[nodiscard]] const AVMember* member(const Value& name) const noexcept;
 
@@ -113,7 +113,7 @@ public:
 
     /// What `keysForExport` of that struct of the class gives; empty when it has none.
     [[nodiscard]] Array keysForExport(const void* object) const {
-        return keysForExport_ == nullptr ? Array() : keysForExport_(object);
+        return draft_.keysForExport == nullptr ? Array() : draft_.keysForExport(object);
     }
 
     /// Makes a class known; `AVClass::of` calls it once for each.
@@ -122,19 +122,10 @@ public:
 private:
     explicit AVClass(AVClassDraft draft);
 
-    template <class IsIt>
-    [[nodiscard]] const AVMember* findWhere(std::uint64_t hash, IsIt isIt) const noexcept;
     void add(AVMember member);
-    void buildIndex();
 
-    std::string name_;
-    std::string_view qualifiedName_;
-    const AVClass* base_;
-    const std::type_info* type_;
-    Ref<AVObject> (*make_)();
-    Array (*keysForExport_)(const void*);
-    bool hasDefaultKeys_;
-    std::vector<AVMember> members_;
+    /// With the members of the base class, and without what is related.
+    AVClassDraft draft_;
     /// Open addressing, at most half full: the upper half of a slot is the upper half of the name's
     /// hash, the lower half the member's position plus one; zero is free.
     std::vector<std::uint64_t> slots_;

@@ -11,15 +11,6 @@
 namespace morvellacinto {
 namespace {
 
-const AVMember& memberToRead(const AVObject& object, std::string_view name) {
-    const AVMember* member = object.avClass().find(name);
-    if (member == nullptr) {
-        throw std::out_of_range(std::string(object.avClass().name()) +
-                                " has no property or reader \"" + std::string(name) + "\"");
-    }
-    return *member;
-}
-
 // What `value` has under the names of `path`, joined by ".".
 std::optional<Value> followed(const Value& value, std::string_view path) {
     if (const Array* elements = value.ifArray()) {
@@ -89,8 +80,13 @@ std::string AVObject::description() const { return std::string(avClass().name())
 bool AVObject::answers(std::string_view name) const { return avClass().find(name) != nullptr; }
 
 std::optional<Value> AVObject::valueForKey(std::string_view name) const {
+    const AVMember* member = avClass().find(name);
+    if (member == nullptr) {
+        throw std::out_of_range(std::string(avClass().name()) + " has no property or reader \"" +
+                                std::string(name) + "\"");
+    }
     AVExporter reader(AVExporter::Mode::held);
-    return memberToRead(*this, name).give(this, reader);
+    return member->give(this, reader);
 }
 
 std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {

@@ -7,22 +7,6 @@
 
 namespace morvellacinto {
 
-NodeClass::NodeClass(Ref<AVObject> target) : choice_(std::move(target)) {
-    if (this->target() == nullptr) {
-        throw std::invalid_argument("a node class was given an empty reference to an object");
-    }
-}
-
-NodeClass::NodeClass(const NodeClass& other) = default;
-NodeClass::NodeClass(NodeClass&& other) noexcept = default;
-
-NodeClass& NodeClass::operator=(NodeClass other) noexcept {
-    choice_ = std::move(other.choice_);
-    return *this;
-}
-
-NodeClass::~NodeClass() = default;
-
 const AVClass* NodeClass::described() const {
     if (const auto* name = std::get_if<std::string>(&choice_)) {
         return AVClass::named(*name);
@@ -32,8 +16,15 @@ const AVClass* NodeClass::described() const {
 }
 
 AVObject* NodeClass::target() const noexcept {
-    const auto* target = std::get_if<Ref<AVObject>>(&choice_);
-    return target == nullptr ? nullptr : target->get();
+    const auto* target = std::get_if<Ref<Instance>>(&choice_);
+    return target == nullptr ? nullptr : (*target)->mappable();
+}
+
+Ref<Instance> NodeClass::checked(Ref<Instance> target) {
+    if (!target) {
+        throw std::invalid_argument("a node class was given an empty reference to an object");
+    }
+    return target;
 }
 
 NodeMapping::NodeMapping(std::initializer_list<std::pair<std::string_view, NodeClass>> nodes) {

@@ -26,12 +26,7 @@ public:
     NodeClass(const char* name) : choice_(std::string(name)) {}
     /// An existing object. Throws std::invalid_argument for an empty reference.
     template <std::derived_from<AVObject> T>
-    NodeClass(const Ref<T>& target) : NodeClass(Ref<AVObject>(target)) {}
-    NodeClass(Ref<AVObject> target);
-    NodeClass(const NodeClass& other);
-    NodeClass(NodeClass&& other) noexcept;
-    NodeClass& operator=(NodeClass other) noexcept;
-    ~NodeClass();
+    NodeClass(const Ref<T>& target) : choice_(checked(target)) {}
 
     /// The class to make instances of; null when its name is unknown, or for an existing object.
     /// Throws as `AVClass::named`.
@@ -45,7 +40,9 @@ public:
     [[nodiscard]] AVObject* target() const noexcept;
 
 private:
-    std::variant<const AVClass*, std::string, Ref<AVObject>> choice_;
+    [[nodiscard]] static Ref<Instance> checked(Ref<Instance> target);
+
+    std::variant<const AVClass*, std::string, Ref<Instance>> choice_;
 };
 
 /// Which JSON keys hold nodes, and what each node is turned into. The same mapping serves every
@@ -83,6 +80,3 @@ private:
 };
 
 } // namespace morvellacinto
-
-// Whoever holds a reference to an object must know it.
-#include "morvellacinto/jsonmapping/AVObject.h" // IWYU pragma: export
