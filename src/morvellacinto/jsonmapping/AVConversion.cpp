@@ -8,18 +8,12 @@
 namespace morvellacinto::AVConversion {
 namespace {
 
-std::string_view withoutLeadingSpace(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-    return text;
-}
-
 /// A number at the start of a text: its sign, and whatever follows it.
 struct Signed {
-    explicit Signed(std::string_view text) : rest(withoutLeadingSpace(text)) {
+    explicit Signed(std::string_view text) : rest(text) {
+        rest.remove_prefix(std::min(rest.find_first_not_of(" \t\n\v\f\r"), rest.size()));
         negative = rest.starts_with('-');
-        if (negative || rest.starts_with('+')) {
-            rest.remove_prefix(1);
-        }
+        rest.remove_prefix(negative || rest.starts_with('+') ? 1 : 0);
     }
     std::string_view rest;
     bool negative;
@@ -34,9 +28,8 @@ std::uint64_t leadingDigits(std::string_view text, std::uint64_t highest) {
 
 double leadingDouble(std::string_view text) {
     const Signed number(text);
-    const std::size_t end =
-        std::min(number.rest.find_first_not_of("0123456789.eE+-"), number.rest.size());
-    const std::string_view candidate = number.rest.substr(0, end);
+    const std::string_view candidate =
+        number.rest.substr(0, number.rest.find_first_not_of("0123456789.eE+-"));
     if (candidate.empty() || candidate.front() == '-') {
         return 0;
     }
@@ -50,10 +43,10 @@ double leadingDouble(std::string_view text) {
 }
 
 bool leadingBool(std::string_view text) {
-    std::string_view rest = Signed(text).rest;
-    rest.remove_prefix(std::min(rest.find_first_not_of('0'), rest.size()));
-    constexpr std::string_view affirmative = "123456789YyTt";
-    return !rest.empty() && affirmative.find(rest.front()) != std::string_view::npos;
+    const std::string_view rest = Signed(text).rest;
+    const std::size_t first = rest.find_first_not_of('0');
+    return first < rest.size() &&
+           std::string_view("123456789YyTt").find(rest[first]) != std::string_view::npos;
 }
 
 /// To the 64 bits of an integer, within limits of which the lowest is not positive.
@@ -71,13 +64,11 @@ std::uint64_t saturated(double number, std::int64_t lowest, std::uint64_t highes
 } // namespace
 
 std::optional<bool> toBool(const Value& value) {
-    if (value.isBool()) {
-        return value.asBool();
+    if (value.isString()) {
+        return leadingBool(value.asString());
     }
-    if (value.isNumber()) {
-        return value.asDouble() != 0;
-    }
-    return value.isString() ? std::optional(leadingBool(value.asString())) : std::nullopt;
+    const std::optional<double> number = toDouble(value);
+    return number ? std::optional(*number != 0) : std::nullopt;
 }
 
 std::optional<std::uint64_t> toInteger(const Value& value, std::int64_t lowest,

@@ -163,10 +163,8 @@ const AVClass& AVClass::of() {
 #if defined(__GXX_RTTI)
         draft.type = &typeid(T);
 #endif
-        if constexpr (!std::same_as<T, AVObject>) {
-            if constexpr (!std::is_void_v<typename T::AVBase>) {
-                draft.base = &of<typename T::AVBase>();
-            }
+        if constexpr (!std::is_void_v<typename T::AVBase>) {
+            draft.base = &of<typename T::AVBase>();
         }
         if constexpr (std::derived_from<T, AVObject>) {
             draft.hasDefaultKeys = AVHasDefaultKeys<T>;
@@ -193,15 +191,9 @@ const AVClass& AVClass::of() {
 } // namespace morvellacinto
 
 #if defined(__clang__)
-#define AVJSON_DETAIL_QUIET                                                                        \
-    _Pragma("clang diagnostic push")                                                               \
-        _Pragma("clang diagnostic ignored \"-Winconsistent-missing-override\"")                    \
-            _Pragma("clang diagnostic ignored \"-Wsuggest-override\"")
-#define AVJSON_DETAIL_LOUD _Pragma("clang diagnostic pop")
+#define AVJSON_DETAIL_QUIET _Pragma("GCC diagnostic ignored \"-Weverything\"")
 #else
-#define AVJSON_DETAIL_QUIET                                                                        \
-    _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wsuggest-override\"")
-#define AVJSON_DETAIL_LOUD _Pragma("GCC diagnostic pop")
+#define AVJSON_DETAIL_QUIET _Pragma("GCC diagnostic ignored \"-Wsuggest-override\"")
 #endif
 
 /// Makes a class mappable: `AVJSON_CLASS(Class, Base, members...)` inside the class. `Base` is the
@@ -228,13 +220,14 @@ public:                                                                         
     using AVSelf [[maybe_unused]] = Class;                                                         \
     using AVBase [[maybe_unused]] = Base;                                                          \
     static constexpr std::string_view avClassName() { return #Class; }                             \
-    AVJSON_DETAIL_QUIET const ::morvellacinto::AVClass& avClass() const {                          \
+    _Pragma("GCC diagnostic push") AVJSON_DETAIL_QUIET const ::morvellacinto::AVClass& avClass()   \
+        const {                                                                                    \
         static_assert(std::is_same_v<Class, std::remove_cvref_t<decltype(*this)>>,                 \
                       "AVJSON_CLASS names another class than the one that it stands in");          \
         return ::morvellacinto::AVClass::of<Class>();                                              \
     }                                                                                              \
-    AVJSON_DETAIL_LOUD                                                                             \
-    static void avDescribe(::morvellacinto::AVDescription<Class>& description) {                   \
+    _Pragma("GCC diagnostic pop") static void avDescribe(                                          \
+        ::morvellacinto::AVDescription<Class>& description) {                                      \
         __VA_OPT__(AVJSON_DETAIL_EACH(Class, __VA_ARGS__))                                         \
         []<class Self>(::morvellacinto::AVDescription<Self>& own) {                                \
             if constexpr (requires { &Self::describeMembers; }) {                                  \

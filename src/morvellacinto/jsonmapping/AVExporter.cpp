@@ -34,7 +34,7 @@ public:
     /// Under the member's own name.
     void store(const AVMember& member, std::optional<Value>&& value) {
         if (hasOtherNames_ || &member <= last_) {
-            replace(member.name.asString(), std::move(value));
+            store(member.name.asString(), std::move(value));
             return;
         }
         last_ = &member;
@@ -45,11 +45,6 @@ public:
 
     void store(std::string_view name, std::optional<Value>&& value) {
         hasOtherNames_ = true;
-        replace(name, std::move(value));
-    }
-
-private:
-    void replace(std::string_view name, std::optional<Value>&& value) {
         if (!value) {
             object_.remove(name);
         } else if (counts(*value)) {
@@ -57,6 +52,7 @@ private:
         }
     }
 
+private:
     [[nodiscard]] bool counts(const Value& value) const {
         const Array* array = keepsEmpty_ ? nullptr : value.ifArray();
         return array == nullptr || !array->empty();
@@ -65,7 +61,7 @@ private:
     Object& object_;
     ValueAccess::ObjectRep& own_; // nobody else gets the object before it is filled
     bool keepsEmpty_;
-    /// No member behind this one in the class is there yet, unless under another's name.
+    /// No member behind this one in the class is there yet, unless names were looked at.
     const AVMember* last_ = nullptr;
     bool hasOtherNames_ = false;
 };
@@ -157,21 +153,20 @@ Object AVExporter::exported(const void* object, const AVObject* self, const AVCl
 void AVExporter::give(Output& output, const void* object, const AVObject* self, bool asIs,
                       const AVMember& member) {
     std::string_view name = member.name.asString();
-    const bool isPath = member.isPath && self != nullptr && mode_ == Mode::prescribed;
-    std::optional<Value> value;
-    if (isPath) {
-        value = self->valueForKeyPath(name);
-        if (value) {
-            value = exportedValue(*value);
-        }
+    if (member.isPath && self != nullptr && mode_ == Mode::prescribed) {
+        std::optional<Value> value = self->valueForKeyPath(name);
         name.remove_prefix(name.rfind('.') + 1);
-    } else {
-        value = member.give(static_cast<const std::byte*>(object) + member.shift, *this);
-        if (asIs) {
-            return output.store(member, std::move(value));
-        }
+        output.store(self->sourceKeyForExceptionKey(name),
+                     value ? std::optional(exportedValue(*value)) : std::nullopt);
+        return;
     }
-    output.store(asIs ? std::string(name) : self->sourceKeyForExceptionKey(name), std::move(value));
+    std::optional<Value> value =
+        member.give(static_cast<const std::byte*>(object) + member.shift, *this);
+    if (asIs) {
+        output.store(member, std::move(value));
+    } else {
+        output.store(self->sourceKeyForExceptionKey(name), std::move(value));
+    }
 }
 
 } // namespace morvellacinto

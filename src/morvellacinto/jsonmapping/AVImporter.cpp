@@ -74,13 +74,6 @@ Array AVImporter::convert(const Array& array, const NodeClass& nodeClass) {
     return converted;
 }
 
-bool AVImporter::set(AVObject& object, const Value* value, const AVMember& member) {
-    if (member.take == nullptr) {
-        throwNoProperty(object.avClass(), member.name.asString());
-    }
-    return member.take(&object, value, *this);
-}
-
 bool AVImporter::refuse(const Value& found, std::string wanted) {
     wanted_ = std::move(wanted);
     found_ = nameOf(found.kind());
@@ -185,7 +178,7 @@ void AVImporter::notTaken(const AVClass& described, const AVMember& member) {
     if (member.take != nullptr) {
         tell(refused(described.name(), member.name.asString()));
     } else if (nodeMapping_ != nullptr) {
-        throwNoProperty(described, member.name.asString());
+        propertyNamed(described, member.name.asString());
     }
 }
 

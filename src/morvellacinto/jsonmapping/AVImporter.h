@@ -49,9 +49,6 @@ public:
     }
     [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const NodeClass& nodeClass);
     [[nodiscard]] Array convert(const Array& array, const NodeClass& nodeClass);
-    /// Sets a property. Throws std::out_of_range for one that can only be read; false when the
-    /// property cannot hold the value.
-    bool set(AVObject& object, const Value* value, const AVMember& member);
 
     /// Keeps why a value was not taken, for `refused`; false, for `AVType::take` to return.
     bool refuse(const Value& found, std::string wanted);

@@ -13,6 +13,9 @@ namespace {
 
 // What `value` has under the names of `path`, joined by ".".
 std::optional<Value> followed(const Value& value, std::string_view path) {
+    if (const AVObject* object = mappableObject(value)) {
+        return object->valueForKeyPath(path);
+    }
     if (const Array* elements = value.ifArray()) {
         Array found;
         found.reserve(elements->size());
@@ -23,17 +26,13 @@ std::optional<Value> followed(const Value& value, std::string_view path) {
     }
     const std::size_t end = path.find('.');
     const std::string_view name = path.substr(0, end);
-    std::optional<Value> next;
-    if (const AVObject* object = mappableObject(value)) {
-        next = object->valueForKey(name);
-    } else if (const Object* dictionary = value.ifObject()) {
-        next = valueForKey(*dictionary, name);
-    } else {
+    const Object* dictionary = value.ifObject();
+    if (dictionary == nullptr) {
         throw std::out_of_range(std::string(nameOf(value.kind())) + " knows no \"" +
                                 std::string(name) + "\"");
     }
-    const bool isLast = end == std::string_view::npos || !next;
-    return isLast ? next : followed(*next, path.substr(end + 1));
+    std::optional<Value> next = valueForKey(*dictionary, name);
+    return end == std::string_view::npos || !next ? next : followed(*next, path.substr(end + 1));
 }
 
 } // namespace
@@ -96,10 +95,10 @@ std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
 }
 
 void AVObject::setValue(const std::optional<Value>& value, std::string_view name) {
-    const AVClass& described = avClass();
+    const AVMember& property = propertyNamed(avClass(), name);
     AVImporter importer;
-    if (!importer.set(*this, value ? &*value : nullptr, propertyNamed(described, name))) {
-        throw ValueKindError(sentenceOf(importer.refused(described.name(), name)));
+    if (!property.take(this, value ? &*value : nullptr, importer)) {
+        throw ValueKindError(sentenceOf(importer.refused(avClass().name(), name)));
     }
 }
 

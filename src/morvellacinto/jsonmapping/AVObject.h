@@ -25,6 +25,7 @@ class AVDescription;
 class MORVELLACINTO_EXPORT AVObject : public Instance {
 public:
     using AVSelf = AVObject;
+    using AVBase = void;
     static constexpr std::string_view avClassName() { return "AVObject"; }
     static void avDescribe(AVDescription<AVObject>&) {}
 
@@ -37,35 +38,28 @@ public:
 
     /// Fills this object from a JSON object, key by key in its order.
     ///
-    /// A key that `nodeMapping` holds is a node key. A JSON object under it is converted as
-    /// `AVJSON::asObjectOfClass` tells and set, whether or not there is such a property; of an
-    /// array the converted elements are set, unless it is empty; anything else is ignored.
+    /// A JSON object under a key of `nodeMapping` is converted as `AVJSON::asObjectOfClass` tells
+    /// and set, whether or not there is such a property; of an array the converted elements are
+    /// set, unless it is empty; anything else is ignored.
     ///
-    /// Every other key is a plain key. Its value is set when this object answers the key, as it is
-    /// or, where the property's type tells a class, as new objects of that class; null and keys
-    /// that it does not answer are ignored. A string under a key that
-    /// `isNumberProperty` affirms becomes the number that `numberFromText` finds, and is ignored
-    /// when there is none. A key that begins with "@" asks the JSON object itself: "@count" is the
-    /// number of its members, and others fail.
+    /// Under any other key null is ignored, and so is a key that this object does not answer. A
+    /// string under a key that `isNumberProperty` affirms becomes what `numberFromText` finds, and
+    /// is ignored when that is nothing. A key that begins with "@" asks the JSON object itself:
+    /// "@count" is the number of its members, and others fail.
     ///
-    /// Names of properties are `keyExceptionForSourceKey` of the key. A value that the property
-    /// cannot hold leaves it as it was. Any other failure ends the import of this object: "dict
-    /// init failed" is logged, what was set stays set, the rest is left as it was, and the object
-    /// around it goes on with its next key. JSON nested deeper than `maximumJsonDepth` fails at
-    /// that depth. The platform's diagnostics are told of both.
+    /// A value that the property cannot hold leaves it as it was. Any other failure ends the import
+    /// of this object: "dict init failed" is logged, what was set stays set, and the object around
+    /// it goes on with its next key. The platform's diagnostics are told of both.
     void setAvValuesForKeysWithDictionary(Object dictionary, const NodeMapping& nodeMapping = {});
 
     /// This object as a JSON object, with the keys given in their order.
     ///
-    /// Numbers, booleans, strings and JSON objects are copied as they are. Instances become JSON
-    /// objects of their own `keysForExport`, and so do the elements of arrays: one that is no
-    /// mappable object becomes an empty JSON object, as does null. Empty arrays and properties that
-    /// hold nothing are left out.
-    ///
-    /// A key that this object does not answer is skipped and logged, "%@ missing in %@ while
-    /// export" with the key and the `description`. A key that fails ends the export of this object:
-    /// "dict init failed" is logged, and what was exported so far is given. An object that is met
-    /// again inside itself fails so, and one nested deeper than `maximumJsonDepth`.
+    /// Instances become JSON objects of their own `keysForExport`, and so do the elements of
+    /// arrays: one that is no mappable object becomes an empty JSON object. Empty arrays and
+    /// properties that hold nothing are left out. A key that this object does not answer is logged,
+    /// "%@ missing in %@ while export" with the key and the `description`. One that fails ends the
+    /// export of this object: "dict init failed" is logged, and what was exported so far is given;
+    /// so do an object that is met again inside itself and more than `maximumJsonDepth` levels.
     [[nodiscard]] Object avDictionaryWithValuesForKeys(const std::vector<std::string>& keys) const;
 
     /// The property that a JSON key is set on. By default the key, with one exception: "ident" for

@@ -16,16 +16,8 @@
 namespace morvellacinto {
 
 /// How a property of type `T` is filled and exported. `AVTypes.h` has those of the library; a host
-/// adds a type of its own with three functions:
-///
-///     template <>
-///     struct morvellacinto::AVType<Colour> {
-///         static std::string wanted() { return "a colour such as #ff8000"; }
-///         static std::optional<Colour> take(const Value& value) {
-///             return value.isString() ? Colour::parsed(value.asString()) : std::nullopt;
-///         }
-///         static Value give(const Colour& held) { return held.text(); }
-///     };
+/// adds a type of its own with three functions, `std::string wanted()`,
+/// `std::optional<T> take(const Value&)` and `Value give(const T&)`, all static.
 ///
 /// `take` gives nothing for what `T` cannot hold; `wanted` says what it can. Without `take` a type
 /// can only be read. A type that holds others has `bool take(T& held, const Value&, AVImporter&)`,

@@ -351,11 +351,6 @@ struct AVType<T> {
 };
 
 template <class T>
-inline constexpr bool avIsFixed = false;
-template <class T, std::size_t Size>
-inline constexpr bool avIsFixed<std::array<T, Size>> = true;
-
-template <class T>
 struct AVElement {
     using Type = typename T::value_type;
 };
@@ -371,19 +366,19 @@ concept AVMap = std::same_as<typename T::key_type, std::string> && requires {
     typename T::mapped_type;
 };
 
-/// `std::vector`, `std::set` and what is filled like them.
+/// That, or what is no map.
 template <class T>
-concept AVSequence = requires(T held, typename T::value_type element) {
-    held.insert(held.end(), std::move(element));
-    held.clear();
-}
-&&!requires { typename T::mapped_type; }
-&&!std::same_as<T, std::string>;
+concept AVContainer = (AVMap<T> || !requires { typename T::mapped_type; }) &&
+                      requires(const T& held, typename T::value_type) {
+    held.begin() != held.end();
+    held.size();
+};
 
 /// An array, or an object for maps, all of whose elements can be taken; a `std::array` takes so
 /// many as it has.
-template <class T, class Form>
-requires(AVMap<T> || AVSequence<T> || avIsFixed<T>) struct AVType<T, Form> {
+template <AVContainer T, class Form>
+struct AVType<T, Form> {
+    static constexpr bool isFixed = requires { std::tuple_size<T>::value; };
     using Element = typename AVElement<T>::Type;
     using Json = std::conditional_t<AVMap<T>, Object, Array>;
 
@@ -395,7 +390,7 @@ requires(AVMap<T> || AVSequence<T> || avIsFixed<T>) struct AVType<T, Form> {
         }
         const AVImporter::Level level(importer);
         T taken{};
-        if constexpr (avIsFixed<T>) {
+        if constexpr (isFixed) {
             if (json->size() != taken.size()) {
                 return importer.refuse(value, std::to_string(taken.size()) + " elements");
             }
@@ -403,9 +398,16 @@ requires(AVMap<T> || AVSequence<T> || avIsFixed<T>) struct AVType<T, Form> {
             taken.reserve(json->size());
         }
         for (const auto& each : *json) {
-            const auto position = static_cast<std::size_t>(&each - json->begin());
-            if (!takeElement(taken, each, position, importer)) {
-                return importer.refuseIn(placeOf(each, position));
+            if constexpr (AVMap<T>) {
+                if (!AVProperty::take<Element, Form>(taken[std::string(each.key())], each.value,
+                                                     importer)) {
+                    return importer.refuseIn("member \"" + std::string(each.key()) + "\"");
+                }
+            } else {
+                const auto position = static_cast<std::size_t>(&each - json->begin());
+                if (!takeElement(taken, each, position, importer)) {
+                    return importer.refuseIn("element " + std::to_string(position));
+                }
             }
         }
         held = std::move(taken);
@@ -435,12 +437,9 @@ requires(AVMap<T> || AVSequence<T> || avIsFixed<T>) struct AVType<T, Form> {
     static void relate(AVClassDraft& draft) { AVProperty::relate<Element, Form>(draft); }
 
 private:
-    static bool takeElement(T& taken, const auto& each, std::size_t position,
+    static bool takeElement(T& taken, const Value& each, std::size_t position,
                             AVImporter& importer) {
-        if constexpr (AVMap<T>) {
-            return AVProperty::take<Element, Form>(taken[std::string(each.key())], each.value,
-                                                   importer);
-        } else if constexpr (avIsFixed<T>) {
+        if constexpr (isFixed) {
             return AVProperty::take<Element, Form>(taken[position], each, importer);
         } else if constexpr (requires {
                                  { taken.emplace_back() } -> std::same_as<Element&>;
@@ -451,13 +450,6 @@ private:
             const bool isTaken = AVProperty::take<Element, Form>(element, each, importer);
             taken.insert(taken.end(), std::move(element));
             return isTaken;
-        }
-    }
-    static std::string placeOf(const auto& each, std::size_t position) {
-        if constexpr (AVMap<T>) {
-            return "member \"" + std::string(each.key()) + "\"";
-        } else {
-            return "element " + std::to_string(position);
         }
     }
 };

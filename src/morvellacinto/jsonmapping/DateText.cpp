@@ -32,17 +32,16 @@ std::optional<Date> dateFromText(std::string text) {
     }
     const std::string zone = text.substr(zoneAt);
     const std::string fraction = text.substr(example.size(), zoneAt - example.size());
-    const year_month_day day(year(digits(text, 0, 4)),
-                             month(static_cast<unsigned>(digits(text, 5, 2))),
-                             std::chrono::day(static_cast<unsigned>(digits(text, 8, 2))));
+    const auto day = year(digits(text, 0, 4)) / digits(text, 5, 2) / digits(text, 8, 2);
     const int hour = digits(text, 11, 2);
     const int minute = digits(text, 14, 2);
     const int second = digits(text, 17, 2); // 60 in a leap second
     const bool isUtc = zone == "Z";
     if (!day.ok() || hour > 23 || minute > 59 || second > 60 ||
         !(isUtc || looksLike(zone, "+00:00") || looksLike(zone, "-00:00")) ||
-        !(fraction.empty() || looksLike(fraction, "." + std::string(fraction.size() - 1, '0'))) ||
-        fraction == ".") {
+        !(fraction.empty() ||
+          looksLike(fraction,
+                    "." + std::string(std::max<std::size_t>(fraction.size(), 2) - 1, '0')))) {
         return std::nullopt;
     }
     const int offset = isUtc ? 0 : digits(zone, 1, 2) * 3600 + digits(zone, 4, 2) * 60;
@@ -80,21 +79,20 @@ Value textOf(Date date) {
     const auto point = sys_seconds(seconds(static_cast<std::int64_t>(whole)));
     const year_month_day day(floor<days>(point));
     const auto time = static_cast<int>((point - floor<days>(point)).count());
-    constexpr std::size_t longest = 1100; // the digits behind a point are so many at most
-    char text[longest];
-    char* end = text + std::snprintf(text, longest, "%04d-%02u-%02uT%02d:%02d:%02d",
-                                     int(day.year()), unsigned(day.month()), unsigned(day.day()),
-                                     time / 3600, time / 60 % 60, time % 60);
+    char text[32];
+    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d", int(day.year()),
+                  unsigned(day.month()), unsigned(day.day()), time / 3600, time / 60 % 60,
+                  time % 60);
+    std::string result = text;
     if (since != whole) {
-        char digits[longest];
-        const char* const last =
-            std::to_chars(digits, digits + longest, since < 0 ? since - whole : since,
+        char digits[1100]; // as many as a double can have behind the point
+        const char* const end =
+            std::to_chars(std::begin(digits), std::end(digits), since < 0 ? since - whole : since,
                           std::chars_format::fixed)
                 .ptr;
-        end = std::copy(std::find(static_cast<const char*>(digits), last, '.'), last, end);
+        result.append(std::find<const char*>(digits, end, '.'), end);
     }
-    *end = 'Z';
-    return std::string_view(text, static_cast<std::size_t>(end + 1 - text));
+    return result + "Z";
 }
 
 } // namespace morvellacinto::AVConversion

@@ -15,15 +15,11 @@ std::optional<Value> valueForKey(const Object& dictionary, std::string_view key)
     return found == nullptr ? std::nullopt : std::optional(*found);
 }
 
-void throwNoProperty(const AVClass& described, std::string_view name) {
-    throw std::out_of_range(std::string(described.name()) + " has no property \"" +
-                            std::string(name) + "\" that can be set");
-}
-
 const AVMember& propertyNamed(const AVClass& described, std::string_view name) {
     const AVMember* member = described.find(name);
-    if (member == nullptr) {
-        throwNoProperty(described, name);
+    if (member == nullptr || member->take == nullptr) {
+        throw std::out_of_range(std::string(described.name()) + " has no property \"" +
+                                std::string(name) + "\" that can be set");
     }
     return *member;
 }

@@ -20,8 +20,7 @@ inline constexpr std::string_view exceptionKey = "ident";
 /// than "@count".
 [[nodiscard]] std::optional<Value> valueForKey(const Object& dictionary, std::string_view key);
 
-[[noreturn]] void throwNoProperty(const AVClass& described, std::string_view name);
-/// The property or reader of that name. Throws std::out_of_range when there is none.
-[[nodiscard]] const AVMember& propertyNamed(const AVClass& described, std::string_view name);
+/// The property of that name. Throws std::out_of_range when there is none that can be set.
+const AVMember& propertyNamed(const AVClass& described, std::string_view name);
 
 } // namespace morvellacinto

@@ -2,7 +2,6 @@
 
 #include "morvellacinto/jsonmapping/AVObject.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace morvellacinto {
@@ -34,25 +33,8 @@ NodeMapping::NodeMapping(std::initializer_list<std::pair<std::string_view, NodeC
 }
 
 void NodeMapping::set(std::string_view key, NodeClass nodeClass) {
-    const auto place = nodes_.begin() + (position(key) - nodes_.cbegin());
-    if (place != nodes_.end() && place->key == key) {
-        place->nodeClass = std::move(nodeClass);
-    } else {
-        nodes_.insert(place, {std::string(key), std::move(nodeClass)});
-    }
+    nodes_.insert_or_assign(std::string(key), std::move(nodeClass));
     filter_ |= filterBit(key);
-}
-
-const NodeClass* NodeMapping::findNode(std::string_view key) const noexcept {
-    const auto place = position(key);
-    return place != nodes_.end() && place->key == key ? &place->nodeClass : nullptr;
-}
-
-std::vector<NodeMapping::Node>::const_iterator
-NodeMapping::position(std::string_view key) const noexcept {
-    return std::lower_bound(
-        nodes_.begin(), nodes_.end(), key,
-        [](const Node& node, std::string_view wanted) { return node.key < wanted; });
 }
 
 } // namespace morvellacinto

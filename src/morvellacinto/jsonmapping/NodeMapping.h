@@ -4,12 +4,13 @@
 
 #include <concepts>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
+#include <map>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <variant>
-#include <vector>
 
 namespace morvellacinto {
 
@@ -58,25 +59,22 @@ public:
     void set(std::string_view key, NodeClass nodeClass);
     /// Null for a key that holds no node. Valid until the mapping is next changed.
     [[nodiscard]] const NodeClass* find(std::string_view key) const noexcept {
-        return (filter_ & filterBit(key)) == 0 ? nullptr : findNode(key);
+        if ((filter_ & filterBit(key)) == 0) {
+            return nullptr;
+        }
+        const auto found = nodes_.find(key);
+        return found == nodes_.end() ? nullptr : &found->second;
     }
 
 private:
-    struct Node {
-        std::string key;
-        NodeClass nodeClass;
-    };
-
     [[nodiscard]] static std::uint64_t filterBit(std::string_view key) noexcept {
         const std::size_t last = key.empty() ? 0 : static_cast<unsigned char>(key.back());
         return std::uint64_t{1} << (key.size() * 8 + last) % 64;
     }
-    [[nodiscard]] const NodeClass* findNode(std::string_view key) const noexcept;
-    [[nodiscard]] std::vector<Node>::const_iterator position(std::string_view key) const noexcept;
 
     /// A bit for each key. Most look-ups are of keys that hold no node and end here.
     std::uint64_t filter_ = 0;
-    std::vector<Node> nodes_; // sorted by key
+    std::map<std::string, NodeClass, std::less<>> nodes_;
 };
 
 } // namespace morvellacinto
