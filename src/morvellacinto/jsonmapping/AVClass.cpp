@@ -5,6 +5,7 @@
 #include "morvellacinto/jsonmapping/KeyValueCoding.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <functional>
 #include <memory>
@@ -59,19 +60,14 @@ bool describeRelated() {
 
 // Names come from the host's classes, so a hash that an attacker could steer does no harm: what is
 // looked up never enters the table.
-std::uint64_t hashOf(std::uint64_t low, std::uint64_t high) noexcept {
-    constexpr std::uint64_t multiplier = 0x9E3779B97F4A7C15U;
-    const std::uint64_t hash = (low ^ std::rotl(high, 29)) * multiplier;
-    return hash ^ hash >> 32;
-}
-
 std::uint64_t hashOf(const Value& name) noexcept {
     const std::string_view text = ValueAccess::string(name);
-    if (text.size() > ValueAccess::inlineLength) {
-        return hashOf(std::hash<std::string_view>()(text), text.size());
-    }
-    const auto [low, high] = ValueAccess::words(name);
-    return hashOf(low, high);
+    const bool isLong = text.size() > ValueAccess::inlineLength;
+    const auto [low, high] =
+        isLong ? std::array<std::uint64_t, 2>{std::hash<std::string_view>()(text), text.size()}
+               : ValueAccess::words(name);
+    const std::uint64_t hash = (low ^ std::rotl(high, 29)) * 0x9E3779B97F4A7C15U;
+    return hash ^ hash >> 32;
 }
 
 constexpr std::uint64_t upperHalf = 0xFFFFFFFF00000000U;

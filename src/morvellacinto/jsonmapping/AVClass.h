@@ -44,8 +44,7 @@ struct MORVELLACINTO_EXPORT AVMember {
     std::ptrdiff_t shift = 0;
 };
 
-/// What a description has said of a class so far; the classes that its properties refer to are
-/// described when somebody asks for them.
+/// What a description has said of a class so far.
 struct MORVELLACINTO_EXPORT AVClassDraft {
     using Described = const AVClass& (*)();
 

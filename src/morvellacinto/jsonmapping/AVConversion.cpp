@@ -42,13 +42,6 @@ double leadingDouble(std::string_view text) {
     return number.negative ? -magnitude : magnitude;
 }
 
-bool leadingBool(std::string_view text) {
-    const std::string_view rest = Signed(text).rest;
-    const std::size_t first = rest.find_first_not_of('0');
-    return first < rest.size() &&
-           std::string_view("123456789YyTt").find(rest[first]) != std::string_view::npos;
-}
-
 /// To the 64 bits of an integer, within limits of which the lowest is not positive.
 std::uint64_t saturated(double number, std::int64_t lowest, std::uint64_t highest) {
     if (std::isnan(number)) {
@@ -65,7 +58,10 @@ std::uint64_t saturated(double number, std::int64_t lowest, std::uint64_t highes
 
 std::optional<bool> toBool(const Value& value) {
     if (value.isString()) {
-        return leadingBool(value.asString());
+        const std::string_view rest = Signed(value.asString()).rest;
+        const std::size_t first = rest.find_first_not_of('0');
+        return first < rest.size() &&
+               std::string_view("123456789YyTt").find(rest[first]) != std::string_view::npos;
     }
     const std::optional<double> number = toDouble(value);
     return number ? std::optional(*number != 0) : std::nullopt;

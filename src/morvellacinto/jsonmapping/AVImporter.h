@@ -61,9 +61,6 @@ public:
 private:
     void fill(void* object, AVObject* self, const AVClass& described, const Object& dictionary);
     void takeNode(AVObject& object, const Object::Member& member, const NodeClass& nodeClass);
-    /// Tells in `at` how far it has come.
-    void takeAll(void* object, AVObject* self, const AVClass& described, const Object& dictionary,
-                 const Object::Member*& at);
     /// A plain key as the object wants it, if it is to be asked, or one that wants more than
     /// setting.
     void takePlain(void* object, const AVObject* asked, const AVClass& described,

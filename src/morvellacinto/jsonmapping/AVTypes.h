@@ -21,11 +21,8 @@ struct AVName {
     char text[Size];
 };
 
-/// An object-typed property: it holds a value of any kind, or nothing, and takes whatever is set.
-/// The declared class name is not checked; it only stands in the property's attribute text, where
-/// "NSNumber" makes the import convert strings to numbers.
-///
-///     AVValue<"NSNumber"> count;
+/// An object-typed property, `AVValue<"NSNumber">`: it holds any value, or nothing. The class name
+/// only stands in the attribute text, where "NSNumber" makes the import convert strings to numbers.
 template <AVName ClassName = "">
 class AVValue : public std::optional<Value> {
 public:
@@ -55,9 +52,7 @@ toInteger(const Value& value, std::int64_t lowest, std::uint64_t highest);
 [[nodiscard]] MORVELLACINTO_EXPORT Value textOf(Date date);
 } // namespace AVConversion
 
-/// Numbers and booleans convert: to an integer by truncation, saturating at its limits. Strings
-/// convert by the number at their start, 0 when there is none; to bool, true when they start with a
-/// digit from 1 to 9, Y, y, T or t.
+/// Numbers, booleans and strings, converted as key-value coding does; integers saturate.
 template <AVScalar T>
 struct AVType<T> {
     static std::string wanted() {
@@ -84,10 +79,8 @@ struct AVType<T> {
         using Limits = std::numeric_limits<T>;
         if constexpr (std::same_as<T, bool>) {
             return AVConversion::toBool(value);
-        } else if constexpr (std::same_as<T, float>) {
-            return value.isNumber() ? value.asFloat() : cast(AVConversion::toDouble(value));
-        } else if constexpr (std::same_as<T, double>) {
-            return AVConversion::toDouble(value);
+        } else if constexpr (std::floating_point<T>) {
+            return cast(AVConversion::toDouble(value));
         } else {
             return cast(AVConversion::toInteger(value, Limits::min(), Limits::max()));
         }
