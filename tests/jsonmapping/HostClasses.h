@@ -27,8 +27,9 @@ class Thing : public AVObject {
     std::string shout() const { return "HO"; }
     int keysAsked() const { throw std::runtime_error("nobody may ask"); }
 
+    static std::vector<std::string> names() { return {"ident", "count", "node", "nodes", "other"}; }
     Array keysForExport() const override { return exportKeys; }
-    Array exportKeys;
+    Array exportKeys = Array::of({"ident", "count", "node", "nodes", "other"});
 };
 
 inline Ref<Thing> filled(std::string_view json, const NodeMapping& nodes = {}) {
