@@ -128,36 +128,23 @@ TEST_F(Import, asksTheObjectAlsoWhereItsOwnTypeIsNotDescribed) {
 }
 
 TEST_F(Import, takesJsonOfTheGreatestDepthWholeAndStopsBelowIt) {
-    const auto nested = [](std::size_t levels, const char* open, const char* close) {
-        std::string json;
-        for (std::size_t level = 1; level < levels; ++level) {
-            json += open;
-        }
-        json += R"({"count": 1})";
-        for (std::size_t level = 1; level < levels; ++level) {
-            json += close;
-        }
-        return json;
-    };
-    const auto top = filled(nested(maximumJsonDepth, R"({"node": )", "}"), nodes);
-    const Thing* deepest = top.get();
-    std::size_t levels = 1;
-    for (; deepest->node; ++levels) {
-        deepest = &thingIn(deepest->node);
+    Object whole{{"count", 1}};
+    Array arrays = Array::of({whole});
+    for (std::size_t level = 1; level < maximumJsonDepth; ++level) {
+        whole = Object{{"node", whole}};
+        arrays = level == 1 ? arrays : Array::of({arrays});
     }
-    EXPECT_EQ(levels, maximumJsonDepth);
-    EXPECT_EQ(deepest->count, Value(1));
-
-    const Array arrays = array(nested(maximumJsonDepth, "[", "]"));
+    auto top = makeInstance<Thing>();
+    top->setAvValuesForKeysWithDictionary(whole, nodes);
+    EXPECT_THAT(*AVJSON::toJSON(top->avDictionaryWithValuesForKeys({"node"})),
+                testing::HasSubstr(R"({"count":1})"));
     EXPECT_EQ(AVJSON::asObjectOfClass(arrays, "Thing").size(), 1U);
     EXPECT_THROW(
         static_cast<void>(AVJSON::asObjectOfClass(Array::of({Array::of({arrays})}), "Thing")),
         std::length_error);
-    auto deeper = makeInstance<Thing>();
-    const Value whole = object(nested(maximumJsonDepth, R"({"node": )", "}"));
-    deeper->setAvValuesForKeysWithDictionary(Object{{"node", whole}, {"count", 2}}, nodes);
+    top->setAvValuesForKeysWithDictionary(Object{{"node", whole}, {"count", 2}}, nodes);
     expectLog({failed});
-    EXPECT_EQ(deeper->count, Value(2));
+    EXPECT_EQ(top->count, Value(2));
 }
 
 } // namespace

@@ -65,12 +65,9 @@ struct MORVELLACINTO_EXPORT AVClassDraft {
     std::vector<Described> related;
 };
 
-/// What the mapping knows of a class: its name, base class, declared properties, readers and plain
-/// initialiser.
-///
-/// `AVJSON_CLASS` makes the description, when it is first asked for; it lives as long as the
-/// process, and so must the module that the class is in: a plug-in with mappable classes stays
-/// loaded. All operations may be called on any thread.
+/// What the mapping knows of a class. `AVJSON_CLASS` makes the description, when it is first asked
+/// for; it lives as long as the process, and so must the module that the class is in: a plug-in
+/// with mappable classes stays loaded. All operations may be called on any thread.
 class MORVELLACINTO_EXPORT AVClass {
 public:
     AVClass(const AVClass&) = delete;
@@ -97,8 +94,8 @@ public:
     /// All properties and readers, those of the base class first.
     [[nodiscard]] std::span<const AVMember> members() const noexcept { return draft_.members; }
 
-    /// A new instance, made with the default constructor. Throws std::logic_error when the class
-    /// is abstract, has no public one or does not derive from `AVObject`.
+    /// Throws std::logic_error when the class is abstract, is no `AVObject` or has no public
+    /// default constructor.
     [[nodiscard]] Ref<AVObject> makeInstance() const;
 
     /// The property or reader of that name, of this class or an ancestor, or null.
@@ -110,7 +107,6 @@ public:
     /// this instance of the class are those of `AVObject`, so that it need not be asked.
     [[nodiscard]] bool hasDefaultKeys(const AVObject& instance) const noexcept;
 
-    /// What `keysForExport` of that struct of the class gives; empty when it has none.
     [[nodiscard]] Array keysForExport(const void* object) const {
         return draft_.keysForExport == nullptr ? Array() : draft_.keysForExport(object);
     }

@@ -115,8 +115,8 @@ private:
     AVClassDraft& draft_;
 };
 
-/// Whether `T` has the operations on keys of `AVObject`. A pointer to an inherited member tells the
-/// class that it comes from; one that cannot be had counts as an override.
+/// A pointer to an inherited member tells the class that it comes from; one that cannot be had
+/// counts as an override.
 template <class T>
 concept AVHasDefaultKeys = requires {
     requires std::same_as<decltype(&T::keyExceptionForSourceKey),
@@ -126,7 +126,6 @@ concept AVHasDefaultKeys = requires {
     requires std::same_as<decltype(&T::isNumberProperty), decltype(&AVObject::isNumberProperty)>;
 };
 
-/// The name of a type with its namespaces.
 template <class T>
 [[nodiscard]] constexpr std::string_view avQualifiedName() {
     std::string_view name = __PRETTY_FUNCTION__;

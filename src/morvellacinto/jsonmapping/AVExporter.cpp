@@ -22,8 +22,7 @@ std::string missingLine(std::string_view key, const AVObject& object) {
 
 } // namespace
 
-/// The JSON object that an export fills. Storing nothing removes what stands under the name;
-/// storing an empty array changes nothing in a prescribed export.
+/// The JSON object that an export fills. Storing nothing removes what stands under the name.
 class AVExporter::Output {
 public:
     Output(Object& object, std::size_t count, bool keepsEmpty)
@@ -71,7 +70,6 @@ AVExporter::Level::Level(AVExporter& exporter, const AVObject* object) : path_(e
         throw std::length_error("objects are nested deeper than " +
                                 std::to_string(maximumJsonDepth) + " levels");
     }
-    // The limit on the depth bounds the time that this takes.
     if (object != nullptr && std::find(path_.begin(), path_.end(), object) != path_.end()) {
         throw std::invalid_argument("an object holds itself");
     }

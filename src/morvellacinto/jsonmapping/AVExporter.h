@@ -33,7 +33,6 @@ public:
     public:
         explicit Level(AVExporter& exporter, const AVObject* object = nullptr);
         Level(const Level&) = delete;
-        Level& operator=(const Level&) = delete;
         ~Level() { path_.pop_back(); }
 
     private:

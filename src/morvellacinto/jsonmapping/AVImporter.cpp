@@ -10,17 +10,10 @@
 #include <stdexcept>
 
 namespace morvellacinto {
-namespace {
-
-/// For imports that have no log.
-class Silence : public platform::DeveloperLog {
-public:
-    void log(std::string_view) noexcept override {}
-};
-
-} // namespace
-
 AVImporter::AVImporter(AVProblems* problems) : problems_(problems) {
+    struct Silence : platform::DeveloperLog {
+        void log(std::string_view) noexcept override {}
+    };
     static auto& silence = *new Silence;
     log_ = &silence;
 }

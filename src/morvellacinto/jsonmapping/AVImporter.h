@@ -35,7 +35,6 @@ public:
     public:
         explicit Level(AVImporter& importer);
         Level(const Level&) = delete;
-        Level& operator=(const Level&) = delete;
         ~Level() { --depth_; }
 
     private:

@@ -66,11 +66,10 @@ template <class T>
 asObjectOfClass(const Object& dictionary, const NodeClass& nodeClass,
                 const NodeMapping& nodeMapping = {});
 
-/// An array of what each element is turned into, in order: JSON objects as above, arrays likewise.
-/// An existing object is filled by one element after the other and stands in the result once for
-/// each. Throws ValueKindError for an element of another kind, std::invalid_argument for an unknown
-/// class, std::length_error beyond `maximumJsonDepth` levels, and what the conversion of a JSON
-/// object throws.
+/// What each element is turned into, in order: JSON objects as above, arrays likewise. Throws
+/// ValueKindError for an element of another kind, std::invalid_argument for an unknown class,
+/// std::length_error beyond `maximumJsonDepth` levels, and what the conversion of a JSON object
+/// throws.
 [[nodiscard]] MORVELLACINTO_EXPORT Array asObjectOfClass(const Array& array,
                                                          const NodeClass& nodeClass,
                                                          const NodeMapping& nodeMapping = {});

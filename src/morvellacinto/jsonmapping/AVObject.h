@@ -20,8 +20,7 @@ class AVDescription;
 /// `Ref`: make them with `makeInstance<Station>()`. The mapping takes no lock: importing needs the
 /// object for itself, exporting only reads.
 ///
-/// Importing and exporting throw std::logic_error when no platform is installed. What fails inside
-/// is reported as a line of the platform's developer log alone.
+/// Importing and exporting throw std::logic_error when no platform is installed.
 class MORVELLACINTO_EXPORT AVObject : public Instance {
 public:
     using AVSelf = AVObject;
@@ -70,8 +69,7 @@ public:
     /// Whether strings under this JSON key are converted to numbers. By default when a property of
     /// exactly that name has "NSNumber" in its attribute text.
     [[nodiscard]] virtual bool isNumberProperty(std::string_view key) const;
-    /// What to export of this object where it is the value or element of a property, as strings;
-    /// by default nothing. For `AVJSON::from` nothing means all that the class has described.
+    /// What to export of this object where a property holds it, as strings; by default nothing.
     [[nodiscard]] virtual Array keysForExport() const;
     /// How the developer log names this object; by default by its class. On one line.
     [[nodiscard]] virtual std::string description() const;

@@ -39,7 +39,6 @@ concept AVDescribed = requires {
     requires std::same_as<T, typename T::AVSelf>;
 };
 
-/// The same held by value.
 template <class T>
 concept AVStruct = AVDescribed<T> && !std::derived_from<T, AVObject>;
 

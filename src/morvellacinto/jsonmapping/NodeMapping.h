@@ -22,9 +22,8 @@ public:
     NodeClass(const AVClass& described) noexcept : choice_(&described) {}
     /// A class by its name, looked up when it is needed; `AVClass::named` tells which are known.
     /// An unknown one converts to nothing and is told to the diagnostics.
-    NodeClass(std::string name) noexcept : choice_(std::move(name)) {}
-    NodeClass(std::string_view name) : choice_(std::string(name)) {}
-    NodeClass(const char* name) : choice_(std::string(name)) {}
+    template <std::convertible_to<std::string_view> T>
+    NodeClass(const T& name) : choice_(std::string(std::string_view(name))) {}
     /// An existing object. Throws std::invalid_argument for an empty reference.
     template <std::derived_from<AVObject> T>
     NodeClass(const Ref<T>& target) : choice_(checked(target)) {}
@@ -34,8 +33,7 @@ public:
     [[nodiscard]] const AVClass* described() const;
     /// The name that the class was given by; empty without one.
     [[nodiscard]] std::string_view name() const noexcept {
-        const auto* name = std::get_if<std::string>(&choice_);
-        return name == nullptr ? std::string_view() : *name;
+        return choice_.index() == 1 ? std::get<1>(choice_) : std::string_view();
     }
     /// The existing object, or null.
     [[nodiscard]] AVObject* target() const noexcept;
@@ -55,7 +53,6 @@ public:
     NodeMapping() noexcept = default;
     NodeMapping(std::initializer_list<std::pair<std::string_view, NodeClass>> nodes);
 
-    /// Replaces what the key meant before.
     void set(std::string_view key, NodeClass nodeClass);
     /// Null for a key that holds no node. Valid until the mapping is next changed.
     [[nodiscard]] const NodeClass* find(std::string_view key) const noexcept {
