@@ -1,5 +1,7 @@
 #pragma once
 
+#include "morvellacinto/jsonmapping/AVJSON.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -8,6 +10,9 @@ namespace morvellacinto::bench {
 
 /// A stop and a line of ten properties each; a line holds its stops besides.
 struct Stop {
+    AVJSON_CLASS(Stop, void, ident, name, code, address, latitude, longitude, elevation, platforms,
+                 passengers, staffed)
+
     std::int64_t ident = 0;
     std::string name;
     std::string code;
@@ -21,6 +26,9 @@ struct Stop {
 };
 
 struct Line {
+    AVJSON_CLASS(Line, void, ident, name, number, company, length, fare, delay, journeys,
+                 passengers, nightly, stops)
+
     std::int64_t ident = 0;
     std::string name;
     std::string number;

@@ -7,8 +7,10 @@
 // same JSON.
 //
 // - by hand: the code that a host would write over our tree, into plain structs, as the floor
-// - ours, C++ types: AVJSON into classes of std::string, numbers and std::vector<Ref<...>>
-// - ours, values: AVJSON into classes of object-typed properties, which share the tree's strings
+// - ours, by value: AVJSON::as and from, plain structs of std::string, numbers and std::vector
+// - ours, shared: the same with classes derived from AVObject and std::vector<Ref<...>>
+// - ours, values: asObjectOfClass and avDictionaryWithValuesForKeys, with classes of object-typed
+//   properties, which share the tree's strings
 // - nlohmann: NLOHMANN_DEFINE_TYPE between nlohmann::json and plain structs
 // - Boost.JSON: value_to and value_from between boost::json::value and structs by Boost.Describe
 // - Qt: QObject::setProperty and QMetaProperty::read between QJsonObject and QObjects
@@ -53,18 +55,10 @@ BOOST_DESCRIBE_STRUCT(Line, (),
 
 namespace {
 
-const std::vector<std::string> stopKeys{"ident",      "name",      "code",      "address",
-                                        "latitude",   "longitude", "elevation", "platforms",
-                                        "passengers", "staffed"};
-const std::vector<std::string> lineKeys{"ident",      "name",    "number", "company",
-                                        "length",     "fare",    "delay",  "journeys",
-                                        "passengers", "nightly", "stops"};
-
-class TypedStop : public AVObject {
-    AVJSON_CLASS(TypedStop, AVObject, ident, name, code, address, latitude, longitude, elevation,
+class SharedStop : public AVObject {
+    AVJSON_CLASS(SharedStop, AVObject, ident, name, code, address, latitude, longitude, elevation,
                  platforms, passengers, staffed)
 
-public:
     std::int64_t ident = 0;
     std::string name;
     std::string code;
@@ -75,15 +69,12 @@ public:
     int platforms = 0;
     std::int64_t passengers = 0;
     bool staffed = false;
-
-    const std::vector<std::string>& keysForExport() const override { return stopKeys; }
 };
 
-class TypedLine : public AVObject {
-    AVJSON_CLASS(TypedLine, AVObject, ident, name, number, company, length, fare, delay, journeys,
+class SharedLine : public AVObject {
+    AVJSON_CLASS(SharedLine, AVObject, ident, name, number, company, length, fare, delay, journeys,
                  passengers, nightly, stops)
 
-public:
     std::int64_t ident = 0;
     std::string name;
     std::string number;
@@ -94,14 +85,13 @@ public:
     int journeys = 0;
     std::int64_t passengers = 0;
     bool nightly = false;
-    std::vector<Ref<TypedStop>> stops;
+    std::vector<Ref<SharedStop>> stops;
 };
 
 class ValueStop : public AVObject {
     AVJSON_CLASS(ValueStop, AVObject, ident, name, code, address, latitude, longitude, elevation,
                  platforms, passengers, staffed)
 
-public:
     AVValue<"NSNumber"> ident;
     AVValue<"NSString"> name;
     AVValue<"NSString"> code;
@@ -113,14 +103,18 @@ public:
     AVValue<"NSNumber"> passengers;
     AVValue<"NSNumber"> staffed;
 
-    const std::vector<std::string>& keysForExport() const override { return stopKeys; }
+    Array keysForExport() const override {
+        static const Array keys =
+            Array::of({"ident", "name", "code", "address", "latitude", "longitude", "elevation",
+                       "platforms", "passengers", "staffed"});
+        return keys;
+    }
 };
 
 class ValueLine : public AVObject {
     AVJSON_CLASS(ValueLine, AVObject, ident, name, number, company, length, fare, delay, journeys,
                  passengers, nightly, stops)
 
-public:
     AVValue<"NSNumber"> ident;
     AVValue<"NSString"> name;
     AVValue<"NSString"> number;
@@ -211,19 +205,33 @@ struct ByHand {
     static std::string write(const Tree& tree) { return writeJson(tree); }
 };
 
-template <class LineClass, class StopClass>
+/// `Line` is held by value, `SharedLine` by `Ref`.
+template <class LineClass>
 struct Ours {
     static constexpr const char* name =
-        std::same_as<LineClass, TypedLine> ? "ours, C++ types" : "ours, values";
+        std::same_as<LineClass, Line> ? "ours, by value" : "ours, shared";
     using Tree = Value;
-    using Objects = Ref<LineClass>;
+    using Objects = AVJSON::Held<LineClass>;
+    static Tree parse(const std::string& text) { return *readJson(text); }
+    static Objects fromTree(const Tree& tree) { return AVJSON::as<LineClass>(tree); }
+    static Tree toTree(const Objects& line) { return AVJSON::from(line); }
+    static std::string write(const Tree& tree) { return *AVJSON::toJSON(tree); }
+};
+
+struct Prescribed {
+    static constexpr const char* name = "ours, values";
+    using Tree = Value;
+    using Objects = Ref<ValueLine>;
     static Tree parse(const std::string& text) { return *readJson(text); }
     static Objects fromTree(const Tree& tree) {
-        static const NodeMapping nodes{{"stops", AVClass::of<StopClass>()}};
-        return AVJSON::asObjectOfClass<LineClass>(tree.asObject(), nodes);
+        static const NodeMapping nodes{{"stops", AVClass::of<ValueStop>()}};
+        return AVJSON::asObjectOfClass<ValueLine>(tree.asObject(), nodes);
     }
     static Tree toTree(const Objects& line) {
-        return line->avDictionaryWithValuesForKeys(lineKeys);
+        static const std::vector<std::string> keys{"ident",      "name",    "number", "company",
+                                                   "length",     "fare",    "delay",  "journeys",
+                                                   "passengers", "nightly", "stops"};
+        return line->avDictionaryWithValuesForKeys(keys);
     }
     static std::string write(const Tree& tree) { return *AVJSON::toJSON(tree); }
 };
@@ -336,8 +344,9 @@ int main(int count, char** arguments) {
     platform::install(scripted::ScriptedPhone::create());
     const std::string text = writeJson(jsonByHand(sampleLine()));
     measureSide<ByHand>(text);
-    measureSide<Ours<TypedLine, TypedStop>>(text);
-    measureSide<Ours<ValueLine, ValueStop>>(text);
+    measureSide<Ours<Line>>(text);
+    measureSide<Ours<SharedLine>>(text);
+    measureSide<Prescribed>(text);
     measureSide<Nlohmann>(text);
     measureSide<BoostJson>(text);
     measureSide<MetaObject>(text);

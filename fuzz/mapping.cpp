@@ -5,7 +5,10 @@
 #include "morvellacinto/scripted/ScriptedPhone.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
 #include <stdexcept>
+#include <unordered_map>
 
 using namespace morvellacinto;
 
@@ -22,7 +25,6 @@ class Kinds : public AVObject {
         kinds.reader<&Kinds::x>("a.b");
     }
 
-public:
     Kinds() { alive.push_back(this); }
     ~Kinds() override { std::erase(alive, this); }
 
@@ -59,7 +61,13 @@ public:
     }
     int fails() const { throw std::runtime_error("never to be read"); }
 
-    const std::vector<std::string>& keysForExport() const override { return all; }
+    Array keysForExport() const override {
+        Array keys;
+        for (const std::string& key : all) {
+            keys.append(key);
+        }
+        return keys;
+    }
 
     /// Ends the cycles that an import into existing objects makes.
     void letGo() {
@@ -73,18 +81,71 @@ public:
 
     static inline std::vector<Kinds*> alive;
     /// Of these an import restores what an export gave.
-    static inline const std::vector<std::string> restorable{"a", "b", "c", "d", "e", "f", "g",
-                                                            "h", "i", "j", "k", "l", "m", "ident",
-                                                            "o", "p", "q", "r", "x"};
+    static inline const std::vector<std::string> restorable{"b",     "c", "d", "e", "f", "g",
+                                                            "h",     "i", "j", "k", "l", "m",
+                                                            "ident", "o", "p", "q", "r", "x"};
     static inline const std::vector<std::string> all = [] {
         std::vector<std::string> keys = restorable;
-        keys.insert(keys.end(), {"s", "t", "u", "v", "w", "y", "a.b", "none", "fails", "z"});
+        keys.insert(keys.end(), {"a", "s", "t", "u", "v", "w", "y", "a.b", "none", "fails", "z"});
         return keys;
     }();
 
 private:
     int x_ = 0;
 };
+
+enum class Letter { a, b, other };
+AVJSON_NAMES(Letter, {Letter::a, "a"}, {Letter::b, "b"})
+enum class Number : std::int16_t {};
+
+/// A struct with every type that `Kinds` has not, of which an import restores what an export gave.
+struct Types {
+    AVJSON_CLASS(Types, void, a, (b, "b", AVText), c, d, e, f, g, h, i, j, k, l, m,
+                 (o, "o", AVText), p, q, r, s, t, (u, "u", AVText), (ident, "id"), v)
+
+    Date a;
+    Date b;
+    Uuid c;
+    Value d;
+    Object e;
+    Array f;
+    std::map<std::string, std::optional<int>> g;
+    std::unordered_map<std::string, std::vector<Types>> h;
+    std::array<float, 2> i{};
+    std::set<std::string> j;
+    Letter k = Letter::other;
+    Number l{};
+    std::chrono::milliseconds m{};
+    std::chrono::sys_time<std::chrono::milliseconds> o{};
+    std::chrono::duration<double> p{};
+    std::vector<Types> q;
+    std::vector<bool> r;
+    std::optional<std::optional<std::string>> s;
+    std::vector<std::vector<double>> t;
+    std::map<std::string, std::vector<std::chrono::sys_seconds>> u;
+    std::optional<Value> ident;
+    std::string_view v() const { return "view"; }
+};
+
+template <class T>
+void tryNaturally(const Value& json) {
+    AVProblems problems;
+    try {
+        const auto made = AVJSON::as<T>(json, &problems);
+        for (const platform::Diagnostic& problem : problems) {
+            require(!sentenceOf(problem).empty(), "every problem has its sentence");
+        }
+        problems.clear();
+        const Value exported = AVJSON::from(made);
+        require(AVJSON::from(AVJSON::as<T>(exported, &problems)) == exported,
+                "importing what was exported restores it");
+        require(problems.empty(), "what was exported can be taken");
+        require(readJson(AVJSON::toJSON(exported).value()).has_value(),
+                "what was exported is JSON");
+    } catch (const ValueKindError&) { // an array for an object, or the reverse
+    } catch (const JsonWriteError&) { // a number that only text can hold, such as "1e999"
+    }
+}
 
 scripted::ScriptedPhone& phone() {
     static const auto installed = [] {
@@ -144,6 +205,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                               {"z", "Kinds"},
                               {"none", "Nobody"},
                               {"fails", "AVObject"}};
+    tryNaturally<Types>(*json);
+    tryNaturally<std::vector<Types>>(*json);
     import(*json, AVClass::of<Kinds>(), {});
     import(*json, "Kinds", mapping);
     import(*json, existing, mapping);

@@ -1,55 +1,53 @@
 #include <morvellacinto/Morvellacinto.h>
-#include <morvellacinto/native/NativePlatform.h>
 
 #include <iostream>
+#include <map>
 
 using namespace morvellacinto;
 
-class Stop : public AVObject {
-    AVJSON_CLASS(Stop, AVObject, ident, name, platforms, label)
+struct Stop {
+    AVJSON_CLASS(Stop, void, name, platforms, (opened, "opened_at", AVText), exits)
 
-public:
-    std::int64_t ident = 0;
     std::string name;
-    std::optional<int> platforms;
-    std::string label() const { return name + " " + std::to_string(ident); }
-
-    const std::vector<std::string>& keysForExport() const override {
-        static const std::vector<std::string> keys{"ident", "label", "platforms"};
-        return keys;
-    }
-    std::string sourceKeyForExceptionKey(std::string_view key) const override {
-        return key == "ident" ? "id" : AVObject::sourceKeyForExceptionKey(key);
-    }
+    int platforms = 1;
+    Date opened;
+    std::vector<std::string> exits;
 };
 
-class Line : public AVObject {
-    AVJSON_CLASS(Line, AVObject, name, fare, stops)
+// The same class, whose objects are shared by Ref<SharedStop>.
+class SharedStop : public AVObject {
+    AVJSON_CLASS(SharedStop, AVObject, name, platforms, (opened, "opened_at", AVText), exits)
 
-public:
     std::string name;
-    AVValue<"NSNumber"> fare;
-    std::vector<Ref<Stop>> stops;
+    int platforms = 1;
+    Date opened;
+    std::vector<std::string> exits;
+};
+
+struct Line {
+    AVJSON_CLASS(Line, void, ident, stops, depots, label)
+
+    std::int64_t ident = 0;
+    std::vector<Stop> stops;
+    std::map<std::string, Ref<SharedStop>> depots;
+    std::string label() const { return "line " + std::to_string(ident); }
 };
 
 int main() {
-    platform::install(native::NativePlatform::create(
-        {.bundleIdentifier = "com.example.lines",
-         .developerLog = [](std::string_view line) { std::cout << "log: " << line << '\n'; }}));
-
-    const std::optional<Value> json = readJson(R"({
-        "name": "Coast", "fare": "1,204.50", "owner": "unknown to Line",
-        "stops": [{"id": 7, "name": "Visby", "platforms": "3"},
-                  {"id": 8, "platforms": [], "name": "never reached"}]
-    })");
-    const Ref<Line> line =
-        AVJSON::asObjectOfClass<Line>(json.value().asObject(), {{"stops", AVClass::of<Stop>()}});
-
-    line->stops[1]->name = "Slite";
-    line->stops.push_back(makeInstance<Stop>());
-
-    const Object exported =
-        line->avDictionaryWithValuesForKeys({"name", "fare", "colour", "stops"});
-    std::cout << AVJSON::toJSON(exported).value() << '\n';
-    platform::shutdown();
+    JsonProblem problem;
+    if (!readJson("{\"id\": 7,\n \"stops\" []}", &problem)) {
+        std::cout << problem.line << ":" << problem.column << ": " << problem.reason << '\n';
+    }
+    const Value json = readJson(R"({"id": 7, "owner": "unknown to Line",
+        "stops": [{"name": "Visby", "opened_at": "2023-11-14T23:13:20+01:00", "exits": ["N", "S"]},
+                  {"name": 5, "platforms": "3"}],
+        "depots": {"main": {"name": "Slite", "opened_at": 1700000000}}})")
+                           .value();
+    AVProblems problems;
+    const Line line = AVJSON::as<Line>(json, &problems);
+    for (const auto& each : problems) {
+        std::cout << sentenceOf(each) << '\n';
+    }
+    line.depots.at("main")->platforms = 4;
+    std::cout << AVJSON::toJSON(AVJSON::from(line)).value() << '\n';
 }

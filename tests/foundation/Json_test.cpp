@@ -25,6 +25,34 @@ TEST(JsonReader, RefusesWhatIsNoJson) {
     EXPECT_FALSE(readJson(std::string(513, '[') + std::string(513, ']')));
 }
 
+TEST(JsonReader, TellsLineColumnAndReason) {
+    const struct {
+        const char* text;
+        std::size_t line;
+        std::size_t column;
+        const char* reason;
+    } cases[] = {
+        {"", 1, 1, "the text ends too early"},
+        {" 5", 1, 2, "neither an object nor an array"},
+        {"[1,\n 2 3]", 2, 4, "neither a comma nor the end of an object or array"},
+        {"{\n\n\"a\" 1}", 3, 5, "no colon behind the name of a member"},
+        {"{a:1}", 1, 2, "no name of a member, which stands in quotation marks"},
+        {"[tru]", 1, 2, "no value"},
+        {"[]\n]", 2, 1, "something behind the end"},
+        {"[\"\x80\"]", 1, 3, "a control character or invalid UTF-8 in a string"},
+        {"[\"\\ud800\"]", 1, 9, "an escape that stands for no character in a string"},
+        {"[1e400]", 1, 7, "a number that is too large"},
+        {"[1", 1, 3, "the text ends too early"},
+    };
+    for (const auto& each : cases) {
+        JsonProblem problem;
+        EXPECT_FALSE(readJson(each.text, &problem));
+        EXPECT_EQ(problem.line, each.line) << each.text;
+        EXPECT_EQ(problem.column, each.column) << each.text;
+        EXPECT_EQ(problem.reason, each.reason) << each.text;
+    }
+}
+
 TEST(JsonReader, ReadsWhatTheGrammarAllows) {
     EXPECT_EQ(readJson("\xEF\xBB\xBF [ ] "), Value(Array()));
     EXPECT_TRUE(readJson(std::string(512, '[') + std::string(512, ']')));
@@ -66,6 +94,12 @@ TEST(JsonReader, ReadsAMillionMembersInLinearTime) {
     ASSERT_TRUE(read);
     EXPECT_EQ(read->asObject().size(), 1'000'000U);
     EXPECT_EQ(read->asObject().at("0"), Value(1));
+}
+
+TEST(JsonWriter, GivesNumbersBelowTenToThe17thInPlainDigits) {
+    EXPECT_EQ(writeJson(Array::of({100000.0, 1700000000.0, -123456789012345680.0 / 10, 1e17, 1e5F,
+                                   1234567.5, 99999.0, 1e-5})),
+              "[100000,1700000000,-12345678901234568,1e+17,100000,1234567.5,99999,1e-05]");
 }
 
 TEST(JsonWriter, WritesCompactTextWithShortestNumbers) {

@@ -1,8 +1,6 @@
 #include "jsonmapping/HostClasses.h"
 #include "support/ScriptedPhoneTest.h"
 
-#include <limits>
-
 namespace morvellacinto {
 namespace {
 
@@ -46,17 +44,13 @@ TEST_F(Collections, throwToTheCallerWhatIsNoObject) {
 }
 
 TEST_F(Collections, renderAsCompactJsonOrNothingOrThrow) {
-    const Array whole = array(R"([ {"b" : "å/\n", "a": [1, null]} ])");
-    EXPECT_EQ(AVJSON::toJSON(whole), R"([{"b":"å/\n","a":[1,null]}])");
-    EXPECT_EQ(AVJSON::toJSONWS(whole), AVJSON::toJSON(whole));
-    const Array notUtf8 = Array::of({"\xFF"});
-    EXPECT_EQ(AVJSON::toJSON(notUtf8), std::nullopt);
-    EXPECT_EQ(AVJSON::toJSONWS(notUtf8), std::nullopt);
-    for (const Value& stranger : {Value(Date{1}), Value(std::numeric_limits<double>::infinity()),
-                                  Value(Ref<Instance>(makeInstance<Thing>()))}) {
-        EXPECT_THROW(static_cast<void>(AVJSON::toJSON(Array::of({stranger}))), JsonWriteError);
+    EXPECT_EQ(AVJSON::toJSON(array(R"([ {"b" : "å"} ])")), R"([{"b":"å"}])");
+    EXPECT_EQ(AVJSON::toJSONWS(Array::of({"\xFF"})), std::nullopt);
+    for (const Value& stranger :
+         {Value(5), Value(Array::of({Date{1}})),
+          Value(Array::of({Value(Ref<Instance>(makeInstance<Thing>()))}))}) {
+        EXPECT_THROW(static_cast<void>(AVJSON::toJSON(stranger)), JsonWriteError);
     }
-    EXPECT_THROW(static_cast<void>(AVJSON::toJSON(5)), JsonWriteError);
 }
 
 TEST(MappingWithoutAPlatform, throwsBeforeAnythingHappens) {

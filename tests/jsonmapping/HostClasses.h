@@ -17,7 +17,6 @@ class Thing : public AVObject {
     AVJSON_CLASS(Thing, AVObject, ident, count, node, nodes, other, shout, keysAsked,
                  aNameOfManyLetters)
 
-public:
     AVValue<> ident;
     AVValue<"NSNumber"> count;
     AVValue<> node;
@@ -28,8 +27,9 @@ public:
     std::string shout() const { return "HO"; }
     int keysAsked() const { throw std::runtime_error("nobody may ask"); }
 
-    const std::vector<std::string>& keysForExport() const override { return exportKeys; }
-    std::vector<std::string> exportKeys;
+    static std::vector<std::string> names() { return {"ident", "count", "node", "nodes", "other"}; }
+    Array keysForExport() const override { return exportKeys; }
+    Array exportKeys = Array::of({"ident", "count", "node", "nodes", "other"});
 };
 
 inline Ref<Thing> filled(std::string_view json, const NodeMapping& nodes = {}) {
@@ -44,30 +44,24 @@ class Journey;
 class Place : public AVObject {
     AVJSON_CLASS(Place, AVObject, ident, name, height, journeys)
 
-public:
     std::int32_t ident = 0;
     std::string name;
     std::optional<double> height;
     std::vector<Ref<Journey>> journeys;
 
-    const std::vector<std::string>& keysForExport() const override {
-        static const std::vector<std::string> keys{"ident", "name", "height", "journeys"};
-        return keys;
+    Array keysForExport() const override {
+        return Array::of({"ident", "name", "height", "journeys"});
     }
 };
 
 class Journey : public AVObject {
     AVJSON_CLASS(Journey, AVObject, from, to, title)
 
-public:
     Ref<Place> from;
     Ref<Place> to;
     std::string title() const { return (from ? from->name : "?") + "-" + (to ? to->name : "?"); }
 
-    const std::vector<std::string>& keysForExport() const override {
-        static const std::vector<std::string> keys{"title", "from", "to"};
-        return keys;
-    }
+    Array keysForExport() const override { return Array::of({"title", "from", "to"}); }
 };
 
 /// A subclass that says everything its own way.
@@ -81,7 +75,6 @@ class Harbour : public Place {
         harbour.reader<&Harbour::upperName>("name");
     }
 
-public:
     const float depth = 12.5F;
     int berths() const { return berths_; }
     void setBerths(int berths) {

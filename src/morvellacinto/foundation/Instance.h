@@ -9,6 +9,8 @@
 
 namespace morvellacinto {
 
+class AVObject;
+
 /// An object of the host's that a `Value` can hold: shared by reference, never copied with the
 /// value that holds it. The count of owners is thread-safe; the object's own members are its
 /// class's business.
@@ -18,6 +20,9 @@ public:
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
     virtual ~Instance();
+
+    /// This object as one that `AVJSON` fills and exports, or null.
+    [[nodiscard]] virtual AVObject* mappable() noexcept { return nullptr; }
 
     void retain() const noexcept { owners_.fetch_add(1, std::memory_order_relaxed); }
 

@@ -44,7 +44,7 @@ constexpr auto plainCharacters = [] {
 class Reader {
 public:
     explicit Reader(std::string_view text) noexcept
-        : next_(text.data()), end_(text.data() + text.size()) {
+        : begin_(text.data()), next_(begin_), end_(begin_ + text.size()) {
         if (text.starts_with("\xEF\xBB\xBF")) {
             next_ += 3;
         }
@@ -53,6 +53,7 @@ public:
     std::optional<Value> read() {
         skipSpace();
         if (next_ == end_ || (*next_ != '{' && *next_ != '[')) {
+            static_cast<void>(fail("neither an object nor an array"));
             return std::nullopt;
         }
         // Growing moves all values and touches new memory; what is not used stays untouched.
@@ -64,6 +65,7 @@ public:
             while (true) {
                 if (depth_ == 0) {
                     skipSpace();
+                    static_cast<void>(fail("something behind the end"));
                     return next_ == end_ ? std::optional(std::move(values_.front())) : std::nullopt;
                 }
                 skipSpace();
@@ -78,12 +80,22 @@ public:
                     break;
                 }
                 if (character != (top().isObject ? '}' : ']')) {
+                    --next_;
                     return std::nullopt;
                 }
                 close();
             }
         }
         return std::nullopt;
+    }
+
+    /// Of what `read` gave nothing for.
+    [[nodiscard]] JsonProblem problem() const {
+        const std::string_view before(begin_, next_);
+        const auto lines = std::count(before.begin(), before.end(), '\n');
+        const std::size_t lineStart = before.rfind('\n') + 1; // 0 without one
+        return {static_cast<std::size_t>(lines) + 1, before.size() - lineStart + 1,
+                next_ == end_ ? "the text ends too early" : reason_};
     }
 
 private:
@@ -93,6 +105,11 @@ private:
         std::size_t first;
         bool isObject;
     };
+
+    bool fail(const char* reason) {
+        reason_ = reason;
+        return false;
+    }
 
     Frame& top() { return frames_[depth_ - 1]; }
 
@@ -114,7 +131,7 @@ private:
             case '{':
             case '[': {
                 if (depth_ == maximumJsonDepth) {
-                    return false;
+                    return fail("nested too deep");
                 }
                 const bool isObject = *next_++ == '{';
                 frames_[depth_++] = {values_.size(), isObject};
@@ -154,12 +171,15 @@ private:
 
     bool readKey() {
         skipSpace();
-        if (next_ == end_ || *next_ != '"' || !readString()) {
+        if (next_ == end_ || *next_ != '"') {
+            return fail("no name of a member, which stands in quotation marks");
+        }
+        if (!readString()) {
             return false;
         }
         skipSpace();
         if (next_ == end_ || *next_ != ':') {
-            return false;
+            return fail("no colon behind the name of a member");
         }
         ++next_;
         return true;
@@ -167,7 +187,7 @@ private:
 
     bool readWord(std::string_view word, Value meaning) {
         if (!std::string_view(next_, end_).starts_with(word)) {
-            return false;
+            return fail("no value");
         }
         next_ += word.size();
         values_.push_back(std::move(meaning));
@@ -209,7 +229,7 @@ private:
             const std::size_t length =
                 static_cast<unsigned char>(*next_) < 0x20 ? 0 : utf8SequenceLength({next_, end_});
             if (length == 0) {
-                return false;
+                return fail("a control character or invalid UTF-8 in a string");
             }
             next_ += length;
         }
@@ -248,23 +268,24 @@ private:
         case 'u':
             return readCodePoint();
         default:
-            return false;
+            return fail("an unknown escape in a string");
         }
     }
 
     bool readCodePoint() {
+        constexpr const char* noCharacter = "an escape that stands for no character in a string";
         std::optional<std::uint32_t> unit = readFourDigits();
         if (!unit || (*unit >= 0xDC00 && *unit <= 0xDFFF)) {
-            return false;
+            return fail(noCharacter);
         }
         if (*unit >= 0xD800 && *unit <= 0xDBFF) {
             if (!std::string_view(next_, end_).starts_with("\\u")) {
-                return false;
+                return fail(noCharacter);
             }
             next_ += 2;
             const std::optional<std::uint32_t> low = readFourDigits();
             if (!low || *low < 0xDC00 || *low > 0xDFFF) {
-                return false;
+                return fail(noCharacter);
             }
             unit = 0x10000 + ((*unit - 0xD800) << 10) + (*low - 0xDC00);
         }
@@ -294,7 +315,7 @@ private:
         const char* const digits = next_;
         skipDigits();
         if (next_ == digits || (*digits == '0' && next_ - digits > 1)) {
-            return false;
+            return fail(negative || next_ != digits ? "no number" : "no value");
         }
         const bool isInteger = next_ == end_ || (*next_ != '.' && *next_ != 'e' && *next_ != 'E');
         if (isInteger && readInteger(start, negative)) {
@@ -302,7 +323,7 @@ private:
         }
         // What JSON forbids but from_chars reads: a point without a digit behind it.
         if (!isInteger && *next_ == '.' && (next_ + 1 == end_ || !isDigit(next_[1]))) {
-            return false;
+            return fail("no digit behind a decimal point");
         }
         return readDouble(start);
     }
@@ -315,7 +336,7 @@ private:
         if (error == std::errc::result_out_of_range) {
             const std::optional<double> limit = doubleFromDecimal({start, stop});
             if (!limit) {
-                return false;
+                return fail("a number that is too large");
             }
             number = *limit;
         }
@@ -349,8 +370,10 @@ private:
         return next_ != start;
     }
 
+    const char* begin_;
     const char* next_;
     const char* end_;
+    const char* reason_ = "neither a comma nor the end of an object or array";
     std::vector<Value> values_;
     std::array<Frame, maximumJsonDepth> frames_;
     std::size_t depth_ = 0;
@@ -359,6 +382,13 @@ private:
 
 } // namespace
 
-std::optional<Value> readJson(TextArgument text) { return Reader(text).read(); }
+std::optional<Value> readJson(TextArgument text, JsonProblem* problem) {
+    Reader reader(text);
+    std::optional<Value> read = reader.read();
+    if (!read && problem != nullptr) {
+        *problem = reader.problem();
+    }
+    return read;
+}
 
 } // namespace morvellacinto

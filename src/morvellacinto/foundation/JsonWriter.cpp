@@ -190,6 +190,7 @@ private:
         case Value::Kind::string:
             return writeString(ValueAccess::string(value));
         case Value::Kind::array:
+            checkDepth();
             if (const auto* elements = ValueAccess::elements(value);
                 elements != nullptr && !elements->empty()) {
                 text_.append('[');
@@ -198,6 +199,7 @@ private:
             }
             return text_.append("[]");
         case Value::Kind::object:
+            checkDepth();
             if (const auto* members = ValueAccess::members(value);
                 members != nullptr && !members->empty()) {
                 text_.append('{');
@@ -212,11 +214,18 @@ private:
         }
     }
 
-    template <class Number>
-    void writeNumber(Number number) {
+    // What the reader would refuse.
+    void checkDepth() const {
+        if (frames_.size() == maximumJsonDepth) {
+            refuse("more than " + std::to_string(maximumJsonDepth) + " levels");
+        }
+    }
+
+    template <class Number, class... Format>
+    void writeNumber(Number number, Format... format) {
         constexpr std::size_t longest = 32;
         char* start = text_.room(longest);
-        text_.wrote(std::to_chars(start, start + longest, number).ptr);
+        text_.wrote(std::to_chars(start, start + longest, number, format...).ptr);
     }
 
     template <class Floating>
@@ -224,7 +233,13 @@ private:
         if (!std::isfinite(number)) {
             refuse(std::isnan(number) ? "not-a-number" : "infinity");
         }
-        writeNumber(number);
+        // Where the shortest text may have an exponent that nobody expects.
+        const Floating magnitude = std::abs(number);
+        if (magnitude >= Floating(1e5) && magnitude < Floating(1e17)) {
+            writeNumber(number, std::chars_format::fixed);
+        } else {
+            writeNumber(number);
+        }
     }
 
     void writeString(std::string_view string) {

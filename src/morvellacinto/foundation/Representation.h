@@ -131,9 +131,11 @@ struct ValueAccess {
         auto* rep = static_cast<ObjectRep*>(container(object));
         return rep == nullptr ? nullptr : &rep->members;
     }
+    /// What the object holds, for it alone.
+    [[nodiscard]] static ObjectRep& own(Object& object) { return object.detached(); }
     /// Adds a member that the object is known not to have.
     static void add(Object& object, Value key, Value&& value) {
-        object.detached().add(std::move(key), std::move(value));
+        own(object).add(std::move(key), std::move(value));
     }
     /// The payload of a number or boolean, unconverted.
     template <class T>

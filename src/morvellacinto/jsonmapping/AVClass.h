@@ -2,6 +2,7 @@
 
 #include "morvellacinto/foundation/Value.h"
 
+#include <cstddef>
 #include <optional>
 #include <span>
 #include <string>
@@ -12,21 +13,24 @@
 namespace morvellacinto {
 
 class AVClass;
+class AVExporter;
+class AVImporter;
 class AVObject;
 
-/// One name that the instances of a class answer.
+/// One name that the instances of a class answer. An object is given as the `AVObject` that it is,
+/// or as the struct itself.
 struct MORVELLACINTO_EXPORT AVMember {
-    /// The current value; nothing when there is none.
-    using Read = std::optional<Value> (*)(const AVObject& object);
-    /// Takes over a value, or none for null. Throws ValueKindError, and changes nothing, for what
-    /// the property cannot hold.
-    using Write = void (*)(AVObject& object, const Value* value);
+    /// The value for the export under way; nothing when there is none.
+    using Give = std::optional<Value> (*)(const void* object, AVExporter& exporter);
+    /// Takes over a value, or none for null. False, with the reason left in the importer, for what
+    /// the property cannot hold, which stays as it was then.
+    using Take = bool (*)(void* object, const Value* value, AVImporter& importer);
 
     /// A string.
     Value name;
-    Read read = nullptr;
+    Give give = nullptr;
     /// Null for what can only be read.
-    Write write = nullptr;
+    Take take = nullptr;
     /// The attribute text of the declared property, such as `T@"NSNumber",&,N,V_count`; empty for
     /// a reader with no property behind it.
     std::string attributes;
@@ -34,57 +38,68 @@ struct MORVELLACINTO_EXPORT AVMember {
     bool isNumber = false;
     /// The name contains a ".".
     bool isPath = false;
+    /// An import does more with the name than setting it.
+    bool isSpecial = false;
+    /// Where in a struct the base with this member begins; bytes.
+    std::ptrdiff_t shift = 0;
 };
 
-/// What a description has said of a class so far; the classes that its properties refer to are
-/// described when somebody asks for them.
+/// What a description has said of a class so far.
 struct MORVELLACINTO_EXPORT AVClassDraft {
     using Described = const AVClass& (*)();
 
     std::string name;
+    /// The name with all its namespaces.
+    std::string_view qualifiedName;
     const AVClass* base = nullptr;
+    std::ptrdiff_t baseShift = 0;
+    /// Null where the host is compiled without run-time type information.
     const std::type_info* type = nullptr;
+    /// Null for what is no `AVObject`, is abstract or has no default constructor.
     Ref<AVObject> (*make)() = nullptr;
+    /// Of a struct that has `keysForExport`.
+    Array (*keysForExport)(const void* object) = nullptr;
     /// The type overrides none of the operations on keys of `AVObject`.
     bool hasDefaultKeys = false;
     std::vector<AVMember> members;
     std::vector<Described> related;
 };
 
-/// What the mapping knows of a class of mappable objects: its name, base class, declared
-/// properties, readers and plain initialiser.
-///
-/// `AVJSON_CLASS` makes the description, when it is first asked for; it lives as long as the
-/// process, and so must the module that the class is in: a plug-in with mappable classes stays
-/// loaded. All operations may be called on any thread.
+/// What the mapping knows of a class. `AVJSON_CLASS` makes the description, when it is first asked
+/// for; it lives as long as the process, and so must the module that the class is in: a plug-in
+/// with mappable classes stays loaded. All operations may be called on any thread.
 class MORVELLACINTO_EXPORT AVClass {
 public:
     AVClass(const AVClass&) = delete;
     AVClass& operator=(const AVClass&) = delete;
 
-    /// The class of `T`, which has an `AVJSON_CLASS` of its own. Throws std::logic_error when
-    /// another type has its name already.
+    /// The class of `T`, which has an `AVJSON_CLASS` of its own.
     template <class T>
     [[nodiscard]] static const AVClass& of();
 
-    /// The class of that name, or null when none is known. Known are the classes that `of` was ever
-    /// called for, and with each class its base class and the classes that its properties and
-    /// readers point to, but for one whose name another has already.
+    /// The class of that name, or null when none is known. A name without its namespaces, or with
+    /// some of them, will do; throws std::logic_error when that fits several classes and is the
+    /// whole name of none. Known are the classes that `of` was ever called for, and with each class
+    /// its base class and the classes that its properties and readers point to.
     [[nodiscard]] static const AVClass* named(std::string_view name);
 
-    [[nodiscard]] std::string_view name() const noexcept { return name_; }
-    /// Null for `AVObject`.
-    [[nodiscard]] const AVClass* base() const noexcept { return base_; }
+    [[nodiscard]] std::string_view name() const noexcept { return draft_.name; }
+    /// Null for `AVObject` and for structs without a described base.
+    [[nodiscard]] const AVClass* base() const noexcept { return draft_.base; }
+    /// Whether this is that class or derives from it.
+    [[nodiscard]] bool isA(const AVClass& ancestor) const noexcept {
+        return this == &ancestor || (base() != nullptr && base()->isA(ancestor));
+    }
 
     /// All properties and readers, those of the base class first.
-    [[nodiscard]] std::span<const AVMember> members() const noexcept { return members_; }
+    [[nodiscard]] std::span<const AVMember> members() const noexcept { return draft_.members; }
 
-    /// A new instance, made with the default constructor. Throws std::logic_error when the class
-    /// is abstract or has no public one.
+    /// Throws std::logic_error when the class is abstract, is no `AVObject` or has no public
+    /// default constructor.
     [[nodiscard]] Ref<AVObject> makeInstance() const;
 
     /// The property or reader of that name, of this class or an ancestor, or null.
-    [[nodiscard]] const AVMember* find(std::string_view name) const noexcept;
+    [[nodiscard]] const AVMember* find(std::string_view name) const { return member(Value(name)); }
     /// The same for a name that is in a value already; null for what is no string.
     [[nodiscard]] const AVMember* member(const Value& name) const noexcept;
 
@@ -92,23 +107,20 @@ public:
     /// this instance of the class are those of `AVObject`, so that it need not be asked.
     [[nodiscard]] bool hasDefaultKeys(const AVObject& instance) const noexcept;
 
+    [[nodiscard]] Array keysForExport(const void* object) const {
+        return draft_.keysForExport == nullptr ? Array() : draft_.keysForExport(object);
+    }
+
     /// Makes a class known; `AVClass::of` calls it once for each.
     [[nodiscard]] static const AVClass& adopt(AVClassDraft draft);
 
 private:
     explicit AVClass(AVClassDraft draft);
 
-    template <class IsIt>
-    [[nodiscard]] const AVMember* findWhere(std::uint64_t hash, IsIt isIt) const noexcept;
     void add(AVMember member);
-    void buildIndex();
 
-    std::string name_;
-    const AVClass* base_;
-    const std::type_info* type_;
-    Ref<AVObject> (*make_)();
-    bool hasDefaultKeys_;
-    std::vector<AVMember> members_;
+    /// With the members of the base class, and without what is related.
+    AVClassDraft draft_;
     /// Open addressing, at most half full: the upper half of a slot is the upper half of the name's
     /// hash, the lower half the member's position plus one; zero is free.
     std::vector<std::uint64_t> slots_;

@@ -1,6 +1,6 @@
 #include "morvellacinto/foundation/DecimalText.h"
 #include "morvellacinto/foundation/Representation.h"
-#include "morvellacinto/jsonmapping/AVType.h"
+#include "morvellacinto/jsonmapping/AVTypes.h"
 
 #include <charconv>
 #include <cmath>
@@ -8,18 +8,12 @@
 namespace morvellacinto::AVConversion {
 namespace {
 
-std::string_view withoutLeadingSpace(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-    return text;
-}
-
 /// A number at the start of a text: its sign, and whatever follows it.
 struct Signed {
-    explicit Signed(std::string_view text) : rest(withoutLeadingSpace(text)) {
+    explicit Signed(std::string_view text) : rest(text) {
+        rest.remove_prefix(std::min(rest.find_first_not_of(" \t\n\v\f\r"), rest.size()));
         negative = rest.starts_with('-');
-        if (negative || rest.starts_with('+')) {
-            rest.remove_prefix(1);
-        }
+        rest.remove_prefix(negative || rest.starts_with('+') ? 1 : 0);
     }
     std::string_view rest;
     bool negative;
@@ -34,9 +28,8 @@ std::uint64_t leadingDigits(std::string_view text, std::uint64_t highest) {
 
 double leadingDouble(std::string_view text) {
     const Signed number(text);
-    const std::size_t end =
-        std::min(number.rest.find_first_not_of("0123456789.eE+-"), number.rest.size());
-    const std::string_view candidate = number.rest.substr(0, end);
+    const std::string_view candidate =
+        number.rest.substr(0, number.rest.find_first_not_of("0123456789.eE+-"));
     if (candidate.empty() || candidate.front() == '-') {
         return 0;
     }
@@ -49,121 +42,62 @@ double leadingDouble(std::string_view text) {
     return number.negative ? -magnitude : magnitude;
 }
 
-bool leadingBool(std::string_view text) {
-    std::string_view rest = Signed(text).rest;
-    rest.remove_prefix(std::min(rest.find_first_not_of('0'), rest.size()));
-    constexpr std::string_view affirmative = "123456789YyTt";
-    return !rest.empty() && affirmative.find(rest.front()) != std::string_view::npos;
-}
-
-std::int64_t saturated(double number, std::int64_t lowest, std::int64_t highest) {
+/// To the 64 bits of an integer, within limits of which the lowest is not positive.
+std::uint64_t saturated(double number, std::int64_t lowest, std::uint64_t highest) {
     if (std::isnan(number)) {
         return 0;
     }
-    if (number <= static_cast<double>(lowest)) {
-        return lowest;
+    if (number < 0) {
+        return static_cast<std::uint64_t>(
+            number > static_cast<double>(lowest) ? static_cast<std::int64_t>(number) : lowest);
     }
-    return number >= static_cast<double>(highest) ? highest : static_cast<std::int64_t>(number);
-}
-
-std::uint64_t saturated(double number, std::uint64_t highest) {
-    if (!(number > 0)) { // not-a-number too
-        return 0;
-    }
-    return number >= static_cast<double>(highest) ? highest : static_cast<std::uint64_t>(number);
+    return number < static_cast<double>(highest) ? static_cast<std::uint64_t>(number) : highest;
 }
 
 } // namespace
 
-bool toBool(const Value* value) {
-    if (value != nullptr) {
-        if (value->isBool()) {
-            return value->asBool();
-        }
-        if (value->isNumber()) {
-            return value->asDouble() != 0;
-        }
-        if (value->isString()) {
-            return leadingBool(value->asString());
-        }
+std::optional<bool> toBool(const Value& value) {
+    if (value.isString()) {
+        const std::string_view rest = Signed(value.asString()).rest;
+        const std::size_t first = rest.find_first_not_of('0');
+        return first < rest.size() &&
+               std::string_view("123456789YyTt").find(rest[first]) != std::string_view::npos;
     }
-    refuse(value, "a boolean");
+    const std::optional<double> number = toDouble(value);
+    return number ? std::optional(*number != 0) : std::nullopt;
 }
 
-std::int64_t toInteger(const Value* value, std::int64_t lowest, std::int64_t highest) {
-    if (value != nullptr) {
-        switch (value->kind()) {
-        case Value::Kind::boolean:
-            return value->asBool() ? 1 : 0;
-        case Value::Kind::integer:
-            return ValueAccess::isUnsignedInteger(*value)
-                       ? highest
-                       : std::clamp(value->asInt64(), lowest, highest);
-        case Value::Kind::float32:
-        case Value::Kind::float64:
-            return saturated(value->asDouble(), lowest, highest);
-        case Value::Kind::string: {
-            const Signed number(value->asString());
-            // The magnitude of the lowest is one more than that of the highest.
-            const std::uint64_t limit =
-                static_cast<std::uint64_t>(highest) + (number.negative ? 1U : 0U);
-            const std::uint64_t magnitude = leadingDigits(number.rest, limit);
-            return static_cast<std::int64_t>(number.negative ? 0 - magnitude : magnitude);
-        }
-        default:
-            break;
-        }
+std::optional<std::uint64_t> toInteger(const Value& value, std::int64_t lowest,
+                                       std::uint64_t highest) {
+    switch (value.kind()) {
+    case Value::Kind::boolean:
+        return value.asBool() ? 1 : 0;
+    case Value::Kind::integer:
+        return !ValueAccess::isUnsignedInteger(value) && value.asInt64() < 0
+                   ? static_cast<std::uint64_t>(std::max(value.asInt64(), lowest))
+                   : std::min(value.asUInt64(), highest);
+    case Value::Kind::float32:
+    case Value::Kind::float64:
+        return saturated(value.asDouble(), lowest, highest);
+    case Value::Kind::string: {
+        const Signed number(value.asString());
+        const std::uint64_t magnitude = leadingDigits(
+            number.rest, number.negative ? 0 - static_cast<std::uint64_t>(lowest) : highest);
+        return number.negative ? 0 - magnitude : magnitude;
     }
-    refuse(value, "an integer");
-}
-
-std::uint64_t toUnsigned(const Value* value, std::uint64_t highest) {
-    if (value != nullptr) {
-        switch (value->kind()) {
-        case Value::Kind::boolean:
-            return value->asBool() ? 1 : 0;
-        case Value::Kind::integer:
-            if (!ValueAccess::isUnsignedInteger(*value) && value->asInt64() < 0) {
-                return 0;
-            }
-            return std::min(value->asUInt64(), highest);
-        case Value::Kind::float32:
-        case Value::Kind::float64:
-            return saturated(value->asDouble(), highest);
-        case Value::Kind::string: {
-            const Signed number(value->asString());
-            return number.negative ? 0 : leadingDigits(number.rest, highest);
-        }
-        default:
-            break;
-        }
+    default:
+        return std::nullopt;
     }
-    refuse(value, "an unsigned integer");
 }
 
-double toDouble(const Value* value) {
-    if (value != nullptr) {
-        if (value->isNumber()) {
-            return value->asDouble();
-        }
-        if (value->isString()) {
-            return leadingDouble(value->asString());
-        }
-        if (value->isBool()) {
-            return value->asBool() ? 1 : 0;
-        }
+std::optional<double> toDouble(const Value& value) {
+    if (value.isNumber()) {
+        return value.asDouble();
     }
-    refuse(value, "a double");
-}
-
-float toFloat(const Value* value) {
-    return value != nullptr && value->isNumber() ? value->asFloat()
-                                                 : static_cast<float>(toDouble(value));
-}
-
-void refuse(const Value* value, std::string_view wanted) {
-    throw ValueKindError("a property that holds " + std::string(wanted) + " cannot take " +
-                         (value == nullptr ? "nothing" : std::string(nameOf(value->kind()))));
+    if (value.isString()) {
+        return leadingDouble(value.asString());
+    }
+    return value.isBool() ? std::optional(value.asBool() ? 1.0 : 0.0) : std::nullopt;
 }
 
 } // namespace morvellacinto::AVConversion

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "morvellacinto/jsonmapping/AVObject.h"
-#include "morvellacinto/jsonmapping/AVType.h"
+#include "morvellacinto/jsonmapping/AVTypes.h"
 
 #include <functional>
 #include <type_traits>
@@ -27,51 +26,57 @@ public:
 
     /// A data member: a property that can be read and, unless it is const, set; its type has an
     /// `AVType`. A member function without arguments: a reader with no property behind it.
-    template <auto Member>
+    template <auto Member, class Form = void>
     void member(std::string_view name) {
         if constexpr (std::is_member_object_pointer_v<decltype(Member)>) {
-            property<Member>(name);
+            property<Member, Form>(name);
         } else {
-            reader<Member>(name);
+            reader<Member, Form>(name);
         }
     }
 
     /// A property that is a data member, or one with a getter alone, which can only be read.
     /// `attributes` replace the attribute text that the type gives.
-    template <auto Accessor>
+    template <auto Accessor, class Form = void>
     void property(std::string_view name, std::string_view attributes = {}) {
         using Result = std::invoke_result_t<decltype(Accessor), T&>;
         constexpr bool writable = std::is_member_object_pointer_v<decltype(Accessor)> &&
                                   !std::is_const_v<std::remove_reference_t<Result>>;
-        AVMember& made = declare<Accessor>(name, attributes, writable);
+        AVMember& made = declare<Accessor, Form>(name, attributes, writable);
         if constexpr (writable) {
-            made.write = [](AVObject& object, const Value* value) {
-                AVType<std::remove_cvref_t<Result>>::write(
-                    std::invoke(Accessor, static_cast<T&>(object)), value);
+            made.take = [](void* object, const Value* value, AVImporter& importer) {
+                return AVProperty::set<std::remove_cvref_t<Result>, Form>(
+                    std::invoke(Accessor, self(object)), value, importer);
             };
         }
     }
 
     /// A property behind a getter and a setter, which takes what the getter gives. A setter may
-    /// throw; the import treats that as a value that the property cannot hold.
-    template <auto Getter, auto Setter>
+    /// throw; that ends the import of the object.
+    template <auto Getter, auto Setter, class Form = void>
     void property(std::string_view name, std::string_view attributes = {}) {
-        using Held = std::remove_cvref_t<std::invoke_result_t<decltype(Getter), const T&>>;
-        declare<Getter>(name, attributes, true).write = [](AVObject& object, const Value* value) {
-            Held taken{};
-            AVType<Held>::write(taken, value);
-            std::invoke(Setter, static_cast<T&>(object), std::move(taken));
+        using Taken = Held<Getter>;
+        declare<Getter, Form>(name, attributes, true).take = [](void* object, const Value* value,
+                                                                AVImporter& importer) {
+            Taken taken{};
+            if (!AVProperty::set<Taken, Form>(taken, value, importer)) {
+                return false;
+            }
+            std::invoke(Setter, self(object), std::move(taken));
+            return true;
         };
     }
 
     /// A computed value, with no property behind it.
-    template <auto Reader>
+    template <auto Reader, class Form = void>
     void reader(std::string_view name) {
-        using Held = std::remove_cvref_t<std::invoke_result_t<decltype(Reader), const T&>>;
-        AVType<Held>::relate(draft_);
+        AVProperty::relate<Held<Reader>, Form>(draft_);
         AVMember& made = draft_.members.emplace_back();
         made.name = name;
-        made.read = &read<Reader>;
+        made.give = [](const void* object, AVExporter& exporter) {
+            return AVProperty::give<Held<Reader>, Form>(
+                std::invoke(Reader, std::as_const(self(const_cast<void*>(object)))), exporter);
+        };
     }
 
     /// Calls the class's own `describeMembers`. One that it inherits has been heard already.
@@ -83,19 +88,23 @@ public:
 
 private:
     template <auto Getter>
-    static std::optional<Value> read(const AVObject& object) {
-        using Held = std::remove_cvref_t<std::invoke_result_t<decltype(Getter), const T&>>;
-        return AVType<Held>::read(std::invoke(Getter, static_cast<const T&>(object)));
+    using Held = std::remove_cvref_t<std::invoke_result_t<decltype(Getter), const T&>>;
+
+    static T& self(void* object) {
+        if constexpr (std::derived_from<T, AVObject>) {
+            return static_cast<T&>(*static_cast<AVObject*>(object));
+        } else {
+            return *static_cast<T*>(object);
+        }
     }
 
-    template <auto Getter>
+    template <auto Getter, class Form>
     AVMember& declare(std::string_view name, std::string_view attributes, bool writable) {
-        using Held = std::remove_cvref_t<std::invoke_result_t<decltype(Getter), const T&>>;
-        reader<Getter>(name);
+        reader<Getter, Form>(name);
         AVMember& made = draft_.members.back();
         made.attributes = attributes;
         if (attributes.empty()) {
-            const std::string encoding = AVType<Held>::encoding();
+            const std::string encoding = AVProperty::encoding<Held<Getter>, Form>();
             const char* const ownership = encoding.starts_with('@') ? ",&" : "";
             made.attributes = "T" + encoding + (writable ? ownership : ",R") + ",N,V_";
             made.attributes += name;
@@ -106,8 +115,8 @@ private:
     AVClassDraft& draft_;
 };
 
-/// Whether `T` has the operations on keys of `AVObject`. A pointer to an inherited member tells the
-/// class that it comes from; one that cannot be had counts as an override.
+/// A pointer to an inherited member tells the class that it comes from; one that cannot be had
+/// counts as an override.
 template <class T>
 concept AVHasDefaultKeys = requires {
     requires std::same_as<decltype(&T::keyExceptionForSourceKey),
@@ -118,21 +127,58 @@ concept AVHasDefaultKeys = requires {
 };
 
 template <class T>
+[[nodiscard]] constexpr std::string_view avQualifiedName() {
+    std::string_view name = __PRETTY_FUNCTION__;
+    name.remove_prefix(name.find("T = ") + 4);
+    return name.substr(0, std::min(name.find(';'), name.rfind(']')));
+}
+
+/// Where in a struct its base begins.
+template <class T, class Base>
+[[nodiscard]] std::ptrdiff_t avShift() {
+    alignas(T) static std::byte place[sizeof(T)];
+    auto* const object = reinterpret_cast<T*>(place);
+    return reinterpret_cast<std::byte*>(static_cast<Base*>(object)) - place;
+}
+
+/// The nearest described class above `T`, which has yet to say that it is described itself.
+template <class T>
+struct AVInheritedOf {
+    using Type = void;
+};
+template <class T>
+requires requires { typename T::AVSelf; }
+struct AVInheritedOf<T> {
+    using Type = typename T::AVSelf;
+};
+
+template <class T>
 const AVClass& AVClass::of() {
-    static_assert(std::derived_from<T, AVObject>, "mappable classes derive from AVObject");
-    static_assert(std::same_as<T, typename T::AVSelf>, "AVJSON_CLASS is missing in this class");
+    static_assert(AVDescribed<T>, "AVJSON_CLASS is missing in this class");
     static const AVClass& described = []() -> const AVClass& {
         AVClassDraft draft;
         draft.name = T::avClassName();
+        draft.qualifiedName = avQualifiedName<T>();
+#if defined(__GXX_RTTI)
         draft.type = &typeid(T);
-        draft.hasDefaultKeys = AVHasDefaultKeys<T>;
-        if constexpr (!std::same_as<T, AVObject>) {
-            static_assert(std::derived_from<T, typename T::AVBase>,
-                          "AVJSON_CLASS names a base that is none");
+#endif
+        if constexpr (!std::is_void_v<typename T::AVBase>) {
             draft.base = &of<typename T::AVBase>();
         }
-        if constexpr (std::is_default_constructible_v<T>) {
-            draft.make = [] { return Ref<AVObject>(new T); };
+        if constexpr (std::derived_from<T, AVObject>) {
+            draft.hasDefaultKeys = AVHasDefaultKeys<T>;
+            if constexpr (std::is_default_constructible_v<T>) {
+                draft.make = [] { return Ref<AVObject>(new T); };
+            }
+        } else {
+            if constexpr (!std::is_void_v<typename T::AVBase>) {
+                draft.baseShift = avShift<T, typename T::AVBase>();
+            }
+            if constexpr (requires(const T& object) { Array(object.keysForExport()); }) {
+                draft.keysForExport = [](const void* object) {
+                    return Array(static_cast<const T*>(object)->keysForExport());
+                };
+            }
         }
         AVDescription<T> description(draft);
         T::avDescribe(description);
@@ -143,50 +189,71 @@ const AVClass& AVClass::of() {
 
 } // namespace morvellacinto
 
-/// Makes a class mappable: `AVJSON_CLASS(Class, Base, members...)` inside the class, `Base` being
-/// `AVObject` or another class described so. Each member is a data member, which becomes a property
-/// of that name, or a const member function without arguments, which becomes a computed reader.
-/// Members of `Base` count too and are not repeated; `Base` is the nearest class above that is
-/// described. At most 86 members, more by `describeMembers`; not for class templates. What follows
-/// in the class is private.
+#if defined(__clang__)
+#define AVJSON_DETAIL_QUIET _Pragma("GCC diagnostic ignored \"-Weverything\"")
+#else
+#define AVJSON_DETAIL_QUIET _Pragma("GCC diagnostic ignored \"-Wsuggest-override\"")
+#endif
+
+/// Makes a class mappable: `AVJSON_CLASS(Class, Base, members...)` inside the class. `Base` is the
+/// nearest class above that is described so: `AVObject` for objects that are shared by `Ref`, void
+/// for a struct that is held by value. Each member is a data member, which becomes a property of
+/// that name, or a const member function without arguments, which becomes a computed reader;
+/// `(member, "key")` gives it another name, and `(member, "key", AVText)` another form. Members of
+/// `Base` count too and are not repeated. At most 86 members, more by `describeMembers`; not for
+/// class templates. What follows in the class is public.
 ///
-///     class Station : public AVObject {
-///         AVJSON_CLASS(Station, AVObject, ident, name, lines, label)
+///     struct Station {
+///         AVJSON_CLASS(Station, void, name, (opened, "opened_at", AVText), lines, label)
 ///
-///     public:
-///         AVValue<"NSNumber"> ident;
 ///         std::string name;
+///         Date opened;
 ///         std::vector<Ref<Line>> lines;
 ///         std::string label() const;
 ///     };
 #define AVJSON_CLASS(Class, Base, ...)                                                             \
 public:                                                                                            \
+    using AVInherited [[maybe_unused]] = typename ::morvellacinto::AVInheritedOf<Class>::Type;     \
+    static_assert(std::is_same_v<AVInherited, Base>,                                               \
+                  "AVJSON_CLASS names another base than the nearest described one");               \
     using AVSelf [[maybe_unused]] = Class;                                                         \
     using AVBase [[maybe_unused]] = Base;                                                          \
     static constexpr std::string_view avClassName() { return #Class; }                             \
-    const ::morvellacinto::AVClass& avClass() const override {                                     \
+    _Pragma("GCC diagnostic push") AVJSON_DETAIL_QUIET const ::morvellacinto::AVClass& avClass()   \
+        const {                                                                                    \
         static_assert(std::is_same_v<Class, std::remove_cvref_t<decltype(*this)>>,                 \
                       "AVJSON_CLASS names another class than the one that it stands in");          \
         return ::morvellacinto::AVClass::of<Class>();                                              \
     }                                                                                              \
-    static void avDescribe(::morvellacinto::AVDescription<Class>& description) {                   \
+    _Pragma("GCC diagnostic pop") static void avDescribe(                                          \
+        ::morvellacinto::AVDescription<Class>& description) {                                      \
         __VA_OPT__(AVJSON_DETAIL_EACH(Class, __VA_ARGS__))                                         \
         []<class Self>(::morvellacinto::AVDescription<Self>& own) {                                \
             if constexpr (requires { &Self::describeMembers; }) {                                  \
                 own.describeFurther(&Self::describeMembers);                                       \
             }                                                                                      \
         }(description);                                                                            \
-    }                                                                                              \
-                                                                                                   \
-private:
+    }
 
-// Rescans often enough for 86 members.
+// Rescans often enough for 86 members; the name of what is left behind tells of more.
 #define AVJSON_DETAIL_EACH(Class, ...) AVJSON_DETAIL_EXPAND(AVJSON_DETAIL_ONE(Class, __VA_ARGS__))
 #define AVJSON_DETAIL_ONE(Class, member_, ...)                                                     \
-    description.member<&Class::member_>(#member_);                                                 \
-    __VA_OPT__(AVJSON_DETAIL_AGAIN AVJSON_DETAIL_PARENTHESES(Class, __VA_ARGS__))
-#define AVJSON_DETAIL_AGAIN() AVJSON_DETAIL_ONE
-#define AVJSON_DETAIL_PARENTHESES ()
+    AVJSON_DETAIL_SECOND(AVJSON_DETAIL_IS_PAIR member_, AVJSON_DETAIL_AS_IS, )(Class, member_);    \
+    __VA_OPT__(AVJSON_CLASS_TAKES_AT_MOST_86_MEMBERS AVJSON_DETAIL_NONE(Class, __VA_ARGS__))
+#define AVJSON_CLASS_TAKES_AT_MOST_86_MEMBERS() AVJSON_DETAIL_ONE
+#define AVJSON_DETAIL_NONE ()
+// The second of what `IS_PAIR (member, key)` and `IS_PAIR member` turn into chooses between them.
+#define AVJSON_DETAIL_IS_PAIR(...) ~, AVJSON_DETAIL_PAIR
+#define AVJSON_DETAIL_SECOND(...) AVJSON_DETAIL_SECOND_OF(__VA_ARGS__)
+#define AVJSON_DETAIL_SECOND_OF(first, second, ...) second
+// NOLINTBEGIN(bugprone-macro-parentheses)
+#define AVJSON_DETAIL_AS_IS(Class, member_) description.member<&Class::member_>(#member_)
+#define AVJSON_DETAIL_PAIR(Class, pair) AVJSON_DETAIL_CALL(Class, AVJSON_DETAIL_BARE pair)
+#define AVJSON_DETAIL_BARE(...) __VA_ARGS__
+#define AVJSON_DETAIL_CALL(...) AVJSON_DETAIL_RENAMED(__VA_ARGS__)
+#define AVJSON_DETAIL_RENAMED(Class, member_, key, ...)                                            \
+    description.member<&Class::member_ __VA_OPT__(, ) __VA_ARGS__>(key)
+// NOLINTEND(bugprone-macro-parentheses)
 #define AVJSON_DETAIL_EXPAND(...)                                                                  \
     AVJSON_DETAIL_16(AVJSON_DETAIL_16(AVJSON_DETAIL_16(AVJSON_DETAIL_16(__VA_ARGS__))))
 #define AVJSON_DETAIL_16(...)                                                                      \

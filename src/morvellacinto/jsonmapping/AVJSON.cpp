@@ -1,7 +1,7 @@
 #include "morvellacinto/jsonmapping/AVJSON.h"
 
 #include "morvellacinto/foundation/Json.h"
-#include "morvellacinto/jsonmapping/Importer.h"
+#include "morvellacinto/jsonmapping/AVImporter.h"
 #include "morvellacinto/platform/Platform.h"
 
 namespace morvellacinto::AVJSON {
@@ -12,14 +12,14 @@ Ref<AVObject> asObjectOfClass(const Object& dictionary, const NodeClass& nodeCla
     // A setter may change the host's own.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Object kept = dictionary;
-    return Importer(platform->developerLog(), nodeMapping).convert(kept, nodeClass);
+    return AVImporter(platform->developerLog(), nodeMapping).convert(kept, nodeClass);
 }
 
 Array asObjectOfClass(const Array& array, const NodeClass& nodeClass,
                       const NodeMapping& nodeMapping) {
     const auto platform = platform::current();
     const Array kept = array; // NOLINT(performance-unnecessary-copy-initialization): as above
-    return Importer(platform->developerLog(), nodeMapping).convert(kept, nodeClass);
+    return AVImporter(platform->developerLog(), nodeMapping).convert(kept, nodeClass);
 }
 
 std::optional<std::string> toJSON(const Value& collection) {

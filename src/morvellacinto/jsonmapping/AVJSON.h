@@ -1,7 +1,7 @@
 #pragma once
 
-/// JSON trees to objects of the host's classes and back: `AVJSON_CLASS` describes a class,
-/// `AVObject` is its base, `NodeMapping` says where in the tree its objects stand.
+/// JSON trees to objects of the host's classes and back: `AVJSON_CLASS` describes a class, whose
+/// objects are structs held by value or, with `AVObject` as their base, shared by `Ref`.
 #include "morvellacinto/jsonmapping/AVDescription.h"
 #include "morvellacinto/jsonmapping/AVObject.h"
 #include "morvellacinto/jsonmapping/NodeMapping.h"
@@ -11,6 +11,53 @@
 
 namespace morvellacinto::AVJSON {
 
+/// What is made of JSON for a class: a `Ref` to it when it derives from `AVObject`.
+template <class T>
+using Held = std::conditional_t<std::derived_from<T, AVObject>, Ref<T>, T>;
+
+/// JSON as a described class, or as any other type that a property can have, such as
+/// `std::vector<Stop>`. What a member cannot take leaves it as the constructor made it and is told:
+/// to `problems`, or to the diagnostics of the platform, if there is one. Throws ValueKindError
+/// when the type cannot take `json` itself.
+template <class T>
+[[nodiscard]] Held<T> as(const Value& json, AVProblems* problems = nullptr) {
+    const Value kept = json; // a setter may change the host's own
+    AVImporter importer(problems);
+    Held<T> held{};
+    if (!AVProperty::take(held, kept, importer)) {
+        const platform::ValueSkipped refused = importer.refused("", "");
+        throw ValueKindError("JSON is no " + std::string(avQualifiedName<T>()) + ": it takes " +
+                             refused.wanted + ", not " + refused.found);
+    }
+    return held;
+}
+
+/// Fills an object that is there, likewise.
+template <AVDescribed T>
+void fill(T& object, const Object& json, AVProblems* problems = nullptr) {
+    const Object kept = json;
+    AVImporter importer(problems);
+    if constexpr (std::derived_from<T, AVObject>) {
+        importer.fill(object, kept);
+    } else {
+        importer.fill(&object, AVClass::of<T>(), kept);
+    }
+}
+
+/// The JSON of an object, or of any other type that a property can have: all that its class has
+/// described, in that order, or its `keysForExport` if there are any. What holds nothing is left
+/// out. Throws what a reader throws, std::invalid_argument for an object inside itself and
+/// std::length_error beyond `maximumJsonDepth` levels. Needs no platform.
+template <class T>
+[[nodiscard]] Value from(const T& object) {
+    AVExporter exporter(AVExporter::Mode::natural);
+    if constexpr (std::derived_from<T, AVObject>) {
+        return exporter.exported(object);
+    } else {
+        return AVProperty::give(object, exporter).value_or(Value());
+    }
+}
+
 /// The object that a JSON object is turned into: a new instance of the class, or the existing
 /// object, filled as `AVObject::setAvValuesForKeysWithDictionary` tells. Empty when the class's
 /// name is unknown. Throws std::logic_error when the class has no default constructor, or when no
@@ -19,11 +66,10 @@ namespace morvellacinto::AVJSON {
 asObjectOfClass(const Object& dictionary, const NodeClass& nodeClass,
                 const NodeMapping& nodeMapping = {});
 
-/// An array of what each element is turned into, in order: JSON objects as above, arrays likewise.
-/// An existing object is filled by one element after the other and stands in the result once for
-/// each. Throws ValueKindError for an element of another kind, std::invalid_argument for an unknown
-/// class, std::length_error beyond `maximumJsonDepth` levels, and what the conversion of a JSON
-/// object throws.
+/// What each element is turned into, in order: JSON objects as above, arrays likewise. Throws
+/// ValueKindError for an element of another kind, std::invalid_argument for an unknown class,
+/// std::length_error beyond `maximumJsonDepth` levels, and what the conversion of a JSON object
+/// throws.
 [[nodiscard]] MORVELLACINTO_EXPORT Array asObjectOfClass(const Array& array,
                                                          const NodeClass& nodeClass,
                                                          const NodeMapping& nodeMapping = {});

@@ -1,8 +1,8 @@
 #include "morvellacinto/jsonmapping/AVObject.h"
 
 #include "morvellacinto/jsonmapping/AVDescription.h"
-#include "morvellacinto/jsonmapping/Exporter.h"
-#include "morvellacinto/jsonmapping/Importer.h"
+#include "morvellacinto/jsonmapping/AVExporter.h"
+#include "morvellacinto/jsonmapping/AVImporter.h"
 #include "morvellacinto/jsonmapping/KeyValueCoding.h"
 #include "morvellacinto/platform/Platform.h"
 
@@ -11,17 +11,11 @@
 namespace morvellacinto {
 namespace {
 
-const AVMember& memberToRead(const AVObject& object, std::string_view name) {
-    const AVMember* member = object.avClass().find(name);
-    if (member == nullptr) {
-        throw std::out_of_range(std::string(object.avClass().name()) +
-                                " has no property or reader \"" + std::string(name) + "\"");
-    }
-    return *member;
-}
-
 // What `value` has under the names of `path`, joined by ".".
 std::optional<Value> followed(const Value& value, std::string_view path) {
+    if (const AVObject* object = mappableObject(value)) {
+        return object->valueForKeyPath(path);
+    }
     if (const Array* elements = value.ifArray()) {
         Array found;
         found.reserve(elements->size());
@@ -32,17 +26,13 @@ std::optional<Value> followed(const Value& value, std::string_view path) {
     }
     const std::size_t end = path.find('.');
     const std::string_view name = path.substr(0, end);
-    std::optional<Value> next;
-    if (const AVObject* object = mappableObject(value)) {
-        next = object->valueForKey(name);
-    } else if (const Object* dictionary = value.ifObject()) {
-        next = valueForKey(*dictionary, name);
-    } else {
+    const Object* dictionary = value.ifObject();
+    if (dictionary == nullptr) {
         throw std::out_of_range(std::string(nameOf(value.kind())) + " knows no \"" +
                                 std::string(name) + "\"");
     }
-    const bool isLast = end == std::string_view::npos || !next;
-    return isLast ? next : followed(*next, path.substr(end + 1));
+    std::optional<Value> next = valueForKey(*dictionary, name);
+    return end == std::string_view::npos || !next ? next : followed(*next, path.substr(end + 1));
 }
 
 } // namespace
@@ -55,12 +45,18 @@ const AVClass& AVObject::avClass() const { return AVClass::of<AVObject>(); }
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void AVObject::setAvValuesForKeysWithDictionary(Object dictionary, const NodeMapping& nodeMapping) {
     const auto platform = platform::current();
-    Importer(platform->developerLog(), nodeMapping).fill(*this, dictionary);
+    AVImporter(platform->developerLog(), nodeMapping).fill(*this, dictionary);
 }
 
 Object AVObject::avDictionaryWithValuesForKeys(const std::vector<std::string>& keys) const {
     const auto platform = platform::current();
-    return Exporter(platform->developerLog()).exported(*this, keys);
+    Array names;
+    names.reserve(keys.size());
+    for (const std::string& key : keys) {
+        names.append(key);
+    }
+    return AVExporter(AVExporter::Mode::prescribed, &platform->developerLog())
+        .exported(*this, names);
 }
 
 std::string AVObject::keyExceptionForSourceKey(std::string_view key) const {
@@ -76,17 +72,20 @@ bool AVObject::isNumberProperty(std::string_view key) const {
     return member != nullptr && member->isNumber;
 }
 
-const std::vector<std::string>& AVObject::keysForExport() const {
-    static const auto& none = *new std::vector<std::string>;
-    return none;
-}
+Array AVObject::keysForExport() const { return {}; }
 
 std::string AVObject::description() const { return std::string(avClass().name()); }
 
 bool AVObject::answers(std::string_view name) const { return avClass().find(name) != nullptr; }
 
 std::optional<Value> AVObject::valueForKey(std::string_view name) const {
-    return memberToRead(*this, name).read(*this);
+    const AVMember* member = avClass().find(name);
+    if (member == nullptr) {
+        throw std::out_of_range(std::string(avClass().name()) + " has no property or reader \"" +
+                                std::string(name) + "\"");
+    }
+    AVExporter reader(AVExporter::Mode::held);
+    return member->give(this, reader);
 }
 
 std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
@@ -96,7 +95,11 @@ std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
 }
 
 void AVObject::setValue(const std::optional<Value>& value, std::string_view name) {
-    morvellacinto::setValue(*this, value ? &*value : nullptr, name);
+    const AVMember& property = propertyNamed(avClass(), name);
+    AVImporter importer;
+    if (!property.take(this, value ? &*value : nullptr, importer)) {
+        throw ValueKindError(sentenceOf(importer.refused(avClass().name(), name)));
+    }
 }
 
 } // namespace morvellacinto

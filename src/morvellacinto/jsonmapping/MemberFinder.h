@@ -16,23 +16,15 @@ public:
           end_(next_ + searched.members().size()) {}
 
     [[nodiscard]] const AVMember* member(const Value& name) noexcept {
-        return next_ != end_ && ValueAccess::sameText(next_->name, name)
-                   ? next_++
-                   : behind(class_.member(name));
-    }
-    [[nodiscard]] const AVMember* find(std::string_view name) noexcept {
-        return next_ != end_ && next_->name.asString() == name ? next_++
-                                                               : behind(class_.find(name));
-    }
-
-private:
-    const AVMember* behind(const AVMember* found) noexcept {
+        const bool isNext = next_ != end_ && ValueAccess::sameText(next_->name, name);
+        const AVMember* const found = isNext ? next_ : class_.member(name);
         if (found != nullptr) {
             next_ = found + 1;
         }
         return found;
     }
 
+private:
     const AVClass& class_;
     const AVMember* next_;
     const AVMember* end_;

@@ -4,12 +4,13 @@
 
 #include <concepts>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
+#include <map>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <variant>
-#include <vector>
 
 namespace morvellacinto {
 
@@ -20,26 +21,27 @@ public:
     /// `AVClass::of<Station>()`: checked by the compiler, and never unknown.
     NodeClass(const AVClass& described) noexcept : choice_(&described) {}
     /// A class by its name, looked up when it is needed; `AVClass::named` tells which are known.
-    /// An unknown one converts to nothing.
-    NodeClass(std::string name) noexcept : choice_(std::move(name)) {}
-    NodeClass(std::string_view name) : choice_(std::string(name)) {}
-    NodeClass(const char* name) : choice_(std::string(name)) {}
+    /// An unknown one converts to nothing and is told to the diagnostics.
+    template <std::convertible_to<std::string_view> T>
+    NodeClass(const T& name) : choice_(std::string(std::string_view(name))) {}
     /// An existing object. Throws std::invalid_argument for an empty reference.
     template <std::derived_from<AVObject> T>
-    NodeClass(const Ref<T>& target) : NodeClass(Ref<AVObject>(target)) {}
-    NodeClass(Ref<AVObject> target);
-    NodeClass(const NodeClass& other);
-    NodeClass(NodeClass&& other) noexcept;
-    NodeClass& operator=(NodeClass other) noexcept;
-    ~NodeClass();
+    NodeClass(const Ref<T>& target) : choice_(checked(target)) {}
 
     /// The class to make instances of; null when its name is unknown, or for an existing object.
+    /// Throws as `AVClass::named`.
     [[nodiscard]] const AVClass* described() const;
+    /// The name that the class was given by; empty without one.
+    [[nodiscard]] std::string_view name() const noexcept {
+        return choice_.index() == 1 ? std::get<1>(choice_) : std::string_view();
+    }
     /// The existing object, or null.
     [[nodiscard]] AVObject* target() const noexcept;
 
 private:
-    std::variant<const AVClass*, std::string, Ref<AVObject>> choice_;
+    [[nodiscard]] static Ref<Instance> checked(Ref<Instance> target);
+
+    std::variant<const AVClass*, std::string, Ref<Instance>> choice_;
 };
 
 /// Which JSON keys hold nodes, and what each node is turned into. The same mapping serves every
@@ -51,32 +53,25 @@ public:
     NodeMapping() noexcept = default;
     NodeMapping(std::initializer_list<std::pair<std::string_view, NodeClass>> nodes);
 
-    /// Replaces what the key meant before.
     void set(std::string_view key, NodeClass nodeClass);
     /// Null for a key that holds no node. Valid until the mapping is next changed.
     [[nodiscard]] const NodeClass* find(std::string_view key) const noexcept {
-        return (filter_ & filterBit(key)) == 0 ? nullptr : findNode(key);
+        if ((filter_ & filterBit(key)) == 0) {
+            return nullptr;
+        }
+        const auto found = nodes_.find(key);
+        return found == nodes_.end() ? nullptr : &found->second;
     }
 
 private:
-    struct Node {
-        std::string key;
-        NodeClass nodeClass;
-    };
-
     [[nodiscard]] static std::uint64_t filterBit(std::string_view key) noexcept {
         const std::size_t last = key.empty() ? 0 : static_cast<unsigned char>(key.back());
         return std::uint64_t{1} << (key.size() * 8 + last) % 64;
     }
-    [[nodiscard]] const NodeClass* findNode(std::string_view key) const noexcept;
-    [[nodiscard]] std::vector<Node>::const_iterator position(std::string_view key) const noexcept;
 
     /// A bit for each key. Most look-ups are of keys that hold no node and end here.
     std::uint64_t filter_ = 0;
-    std::vector<Node> nodes_; // sorted by key
+    std::map<std::string, NodeClass, std::less<>> nodes_;
 };
 
 } // namespace morvellacinto
-
-// Whoever holds a reference to an object must know it.
-#include "morvellacinto/jsonmapping/AVObject.h" // IWYU pragma: export

@@ -42,6 +42,10 @@ struct Sentence {
     std::string operator()(const LineLogged& logged) const {
         return logged.line + ": " + logged.reason;
     }
+    std::string operator()(const ClassUnknown& unknown) const {
+        return "no class is known by the name \"" + unknown.name + "\"; AVClass::of<" +
+               unknown.name + ">() makes it known";
+    }
 };
 
 } // namespace

@@ -25,6 +25,11 @@ struct ImportEnded {
     std::string found;
 };
 
+/// A class that a node mapping names, and that nothing has made known.
+struct ClassUnknown {
+    std::string name;
+};
+
 /// An answer that is no object: it is not kept, and the completion is not called.
 struct AnswerDropped {
     int status = 0;       ///< of HTTP; 0 for a cached answer
@@ -61,8 +66,9 @@ struct LineLogged {
 
 /// What the library tells of what it did, or did not do, beside its results. No text of the
 /// library's holds a coordinate, an identifier, the token or the value of a JSON member.
-using Diagnostic = std::variant<ValueSkipped, ImportEnded, AnswerDropped, CallSuperseded,
-                                ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged>;
+using Diagnostic =
+    std::variant<ValueSkipped, ImportEnded, ClassUnknown, AnswerDropped, CallSuperseded,
+                 ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged>;
 
 /// The record as one English sentence for a developer.
 [[nodiscard]] MORVELLACINTO_EXPORT std::string sentenceOf(const Diagnostic& diagnostic);
