@@ -269,6 +269,9 @@ TEST_F(HttpContract, AFailureIsAnErrorWithTheUrlAndASentence) {
         EXPECT_FALSE(end->error->userInfo.at(KRError::messageKey).asString().empty());
         EXPECT_TRUE(!url || end->error->userInfo.at(KRError::urlKey) == Value(*url));
     }
+    const auto refused = ending({.url = {}, .refusedUrl = "5/audience/"})->error->userInfo;
+    EXPECT_EQ(refused.at(KRError::urlKey), "5/audience/");
+    EXPECT_EQ(refused.at(KRError::messageKey), "The request has no valid URL: 5/audience/.");
 }
 
 TEST_F(HttpContract, AnInvalidatedSessionFinishesStartedTasksAndStartsNoOther) {

@@ -93,8 +93,10 @@ bool Transfer::end(CURLcode result) noexcept {
 void Transfer::fail(const HttpFailure& failure) noexcept {
     hasFailed_ = true;
     try {
-        const auto url = CurlUrl::parse(hop_ ? hop_->url.text() : request_.url.value_or(""));
-        error_ = failure.asError(url ? url->shown() : "");
+        const auto url = CurlUrl::parse(request_.url.value_or(""));
+        error_ = failure.asError(hop_  ? hop_->url.shown()
+                                 : url ? url->shown()
+                                       : request_.refusedUrl);
     } catch (const std::bad_alloc&) {
         // `error_` tells of that already.
     }

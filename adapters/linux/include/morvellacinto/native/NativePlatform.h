@@ -31,8 +31,8 @@ struct NativeOptions {
     /// Receives each line of the developer log, without a line break. Absent: standard error.
     std::function<void(std::string_view)> developerLog = {};
 
-    /// Receives a sentence when something underneath the library is not as it should be, such as a
-    /// damaged database that was set aside. Absent: standard error.
+    /// Receives a sentence for each of the library's `platform::Diagnostic` records, and when
+    /// something underneath it is not as it should be. Absent: standard error.
     ///
     /// Both functions are called on any thread, also on several at once, with no lock held; what
     /// they throw is swallowed.
@@ -100,6 +100,7 @@ public:
     [[nodiscard]] platform::Dispatch& dispatch() override;
     [[nodiscard]] platform::Clock& clock() override;
     [[nodiscard]] platform::DeveloperLog& developerLog() override;
+    [[nodiscard]] platform::Diagnostics* diagnostics() noexcept override;
     [[nodiscard]] platform::AssertionHandler& assertionHandler() override;
     [[nodiscard]] platform::SystemVersion& systemVersion() override;
     [[nodiscard]] platform::UserDefaults& standardUserDefaults() override;
