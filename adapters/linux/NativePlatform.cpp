@@ -38,8 +38,6 @@ namespace morvellacinto::native {
 
 namespace {
 
-class ThrowingAssertionHandler final : public platform::AssertionHandler {};
-
 class SystemClock final : public platform::Clock {
 public:
     [[nodiscard]] Date now() const override {
@@ -57,7 +55,7 @@ public:
     }
 };
 
-// The opinion of the parser that transfers use: absolute URLs in printable ASCII only.
+// The opinion of the parser that transfers use.
 class NativeUrlParser final : public platform::UrlParser {
 public:
     [[nodiscard]] std::optional<std::string> parse(std::string_view text) const override {
@@ -158,12 +156,18 @@ struct NativePlatform::Services {
           settings(std::make_shared<SqliteDefaults>(dataDirectoryOr(options.dataDirectory),
                                                     bundle.value_or(program_invocation_short_name),
                                                     diagnostics)),
-          log(linesTo(std::move(options.developerLog), ""), diagnostics), device(bundle, bus, keptIn(settings)),
+          log(linesTo(std::move(options.developerLog), ""), diagnostics),
+          assertionHandler(options.assertionHandler
+                               ? std::move(options.assertionHandler)
+                               : std::make_shared<platform::AssertionHandler>()),
+          device(bundle, bus, keptIn(settings)),
           tracking(mainQueue, keptIn(settings), std::move(options.trackingQuestion)),
           location(std::make_shared<NativeLocation>(
               mainQueue, bus, workers, LocationOptions{bundle, options.locationTimeout})),
           http(std::make_shared<TransferLoop>(
-              HttpOptions{.trustAnchors = std::move(options.trustAnchors)}, workers)) {}
+              HttpOptions{.trustAnchors = std::move(options.trustAnchors),
+                          .proxy = std::move(options.proxy)},
+              workers)) {}
 
     const Diagnostics diagnostics;
     const std::optional<std::string> bundle;
@@ -177,7 +181,7 @@ struct NativePlatform::Services {
     NativeDispatch dispatch{*mainQueue, workers};
     SystemClock clock;
     NativeLog log;
-    ThrowingAssertionHandler assertionHandler;
+    const std::shared_ptr<platform::AssertionHandler> assertionHandler;
     NativeSystemVersion systemVersion;
     Bus bus{diagnostics, stopSignal};
     NativeDevice device;
@@ -236,7 +240,7 @@ platform::DeveloperLog& NativePlatform::developerLog() { return services_->log; 
 platform::Diagnostics* NativePlatform::diagnostics() noexcept { return &services_->log; }
 
 platform::AssertionHandler& NativePlatform::assertionHandler() {
-    return services_->assertionHandler;
+    return *services_->assertionHandler;
 }
 
 platform::SystemVersion& NativePlatform::systemVersion() { return services_->systemVersion; }

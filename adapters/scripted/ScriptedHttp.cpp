@@ -91,9 +91,10 @@ public:
             isWaiting = hasUrl && !answer.has_value();
         }
         if (!hasUrl) {
-            finishLater(refused.empty() ? failure(badUrl, url_, "The request has no valid URL.")
-                                        : failure(badUrl, refused,
-                                                  "The request has no valid URL: " + refused + "."));
+            finishLater(
+                refused.empty()
+                    ? failure(badUrl, url_, "The request has no valid URL.")
+                    : failure(badUrl, refused, "The request has no valid URL: " + refused + "."));
             return;
         }
         http_.clock_->schedule(session_->configuration.resourceTimeout, [weak = weak_from_this()] {

@@ -12,8 +12,9 @@ Hop firstHop(const platform::HttpRequest& request) {
     std::optional<CurlUrl> url = CurlUrl::parse(request.url.value_or(""));
     if (!url) {
         const auto& refused = request.refusedUrl;
-        throw HttpFailure{HttpErrorCode::badUrl, "The request has no valid URL" +
-                                                     (refused.empty() ? "." : ": " + refused + ".")};
+        throw HttpFailure{HttpErrorCode::badUrl,
+                          "The request has no valid URL" +
+                              (refused.empty() ? "." : ": " + refused + ".")};
     }
     if (url->hasCredentials()) {
         throw HttpFailure{HttpErrorCode::badUrl,

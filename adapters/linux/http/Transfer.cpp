@@ -42,7 +42,8 @@ void Transfer::start() {
                                                       std::chrono::milliseconds(0), longestTimeout);
 }
 
-bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
+bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
+                     const std::optional<std::string>& proxy) noexcept {
     return attempt([&] {
         if (!hop_) {
             hop_ = firstHop(request_);
@@ -58,6 +59,10 @@ bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
         set(CURLOPT_PRIVATE, this);
         set(CURLOPT_SHARE, tlsSessions);
         trust.applyTo(handle_.get());
+        if (proxy || hop_->url.isLoopback()) {
+            set(CURLOPT_PROXY, hop_->url.isLoopback() ? "" : proxy->c_str());
+            set(CURLOPT_NOPROXY, ""); // the environment's exceptions are not for this one
+        }
         setUpHop();
         setUpHeaders();
         multi_ = multi;
@@ -141,9 +146,6 @@ void Transfer::setUpHop() {
     set(CURLOPT_COOKIEFILE, ""); // cookies, in memory
     set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
     set(CURLOPT_OPENSOCKETDATA, isPlain ? this : nullptr);
-    if (hop_->url.isLoopback()) {
-        set(CURLOPT_PROXY, "");
-    }
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     if (hop_->method == "HEAD") {
         set(CURLOPT_NOBODY, 1L);

@@ -47,11 +47,11 @@ std::optional<double> known(const Object& location, std::string_view key) {
 // Of seconds and microseconds; seconds of 0 stand for none.
 std::optional<Date> timeIn(const Object& location) {
     const Value* const time = location.find("Timestamp");
-    const Array parts = time != nullptr && time->kind() == Value::Kind::array ? time->asArray()
-                                                                              : Array();
-    const bool isKnown = parts.size() == 2 && parts[0].isNumber() && parts[0] != Value(0);
-    return isKnown ? std::optional(Date{parts[0].asDouble() + parts[1].asDouble() / 1e6})
-                   : std::nullopt;
+    const Array* const parts = time != nullptr ? time->ifArray() : nullptr;
+    return parts != nullptr && parts->size() == 2 && parts->at(0).isNumber() &&
+                   parts->at(1).isNumber() && parts->at(0) != Value(0)
+               ? std::optional(Date{parts->at(0).asDouble() + parts->at(1).asDouble() / 1e6})
+               : std::nullopt;
 }
 
 } // namespace
@@ -131,7 +131,7 @@ void GeoClueRun::locationUpdated(BusConnection& connection, const Array& paths) 
         return;
     }
     const auto time = timeIn(location);
-    if (time && *time < oldest_) {
+    if (time && time->secondsSinceReference < oldest_.count()) {
         return;
     }
     deadline_ = Clock::time_point::max();

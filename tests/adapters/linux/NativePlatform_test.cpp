@@ -4,6 +4,7 @@
 #include "support/ProcessCounts.h"
 
 #include "morvellacinto/Morvellacinto.h"
+#include "morvellacinto/platform/AssertionHandler.h"
 #include "morvellacinto/platform/DeveloperLog.h"
 #include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
@@ -250,6 +251,14 @@ TEST_F(NativePlatformTest, TheLibrarysRecordsAreSentencesForTheHostsDiagnostics)
     const platform::RequestNotMade record{7};
     platform->diagnostics()->tell(record);
     EXPECT_EQ(sentences, std::vector{sentenceOf(record)});
+}
+
+TEST_F(NativePlatformTest, AHostsAssertionHandlerTakesThePlaceOfTheOneThatThrows) {
+    struct Handler : platform::AssertionHandler {};
+    const auto handler = std::make_shared<Handler>();
+    const auto platform =
+        NativePlatform::create({.dataDirectory = directory_.path(), .assertionHandler = handler});
+    EXPECT_EQ(&platform->assertionHandler(), handler.get());
 }
 
 TEST_F(NativePlatformTest, TheLogOnStandardErrorIsOneLineAndSurvivesItsReader) {

@@ -46,6 +46,15 @@ struct NativeOptions {
 
     /// How long a location update waits for its first fix before it fails.
     std::chrono::milliseconds locationTimeout = std::chrono::seconds(30);
+
+    /// Told when the library is called as it must not be. Absent: throws
+    /// `platform::AssertionFailure`.
+    std::shared_ptr<platform::AssertionHandler> assertionHandler = {};
+
+    /// The proxy of all requests but those to loopback, such as "http://proxy.example:3128"; empty:
+    /// none. Absent: $https_proxy, $HTTPS_PROXY, $all_proxy or $ALL_PROXY, with the exceptions in
+    /// $no_proxy or $NO_PROXY.
+    std::optional<std::string> proxy = std::nullopt;
 };
 
 /// The library's platform on a Linux phone.
