@@ -388,13 +388,16 @@ protected:
 
 TEST_F(RealGeoClue, DeliversThePositionThatItIsFedUnlessItIsOld) {
     startAgent(8);
-    const auto now = std::chrono::system_clock::now();
-    const std::string sentences = positionSentence("5421.6802", now - std::chrono::hours(2)) +
-                                  positionSentence("5321.6802", now);
     start();
     const int receiver = accept(listener_, nullptr, nullptr);
-    ASSERT_EQ(send(receiver, sentences.data(), sentences.size(), MSG_NOSIGNAL),
-              static_cast<ssize_t>(sentences.size()));
+    const auto feed = [&](const char* latitude, std::chrono::hours age) {
+        const auto text = positionSentence(latitude, std::chrono::system_clock::now() - age);
+        EXPECT_EQ(send(receiver, text.data(), text.size(), MSG_NOSIGNAL), std::ssize(text));
+    };
+    feed("5421.6802", std::chrono::hours(2));
+    const auto limit = Clock::now() + soon;
+    pumpUntil([&] { return Clock::now() > limit; });
+    feed("5321.6802", std::chrono::hours(0));
     pumpUntilEvents(1);
     EXPECT_THAT(listener.events, ElementsAre("at 53"));
     EXPECT_NEAR(listener.last.latitude, 53.361337, 1e-6);
