@@ -20,6 +20,7 @@
 #include "morvellacinto/platform/AssertionHandler.h"
 #include "morvellacinto/platform/Clock.h"
 #include "morvellacinto/platform/DeveloperLog.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/SystemVersion.h"
 #include "morvellacinto/platform/UrlParser.h"
@@ -28,6 +29,7 @@
 #include <chrono>
 #include <csignal>
 #include <ctime>
+#include <new>
 #include <stdexcept>
 #include <unistd.h>
 #include <utility>
@@ -35,8 +37,6 @@
 namespace morvellacinto::native {
 
 namespace {
-
-class ThrowingAssertionHandler final : public platform::AssertionHandler {};
 
 class SystemClock final : public platform::Clock {
 public:
@@ -55,7 +55,7 @@ public:
     }
 };
 
-// The opinion of the parser that transfers use: absolute URLs in printable ASCII only.
+// The opinion of the parser that transfers use.
 class NativeUrlParser final : public platform::UrlParser {
 public:
     [[nodiscard]] std::optional<std::string> parse(std::string_view text) const override {
@@ -109,15 +109,23 @@ Diagnostics linesTo(Diagnostics host, std::string_view prefix) {
     };
 }
 
-class NativeDeveloperLog final : public platform::DeveloperLog {
+class NativeLog final : public platform::DeveloperLog, public platform::Diagnostics {
 public:
-    explicit NativeDeveloperLog(std::function<void(std::string_view)> write)
-        : write_(linesTo(std::move(write), "")) {}
+    NativeLog(native::Diagnostics lines, native::Diagnostics sentences)
+        : lines_(std::move(lines)), sentences_(std::move(sentences)) {}
 
-    void log(std::string_view text) noexcept override { write_(text); }
+    void log(std::string_view text) noexcept override { lines_(text); }
+    void tell(const platform::Diagnostic& record) noexcept override {
+        try {
+            sentences_(sentenceOf(record));
+        } catch (const std::bad_alloc&) {
+            // There is no memory to say it.
+        }
+    }
 
 private:
-    const std::function<void(std::string_view)> write_;
+    const native::Diagnostics lines_;
+    const native::Diagnostics sentences_;
 };
 
 std::filesystem::path dataDirectoryOr(const std::filesystem::path& chosen) {
@@ -151,12 +159,18 @@ struct NativePlatform::Services {
           settings(std::make_shared<SqliteDefaults>(dataDirectoryOr(options.dataDirectory),
                                                     bundle.value_or(program_invocation_short_name),
                                                     diagnostics)),
-          developerLog(std::move(options.developerLog)), device(bundle, bus, keptIn(settings)),
+          log(linesTo(std::move(options.developerLog), ""), diagnostics),
+          assertionHandler(options.assertionHandler
+                               ? std::move(options.assertionHandler)
+                               : std::make_shared<platform::AssertionHandler>()),
+          device(bundle, bus, keptIn(settings)),
           tracking(mainQueue, keptIn(settings), std::move(options.trackingQuestion)),
           location(std::make_shared<NativeLocation>(
               mainQueue, bus, workers, LocationOptions{bundle, options.locationTimeout})),
           http(std::make_shared<TransferLoop>(
-              HttpOptions{.trustAnchors = std::move(options.trustAnchors)}, workers)) {}
+              HttpOptions{.trustAnchors = std::move(options.trustAnchors),
+                          .proxy = std::move(options.proxy)},
+              workers)) {}
 
     const Diagnostics diagnostics;
     const std::optional<std::string> bundle;
@@ -169,8 +183,8 @@ struct NativePlatform::Services {
     }};
     NativeDispatch dispatch{*mainQueue, workers};
     SystemClock clock;
-    NativeDeveloperLog developerLog;
-    ThrowingAssertionHandler assertionHandler;
+    NativeLog log;
+    const std::shared_ptr<platform::AssertionHandler> assertionHandler;
     NativeSystemVersion systemVersion;
     Bus bus{diagnostics, stopSignal};
     NativeDevice device;
@@ -224,10 +238,12 @@ platform::Dispatch& NativePlatform::dispatch() { return services_->dispatch; }
 
 platform::Clock& NativePlatform::clock() { return services_->clock; }
 
-platform::DeveloperLog& NativePlatform::developerLog() { return services_->developerLog; }
+platform::DeveloperLog& NativePlatform::developerLog() { return services_->log; }
+
+platform::Diagnostics* NativePlatform::diagnostics() noexcept { return &services_->log; }
 
 platform::AssertionHandler& NativePlatform::assertionHandler() {
-    return services_->assertionHandler;
+    return *services_->assertionHandler;
 }
 
 platform::SystemVersion& NativePlatform::systemVersion() { return services_->systemVersion; }

@@ -70,6 +70,7 @@ public:
         platform::HttpSession::Completion dropped; // destroyed without the lock
         std::optional<HttpAnswer> answer;
         const bool hasUrl = ScriptedUrlParser::hostOf(url_.value_or("")).has_value();
+        std::string refused = url_.value_or("");
         {
             const std::lock_guard lock(http_.mutex_);
             RecordedRequest& record = http_.records_[record_];
@@ -82,6 +83,7 @@ public:
             }
             http_.active_.push_back(shared_from_this());
             record.isSent = hasUrl;
+            refused += record.request.refusedUrl;
             if (hasUrl && !http_.planned_.empty()) {
                 answer = std::move(http_.planned_.front());
                 http_.planned_.pop_front();
@@ -89,9 +91,10 @@ public:
             isWaiting = hasUrl && !answer.has_value();
         }
         if (!hasUrl) {
-            finishLater(failure(badUrl, url_,
-                                url_.has_value() ? "The URL is no absolute URL."
-                                                 : "The request has no URL."));
+            finishLater(
+                refused.empty()
+                    ? failure(badUrl, url_, "The request has no valid URL.")
+                    : failure(badUrl, refused, "The request has no valid URL: " + refused + "."));
             return;
         }
         http_.clock_->schedule(session_->configuration.resourceTimeout, [weak = weak_from_this()] {

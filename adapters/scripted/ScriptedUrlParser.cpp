@@ -12,7 +12,19 @@ constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnop
 constexpr std::string_view schemeCharacters =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-.";
 
-bool isBlankOrControl(char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7F'; }
+constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
+constexpr std::string_view urlCharacters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                           "0123456789-._~:/?#[]@!$&'()*+,;=%";
+
+bool isEscaped(std::string_view text) {
+    for (auto at = text.find('%'); at != std::string_view::npos; at = text.find('%', at + 1)) {
+        const std::string_view digits = text.substr(at + 1, 2);
+        if (digits.size() < 2 || digits.find_first_not_of(hexDigits) != std::string_view::npos) {
+            return false;
+        }
+    }
+    return true;
+}
 
 bool isPort(std::string_view text) {
     std::uint16_t port = 0;
@@ -31,7 +43,7 @@ std::optional<std::string> ScriptedUrlParser::hostOf(std::string_view url) {
     const std::size_t schemeEnd = url.find_first_not_of(schemeCharacters);
     if (schemeEnd == std::string_view::npos || !url.substr(schemeEnd).starts_with("://") ||
         letters.find(url.front()) == std::string_view::npos ||
-        std::any_of(url.begin(), url.end(), isBlankOrControl)) {
+        url.find_first_not_of(urlCharacters) != std::string_view::npos || !isEscaped(url)) {
         return std::nullopt;
     }
     std::string_view authority = url.substr(schemeEnd + 3);

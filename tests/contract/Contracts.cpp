@@ -90,13 +90,34 @@ TEST_F(Contract, AFailedAssertionThrows) {
 TEST_F(Contract, AUrlIsAbsoluteOrNothing) {
     for (const auto text :
          {"https://audience.example/v5//audience/"sv, "http://127.0.0.1:8080/x?y=%C3%A5&z"sv,
-          "https://[::1]:8443/"sv, "ftp://files.example/x"sv}) {
+          "https://[::1]:8443/"sv, "https://a.example/-._~:@!$&'()*+,;=?/?#/?%7C"sv,
+          "ftp://files.example/x"sv}) {
         EXPECT_EQ(platform.urlParser().parse(text), text);
     }
-    for (const auto text :
-         {""sv, " "sv, "audience.example"sv, "/v5/audience/"sv, "5/audience/"sv, "https://"sv,
-          "https://exa mple/"sv, "https://example/\0"sv, "https://example/\n"sv, "://example"sv,
-          "https://example:99999/"sv, "{\"a\":1}/audience/"sv}) {
+    for (const auto text : {""sv,
+                            " "sv,
+                            "audience.example"sv,
+                            "/v5/audience/"sv,
+                            "5/audience/"sv,
+                            "https://"sv,
+                            "https://exa mple/"sv,
+                            "https://example/\0"sv,
+                            "https://example/\n"sv,
+                            "://example"sv,
+                            "https://example:99999/"sv,
+                            "{\"a\":1}/audience/"sv,
+                            "http:/example/"sv,
+                            "http:///example/"sv,
+                            "http:example"sv,
+                            "https://example/%zz"sv,
+                            "https://example/%4"sv,
+                            "https://example/?%"sv,
+                            "https://ex\xC3\xA5mple/"sv,
+                            "https://example/\xC3\xA5"sv}) {
+        EXPECT_EQ(platform.urlParser().parse(text), std::nullopt) << text;
+    }
+    for (const char refused : "\"<>{}|\\^`"sv) {
+        const std::string text = std::string("https://example/a?b=") + refused;
         EXPECT_EQ(platform.urlParser().parse(text), std::nullopt) << text;
     }
 }
@@ -269,6 +290,9 @@ TEST_F(HttpContract, AFailureIsAnErrorWithTheUrlAndASentence) {
         EXPECT_FALSE(end->error->userInfo.at(KRError::messageKey).asString().empty());
         EXPECT_TRUE(!url || end->error->userInfo.at(KRError::urlKey) == Value(*url));
     }
+    const auto refused = ending({"GET", std::nullopt, {}, {}, "5/audience/"})->error->userInfo;
+    EXPECT_EQ(refused.at(KRError::urlKey), "5/audience/");
+    EXPECT_EQ(refused.at(KRError::messageKey), "The request has no valid URL: 5/audience/.");
 }
 
 TEST_F(HttpContract, AnInvalidatedSessionFinishesStartedTasksAndStartsNoOther) {

@@ -1,8 +1,12 @@
 #include "SystemFiles.h"
 
+#include "morvellacinto/foundation/Utf8.h"
+
+#include <algorithm>
 #include <fcntl.h>
 #include <sstream>
 #include <unistd.h>
+#include <utility>
 
 namespace morvellacinto::native {
 
@@ -41,6 +45,22 @@ std::optional<std::string> readKey(const std::filesystem::path& path, std::strin
 bool fileExists(const std::filesystem::path& path) {
     std::error_code error;
     return std::filesystem::exists(path, error);
+}
+
+std::string visibleText(std::string_view bytes) {
+    std::string text;
+    while (!bytes.empty()) {
+        const std::size_t length = utf8SequenceLength(bytes);
+        text += length > 0 ? bytes.substr(0, length) : "\xEF\xBF\xBD";
+        bytes.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return text;
+}
+
+std::optional<std::string> asciiWord(std::string text) {
+    const bool isWord =
+        std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; });
+    return isWord && !text.empty() ? std::optional(std::move(text)) : std::nullopt;
 }
 
 } // namespace morvellacinto::native

@@ -28,4 +28,10 @@ readSmallFile(const std::filesystem::path& path, std::size_t maximum = std::size
 /// Whether there is a file or folder of that name that this process may see.
 [[nodiscard]] bool fileExists(const std::filesystem::path& path);
 
+/// `bytes` as UTF-8 text: each byte that belongs to no well-formed sequence becomes U+FFFD.
+[[nodiscard]] std::string visibleText(std::string_view bytes);
+
+/// `text` when it is a word of printable ASCII; nothing when it is empty or anything else.
+[[nodiscard]] std::optional<std::string> asciiWord(std::string text);
+
 } // namespace morvellacinto::native

@@ -81,15 +81,19 @@ std::optional<Value> nextValue(sd_bus_message* message) {
         return basic<std::int32_t>(message, type);
     case SD_BUS_TYPE_UINT32:
         return basic<std::uint32_t>(message, type);
+    case SD_BUS_TYPE_UINT64:
+        return basic<std::uint64_t>(message, type);
     case SD_BUS_TYPE_DOUBLE:
         return basic<double>(message, type);
     case SD_BUS_TYPE_STRING:
     case SD_BUS_TYPE_OBJECT_PATH:
         return basic<const char*>(message, type);
     case SD_BUS_TYPE_ARRAY:
+    case SD_BUS_TYPE_STRUCT:
     case SD_BUS_TYPE_VARIANT:
-        return std::string_view("y") == contents ? bytes(message)
-                                                 : container(message, type, contents);
+        return type == SD_BUS_TYPE_ARRAY && std::string_view("y") == contents
+                   ? bytes(message)
+                   : container(message, type, contents);
     default:
         return sd_bus_message_skip(message, nullptr) < 0 ? std::nullopt
                                                          : std::optional(Value(nullptr));

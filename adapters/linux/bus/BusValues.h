@@ -9,10 +9,10 @@
 
 namespace morvellacinto::native {
 
-/// The arguments of a message, from its start: 32-bit numbers, doubles, booleans and texts as they
-/// are, object paths as texts, `ay` as bytes, dictionaries with text keys as objects, variants as
-/// what they hold, anything else as null. A message that cannot be read gives what could be read of
-/// it.
+/// The arguments of a message, from its start: `i`, `u`, `t`, doubles, booleans and texts as they
+/// are, object paths as texts, `ay` as bytes, dictionaries with text keys as objects, structs as
+/// arrays, variants as what they hold, anything else as null. A message that cannot be read gives
+/// what could be read of it.
 [[nodiscard]] Array valuesIn(sd_bus_message* message);
 
 /// The call that reads all properties of one interface of an object.

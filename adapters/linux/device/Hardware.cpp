@@ -1,13 +1,11 @@
 #include "Hardware.h"
 
 #include "basics/SystemFiles.h"
-#include "basics/VisibleText.h"
 #include "bus/BusValues.h"
 
 #include <algorithm>
 #include <iterator>
 #include <string_view>
-#include <sys/utsname.h>
 
 namespace morvellacinto::native {
 
@@ -55,11 +53,7 @@ std::optional<std::string> findHardwareModel(Bus& bus, const std::filesystem::pa
     }
     const Object host = askFor(bus, "org.freedesktop.hostname1", "/org/freedesktop/hostname1",
                                "org.freedesktop.hostname1");
-    if (auto model = textMember(host, "HardwareModel")) {
-        return model;
-    }
-    utsname names{};
-    return uname(&names) == 0 ? std::optional(visibleText(names.machine)) : std::nullopt;
+    return textMember(host, "HardwareModel");
 }
 
 } // namespace morvellacinto::native

@@ -23,8 +23,7 @@ struct Battery {
 [[nodiscard]] Battery readBattery(Bus& bus);
 
 /// The machine's model: from the device tree, else from the firmware's tables, else as hostnamed
-/// tells it, else the kernel's name of the processor family. `root` is the folder that the system's
-/// files are looked up in.
+/// tells it. `root` is the folder that the system's files are looked up in.
 [[nodiscard]] std::optional<std::string> findHardwareModel(Bus& bus,
                                                            const std::filesystem::path& root);
 

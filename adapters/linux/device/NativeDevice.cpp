@@ -2,9 +2,7 @@
 
 #include "VendorIdentifier.h"
 #include "basics/SystemFiles.h"
-#include "basics/VisibleText.h"
 
-#include <algorithm>
 #include <sys/utsname.h>
 #include <utility>
 
@@ -37,11 +35,10 @@ std::string withoutQuotes(std::string text) {
 
 std::string localeIdentifierOf(std::string_view localeName) {
     const std::string_view name = localeName.substr(0, localeName.find_first_of(".@"));
-    const bool wellFormed = std::all_of(name.begin(), name.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               c == '_' || c == '-';
-    });
-    if (name.empty() || name == "C" || name == "POSIX" || !wellFormed) {
+    constexpr std::string_view allowed =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
+    if (name.empty() || name == "C" || name == "POSIX" ||
+        name.find_first_not_of(allowed) != std::string_view::npos) {
         return "en_US_POSIX";
     }
     return std::string(name);
@@ -89,7 +86,8 @@ std::optional<std::string> NativeDevice::hardwareMachine() const {
         lock.lock();
         model_ = model_ ? model_ : std::move(model);
     }
-    return model_;
+    utsname names{};
+    return model_ || uname(&names) != 0 ? model_ : visibleText(names.machine);
 }
 
 Battery NativeDevice::battery() const {

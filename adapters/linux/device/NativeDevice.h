@@ -42,6 +42,7 @@ public:
     [[nodiscard]] std::optional<std::string> bundleIdentifier() const override { return bundle_; }
     [[nodiscard]] float batteryLevel() const override { return battery().level; }
     [[nodiscard]] std::int64_t batteryState() const override { return battery().state; }
+    /// The processor family's name while the model cannot be read; each question tries again.
     [[nodiscard]] std::optional<std::string> hardwareMachine() const override;
 
 private:

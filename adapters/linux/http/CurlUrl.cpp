@@ -18,6 +18,23 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
+constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
+constexpr std::string_view urlCharacters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                           "0123456789-._~:/?#[]@!$&'()*+,;=%";
+
+// By RFC 3986, as far as libcurl is more lenient: characters, slashes, and what is behind a "%".
+bool isAllowed(std::string_view text) {
+    const std::string_view place = text.substr(std::min(text.find(':'), text.size()));
+    bool isAllowed = text.find_first_not_of(urlCharacters) == std::string_view::npos &&
+                     place.starts_with("://") && !place.starts_with(":///");
+    for (auto at = text.find('%'); at != std::string_view::npos; at = text.find('%', at + 1)) {
+        const std::string_view digits = text.substr(at + 1, 2);
+        isAllowed = isAllowed && digits.size() == 2 &&
+                    digits.find_first_not_of(hexDigits) == std::string_view::npos;
+    }
+    return isAllowed;
+}
+
 bool isIn127(in_addr address) noexcept { return ntohl(address.s_addr) >> 24U == 127; }
 
 } // namespace
@@ -31,9 +48,7 @@ bool isLoopback(const sockaddr& address) noexcept {
 }
 
 std::optional<CurlUrl> CurlUrl::parse(std::string_view text) {
-    const bool isPrintable =
-        std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; });
-    return isPrintable ? CurlUrl(curl_url()).pointedTo(std::string(text), 0) : std::nullopt;
+    return isAllowed(text) ? CurlUrl(curl_url()).pointedTo(std::string(text), 0) : std::nullopt;
 }
 
 std::optional<CurlUrl> CurlUrl::resolve(const std::string& reference) const {

@@ -17,7 +17,7 @@ namespace morvellacinto::native {
 /// given, so that no two opinions of one text can differ.
 class CurlUrl {
 public:
-    /// Nothing unless `text` is an absolute URL of printable ASCII, of whatever scheme.
+    /// Nothing unless `text` is an absolute URL by RFC 3986 with a host, of whatever scheme.
     [[nodiscard]] static std::optional<CurlUrl> parse(std::string_view text);
     /// What `reference`, as an answer names it, means seen from this URL.
     [[nodiscard]] std::optional<CurlUrl> resolve(const std::string& reference) const;

@@ -11,7 +11,10 @@ namespace morvellacinto::native {
 Hop firstHop(const platform::HttpRequest& request) {
     std::optional<CurlUrl> url = CurlUrl::parse(request.url.value_or(""));
     if (!url) {
-        throw HttpFailure{HttpErrorCode::badUrl, "The request has no valid, absolute URL."};
+        const auto& refused = request.refusedUrl;
+        throw HttpFailure{HttpErrorCode::badUrl,
+                          "The request has no valid URL" +
+                              (refused.empty() ? "." : ": " + refused + ".")};
     }
     if (url->hasCredentials()) {
         throw HttpFailure{HttpErrorCode::badUrl,

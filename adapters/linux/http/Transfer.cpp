@@ -48,7 +48,8 @@ void Transfer::start() {
                                                       std::chrono::milliseconds(0), longestTimeout);
 }
 
-bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
+bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
+                     const std::optional<std::string>& proxy) noexcept {
     return attempt([&] {
         if (!hop_) {
             hop_ = firstHop(request_);
@@ -64,6 +65,10 @@ bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept {
         set(CURLOPT_PRIVATE, this);
         set(CURLOPT_SHARE, tlsSessions);
         trust.applyTo(handle_.get());
+        if (proxy || hop_->url.isLoopback()) {
+            set(CURLOPT_PROXY, hop_->url.isLoopback() ? "" : proxy->c_str());
+            set(CURLOPT_NOPROXY, ""); // the environment's exceptions are not for this one
+        }
         setUpHop();
         setUpHeaders();
         multi_ = multi;
@@ -99,8 +104,10 @@ bool Transfer::end(CURLcode result) noexcept {
 void Transfer::fail(const HttpFailure& failure) noexcept {
     hasFailed_ = true;
     try {
-        const auto url = CurlUrl::parse(hop_ ? hop_->url.text() : request_.url.value_or(""));
-        error_ = failure.asError(url ? url->shown() : "");
+        const auto url = CurlUrl::parse(request_.url.value_or(""));
+        error_ = failure.asError(hop_  ? hop_->url.shown()
+                                 : url ? url->shown()
+                                       : request_.refusedUrl);
     } catch (const std::bad_alloc&) {
         // `error_` tells of that already.
     }
@@ -145,9 +152,6 @@ void Transfer::setUpHop() {
     set(CURLOPT_COOKIEFILE, ""); // cookies, in memory
     set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
     set(CURLOPT_OPENSOCKETDATA, isPlain ? this : nullptr);
-    if (hop_->url.isLoopback()) {
-        set(CURLOPT_PROXY, "");
-    }
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     if (hop_->method == "HEAD") {
         set(CURLOPT_NOBODY, 1L);

@@ -38,7 +38,8 @@ public:
 
     /// In a turn, as the next two. Adds the present hop to `multi`, with this object as its
     /// CURLOPT_PRIVATE. False when it has failed, which ends the transfer.
-    [[nodiscard]] bool begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust) noexcept;
+    [[nodiscard]] bool begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
+                             const std::optional<std::string>& proxy) noexcept;
     /// Judges the hop that libcurl ended with `result`. True when there is a next one to begin;
     /// else the transfer has ended.
     [[nodiscard]] bool end(CURLcode result) noexcept;

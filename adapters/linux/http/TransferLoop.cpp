@@ -29,8 +29,9 @@ long connectionLimit() {
 
 } // namespace
 
-TransferLoop::TransferLoop(const HttpOptions& options, WorkerPool& pool)
-    : idleTime_(options.idleTime), pool_(pool), trust_(options.trustAnchors, options.systemRoots) {}
+TransferLoop::TransferLoop(HttpOptions options, WorkerPool& pool)
+    : options_(std::move(options)), pool_(pool),
+      trust_(options_.trustAnchors, options_.systemRoots) {}
 
 void TransferLoop::submit(const std::shared_ptr<Transfer>& transfer) {
     Transfers one{transfer};
@@ -82,14 +83,14 @@ void TransferLoop::postCompletion(const std::shared_ptr<Transfer>& transfer) {
 void TransferLoop::run() {
     thread_ = std::this_thread::get_id();
     do {
-        auto idleEnd = Clock::now() + idleTime_;
+        auto idleEnd = Clock::now() + options_.idleTime;
         bool isIdle = false;
         while (!isIdle && !isStopped_) {
             Transfers ended = step();
             const bool haveEnded = !ended.empty();
             deliver(ended);
             if (haveEnded || !active_.empty()) {
-                idleEnd = Clock::now() + idleTime_;
+                idleEnd = Clock::now() + options_.idleTime;
             }
             isIdle = !multi_ || Clock::now() >= idleEnd;
             if (!haveEnded && !isIdle) {
@@ -160,7 +161,9 @@ void TransferLoop::open() {
 }
 
 void TransferLoop::beginFirst(Transfers& from, Transfers& ended) {
-    Transfers& to = from.front()->begin(multi_.get(), tlsSessions_.get(), trust_) ? active_ : ended;
+    const bool hasBegun =
+        from.front()->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
+    Transfers& to = hasBegun ? active_ : ended;
     to.splice(to.end(), from, from.begin());
 }
 

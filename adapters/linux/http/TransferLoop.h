@@ -23,6 +23,8 @@ struct HttpOptions {
     /// PEM files whose certificates are trusted besides the system's.
     std::vector<std::filesystem::path> trustAnchors;
     SystemRoots systemRoots = SystemRoots::usual();
+    /// See NativeOptions.
+    std::optional<std::string> proxy = {};
     /// For how long connections and the thread outlive the last transfer.
     std::chrono::milliseconds idleTime = std::chrono::seconds(15);
 };
@@ -35,7 +37,7 @@ class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
 public:
     /// Starts no thread. The loop must be stopped before `pool` is shut down. Throws
     /// std::runtime_error naming a trust anchor that cannot be read.
-    TransferLoop(const HttpOptions& options, WorkerPool& pool);
+    TransferLoop(HttpOptions options, WorkerPool& pool);
 
     /// Any thread. Once stopped, the transfer is dropped. When the thread cannot be started the
     /// transfer fails; throws std::system_error when no worker can be had to tell so, either.
@@ -62,7 +64,7 @@ private:
     void deliver(Transfers& ended) noexcept;
     [[nodiscard]] bool close();
 
-    const std::chrono::milliseconds idleTime_;
+    const HttpOptions options_;
     WorkerPool& pool_;
     std::atomic<bool> isStopped_ = false;
     std::atomic<std::thread::id> thread_;

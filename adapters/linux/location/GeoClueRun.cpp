@@ -38,9 +38,20 @@ std::optional<double> degrees(const Object& location, std::string_view key, doub
     return value && std::abs(*value) <= limit ? value : std::nullopt;
 }
 
-double knownOrMinusOne(const Object& location, std::string_view key) {
-    const double value = doubleMember(location, key).value_or(-1);
-    return std::isfinite(value) && value >= 0 ? value : -1;
+// As the daemon says -1 or less where it does not know.
+std::optional<double> known(const Object& location, std::string_view key) {
+    const auto value = doubleMember(location, key);
+    return value && std::isfinite(*value) && *value >= 0 ? value : std::nullopt;
+}
+
+// Of seconds and microseconds; seconds of 0 stand for none.
+std::optional<Date> timeIn(const Object& location) {
+    const Value* const time = location.find("Timestamp");
+    const Array* const parts = time != nullptr ? time->ifArray() : nullptr;
+    return parts != nullptr && parts->size() == 2 && parts->at(0).isNumber() &&
+                   parts->at(1).isNumber() && parts->at(0) != Value(0)
+               ? std::optional(Date{parts->at(0).asDouble() + parts->at(1).asDouble() / 1e6})
+               : std::nullopt;
 }
 
 } // namespace
@@ -119,9 +130,14 @@ void GeoClueRun::locationUpdated(BusConnection& connection, const Array& paths) 
     if (!latitude || !longitude) {
         return;
     }
+    const auto time = timeIn(location);
+    if (time && time->secondsSinceReference < oldest_.count()) {
+        return;
+    }
     deadline_ = Clock::time_point::max();
-    tell_({platform::LocationFix{*latitude, *longitude, knownOrMinusOne(location, "Speed"),
-                                 knownOrMinusOne(location, "Heading")}});
+    tell_({platform::LocationFix{*latitude, *longitude, known(location, "Speed").value_or(-1),
+                                 known(location, "Heading").value_or(-1), time,
+                                 known(location, "Accuracy")}});
 }
 
 // The daemon goes on by itself when location is switched on again.

@@ -33,8 +33,8 @@ public:
     /// Called on the run's thread.
     using Tell = std::function<void(const LocationNews&)>;
 
-    /// Without a fix for `timeout` it fails. `bus` and `permission` outlive the run. Throws
-    /// std::system_error when no descriptor is left.
+    /// Without a fix that is new enough for `timeout` it fails. `bus` and `permission` outlive the
+    /// run. Throws std::system_error when no descriptor is left.
     GeoClueRun(Bus& bus, LocationPermission& permission, std::string desktopId,
                std::chrono::milliseconds timeout, Tell tell);
 
@@ -55,6 +55,8 @@ private:
     const std::string desktopId_;
     const std::chrono::milliseconds timeout_;
     const Tell tell_;
+    const std::chrono::duration<double> oldest_ =
+        (std::chrono::system_clock::now() - platform::maximumFixAge).time_since_epoch();
     StopSignal stop_;
     // The run's thread's.
     BusConnection::Clock::time_point deadline_;

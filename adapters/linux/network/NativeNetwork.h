@@ -1,7 +1,5 @@
 #pragma once
 
-// Read NativeNetwork.h, Routes.h, then WifiNetworks.h.
-
 #include "morvellacinto/platform/Network.h"
 
 #include <filesystem>
@@ -23,6 +21,7 @@ public:
     /// A tunnel counts as what the best other default route goes by. Routes of Linux neither dial
     /// nor wait for the user, so the other bits stay clear.
     [[nodiscard]] std::optional<std::uint32_t> defaultRouteFlags() const override;
+    /// The Wi-Fi devices; each look is a question to the bus.
     [[nodiscard]] std::optional<std::vector<std::string>> supportedInterfaces() const override;
     [[nodiscard]] std::optional<platform::WifiNetwork>
     currentNetworkInfo(const std::string& interface) const override;

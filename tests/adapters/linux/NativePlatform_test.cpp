@@ -4,7 +4,9 @@
 #include "support/ProcessCounts.h"
 
 #include "morvellacinto/Morvellacinto.h"
+#include "morvellacinto/platform/AssertionHandler.h"
 #include "morvellacinto/platform/DeveloperLog.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/UserDefaults.h"
 
@@ -255,6 +257,24 @@ TEST_F(NativePlatformTest, AHostsLogFunctionThatThrowsHarmsNobody) {
         NativePlatform::create({std::nullopt, directory_.path(), {}, write, nullptr});
     platform->developerLog().log("tags failed");
     EXPECT_EQ(lines, std::vector<std::string>{"tags failed"});
+}
+
+TEST_F(NativePlatformTest, TheLibrarysRecordsAreSentencesForTheHostsDiagnostics) {
+    std::vector<std::string> sentences;
+    const auto platform =
+        NativePlatform::create({.dataDirectory = directory_.path(),
+                                .diagnostics = [&](auto text) { sentences.emplace_back(text); }});
+    const platform::RequestNotMade record{7};
+    platform->diagnostics()->tell(record);
+    EXPECT_EQ(sentences, std::vector{sentenceOf(record)});
+}
+
+TEST_F(NativePlatformTest, AHostsAssertionHandlerTakesThePlaceOfTheOneThatThrows) {
+    struct Handler : platform::AssertionHandler {};
+    const auto handler = std::make_shared<Handler>();
+    const auto platform =
+        NativePlatform::create({.dataDirectory = directory_.path(), .assertionHandler = handler});
+    EXPECT_EQ(&platform->assertionHandler(), handler.get());
 }
 
 TEST_F(NativePlatformTest, TheLogOnStandardErrorIsOneLineAndSurvivesItsReader) {

@@ -63,10 +63,10 @@ TEST_F(BusTest, DecodesWhatTheServicesSendAndLeavesOutTheRest) {
                       1, 2, 1, "x", 3, "k", "u", 1U, "l", "as", 0, "m", "a(ii)", 1, 4, 5, 1, 9U,
                       "dropped", 3, "s", "in", "d", 0.5, "g", "as"));
     const std::array<std::byte, 2> twoBytes{std::byte{1}, std::byte{2}};
-    const Array expected = Array::of({true, -7, 8, 1.5, "text", "/path", nullptr,
-                                      Value(std::span<const std::byte>(twoBytes)), Array::of({"x"}),
-                                      Object{{"k", 1}, {"l", Array()}, {"m", Array::of({nullptr})}},
-                                      Object(), nullptr, 0.5, nullptr});
+    const Array expected = Array::of(
+        {true, -7, 8, 1.5, "text", "/path", nullptr, Value(std::span<const std::byte>(twoBytes)),
+         Array::of({"x"}), Object{{"k", 1}, {"l", Array()}, {"m", Array::of({Array::of({4, 5})})}},
+         Object(), Array::of({3, "in"}), 0.5, nullptr});
     EXPECT_EQ(ask("Everything").body, expected);
 }
 

@@ -12,8 +12,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <poll.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -197,6 +200,8 @@ TEST_F(LocationTest, FixesComeUntilStopAndNoneWhileLocationIsSwitchedOff) {
     pumpUntilEvents(2);
     EXPECT_EQ(listener.last.speed, -1);
     EXPECT_EQ(listener.last.course, -1);
+    EXPECT_EQ(listener.last.time, std::nullopt);
+    EXPECT_EQ(listener.last.horizontalAccuracy, std::nullopt);
     mock.sendFix(62);
     mock.sendActive(false);
     for (const auto limit = Clock::now() + generous; location->locationServicesEnabled();) {
@@ -260,6 +265,30 @@ TEST_F(LocationTest, WithoutAnAnswerOrAFixItFailsInTimeAndTheTimeEndsWithTheFirs
     EXPECT_THAT(listener.events, ElementsAre("failed 3", "at 1", "at 2", "failed 3", "failed 3"));
 }
 
+TEST_F(LocationTest, AFixThatWasOldAtTheStartIsNoneAndTheNextOneTellsTimeAndAccuracy) {
+    GeoClueMock mock;
+    start(soon);
+    const auto sendOfAge = [&](std::chrono::seconds age) {
+        const auto time = std::chrono::system_clock::now() - age;
+        const auto seconds = std::chrono::ceil<std::chrono::seconds>(time.time_since_epoch());
+        mock.sendLocation(4, "Latitude", "d", 59.5, "Longitude", "d", 18.5, "Accuracy", "d", 12.5,
+                          "Timestamp", "(tt)", std::uint64_t(seconds.count()), std::uint64_t(500));
+        return static_cast<double>(seconds.count()) + 500e-6;
+    };
+    ASSERT_TRUE(mock.wasCalled("Start"));
+    sendOfAge(std::chrono::hours(2));
+    sendOfAge(platform::maximumFixAge + std::chrono::seconds(20));
+    pumpUntilEvents(1);
+    service->startUpdatingLocation();
+    ASSERT_TRUE(mock.wasCalled("Start", 2));
+    sendOfAge(std::chrono::hours(2));
+    const double time = sendOfAge(platform::maximumFixAge - std::chrono::seconds(20));
+    pumpUntilEvents(2);
+    EXPECT_THAT(listener.events, ElementsAre("failed 3", "at 59"));
+    EXPECT_EQ(listener.last.time, Date{time});
+    EXPECT_EQ(listener.last.horizontalAccuracy, 12.5);
+}
+
 TEST_F(LocationTest, AbsenceADeathAndALostBusFail) {
     start(generous, std::nullopt);
     EXPECT_THAT(listener.events, IsEmpty()) << "never inside the call";
@@ -303,8 +332,23 @@ TEST_F(LocationTest, AStopWhileItStartsAndAServiceThatIsDroppedEndTheRunAtOnce) 
 }
 
 constexpr const char* daemonProgram = "/usr/libexec/geoclue";
-constexpr std::string_view positionSentence =
-    "$GPGGA,092750.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,*76\r\n";
+// What a receiver says when it is at that latitude, in degrees and minutes, at that time.
+std::string positionSentence(const char* latitude, std::chrono::system_clock::time_point time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    std::array<char, 7> clock{};
+    std::strftime(clock.data(), clock.size(), "%H%M%S", &utc);
+    const std::string text = std::string("GPGGA,") + clock.data() + ".000," + latitude +
+                             ",N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,";
+    unsigned sum = 0;
+    for (const char c : text) {
+        sum ^= static_cast<unsigned>(c);
+    }
+    std::array<char, 3> digits{};
+    std::snprintf(digits.data(), digits.size(), "%02X", sum);
+    return "$" + text + "*" + digits.data() + "\r\n";
+}
 
 // The real daemon, which takes its positions from a socket of the test's.
 class RealGeoClue : public LocationTest {
@@ -342,12 +386,18 @@ protected:
     std::optional<MockService> agent;
 };
 
-TEST_F(RealGeoClue, DeliversThePositionThatItIsFed) {
+TEST_F(RealGeoClue, DeliversThePositionThatItIsFedUnlessItIsOld) {
     startAgent(8);
     start();
     const int receiver = accept(listener_, nullptr, nullptr);
-    ASSERT_EQ(send(receiver, positionSentence.data(), positionSentence.size(), MSG_NOSIGNAL),
-              static_cast<ssize_t>(positionSentence.size()));
+    const auto feed = [&](const char* latitude, std::chrono::hours age) {
+        const auto text = positionSentence(latitude, std::chrono::system_clock::now() - age);
+        EXPECT_EQ(send(receiver, text.data(), text.size(), MSG_NOSIGNAL), std::ssize(text));
+    };
+    feed("5421.6802", std::chrono::hours(2));
+    const auto limit = Clock::now() + soon;
+    pumpUntil([&] { return Clock::now() > limit; });
+    feed("5321.6802", std::chrono::hours(0));
     pumpUntilEvents(1);
     EXPECT_THAT(listener.events, ElementsAre("at 53"));
     EXPECT_NEAR(listener.last.latitude, 53.361337, 1e-6);

@@ -390,6 +390,16 @@ TEST_F(HttpTest, TokensAndCookiesStayWithinTheirOriginAndTheirRequest) {
     EXPECT_EQ(get(plain.url("/")).data, "{}");
     EXPECT_EQ(get(plain.url("/", "localhost")).data, "{}");
     EXPECT_EQ(proxy.requests().size(), 1U);
+
+    for (const bool isNone : {false, true}) {
+        stop();
+        options.proxy = isNone ? "" : proxy.url("");
+        setenv("https_proxy", isNone ? proxy.url("").c_str() : "http://proxy.invalid", 1);
+        setenv("no_proxy", isNone ? "" : "audience.invalid", 1);
+        EXPECT_TRUE(get("https://audience.invalid/").error);
+        EXPECT_EQ(get(plain.url("/")).data, "{}");
+        EXPECT_EQ(proxy.requests().size(), 2U) << isNone;
+    }
 }
 
 // While it lives no thread can be made: there is no room for a stack as large as it asks for.

@@ -31,8 +31,8 @@ struct NativeOptions {
     /// Receives each line of the developer log, without a line break. Absent: standard error.
     std::function<void(std::string_view)> developerLog = {};
 
-    /// Receives a sentence when something underneath the library is not as it should be, such as a
-    /// damaged database that was set aside. Absent: standard error.
+    /// Receives a sentence for each of the library's `platform::Diagnostic` records, and when
+    /// something underneath it is not as it should be. Absent: standard error.
     ///
     /// Both functions are called on any thread, also on several at once, with no lock held; what
     /// they throw is swallowed.
@@ -46,6 +46,15 @@ struct NativeOptions {
 
     /// How long a location update waits for its first fix before it fails.
     std::chrono::milliseconds locationTimeout = std::chrono::seconds(30);
+
+    /// Told when the library is called as it must not be. Absent: throws
+    /// `platform::AssertionFailure`.
+    std::shared_ptr<platform::AssertionHandler> assertionHandler = {};
+
+    /// The proxy of all requests but those to loopback, such as "http://proxy.example:3128"; empty:
+    /// none. Absent: $https_proxy, $HTTPS_PROXY, $all_proxy or $ALL_PROXY, with the exceptions in
+    /// $no_proxy or $NO_PROXY.
+    std::optional<std::string> proxy = std::nullopt;
 };
 
 /// The library's platform on a Linux phone.
@@ -100,6 +109,7 @@ public:
     [[nodiscard]] platform::Dispatch& dispatch() override;
     [[nodiscard]] platform::Clock& clock() override;
     [[nodiscard]] platform::DeveloperLog& developerLog() override;
+    [[nodiscard]] platform::Diagnostics* diagnostics() noexcept override;
     [[nodiscard]] platform::AssertionHandler& assertionHandler() override;
     [[nodiscard]] platform::SystemVersion& systemVersion() override;
     [[nodiscard]] platform::UserDefaults& standardUserDefaults() override;

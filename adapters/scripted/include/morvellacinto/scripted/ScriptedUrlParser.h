@@ -8,8 +8,8 @@ namespace morvellacinto::scripted {
 ///
 /// A URL is "scheme://host" with an optional user part, port, path, query and fragment. The scheme
 /// is a letter, then letters, digits, "+", "-" or "."; the host is not empty, or an address in
-/// brackets; the port has digits alone and is at most 65535; nothing is a blank or a control
-/// character.
+/// brackets; the port has digits alone and is at most 65535; every character is one of RFC 3986's,
+/// and two hexadecimal digits follow each "%".
 class MORVELLACINTO_EXPORT ScriptedUrlParser final : public platform::UrlParser {
 public:
     [[nodiscard]] std::optional<std::string> parse(std::string_view text) const override;
