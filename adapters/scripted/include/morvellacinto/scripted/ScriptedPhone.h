@@ -30,9 +30,9 @@ namespace morvellacinto::scripted {
 ///     platform::install(phone);
 ///     phone->script()->carriers = std::nullopt;
 ///     phone->http().plan({.body = R"({"tags": {}})"});
-///     KRAudienceManager(std::nullopt).kovraTagsWithCompletion([](const auto& answer, const auto&) {
-///         std::cout << writeJson(answer.value()) << '\n';
-///     });
+///     KRAudienceManager manager(std::nullopt);
+///     manager.kovraTagsWithCompletion(
+///         [](const auto& answer, auto&) { std::cout << writeJson(answer.value()) << '\n'; });
 ///     phone->settle();
 ///     phone->clock().advance(std::chrono::seconds(1)); // the location has come
 ///     phone->settle();
