@@ -8,6 +8,8 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <regex>
+#include <set>
 #include <thread>
 
 namespace morvellacinto::testing {
@@ -89,6 +91,10 @@ TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
         {{"--decimals", "3000000000", "url"}, "3000000000"},
         {{"--times", "0", "url"}, "0"},
         {{"--wait", "nan", "url"}, "nan"},
+        {{"--decimals", "", "url"}, "--decimals: is empty"},
+        {{"round", "--", "", "2"}, "value: is empty"},
+        {{"settings", "list", "--data-dir", array}, array + "\" is no folder"},
+        {{"settings", "list", "--data-dir", array + "/below"}, "/below\" is no folder"},
         {{"cached", "apples"}, "apples"},
         {{"round", "x", "1"}, "x"},
         {{"collect", "--payload", folder.path()}, folder.path()},
@@ -145,6 +151,67 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAlone) {
     EXPECT_THAT(host({"settings", "get", "when"}).output,
                 ::testing::MatchesRegex(R"(\{"date":"20[0-9T:-]+\.[0-9]+Z"\}.)"));
     EXPECT_THAT(host({"--version"}).output, StartsWith("@(#)PROGRAM:Morvellacinto"));
+}
+
+TEST_F(Programs, WhatIsMissingIsSaidAndOutputThatCannotBeWrittenIsAFailure) {
+    EXPECT_EQ(host({"cached", "tags"}).errors, "there is no cached \"tags\"\n");
+    EXPECT_THAT(host({"query"}).errors, HasSubstr("no cached \"tags\""));
+    EXPECT_EQ(host({"settings", "get", "url"}).errors, "there is no setting \"url\"\n");
+    const std::string commands[] = {MORVELLACINTO_HOST " --help", MORVELLACINTO_HOST " round 1 2",
+                                    MORVELLACINTO_SERVICE " --help", MORVELLACINTO_SERVICE};
+    for (const std::string& command : commands) {
+        const auto finished = ChildProcess({"/bin/sh", "-c", command + " >/dev/full"}).finish();
+        EXPECT_EQ(finished.status, 1) << command;
+        EXPECT_THAT(finished.errors, HasSubstr("standard output cannot be written")) << command;
+    }
+}
+
+TEST_F(Programs, ThePageOfTheProgramsTellsTheirOptionsExitCodesAndFiles) {
+    std::ifstream stream(MORVELLACINTO_TOOLS_PAGE);
+    const std::string page{std::istreambuf_iterator<char>(stream), {}};
+    const auto service = page.find("## `morvellacinto-service`");
+    ASSERT_NE(service, std::string::npos);
+    const auto matches = [](const std::string& text, const char* pattern) {
+        const std::regex expression(pattern);
+        return std::set<std::string>(
+            std::sregex_token_iterator(text.begin(), text.end(), expression, 1), {});
+    };
+    const auto expectTold = [&](const Words& program, const std::string& section,
+                                const std::string& fileOption,
+                                const std::vector<std::string>& unknown, const Words& more) {
+        const std::string help = ChildProcess(program + Words{"--help"}).finish().output;
+        EXPECT_EQ(matches(help, "(--[a-z][a-z-]+)"), matches(section, "`(--[a-z][a-z-]+)"));
+        for (const std::string& status : matches(help, "\n  ([0-9]  [^\n]+)")) {
+            const std::string row = "| " + status.substr(0, 1) + " | " + status.substr(3) + " |";
+            EXPECT_THAT(section, HasSubstr(row));
+        }
+        std::set<std::string> known;
+        for (const std::string& content : unknown) {
+            const Words words{fileOption, file("unknown.json", content)};
+            const Finished finished = ChildProcess(program + words + more).finish();
+            EXPECT_EQ(finished.status, 2) << content;
+            known.merge(
+                matches(finished.errors.substr(finished.errors.find("here:")), " ([A-Za-z]+)"));
+        }
+        const std::string format = section.substr(section.find("### The file of"));
+        EXPECT_EQ(known, matches(format, "\"([A-Za-z]+)\": "));
+        file("sample.json", *matches(format, "```json\n([^`]+)").begin());
+    };
+    expectTold({MORVELLACINTO_HOST}, page.substr(0, service), "--device",
+               {R"({"x": 0})", R"({"carriers": [{"x": 0}]})", R"({"location": {"x": 0}})",
+                R"({"wifi": [{"interface": "", "x": 0}]})",
+                R"({"location": {"error": {"domain": "", "code": 0, "x": 0}}})",
+                R"({"location": {"fixes": [{"latitude": 0, "longitude": 0, "x": 0}]}})"},
+               {"payload"});
+    const std::string sample = folder.path() / "sample.json";
+    EXPECT_EQ(host({"payload", "--device", sample}).output,
+              host({"--device", phone, "payload"}).output);
+    expectTold({MORVELLACINTO_SERVICE}, page.substr(service), "--scenario", {R"([{"x": 0}])"}, {});
+    const Service first = startService(json::parse(std::ifstream(sample)));
+    const auto port = first.url.substr(18, first.url.find("/v5") - 18);
+    const auto second = ChildProcess({MORVELLACINTO_SERVICE, "--port", port}).finish();
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.errors, "port " + port + " of 127.0.0.1 cannot be bound\n");
 }
 
 TEST_F(Programs, TheScriptedPhoneStandsForTheDeviceAndTheOptionsForTheRest) {

@@ -78,7 +78,9 @@ TEST(PhoneFile, WhatIsWrongIsRefusedWithItsPlaceAndWhatWasExpected) {
          "location.fixes[0].longitude is missing; expected a number"},
         {R"({"location": {"delaySeconds": -0.5}})",
          "location.delaySeconds is -0.5; expected a number of seconds from 0 to a year"},
-        {R"({"location": {"fix": []}})", "location.fix is no member of a phone file"},
+        {R"({"location": {"fix": []}})",
+         "location.fix is no member of a phone file; known here: servicesEnabled "
+         "authorizationStatus accuracyAuthorization delaySeconds fixes error"},
     };
     for (const auto& [text, message] : cases) {
         try {

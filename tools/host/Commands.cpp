@@ -112,7 +112,7 @@ ExitStatus cached(const Options& options, const KRAudienceManager& manager) {
     const auto found =
         manager.cachedTags(options.member == "tags" ? KRTagsTypeTags : KRTagsTypeMapping);
     if (!found) {
-        return nothingFound;
+        return missing("there is no cached \"" + options.member + "\"");
     }
     print(valueText(*found));
     return success;
@@ -125,7 +125,7 @@ ExitStatus query(const Options& options, const KRAudienceManager& manager) {
     } else {
         const auto found = manager.cachedTags(KRTagsTypeTags);
         if (!found || !found->isObject()) {
-            return nothingFound;
+            return missing("there is no cached \"tags\" that is an object");
         }
         tags = found->asObject();
     }
@@ -151,14 +151,17 @@ void printRounded(const Options& options) {
 
 } // namespace
 
-void print(const std::string& line) { std::cout << line << std::endl; }
-
 void printError(const KRError& error) {
     const Value* message = error.userInfo.find(KRError::messageKey);
     std::cerr << valueText(Object{{"domain", error.domain},
                                   {"code", error.code},
                                   {"message", message != nullptr ? *message : Value("")}})
               << std::endl;
+}
+
+ExitStatus missing(const std::string& sentence) {
+    std::cerr << sentence << '\n';
+    return nothingFound;
 }
 
 ExitStatus runCommand(const Options& options, native::NativePlatform& machine) {

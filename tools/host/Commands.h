@@ -15,10 +15,10 @@ namespace morvellacinto::host {
 [[nodiscard]] ExitStatus runSettingsCommand(const Options& options,
                                             native::NativePlatform& machine);
 
-/// Standard output, one line, at once.
-void print(const std::string& line);
-
 /// Standard error, as one line of JSON.
 void printError(const KRError& error);
+
+/// Says what was not found.
+[[nodiscard]] ExitStatus missing(const std::string& sentence);
 
 } // namespace morvellacinto::host

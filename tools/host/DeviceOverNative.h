@@ -8,8 +8,8 @@
 
 namespace morvellacinto::host {
 
-/// A machine whose device services are those of a scripted phone: its HTTP, settings, queues, clock
-/// and log stay its own.
+/// A machine whose device services are those of a scripted phone: its HTTP, settings, queues,
+/// clock, log and diagnostics stay its own.
 class DeviceOverNative final : public platform::Platform {
 public:
     DeviceOverNative(std::shared_ptr<native::NativePlatform> machine, scripted::PhoneScript phone);
@@ -26,6 +26,9 @@ public:
         return machine_->standardUserDefaults();
     }
     [[nodiscard]] platform::UrlParser& urlParser() override { return machine_->urlParser(); }
+    [[nodiscard]] platform::Diagnostics* diagnostics() noexcept override {
+        return machine_->diagnostics();
+    }
     [[nodiscard]] std::shared_ptr<platform::HttpSession>
     makeHttpSession(platform::HttpSessionConfiguration configuration,
                     platform::HttpSessionDelegate* delegate) override {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "common/CommandLine.h"
 #include "common/Input.h"
 
 namespace morvellacinto::host {
 
+using tools::print;
 using tools::readFile;
 using tools::readObject;
 using tools::readValue;

@@ -146,8 +146,12 @@ public:
     void refuseOthers() const {
         for (const Object::Member& member : object_) {
             if (std::find(known_.begin(), known_.end(), member.key()) == known_.end()) {
-                throw std::invalid_argument(joined(path_, member.key()) +
-                                            " is no member of a phone file");
+                std::string sentence =
+                    joined(path_, member.key()) + " is no member of a phone file; known here:";
+                for (const std::string_view name : known_) {
+                    sentence.append(" ").append(name);
+                }
+                throw std::invalid_argument(sentence);
             }
         }
     }

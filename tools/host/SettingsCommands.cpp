@@ -35,7 +35,7 @@ ExitStatus runSettingsCommand(const Options& options, native::NativePlatform& ma
     case Command::settingsGet: {
         const auto found = KRSettingsManager::localSettingForKey(options.key);
         if (!found) {
-            return nothingFound;
+            return missing("there is no setting \"" + options.key + "\"");
         }
         print(valueText(*found));
         return success;

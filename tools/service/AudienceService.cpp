@@ -87,6 +87,11 @@ AudienceService::AudienceService(std::unique_ptr<httplib::SSLServer> server,
     : server_(std::move(server)), fixedAnswer_(std::move(fixedAnswer)),
       scenario_(std::move(scenario)), records_(std::move(records)) {
     server_->new_task_queue = [] { return new httplib::ThreadPool(workerCount); };
+    // Without SO_REUSEPORT, which the server sets by itself and which lets two share a port.
+    server_->set_socket_options([](int socket) {
+        const int yes = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     SSL_CTX_set_info_callback(server_->ssl_context(), &rememberConnection);
     // A reader of its own, because the server limits form-encoded bodies to 8 KiB.
     server_->Post(".*", [this](const httplib::Request& request, httplib::Response& response,

@@ -36,12 +36,12 @@ int readStatus(const Object::Member& member) {
     return static_cast<int>(member.value.asInt64());
 }
 
-double readDelaySeconds(const Object::Member& member) {
+std::chrono::duration<double> readDelay(const Object::Member& member) {
     const double seconds = member.value.isNumber() ? member.value.asDouble() : -1;
     if (!(seconds >= 0 && seconds <= longestDelaySeconds)) {
         refuse(member.key(), "a number of seconds from 0 to 3600");
     }
-    return seconds;
+    return std::chrono::duration<double>(seconds);
 }
 
 double readDrip(const Object::Member& member) {
@@ -52,30 +52,38 @@ double readDrip(const Object::Member& member) {
     return rate;
 }
 
-void readMember(const Object::Member& member, Step& step) {
-    const std::string_view name = member.key();
-    if (name == "status") {
-        step.status = readStatus(member);
-    } else if (name == "body") {
-        step.body = readText(member);
-    } else if (name == "gzip") {
-        step.gzip = readBool(member);
-    } else if (name == "delaySeconds") {
-        step.delay = std::chrono::duration<double>(readDelaySeconds(member));
-    } else if (name == "dripBytesPerSecond") {
-        step.dripBytesPerSecond = readDrip(member);
-    } else if (name == "close") {
-        if (readText(member) != "before-headers") {
-            refuse(name, "\"before-headers\"");
-        }
-        step.closeBeforeHeaders = true;
-    } else if (name == "redirect") {
-        step.redirect = readText(member);
-    } else if (name == "serviceurl") {
-        step.serviceUrl = readText(member);
-    } else {
-        throw std::invalid_argument("\"" + std::string(name) + "\" is no member of a step");
+bool readClose(const Object::Member& member) {
+    if (readText(member) != "before-headers") {
+        refuse(member.key(), "\"before-headers\"");
     }
+    return true;
+}
+
+using Member = Object::Member;
+
+constexpr std::pair<std::string_view, void (*)(const Member&, Step&)> readers[] = {
+    {"status", [](const Member& member, Step& step) { step.status = readStatus(member); }},
+    {"body", [](const Member& member, Step& step) { step.body = readText(member); }},
+    {"gzip", [](const Member& member, Step& step) { step.gzip = readBool(member); }},
+    {"delaySeconds", [](const Member& member, Step& step) { step.delay = readDelay(member); }},
+    {"dripBytesPerSecond",
+     [](const Member& member, Step& step) { step.dripBytesPerSecond = readDrip(member); }},
+    {"close",
+     [](const Member& member, Step& step) { step.closeBeforeHeaders = readClose(member); }},
+    {"redirect", [](const Member& member, Step& step) { step.redirect = readText(member); }},
+    {"serviceurl", [](const Member& member, Step& step) { step.serviceUrl = readText(member); }},
+};
+
+void readMember(const Member& member, Step& step) {
+    std::string sentence =
+        "\"" + std::string(member.key()) + "\" is no member of a step; known here:";
+    for (const auto& [name, read] : readers) {
+        if (name == member.key()) {
+            return read(member, step);
+        }
+        sentence.append(" ").append(name);
+    }
+    throw std::invalid_argument(sentence);
 }
 
 } // namespace

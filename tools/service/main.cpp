@@ -1,6 +1,7 @@
 #include "AudienceService.h"
 #include "CertificateAuthority.h"
 
+#include "common/CommandLine.h"
 #include "common/Input.h"
 #include "morvellacinto/foundation/Json.h"
 
@@ -42,19 +43,17 @@ std::optional<Options> readOptions(int count, char** arguments) {
     app.add_option("--ca-out", options.caOut,
                    "where the certificate of the throw-away authority is written")
         ->excludes(certificate);
-    app.add_option("--answer", options.answer, "JSON file of the object to answer with");
-    app.add_option("--scenario", options.scenario, "JSON file of an array of steps, one a request");
-    app.add_option("--uploads", options.uploads, "file that gets a JSON line for each upload");
-    try {
-        app.parse(count, arguments);
-    } catch (const CLI::Success& wanted) {
-        app.exit(wanted, std::cout, std::cout);
-        return std::nullopt;
-    } catch (const CLI::ParseError& error) {
-        const std::string text = error.what();
-        throw UsageError(text.substr(0, text.find('\n')));
-    }
-    return options;
+    app.add_option("--answer", options.answer, "JSON file of the object to answer with")
+        ->type_name("FILE");
+    app.add_option("--scenario", options.scenario, "JSON file of an array of steps, one a request")
+        ->type_name("FILE");
+    app.add_option("--uploads", options.uploads, "file that gets a JSON line for each upload")
+        ->type_name("FILE");
+    app.footer("Exit status:\n"
+               "  0  ended by SIGTERM or SIGINT\n"
+               "  1  the port cannot be bound, or output not written\n"
+               "  2  wrong usage, an unreadable file, or bad JSON in a file");
+    return tools::parse(app, count, arguments) ? std::optional(options) : std::nullopt;
 }
 
 // The authority's certificate where the user wants it, or in a temporary file, which goes when the
@@ -113,8 +112,8 @@ std::unique_ptr<Scenario> readScenario(const std::string& path) {
     }
 }
 
-std::unique_ptr<httplib::SSLServer> makeServer(const Options& options,
-                                               std::unique_ptr<AuthorityFile>& authorityFile) {
+// `authorityPem` gets the certificate of an authority made here.
+std::unique_ptr<httplib::SSLServer> makeServer(const Options& options, std::string& authorityPem) {
     if (!options.certificate.empty()) {
         auto server =
             std::make_unique<httplib::SSLServer>(options.certificate.c_str(), options.key.c_str());
@@ -125,7 +124,7 @@ std::unique_ptr<httplib::SSLServer> makeServer(const Options& options,
         return server;
     }
     const CertificateAuthority authority;
-    authorityFile = std::make_unique<AuthorityFile>(options.caOut, authority.pem());
+    authorityPem = authority.pem();
     const Identity identity = authority.issue("IP:127.0.0.1,IP:::1,DNS:localhost");
     return std::make_unique<httplib::SSLServer>(identity.certificate.get(), identity.key.get());
 }
@@ -142,20 +141,23 @@ sigset_t endingSignals() {
 
 void serve(const Options& options) {
     const sigset_t signals = endingSignals();
-    std::unique_ptr<AuthorityFile> authorityFile;
-    auto server = makeServer(options, authorityFile);
+    std::string authorityPem;
+    auto server = makeServer(options, authorityPem);
     AudienceService service(
         std::move(server),
         options.answer.empty() ? std::nullopt : std::optional(tools::readObject(options.answer)),
         readScenario(options.scenario), openRecords(options.uploads));
     const int port = service.bind(options.port);
+    // Once the port is bound, so that the file of a service that has it stays.
+    auto authorityFile = authorityPem.empty()
+                             ? nullptr
+                             : std::make_unique<AuthorityFile>(options.caOut, authorityPem);
+    tools::print(
+        writeJson(Object{{"url", "https://127.0.0.1:" + std::to_string(port) + "/v5"},
+                         {"ca", authorityFile != nullptr
+                                    ? authorityFile->path()
+                                    : std::filesystem::absolute(options.certificate).string()}}));
     std::thread([&service] { service.run(); }).detach();
-    std::cout << writeJson(
-                     Object{{"url", "https://127.0.0.1:" + std::to_string(port) + "/v5"},
-                            {"ca", authorityFile != nullptr
-                                       ? authorityFile->path()
-                                       : std::filesystem::absolute(options.certificate).string()}})
-              << std::endl;
 
     int signal = 0;
     sigwait(&signals, &signal);

@@ -30,7 +30,11 @@ namespace morvellacinto::scripted {
 ///     platform::install(phone);
 ///     phone->script()->carriers = std::nullopt;
 ///     phone->http().plan({.body = R"({"tags": {}})"});
-///     ... // call the library
+///     KRAudienceManager manager(std::nullopt);
+///     manager.kovraTagsWithCompletion(
+///         [](const auto& answer, auto&) { std::cout << writeJson(answer.value()) << '\n'; });
+///     phone->settle();
+///     phone->clock().advance(std::chrono::seconds(1)); // the location has come
 ///     phone->settle();
 class MORVELLACINTO_EXPORT ScriptedPhone final : public platform::Platform {
 public:
