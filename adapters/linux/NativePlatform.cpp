@@ -82,13 +82,10 @@ private:
 void writeToStandardError(const std::string& line) noexcept {
     sigset_t brokenPipe;
     sigset_t before;
-    sigset_t pending;
     sigemptyset(&brokenPipe);
     sigaddset(&brokenPipe, SIGPIPE);
-    sigpending(&pending);
     pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
-    if (write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EPIPE &&
-        sigismember(&pending, SIGPIPE) == 0) {
+    if (write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EPIPE) {
         constexpr timespec atOnce{0, 0};
         sigtimedwait(&brokenPipe, nullptr, &atOnce);
     }

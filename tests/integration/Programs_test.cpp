@@ -274,7 +274,10 @@ TEST_F(Programs, WhatTheServiceDoesDecidesHowACommandEnds) {
          0,
          "{\"c\":[]}\n",
          ""},
-        {{{"body", "busy"}, {"status", 503}}, 3, "", "no completion"},
+        {{{"body", "busy"}, {"status", 503}},
+         3,
+         "",
+         "note: the answer with status 503 and 4 bytes"},
         {{{"close", "before-headers"}}, 1, "", R"("domain":"morvellacinto.http","code":15)"},
         {{{"redirect", "https://127.0.0.1:1/"}}, 1, "", R"("code":24)"},
     };

@@ -13,8 +13,8 @@ struct Finished {
     std::string errors;
 };
 
-/// A program that runs beside the test, killed with all that it has started when this object goes, or
-/// the thread that made it.
+/// A program that runs beside the test, killed with all that it has started when this object goes,
+/// or the thread that made it.
 class ChildProcess {
 public:
     /// The program's path first. Standard input holds `input`.

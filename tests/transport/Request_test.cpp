@@ -49,9 +49,9 @@ TEST_F(Request, KeepsWhatItWasGiven) {
     const auto bare = KRRequest::requestWithType(KRRequestTypeGet, url);
     EXPECT_EQ(bare.url(), url);
     EXPECT_FALSE(bare.params() || bare.payload() || bare.apiToken());
-    const auto full = KRRequest::requestWithType(static_cast<KRRequestType>(7), "no url",
-                                                 KRRequest::Params(Object{{"p", 1}}),
-                                                 Array::of({1, "x"}), token);
+    const auto full =
+        KRRequest::requestWithType(static_cast<KRRequestType>(7), "no url",
+                                   KRRequest::Params(Object{{"p", 1}}), Array::of({1, "x"}), token);
     EXPECT_EQ(full.type(), 7);
     EXPECT_FALSE(full.url());
     EXPECT_EQ(full.params(), (Object{{"p", 1}}));

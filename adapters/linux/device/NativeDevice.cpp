@@ -1,6 +1,5 @@
 #include "NativeDevice.h"
 
-#include "VendorIdentifier.h"
 #include "basics/SystemFiles.h"
 
 #include <sys/utsname.h>

@@ -1,13 +1,15 @@
 #pragma once
 
-// Read NativeDevice.h, Hardware.h, then VendorIdentifier.h.
+// Read NativeDevice, Hardware, then VendorIdentifier.cpp.
 
 #include "Hardware.h"
 #include "KeptValues.h"
 
 #include "morvellacinto/platform/Device.h"
 
+#include <array>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -25,6 +27,18 @@ namespace morvellacinto::native {
 /// looked up in.
 [[nodiscard]] std::optional<std::string>
 findBundleIdentifier(std::optional<std::string> chosen, const std::filesystem::path& root = "/");
+
+/// The digest that FIPS 180-4 calls SHA-256. It is here because OpenSSL's is gone at exit, which
+/// may come while a worker derives an identifier.
+[[nodiscard]] std::array<std::uint8_t, 32> sha256(std::string_view message);
+
+/// The number that stands for the vendor of an application: for all of its bundle identifier but
+/// the last component.
+[[nodiscard]] Uuid vendorNumberOf(std::string_view bundleIdentifier);
+
+/// The identifier that all applications of one vendor see on this machine. It is derived from the
+/// machine's identity in a way that does not give that away; nothing on a machine without one.
+[[nodiscard]] std::optional<Uuid> vendorIdentifier(const Uuid& vendorNumber);
 
 /// Device facts from the environment, the kernel, files of the system and services on the bus.
 class NativeDevice final : public platform::Device {

@@ -1,4 +1,4 @@
-#include "VendorIdentifier.h"
+#include "NativeDevice.h"
 
 #include <algorithm>
 #include <bit>

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <iterator>
 
 namespace morvellacinto::native {
 

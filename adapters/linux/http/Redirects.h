@@ -11,7 +11,6 @@ namespace morvellacinto::native {
 inline constexpr int maximumRedirects = 20;
 
 /// One hop of a request: where it goes and what goes with it.
-///
 /// Only https, and plain http to loopback addresses, are ever opened. The request's body and its
 /// own headers stay within the origin they were meant for, and what was once left behind does not
 /// come back. A URL with a user name or password is refused: this adapter has no credentials to

@@ -78,7 +78,7 @@ private:
     std::array<char, CURL_ERROR_SIZE> detail_{};
     AnswerHeaders answerHeaders_;
     std::size_t bodyBytes_ = 0;
-    bool isBodyKept_ = true; ///< false for a redirect's
+    bool isBodyKept_ = true;                      ///< false for a redirect's
     std::unique_ptr<SSL, InTurn<&SSL_free>> tls_; ///< of a body that does not tell its length
     bool isCut_ = false;                          ///< for all that TLS has said so far
     // After all that it refers to.

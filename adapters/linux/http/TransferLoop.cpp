@@ -6,7 +6,6 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace morvellacinto::native {

@@ -22,8 +22,8 @@ struct SystemRoots {
 /// The certificates that servers are judged by: the system's and a host's own.
 class Trust {
 public:
-    /// `anchors` are PEM files. Throws std::runtime_error naming one that cannot be read or holds no
-    /// certificate; damaged ones are noticed when a server is judged, and none is trusted then.
+    /// `anchors` are PEM files. Throws std::runtime_error naming one that cannot be read or holds
+    /// no certificate; damaged ones are noticed when a server is judged, and none is trusted then.
     Trust(std::vector<std::filesystem::path> anchors, SystemRoots system);
 
     /// Makes a transfer judge servers by what the files hold now; an anchor that has become

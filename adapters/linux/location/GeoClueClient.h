@@ -14,7 +14,6 @@ namespace morvellacinto::native {
 class NativeLocation;
 
 /// A client of the location service. After a failure updates have ended, as if stopped.
-///
 /// - A refusal turns the status to 2 for 60 seconds and, when location is off for the whole device,
 ///   disables the services; the delegate hears of it. Then the client fails with `denied`, unless
 ///   its delegate has stopped it. A start that succeeds earlier is told too.

@@ -1,6 +1,5 @@
 #include "NativeNetwork.h"
 
-#include "Routes.h"
 #include "basics/SystemFiles.h"
 #include "bus/BusValues.h"
 

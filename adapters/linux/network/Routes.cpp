@@ -1,4 +1,4 @@
-#include "Routes.h"
+#include "NativeNetwork.h"
 
 #include <algorithm>
 #include <array>

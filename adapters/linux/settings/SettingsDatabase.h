@@ -32,7 +32,6 @@ public:
 };
 
 /// One connection to a settings database. Not for use by several threads at once.
-///
 /// Operations throw DamageError, or std::runtime_error for what may be over by the next try, with a
 /// sentence that names the file.
 class SettingsDatabase {

@@ -25,11 +25,9 @@ namespace morvellacinto::native {
 
 /// Persistent defaults in an SQLite database, one for each bundle; several processes may have the
 /// same one open. docs/storage.md describes the files.
-///
 /// Everything is kept in memory. Reads are answered from there, and within 100 ms see what another
 /// process has flushed; none waits for a flush. A pending change of this process hides what others
 /// flush under its key. The last one to flush a key wins.
-///
 /// Any thread. Constructing opens nothing; the first use does.
 class SqliteDefaults final : public platform::UserDefaults {
 public:

@@ -15,7 +15,6 @@ inline constexpr std::size_t maximumBlobBytes = std::size_t{256} * 1024 * 1024;
 inline constexpr unsigned maximumBlobDepth = 512;
 
 /// The bytes that a value is stored as, the same on every machine; docs/storage.md has the layout.
-///
 /// Throws std::invalid_argument when null or an instance stands at any depth, when it is deeper
 /// than `maximumBlobDepth`, or when the blob would be larger than `maximumBlobBytes`.
 [[nodiscard]] std::string encodeValue(const Value& value);

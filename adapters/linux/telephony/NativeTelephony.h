@@ -20,7 +20,6 @@ class Bus;
 [[nodiscard]] std::optional<std::string> countryOfMobileCode(std::string_view mobileCountryCode);
 
 /// Telephony by ModemManager: each modem is a service, in the order of their numbers.
-///
 /// A carrier is the one that the SIM names. A SIM that holds no name takes it from the network that
 /// it is registered with, if that is its own; without a SIM to read, the carrier is that network.
 class NativeTelephony final : public platform::Telephony {

@@ -14,7 +14,7 @@ namespace morvellacinto::native {
 
 constexpr std::chrono::milliseconds longestWaitForBlock(100);
 
-MainQueue::MainQueue() : descriptor_(openEventDescriptor("the main queue")) {}
+MainQueue::MainQueue() : descriptor_(openEventDescriptor()) {}
 
 MainQueue::~MainQueue() {
     shutdown();

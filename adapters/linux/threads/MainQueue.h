@@ -13,7 +13,6 @@ namespace morvellacinto::native {
 
 /// The host's queue: blocks that wait until the host's loop, on the thread that made the queue,
 /// runs them. Its public contract is told in NativePlatform.h.
-///
 /// A block may let go of the queue's owner, so whoever calls `drain` or `run` holds a reference for
 /// that time.
 class MainQueue {

@@ -1,14 +1,13 @@
 #include "StopSignal.h"
 
 #include <cerrno>
-#include <string>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace morvellacinto::native {
 
-StopSignal::StopSignal() : descriptor_(openEventDescriptor("the signal to stop")) {}
+StopSignal::StopSignal() : descriptor_(openEventDescriptor()) {}
 
 StopSignal::~StopSignal() { close(descriptor_); }
 
@@ -17,11 +16,10 @@ void StopSignal::raise() noexcept {
     eventfd_write(descriptor_, 1);
 }
 
-int openEventDescriptor(const char* purpose) {
+int openEventDescriptor() {
     const int descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (descriptor < 0) {
-        throw std::system_error(errno, std::generic_category(),
-                                std::string("no event descriptor for ") + purpose);
+        throw std::system_error(errno, std::generic_category(), "no event descriptor is left");
     }
     return descriptor;
 }

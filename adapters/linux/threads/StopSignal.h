@@ -24,8 +24,7 @@ private:
     std::atomic<bool> isRaised_ = false;
 };
 
-/// A new event descriptor, closed on exec. Throws std::system_error, "for `purpose`", when there is
-/// none left.
-[[nodiscard]] int openEventDescriptor(const char* purpose);
+/// A new event descriptor, closed on exec. Throws std::system_error when there is none left.
+[[nodiscard]] int openEventDescriptor();
 
 } // namespace morvellacinto::native

@@ -4,7 +4,6 @@
 #include "basics/SystemFiles.h"
 #include "device/Hardware.h"
 #include "device/NativeDevice.h"
-#include "device/VendorIdentifier.h"
 
 #include <gtest/gtest.h>
 

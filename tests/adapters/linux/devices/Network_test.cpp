@@ -2,7 +2,6 @@
 
 #include "basics/SystemFiles.h"
 #include "network/NativeNetwork.h"
-#include "network/Routes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
