@@ -96,7 +96,7 @@ void writeToStandardError(const std::string& line) noexcept {
 Diagnostics linesTo(Diagnostics host, std::string_view prefix) {
     const auto shared = std::make_shared<const Diagnostics>(std::move(host));
     return [shared, prefix](std::string_view line) {
-        const auto held = shared; // the host may let go of the platform, and this with it
+        const auto held = shared; // NOLINT(performance-*): the host may let go of this meanwhile
         const auto& write = *held;
         try {
             write ? write(line) : writeToStandardError(std::string(prefix).append(line) + '\n');

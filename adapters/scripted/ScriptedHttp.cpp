@@ -261,6 +261,7 @@ void ScriptedHttp::cancelAll() {
     const std::lock_guard lock(mutex_);
     isCancelled_ = true;
     tasks.swap(active_);
+    dropped.reserve(tasks.size());
     for (const auto& task : tasks) {
         dropped.push_back(task->takeCompletion());
     }

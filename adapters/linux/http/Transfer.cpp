@@ -179,7 +179,8 @@ void Transfer::setUpHeaders() {
          mergedHeaders(session_->configuration().additionalHeaders,
                        hop_->carriesOwnHeaders ? request_.headers : none)) {
         // libcurl sends a header without a value only when it is written with a semicolon.
-        const std::string line = value.empty() ? name + ";" : name + ": " + value;
+        std::string line = name;
+        line.append(value.empty() ? ";" : ": ").append(value);
         requireMemory(curl_slist_append(headers_.get(), line.c_str()) != nullptr);
     }
     set(CURLOPT_HTTPHEADER, headers_.get());

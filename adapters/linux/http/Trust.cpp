@@ -22,6 +22,7 @@ constexpr std::size_t maximumBytes = std::size_t(4) << 20U; // a bundle has a qu
 // Not by a directory_iterator, which ends the process when memory runs out.
 bool isHashed(const path& directory) {
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), &closedir);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else has this stream
     while (const dirent* const entry = entries ? readdir(entries.get()) : nullptr) {
         const std::string_view name = entry->d_name;
         if (name.size() == 10 && name.ends_with(".0") &&

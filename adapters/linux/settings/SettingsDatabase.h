@@ -3,13 +3,12 @@
 #include "SettingsFiles.h"
 #include "morvellacinto/foundation/Value.h"
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <tuple>
+#include <utility>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -23,7 +22,12 @@ struct Entry {
     std::optional<Value> value;              ///< nothing removes
     std::shared_ptr<const std::string> blob; ///< null unless the value was just encoded
 };
-using Entries = std::map<std::tuple<Space, std::string>, Entry, std::less<>>;
+using Name = std::pair<Space, std::string_view>;
+struct NameOrder {
+    using is_transparent = void;
+    bool operator()(const Name& left, const Name& right) const noexcept { return left < right; }
+};
+using Entries = std::map<std::pair<Space, std::string>, Entry, NameOrder>;
 
 /// The database is not what was once written: it has to be replaced.
 class DamageError : public std::runtime_error {

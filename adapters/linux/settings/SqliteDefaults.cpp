@@ -131,7 +131,7 @@ SqliteDefaults::Report SqliteDefaults::look() const {
 
 std::optional<Value> SqliteDefaults::find(Space space, std::string_view key) const {
     const std::shared_lock lock(entriesMutex_);
-    const auto entry = entries_.find(std::tuple(space, key));
+    const auto entry = entries_.find(Name(space, key));
     return entry == entries_.end() ? std::nullopt : entry->second.value;
 }
 
@@ -263,7 +263,7 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
         known.insert(entries_.begin(), entries_.end());
     }
     std::erase_if(known, [](const auto& named) { return !named.second.value; });
-    SettingsDatabase(draft, wait_, &known);
+    const SettingsDatabase filled(draft, wait_, &known);
     if (!damage.empty()) {
         report_.push_back("the settings were begun anew with " + std::to_string(known.size()) +
                           " known values, and what was damaged of them set aside (" + damage + ")");

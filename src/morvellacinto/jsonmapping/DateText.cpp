@@ -80,9 +80,9 @@ Value textOf(Date date) {
     const year_month_day day(floor<days>(point));
     const auto time = static_cast<int>((point - floor<days>(point)).count());
     char text[32];
-    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d", int(day.year()),
-                  unsigned(day.month()), unsigned(day.day()), time / 3600, time / 60 % 60,
-                  time % 60);
+    static_cast<void>(std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d",
+                                    int(day.year()), unsigned(day.month()), unsigned(day.day()),
+                                    time / 3600, time / 60 % 60, time % 60));
     std::string result = text;
     if (since != whole) {
         char digits[1100]; // as many as a double can have behind the point
