@@ -58,7 +58,8 @@ bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
             handle_.reset(curl_easy_init());
         }
         requireMemory(handle_ != nullptr);
-        curl_easy_reset(handle_.get()); // which keeps the cookies
+        set(CURLOPT_COOKIEFILE, static_cast<char*>(nullptr)); // else the next line leaks its list
+        curl_easy_reset(handle_.get());                       // which keeps the cookies
         answerHeaders_ = {};
         bodyBytes_ = 0;
         isCut_ = false;

@@ -39,7 +39,9 @@ TEST(Loading, StartsNoThreadAndOpensNoDescriptorAndUnloadsAfterShutdown) {
     const auto descriptorsBefore = descriptorCount();
     auto server = std::make_unique<FaultServer>(nullptr, FaultServer::Script{});
     const TemporaryDirectory directory;
-    for (int round = 0; round < 3; ++round) {
+    // A test program that has the library loaded anyway installs a platform once.
+    const int rounds = isMapped("libmorvellacinto.so") ? 1 : 3;
+    for (int round = 0; round < rounds; ++round) {
         const auto threads = threadCount();
         const auto descriptors = descriptorCount();
         void* const host = dlopen(MORVELLACINTO_LOADED_HOST, RTLD_NOW | RTLD_LOCAL);
