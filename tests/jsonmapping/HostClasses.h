@@ -78,6 +78,9 @@ class Harbour : public Place {
     const float depth = 12.5F;
     int berths() const { return berths_; }
     void setBerths(int berths) {
+        if (berths < -1) {
+            throw berths;
+        }
         if (berths < 0) {
             throw std::invalid_argument("a harbour cannot have less than no berths");
         }

@@ -30,4 +30,11 @@ struct Holder {
 
     Described held;
 };
+#elif CASE == 5 // a described base is virtual
+struct Base {
+    AVJSON_CLASS(Base, void)
+};
+struct Derived : virtual Base {
+    AVJSON_CLASS(Derived, Base)
+};
 #endif

@@ -55,7 +55,8 @@ struct Everything {
     AVJSON_CLASS(Everything, void, date, (dateText, "dateText", AVText), uuid, value, object, array,
                  map, hashed, fixed, set, colour, level, timeout, instant, millis,
                  (millisText, "millisText", AVText), maybe, view, sides, point, points, pointMap,
-                 pin, shared, sharedMap, flags, grid, real, (dates, "dates", AVText), inner)
+                 pin, shared, sharedMap, flags, grid, (real, "@real"), (dates, "dates", AVText),
+                 inner)
 
     Date date{5};
     Date dateText;
@@ -115,7 +116,7 @@ TEST(MappedTypes, readBackWhatTheyExport) {
         R"(,"maybe":3,"view":"seen","sides":"3x3","point":{"x":1,"y":7},"points":[{"x":5,"y":6}],"po)"
         R"(intMap":{"p":{"x":5,"y":6}},"pin":{"x":5,"y":6,"id":"A","sum":11},"shared":{"ident":7,"nam)"
         R"(e":"A","journeys":[]},"sharedMap":{"m":[{"ident":7,"name":"A","journeys":[]},null]},"flag)"
-        R"(s":[true,false],"grid":[[1,2],[]],"real":100000,"dates":["2023-11-14T22:13:20Z"],"inner":)"
+        R"(s":[true,false],"grid":[[1,2],[]],"@real":100000,"dates":["2023-11-14T22:13:20Z"],"inner":)"
         R"([1,"a"]})";
     EXPECT_EQ(roundTrip(whole), whole);
     const char* const others[][2] = {
@@ -166,7 +167,7 @@ TEST(MappedTypes, skipWhatTheyCannotHoldAndSayWhatTheyWant) {
         Object given = object(each.json);
         const std::string key(given.begin()->key());
         AVProblems problems;
-        given.set("real", 5);
+        given.set("@real", 5);
         AVJSON::fill(held, given, &problems);
         EXPECT_EQ(sentences(problems), "property \"" + key + "\" of Everything takes " + each.told +
                                            "; it stays as it was|");
@@ -174,10 +175,13 @@ TEST(MappedTypes, skipWhatTheyCannotHoldAndSayWhatTheyWant) {
         held.real = 0;
         EXPECT_EQ(AVJSON::from(held), untouched) << key;
     }
+    using Fine = std::chrono::sys_time<std::chrono::duration<double>>;
+    EXPECT_EQ(AVType<Fine>::take("1970-01-01T00:00:00.25Z")->time_since_epoch().count(), 0.25);
     for (const char* text :
          {"2023-02-29T00:00:00Z", "2023-11-14", "2023-11-14T24:00:00Z", "2023-11-14T22:60:00Z",
           "2023-11-14T22:13:20", "2023-11-14T22:13:20.Z", "2023-11-14T22:13:20+1:00",
-          "2023-11-14T22:13:20Zx", "-023-11-14T22:13:20Z", "2023-13-14T22:13:20Z", ""}) {
+          "2023-11-14T22:13:20Zx", "-023-11-14T22:13:20Z", "2023-13-14T22:13:20Z",
+          "2023-11-14T22:13:20+24:00", "2023-11-14T22:13:20-00:60", ""}) {
         EXPECT_EQ(AVConversion::toDate(text), std::nullopt) << text;
     }
 }
@@ -185,13 +189,18 @@ TEST(MappedTypes, skipWhatTheyCannotHoldAndSayWhatTheyWant) {
 TEST(MappedTypes, tellOfNestedObjectsAndOfImportsThatEnd) {
     AVProblems problems;
     const auto places = AVJSON::as<std::vector<Ref<Harbour>>>(
-        array(R"([{"name": 5, "id": 1}, {"anchorages": -1, "id": 2}])"), &problems);
+        array(R"([{"name": 5, "id": 1}, {"anchorages": -1, "id": 2},
+                  {"anchorages": -2}])"),
+        &problems);
     EXPECT_EQ(places[0]->ident, 1);
     EXPECT_EQ(places[1]->ident, 0);
-    EXPECT_EQ(sentences(problems),
-              "property \"name\" of Harbour takes a string, not an integer; it stays as it was|"
-              "the import of a Harbour ended at \"anchorages\": a harbour cannot have less than no "
-              "berths|");
+    EXPECT_EQ(
+        sentences(problems),
+        "property \"name\" of Harbour takes a string, not an integer; it stays as it was|"
+        "the import of a Harbour ended at \"anchorages\": a harbour cannot have less than no "
+        "berths|"
+        "the import of a Harbour ended at \"anchorages\": something that is no std::exception "
+        "was thrown|");
     EXPECT_THROW(static_cast<void>(AVJSON::as<Point>(Array())), ValueKindError);
 }
 
@@ -270,6 +279,10 @@ TEST_F(MixedTypes, areObjectsWithoutANodeMappingAndPlainElementsEmptyOnes) {
     EXPECT_EQ(mixed->renamed, 0); // "id" sets "ident"
     AVJSON::fill(*mixed, object(R"({"id": 5})"));
     EXPECT_EQ(mixed->renamed, 5);
+    class Asked : public Mixed {};
+    auto asked = makeInstance<Asked>();
+    AVJSON::fill<Mixed>(*asked, object(R"({"id": 5})"));
+    EXPECT_EQ(asked->renamed, 5);
     mixed->numbers = {1, 2};
     EXPECT_EQ(
         AVJSON::toJSON(mixed->avDictionaryWithValuesForKeys({"numbers", "points", "map", "when"})),

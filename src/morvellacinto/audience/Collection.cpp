@@ -93,7 +93,7 @@ bool isFresh(const Value& lastUpdate) {
 void collectAudience(const AudienceSettings& settings, Object& payload,
                      KRAudienceManager::Completion completion, bool force) {
     const auto platform = platform::current();
-    platform::guarded(platform->developerLog(), tagsFailed, [&] {
+    platform::guarded(&platform->developerLog(), tagsFailed, [&] {
         if (const auto trackId = settings.currentTrackId()) {
             payload.set("vendorId", *trackId);
             payload.set("advertId", *trackId);

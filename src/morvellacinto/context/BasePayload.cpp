@@ -138,7 +138,7 @@ Object basePayload() {
     add(payload, names().api, API_VERSION);
     add(payload, names().platform, platformName);
     const std::size_t baseCount = payload.size();
-    const bool complete = platform::guarded(platform->developerLog(), payloadFailed,
+    const bool complete = platform::guarded(&platform->developerLog(), payloadFailed,
                                             [&] { addDetails(payload, *platform); });
     return complete ? payload : firstMembers(payload, baseCount);
 }

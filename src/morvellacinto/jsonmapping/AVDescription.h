@@ -136,6 +136,8 @@ template <class T>
 /// Where in a struct its base begins.
 template <class T, class Base>
 [[nodiscard]] std::ptrdiff_t avShift() {
+    static_assert(
+        requires(Base & base) { static_cast<T&>(base); }, "a described base is virtual");
     alignas(T) static std::byte place[sizeof(T)];
     auto* const object = reinterpret_cast<T*>(place);
     return reinterpret_cast<std::byte*>(static_cast<Base*>(object)) - place;

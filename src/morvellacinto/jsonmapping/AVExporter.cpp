@@ -143,7 +143,7 @@ Object AVExporter::exported(const void* object, const AVObject* self, const AVCl
     if (log_ == nullptr) {
         exportAll();
     } else {
-        platform::guarded(*log_, initFailed, exportAll);
+        platform::guarded(log_, initFailed, exportAll);
     }
     return result;
 }

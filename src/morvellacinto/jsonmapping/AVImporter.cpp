@@ -10,14 +10,6 @@
 #include <stdexcept>
 
 namespace morvellacinto {
-AVImporter::AVImporter(AVProblems* problems) : problems_(problems) {
-    struct Silence : platform::DeveloperLog {
-        void log(std::string_view) noexcept override {}
-    };
-    static auto& silence = *new Silence;
-    log_ = &silence;
-}
-
 AVImporter::Level::Level(AVImporter& importer) : depth_(importer.depth_) {
     if (depth_ == maximumJsonDepth) {
         throw std::length_error("JSON is nested deeper than " + std::to_string(maximumJsonDepth) +
@@ -89,6 +81,10 @@ void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
     const NodeMapping* const nodes = self == nullptr ? nullptr : nodeMapping_;
     MemberFinder members(described);
     const Object::Member* at = nullptr;
+    const auto tellEnd = [&](const char* reason) {
+        tell(platform::ImportEnded{std::string(described.name()),
+                                   at == nullptr ? "" : std::string(at->key()), reason});
+    };
     const auto take = [&](const Object::Member& each) {
         const NodeClass* const node =
             nodes == nullptr ? nullptr : nodes->find(ValueAccess::key(each));
@@ -104,7 +100,7 @@ void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
             setOrTell(object, described, &each.value, *named);
         }
     };
-    platform::guarded(*log_, initFailed, [&] {
+    platform::guarded(log_, initFailed, [&] {
         try {
             const Level level(*this);
             for (const Object::Member& each : dictionary) {
@@ -114,8 +110,10 @@ void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
         } catch (const std::bad_alloc&) {
             throw; // there is no memory for words about it
         } catch (const std::exception& error) {
-            tell(platform::ImportEnded{std::string(described.name()),
-                                       at == nullptr ? "" : std::string(at->key()), error.what()});
+            tellEnd(error.what());
+            throw;
+        } catch (...) {
+            tellEnd("something that is no std::exception was thrown");
             throw;
         }
     });
@@ -145,7 +143,7 @@ void AVImporter::takePlain(void* object, const AVObject* asked, const AVClass& d
                            const AVMember* named) {
     const std::string_view key = member.key();
     std::optional<Value> value = member.value;
-    if (key.starts_with('@')) {
+    if (nodeMapping_ != nullptr && key.starts_with('@')) {
         value = valueForKey(dictionary, key);
     } else if (value->isString() && (asked != nullptr ? asked->isNumberProperty(key)
                                                       : named != nullptr && named->isNumber)) {
@@ -155,10 +153,11 @@ void AVImporter::takePlain(void* object, const AVObject* asked, const AVClass& d
         return;
     }
     const AVMember* property = named;
-    if (asked != nullptr) {
-        property = described.find(asked->keyExceptionForSourceKey(key));
-    } else if (key == sourceKey && (named == nullptr || nodeMapping_ != nullptr)) {
-        property = described.find(exceptionKey);
+    if (asked != nullptr || key == sourceKey) {
+        const std::string name =
+            asked == nullptr ? std::string(exceptionKey) : asked->keyExceptionForSourceKey(key);
+        const bool isOwn = nodeMapping_ == nullptr && key == sourceKey && name == exceptionKey;
+        property = isOwn && named != nullptr ? named : described.find(name);
     }
     if (property != nullptr) {
         setOrTell(object, described, &*value, *property);

@@ -24,7 +24,7 @@ public:
     /// An import without a node mapping, that lets a class have a property "id" and ignores keys
     /// that can only be read. Problems go to the list or, without one, to the platform's
     /// diagnostics.
-    explicit AVImporter(AVProblems* problems = nullptr);
+    explicit AVImporter(AVProblems* problems = nullptr) noexcept : problems_(problems) {}
     /// An import as `AVObject::setAvValuesForKeysWithDictionary` tells. Both must outlive this.
     AVImporter(platform::DeveloperLog& log, const NodeMapping& nodeMapping) noexcept
         : log_(&log), nodeMapping_(&nodeMapping) {}
@@ -75,7 +75,7 @@ private:
     void notTaken(const AVClass& described, const AVMember& member);
     void tell(platform::Diagnostic diagnostic);
 
-    platform::DeveloperLog* log_;
+    platform::DeveloperLog* log_ = nullptr;
     const NodeMapping* nodeMapping_ = nullptr;
     AVProblems* problems_ = nullptr;
     std::size_t depth_ = 0;

@@ -213,8 +213,8 @@ struct AVType<std::chrono::sys_time<Duration>> {
         if (value.isString()) {
             using Units = std::chrono::duration<double, typename Duration::period>;
             const std::optional<Date> date = AVConversion::toDate(value);
-            const double units =
-                date ? std::round(Units(Seconds(date->secondsSinceReference)).count()) : HUGE_VAL;
+            double units = Units(Seconds(date ? date->secondsSinceReference : HUGE_VAL)).count();
+            units = std::floating_point<typename Duration::rep> ? units : std::round(units);
             number = std::abs(units) < 0x1p62 ? Value(units) : Value();
         }
         const std::optional<Duration> since = AVType<Duration>::take(number);

@@ -38,7 +38,8 @@ std::optional<Date> dateFromText(std::string text) {
     const int second = digits(text, 17, 2); // 60 in a leap second
     const bool isUtc = zone == "Z";
     if (!day.ok() || hour > 23 || minute > 59 || second > 60 ||
-        !(isUtc || looksLike(zone, "+00:00") || looksLike(zone, "-00:00")) ||
+        !(isUtc || ((looksLike(zone, "+00:00") || looksLike(zone, "-00:00")) &&
+                    digits(zone, 1, 2) < 24 && digits(zone, 4, 2) < 60)) ||
         !(fraction.empty() ||
           looksLike(fraction,
                     "." + std::string(std::max<std::size_t>(fraction.size(), 2) - 1, '0')))) {

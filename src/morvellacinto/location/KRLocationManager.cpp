@@ -87,7 +87,7 @@ bool KRLocationManager::removeLocationUpdateBlock(TextArgument key) {
 
 void KRLocationManager::handleAuthorizationChange() {
     const auto platform = platform::current();
-    platform::guarded(platform->developerLog(), authorizationFailed, [this] {
+    platform::guarded(&platform->developerLog(), authorizationFailed, [this] {
         if (locationServiceEnabled()) {
             return;
         }
@@ -108,7 +108,7 @@ void KRLocationManager::didUpdateLocations(platform::LocationService& /*manager*
     const auto platform = platform::current();
     locationManager_->stopUpdatingLocation();
     const auto newest = locations.empty() ? std::nullopt : std::optional(locations.back());
-    platform::guarded(platform->developerLog(), updateFailed, [&] {
+    platform::guarded(&platform->developerLog(), updateFailed, [&] {
         forEachWaiting([&newest](const UpdateBlock& block) { block(newest, std::nullopt); });
     });
     const UpdateBlocks dropped = std::exchange(updateBlocks_, {});
@@ -117,7 +117,7 @@ void KRLocationManager::didUpdateLocations(platform::LocationService& /*manager*
 void KRLocationManager::didFailWithError(platform::LocationService& /*manager*/,
                                          const KRError& error) {
     const auto platform = platform::current();
-    platform::guarded(platform->developerLog(), errorFailed, [&] {
+    platform::guarded(&platform->developerLog(), errorFailed, [&] {
         forEachWaiting([&error](const UpdateBlock& block) { block(std::nullopt, error); });
     });
     locationManager_->stopUpdatingLocation();

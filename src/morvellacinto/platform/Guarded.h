@@ -14,12 +14,15 @@
 namespace morvellacinto::platform {
 
 /// Runs `body`; whatever exception escapes from it is swallowed and `failureText` logged instead,
-/// and the exception's own text told to the diagnostics. True when nothing escaped.
+/// and the exception's own text told to the diagnostics; neither without a log. True when nothing
+/// escaped.
 template <class Body>
-bool guarded(DeveloperLog& log, std::string_view failureText, Body&& body) {
+bool guarded(DeveloperLog* log, std::string_view failureText, Body&& body) {
     const auto fail = [&](const char* reason) {
-        log.log(failureText);
-        tell<LineLogged>(failureText, reason);
+        if (log != nullptr) {
+            log->log(failureText);
+            tell<LineLogged>(failureText, reason);
+        }
         return false;
     };
     try {

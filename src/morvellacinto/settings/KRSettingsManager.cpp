@@ -49,7 +49,7 @@ bool setLocalSetting(std::optional<Value> setting, OptionalText key) {
         return false;
     }
     bool stored = false;
-    platform::guarded(platform->developerLog(), storingFailed, [&] {
+    platform::guarded(&platform->developerLog(), storingFailed, [&] {
         if (setting->isNull()) {
             return;
         }
@@ -62,7 +62,7 @@ bool setLocalSetting(std::optional<Value> setting, OptionalText key) {
 bool removeLocalSettingForKey(OptionalText key) {
     const auto platform = platform::current();
     bool removed = true;
-    platform::guarded(platform->developerLog(), removingFailed, [&] {
+    platform::guarded(&platform->developerLog(), removingFailed, [&] {
         const FullKey full(key);
         if (!platform->standardUserDefaults().objectForKey(full)) {
             return;
