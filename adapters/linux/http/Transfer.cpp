@@ -56,10 +56,9 @@ bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
         }
         if (!handle_) {
             handle_.reset(curl_easy_init());
+            requireMemory(handle_ != nullptr);
+            set(CURLOPT_COOKIEFILE, ""); // cookies, in memory
         }
-        requireMemory(handle_ != nullptr);
-        set(CURLOPT_COOKIEFILE, static_cast<char*>(nullptr)); // else the next line leaks its list
-        curl_easy_reset(handle_.get());                       // which keeps the cookies
         answerHeaders_ = {};
         bodyBytes_ = 0;
         isCut_ = false;
@@ -150,10 +149,10 @@ void Transfer::setUpHop() {
     // A look-up that hangs is left to end by itself instead of being waited for.
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_ERRORBUFFER, detail_.data());
-    set(CURLOPT_COOKIEFILE, ""); // cookies, in memory
     set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
     set(CURLOPT_OPENSOCKETDATA, isPlain ? this : nullptr);
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    set(CURLOPT_HTTPGET, 1L); // whatever the hop before was
     if (hop_->method == "HEAD") {
         set(CURLOPT_NOBODY, 1L);
     } else {
