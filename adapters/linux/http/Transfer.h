@@ -74,7 +74,7 @@ private:
     std::chrono::steady_clock::time_point deadline_;
 
     std::optional<Hop> hop_;
-    std::unique_ptr<curl_slist, InTurn<&curl_slist_free_all>> headers_;
+    std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers_{nullptr, &curl_slist_free_all};
     std::array<char, CURL_ERROR_SIZE> detail_{};
     AnswerHeaders answerHeaders_;
     std::size_t bodyBytes_ = 0;
