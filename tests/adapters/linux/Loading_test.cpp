@@ -1,6 +1,6 @@
-#include "support/Attack.h"
 #include "support/FaultServer.h"
 #include "support/ProcessCounts.h"
+#include "support/ShutdownLimit.h"
 #include "support/SilentNameServer.h"
 #include "support/TemporaryDirectory.h"
 
@@ -72,7 +72,7 @@ TEST(Loading, UnloadsWhileANameLookupHangs) {
     const auto use = function<int(const char*, const char*, void (*)())>(host, "shutDownAtOnce");
     const int took = use("https://audience.test/", directory.path().c_str(),
                          [] { EXPECT_TRUE(nameServer->isAsked()); });
-    EXPECT_LT(took, morvellacinto::testing::shutdownLimit() / std::chrono::milliseconds(1));
+    EXPECT_LT(took, morvellacinto::testing::shutdownLimit / std::chrono::milliseconds(1));
     ASSERT_EQ(dlclose(host), 0);
     EXPECT_FALSE(isMapped("libmorvellacinto_linux"));
     EXPECT_EQ(threadCount(), threads + 1) << "the look-up has a thread of its own";

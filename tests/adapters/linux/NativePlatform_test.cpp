@@ -2,6 +2,7 @@
 
 #include "support/FaultServer.h"
 #include "support/ProcessCounts.h"
+#include "support/ShutdownLimit.h"
 
 #include "morvellacinto/Morvellacinto.h"
 #include "morvellacinto/platform/AssertionHandler.h"
@@ -33,9 +34,6 @@ using testing::descriptorCount;
 using testing::FaultServer;
 using testing::threadCount;
 using SteadyClock = std::chrono::steady_clock;
-
-// The promise is 250 ms; a busy machine gets more, and yet far less than every time-out.
-constexpr std::chrono::milliseconds shutdownLimit(1500);
 
 class NativePlatformTest : public ::testing::Test {
 protected:
@@ -153,7 +151,7 @@ TEST_F(NativePlatformTest, ShutdownIsQuickWhateverIsWaitedForAndNothingOfTheHost
     const auto begin = SteadyClock::now();
     platform->shutdown();
     isDown = true;
-    EXPECT_LT(SteadyClock::now() - begin, shutdownLimit);
+    EXPECT_LT(SteadyClock::now() - begin, testing::shutdownLimit);
     EXPECT_EQ(captured.use_count(), 1) << "the completion is released";
     EXPECT_FALSE(isLate);
     close(folder);

@@ -1,6 +1,5 @@
 #include "MockService.h"
 #include "PrivateBus.h"
-#include "support/Attack.h"
 #include "support/ProcessCounts.h"
 
 #include "bus/BusValues.h"
@@ -33,9 +32,7 @@ milliseconds timeOf(Act act) {
 }
 
 // What a wait of `time` may take: next to nothing more in an attack, else what busy machines need.
-milliseconds atMost(milliseconds time) {
-    return time + milliseconds(testing::isAttack() ? 50 : 1000);
-}
+milliseconds atMost(milliseconds time) { return time + milliseconds(1000); }
 
 class BusTest : public ::testing::Test {
 protected:

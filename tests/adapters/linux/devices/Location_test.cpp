@@ -1,6 +1,6 @@
 #include "MockService.h"
 #include "PrivateBus.h"
-#include "support/Attack.h"
+#include "support/ShutdownLimit.h"
 
 #include "bus/BusValues.h"
 #include "location/NativeLocation.h"
@@ -325,7 +325,7 @@ TEST_F(LocationTest, AStopWhileItStartsAndAServiceThatIsDroppedEndTheRunAtOnce) 
     service.reset();
     const auto before = Clock::now();
     finish();
-    EXPECT_LT(Clock::now() - before, testing::shutdownLimit());
+    EXPECT_LT(Clock::now() - before, testing::shutdownLimit);
     EXPECT_EQ(mock.callsOf("Start"), 0);
     EXPECT_THAT(listener.events, IsEmpty());
     EXPECT_EQ(location->authorizationStatus(), 4) << "a stop tells nothing of the service";

@@ -1,7 +1,7 @@
 #include "HttpFixture.h"
 
 #include "service/Gzip.h"
-#include "support/Attack.h"
+#include "support/ShutdownLimit.h"
 #include "support/SilentNameServer.h"
 
 #include <fcntl.h>
@@ -212,7 +212,7 @@ TEST_F(HttpTest, StoppingIsQuickInEveryPhaseAndNoCompletionRunsAfterwards) {
         ASSERT_TRUE(server.waitForConnections(2));
         const auto start = Clock::now();
         mine->stop();
-        EXPECT_LT(Clock::now() - start, testing::shutdownLimit());
+        EXPECT_LT(Clock::now() - start, testing::shutdownLimit);
         EXPECT_EQ(witness.use_count(), 2); // here and in the task that was not started
         tasks.front()->resume();           // too late
         EXPECT_EQ(witness.use_count(), 1);
@@ -234,7 +234,7 @@ TEST_F(HttpTest, NamesThatAreLookedUpForeverHoldUpNothingAndLocalhostIsNotLooked
     ASSERT_TRUE(nameServer->isAsked());
     const auto start = Clock::now();
     loop()->stop();
-    EXPECT_LT(Clock::now() - start, testing::shutdownLimit());
+    EXPECT_LT(Clock::now() - start, testing::shutdownLimit);
 }
 
 TEST_F(HttpTest, ConnectionsAreReusedAndTlsSessionsResumedAfterAnIdleTime) {
