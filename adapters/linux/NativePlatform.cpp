@@ -108,21 +108,44 @@ Diagnostics linesTo(Diagnostics host, std::string_view prefix) {
 
 class NativeLog final : public platform::DeveloperLog, public platform::Diagnostics {
 public:
-    NativeLog(native::Diagnostics lines, native::Diagnostics sentences)
-        : lines_(std::move(lines)), sentences_(std::move(sentences)) {}
+    using Observer = std::function<void(const platform::Diagnostic&)>;
+
+    NativeLog(native::Diagnostics lines, native::Diagnostics sentences, Observer observer)
+        : lines_(std::move(lines)), sentences_(std::move(sentences)),
+          observer_(std::make_shared<const Observer>(std::move(observer))) {}
 
     void log(std::string_view text) noexcept override { lines_(text); }
-    void tell(const platform::Diagnostic& record) noexcept override {
+    /// What the adapter's own parts have to say.
+    void note(std::string_view sentence) noexcept {
         try {
-            sentences_(sentenceOf(record));
+            tell(platform::PlatformNote{std::string(sentence)});
         } catch (const std::bad_alloc&) {
             // There is no memory to say it.
+        }
+    }
+    [[nodiscard]] bool wantsRoutine() const noexcept override { return *observer_ != nullptr; }
+    void tell(const platform::Diagnostic& record) noexcept override {
+        const auto sentences = sentences_; // the host may let go of this meanwhile
+        try {
+            if (const auto observer = observer_; *observer) {
+                (*observer)(record);
+            }
+        } catch (...) {
+            // As for what writes lines.
+        }
+        try {
+            if (!std::visit([]<class R>(const R&) { return platform::isRoutine<R>; }, record)) {
+                sentences(sentenceOf(record));
+            }
+        } catch (const std::bad_alloc&) {
+            // As above.
         }
     }
 
 private:
     const native::Diagnostics lines_;
     const native::Diagnostics sentences_;
+    const std::shared_ptr<const Observer> observer_;
 };
 
 std::filesystem::path dataDirectoryOr(const std::filesystem::path& chosen) {
@@ -151,12 +174,14 @@ KeptValues keptIn(const std::shared_ptr<SqliteDefaults>& settings) {
 
 struct NativePlatform::Services {
     explicit Services(NativeOptions options)
-        : diagnostics(linesTo(std::move(options.diagnostics), "morvellacinto: ")),
+        : log(std::make_shared<NativeLog>(
+              linesTo(std::move(options.developerLog), ""),
+              linesTo(std::move(options.diagnostics), "morvellacinto: "),
+              std::move(options.observer))),
           bundle(findBundleIdentifier(std::move(options.bundleIdentifier))),
           settings(std::make_shared<SqliteDefaults>(dataDirectoryOr(options.dataDirectory),
                                                     bundle.value_or(program_invocation_short_name),
                                                     diagnostics)),
-          log(linesTo(std::move(options.developerLog), ""), diagnostics),
           assertionHandler(options.assertionHandler
                                ? std::move(options.assertionHandler)
                                : std::make_shared<platform::AssertionHandler>()),
@@ -169,7 +194,8 @@ struct NativePlatform::Services {
                           .proxy = std::move(options.proxy)},
               workers)) {}
 
-    const Diagnostics diagnostics;
+    const std::shared_ptr<NativeLog> log;
+    const Diagnostics diagnostics = [log = log](std::string_view sentence) { log->note(sentence); };
     const std::optional<std::string> bundle;
     const std::shared_ptr<SqliteDefaults> settings;
     StopSignal stopSignal;
@@ -180,7 +206,6 @@ struct NativePlatform::Services {
     }};
     NativeDispatch dispatch{*mainQueue, workers};
     SystemClock clock;
-    NativeLog log;
     const std::shared_ptr<platform::AssertionHandler> assertionHandler;
     NativeSystemVersion systemVersion;
     Bus bus{diagnostics, stopSignal};
@@ -235,9 +260,9 @@ platform::Dispatch& NativePlatform::dispatch() { return services_->dispatch; }
 
 platform::Clock& NativePlatform::clock() { return services_->clock; }
 
-platform::DeveloperLog& NativePlatform::developerLog() { return services_->log; }
+platform::DeveloperLog& NativePlatform::developerLog() { return *services_->log; }
 
-platform::Diagnostics* NativePlatform::diagnostics() noexcept { return &services_->log; }
+platform::Diagnostics* NativePlatform::diagnostics() noexcept { return services_->log.get(); }
 
 platform::AssertionHandler& NativePlatform::assertionHandler() {
     return *services_->assertionHandler;

@@ -98,6 +98,11 @@ private:
             ->type_name("SECONDS");
         app_.add_option("--times", options_.times, "how often to run the command")
             ->check(CLI::Range(1, 1'000'000));
+        app_.add_flag("--verbose", options_.isVerbose,
+                      "show each step of the work as JSON on standard error");
+        app_.add_option("--trace", options_.traceFile,
+                        "write the steps to a file for a trace viewer")
+            ->type_name("FILE");
     }
 
     CLI::App* add(CLI::App& parent, const char* name, const char* description, Command command) {

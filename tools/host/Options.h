@@ -40,6 +40,8 @@ struct Options {
     std::string device = "native";
     std::chrono::duration<double> wait = std::chrono::seconds(15);
     int times = 1;
+    bool isVerbose = false;
+    std::optional<std::filesystem::path> traceFile;
 
     Command command = Command::tags;
     bool force = false;

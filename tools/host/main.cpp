@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "DeviceOverNative.h"
+#include "Journal.h"
 #include "Options.h"
 #include "PhoneFile.h"
 #include "ValueText.h"
@@ -26,6 +27,10 @@ std::shared_ptr<native::NativePlatform> makeMachine(const Options& options) {
     native.trustAnchors = options.caFiles;
     native.developerLog = toStandardError("log: ");
     native.diagnostics = toStandardError("note: ");
+    if (options.isVerbose || options.traceFile) {
+        const auto journal = std::make_shared<Journal>(options.isVerbose, options.traceFile);
+        native.observer = [journal](const platform::Diagnostic& record) { journal->write(record); };
+    }
     try {
         return native::NativePlatform::create(std::move(native));
     } catch (const std::exception& error) { // an unreadable trust anchor, no home to keep data in

@@ -93,7 +93,7 @@ bool Transfer::end(CURLcode result) noexcept {
         });
     }
     if (!goesOn && status() != 0) {
-        attempt([&] { response_ = {hop_->url.text(), static_cast<int>(status())}; });
+        attempt([&] { response_ = {hop_->url.text(), static_cast<int>(status()), timings()}; });
     }
     if (!goesOn) {
         handle_.reset();
@@ -218,6 +218,19 @@ long Transfer::status() const noexcept {
     long status = 0;
     curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
     return status;
+}
+
+platform::HttpTimings Transfer::timings() const noexcept {
+    const auto at = [this](CURLINFO moment) {
+        curl_off_t microseconds = 0;
+        curl_easy_getinfo(handle_.get(), moment, &microseconds);
+        return std::chrono::microseconds(microseconds);
+    };
+    long newConnections = 0;
+    curl_easy_getinfo(handle_.get(), CURLINFO_NUM_CONNECTS, &newConnections);
+    return {at(CURLINFO_NAMELOOKUP_TIME_T), at(CURLINFO_CONNECT_TIME_T),
+            at(CURLINFO_APPCONNECT_TIME_T), at(CURLINFO_STARTTRANSFER_TIME_T),
+            at(CURLINFO_TOTAL_TIME_T),      newConnections == 0};
 }
 
 const char* Transfer::redirectLocation() const noexcept {

@@ -60,6 +60,7 @@ private:
     void requireAnswer(CURLcode result) const;
     /// 0 before the answer's headers have come.
     [[nodiscard]] long status() const noexcept;
+    [[nodiscard]] platform::HttpTimings timings() const noexcept; ///< of the last hop
     /// Where the answer redirects to; null when it is not to be followed.
     [[nodiscard]] const char* redirectLocation() const noexcept;
     void receiveHeader(std::string_view line);

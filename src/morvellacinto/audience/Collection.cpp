@@ -12,6 +12,7 @@
 #include "morvellacinto/transport/AnsweredRequest.h"
 #include "morvellacinto/transport/KRRequest.h"
 #include "morvellacinto/transport/ServiceEndpoint.h"
+#include "morvellacinto/transport/ShownUrl.h"
 
 namespace morvellacinto {
 namespace {
@@ -40,8 +41,14 @@ void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::
         return;
     }
     KRSettingsManager::setLocalSetting(platform::current()->clock().now(), lastUpdateKey);
-    KRSettingsManager::setLocalSetting(*answer, lastAnswerKey);
+    const bool isDurable = KRSettingsManager::setLocalSetting(*answer, lastAnswerKey);
+    platform::tell<platform::AnswerCached>(isDurable);
     if (const Value* serviceUrl = answer->asObject().find(serviceUrlMember)) {
+        platform::tellMade<platform::BaseUrlMoved>([&] {
+            return platform::BaseUrlMoved{serviceUrl->isString()
+                                              ? shownUrl(serviceUrl->asString())
+                                              : std::string(nameOf(serviceUrl->kind()))};
+        });
         KRSettingsManager::setLocalSetting(*serviceUrl, serviceUrlKey);
     }
     deliver(*completion, answer->asObject());
@@ -59,8 +66,17 @@ std::string textOf(const Value& base) {
     }
 }
 
+platform::UploadBegun begun(const Object& payload, bool isForced) {
+    platform::UploadBegun upload{{}, isForced};
+    for (const Object::Member& member : payload) {
+        upload.fields.push_back(
+            {std::string(member.key()), writeJsonFragment(member.value).size()});
+    }
+    return upload;
+}
+
 void upload(const AudienceSettings& settings, const Object& payload,
-            const HeldCompletion& completion) {
+            const HeldCompletion& completion, bool isForced) {
     const Value base = KRNetworkManager::baseURL();
     const auto request = KRRequest::requestWithType(
         KRRequestTypePost, textOf(base).append(audiencePath), payload, settings.currentApiToken());
@@ -68,6 +84,7 @@ void upload(const AudienceSettings& settings, const Object& payload,
         platform::tell<platform::BaseUrlRefused>(
             base.isString() ? '"' + request.refusedUrl() + '"' : std::string(nameOf(base.kind())));
     }
+    platform::tellMade<platform::UploadBegun>([&] { return begun(payload, isForced); });
     KRNetworkManager::requestAnswer(
         request,
         [completion](const std::optional<Value>& answer, const auto& facts) {
@@ -106,8 +123,12 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
         }
         const bool isServedFromCache = lastUpdate && lastAnswer && isFresh(*lastUpdate) && !force;
         if (!isServedFromCache) {
-            upload(settings, payload, held(std::exchange(completion, nullptr)));
+            upload(settings, payload, held(std::exchange(completion, nullptr)), force);
         } else if (lastAnswer->isObject()) {
+            platform::tellMade<platform::CacheServed>([&] {
+                return platform::CacheServed{
+                    Date::secondsBetween(lastUpdate->asDate(), platform->clock().now())};
+            });
             deliver(std::exchange(completion, nullptr), lastAnswer->asObject());
         } else {
             platform::tell<platform::AnswerDropped>(0, std::size_t{0}, nameOf(lastAnswer->kind()));

@@ -39,7 +39,9 @@ std::int32_t truncated(float number) {
 }
 
 void addLocation(Object& payload, const platform::LocationFix& fix, float geoFixDecimals) {
-    const auto decimals = static_cast<std::uint32_t>(truncated(geoFixDecimals));
+    const std::int32_t kept = truncated(geoFixDecimals);
+    const auto decimals = static_cast<std::uint32_t>(kept);
+    platform::tell<platform::LocationCome>(kept);
     payload.set("lat", roundToN(static_cast<float>(fix.latitude), decimals));
     payload.set("lon", roundToN(static_cast<float>(fix.longitude), decimals));
     payload.set("speed", fix.speed);
@@ -68,7 +70,9 @@ void askForTrackingIfWanted(platform::Platform& platform, const SharedSettings& 
             platform::TrackingAuthorization::notDetermined) {
         return;
     }
-    platform.tracking().requestTrackingAuthorization([settings, completion](std::uint64_t) {
+    platform::tell<platform::PermissionAsked>();
+    platform.tracking().requestTrackingAuthorization([settings, completion](std::uint64_t status) {
+        platform::tell<platform::PermissionAnswered>(status);
         platform::current()->dispatch().asyncMain(
             [settings, completion] { fetchGeoTags(settings, completion); });
     });

@@ -65,6 +65,7 @@ void KRLocationManager::addLocationUpdateBlock(UpdateBlock block, TextArgument k
     if (platform::isShutDown()) {
         return; // by what the shutdown drops
     }
+    platform::tell<platform::LocationAsked>();
     locationManager_->startUpdatingLocation();
     // The dropped block's destructor is host code: it runs when the table is whole again.
     const UpdateBlock dropped = std::exchange(updateBlocks_[std::string(key)], std::move(block));

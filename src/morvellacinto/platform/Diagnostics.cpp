@@ -1,12 +1,103 @@
 #include "morvellacinto/platform/Diagnostics.h"
 
+#include "morvellacinto/foundation/Json.h"
 #include "morvellacinto/platform/Platform.h"
 
 namespace morvellacinto::platform {
 
 namespace {
 
+double seconds(std::chrono::microseconds time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+struct Facts {
+    Object operator()(const ValueSkipped& r) const {
+        return {{"event", "valueSkipped"},
+                {"class", r.className},
+                {"property", r.property},
+                {"wanted", r.wanted},
+                {"found", r.found}};
+    }
+    Object operator()(const ImportEnded& r) const {
+        return {
+            {"event", "importEnded"}, {"class", r.className}, {"key", r.key}, {"found", r.found}};
+    }
+    Object operator()(const ClassUnknown& r) const {
+        return {{"event", "classUnknown"}, {"name", r.name}};
+    }
+    Object operator()(const AnswerDropped& r) const {
+        return {
+            {"event", "answerDropped"}, {"status", r.status}, {"size", r.size}, {"found", r.found}};
+    }
+    Object operator()(const CallSuperseded& r) const {
+        return {{"event", "callSuperseded"}, {"key", r.key}};
+    }
+    Object operator()(const ErrorUnheard& r) const {
+        return {{"event", "errorUnheard"},
+                {"of", r.of},
+                {"domain", r.error.domain},
+                {"code", r.error.code}};
+    }
+    Object operator()(const BaseUrlRefused& r) const {
+        return {{"event", "baseUrlRefused"}, {"found", r.found}};
+    }
+    Object operator()(const RequestNotMade& r) const {
+        return {{"event", "requestNotMade"}, {"type", r.type}};
+    }
+    Object operator()(const LineLogged& r) const {
+        return {{"event", "lineLogged"}, {"line", r.line}, {"reason", r.reason}};
+    }
+    Object operator()(const PlatformNote& r) const {
+        return {{"event", "platformNote"}, {"sentence", r.sentence}};
+    }
+    Object operator()(const UploadBegun& r) const {
+        Object fields;
+        for (const UploadBegun::Field& field : r.fields) {
+            fields.set(field.name, field.size);
+        }
+        return {{"event", "uploadBegun"}, {"fields", std::move(fields)}, {"forced", r.isForced}};
+    }
+    Object operator()(const LocationAsked&) const { return {{"event", "locationAsked"}}; }
+    Object operator()(const LocationCome& r) const {
+        return {{"event", "locationCome"}, {"decimals", r.decimals}};
+    }
+    Object operator()(const AnswerCome& r) const {
+        Object come{{"event", "answerCome"}, {"status", r.status}, {"size", r.size}};
+        if (r.timings) {
+            come.set("name", seconds(r.timings->name));
+            come.set("connection", seconds(r.timings->connection));
+            come.set("tls", seconds(r.timings->tls));
+            come.set("firstByte", seconds(r.timings->firstByte));
+            come.set("lastByte", seconds(r.timings->lastByte));
+            come.set("reused", r.timings->isReused);
+        }
+        return come;
+    }
+    Object operator()(const RequestFailed& r) const {
+        return {{"event", "requestFailed"}, {"domain", r.domain}, {"code", r.code}};
+    }
+    Object operator()(const AnswerCached& r) const {
+        return {{"event", "answerCached"}, {"durable", r.isDurable}};
+    }
+    Object operator()(const CacheServed& r) const {
+        return {{"event", "cacheServed"}, {"age", r.ageSeconds}};
+    }
+    Object operator()(const BaseUrlMoved& r) const {
+        return {{"event", "baseUrlMoved"}, {"to", r.to}};
+    }
+    Object operator()(const PermissionAsked&) const { return {{"event", "permissionAsked"}}; }
+    Object operator()(const PermissionAnswered& r) const {
+        return {{"event", "permissionAnswered"}, {"status", r.status}};
+    }
+};
+
 struct Sentence {
+    template <class Record>
+    std::string operator()(const Record& record) const {
+        static_assert(isRoutine<Record>);
+        return writeJson(Facts()(record));
+    }
     std::string operator()(const ValueSkipped& skipped) const {
         return "property \"" + skipped.property + "\" of " + skipped.className + " takes " +
                skipped.wanted + ", not " + skipped.found + "; it stays as it was";
@@ -42,6 +133,7 @@ struct Sentence {
     std::string operator()(const LineLogged& logged) const {
         return logged.line + ": " + logged.reason;
     }
+    std::string operator()(const PlatformNote& note) const { return note.sentence; }
     std::string operator()(const ClassUnknown& unknown) const {
         return "no class is known by the name \"" + unknown.name + "\"; AVClass::of<" +
                unknown.name + ">() makes it known";
@@ -50,9 +142,11 @@ struct Sentence {
 
 } // namespace
 
-std::atomic<bool> hasDiagnostics = false;
+std::atomic<Told> told = Told::nothing;
 
 std::string sentenceOf(const Diagnostic& diagnostic) { return std::visit(Sentence(), diagnostic); }
+
+Object objectOf(const Diagnostic& diagnostic) { return std::visit(Facts(), diagnostic); }
 
 void tellDiagnostics(const Diagnostic& diagnostic) noexcept {
     try {

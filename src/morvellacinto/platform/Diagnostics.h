@@ -1,12 +1,16 @@
 #pragma once
 
 #include "morvellacinto/foundation/KRError.h"
-#include "morvellacinto/platform/Interface.h"
+#include "morvellacinto/platform/HttpSession.h"
 
 #include <atomic>
 #include <concepts>
+#include <cstdint>
 #include <exception>
+#include <string>
+#include <string_view>
 #include <variant>
+#include <vector>
 
 namespace morvellacinto::platform {
 
@@ -64,31 +68,130 @@ struct LineLogged {
     std::string reason; ///< the exception's text, also of one that the host's own code threw
 };
 
+/// What the platform's implementation has to say, such as of a service that is gone.
+struct PlatformNote {
+    std::string sentence;
+};
+
+// The records from here on are routine: made only for who asks for everything.
+
+/// An upload sets out.
+struct UploadBegun {
+    static constexpr bool isRoutine = true;
+    struct Field {
+        std::string name;
+        std::size_t size = 0; ///< of its value's JSON text in bytes
+    };
+    std::vector<Field> fields;
+    bool isForced = false;
+};
+
+/// A location is waited for.
+struct LocationAsked {
+    static constexpr bool isRoutine = true;
+};
+
+/// A location is about to be uploaded.
+struct LocationCome {
+    static constexpr bool isRoutine = true;
+    std::int32_t decimals = 0; ///< that latitude and longitude are cut to
+};
+
+/// A request has been answered.
+struct AnswerCome {
+    static constexpr bool isRoutine = true;
+    int status = 0;       ///< of HTTP; 0 when the platform told none
+    std::size_t size = 0; ///< of the body in bytes
+    std::optional<HttpTimings> timings;
+};
+
+/// A request has ended without an answer.
+struct RequestFailed {
+    static constexpr bool isRoutine = true;
+    std::string domain; ///< of the error
+    std::int64_t code = 0;
+};
+
+/// An answer has been stored.
+struct AnswerCached {
+    static constexpr bool isRoutine = true;
+    bool isDurable = false; ///< it would survive loss of power
+};
+
+/// A call was served from the cache.
+struct CacheServed {
+    static constexpr bool isRoutine = true;
+    double ageSeconds = 0; ///< negative when the clock was set back
+};
+
+/// The service names another base URL, which is stored as it is.
+struct BaseUrlMoved {
+    static constexpr bool isRoutine = true;
+    std::string to; ///< without user, query and fragment, or its kind
+};
+
+/// The user is asked for permission to track.
+struct PermissionAsked {
+    static constexpr bool isRoutine = true;
+};
+
+struct PermissionAnswered {
+    static constexpr bool isRoutine = true;
+    std::uint64_t status = 0; ///< a `TrackingAuthorization`
+};
+
 /// What the library tells of what it did, or did not do, beside its results. No text of the
 /// library's holds a coordinate, an identifier, the token or the value of a JSON member.
 using Diagnostic =
     std::variant<ValueSkipped, ImportEnded, ClassUnknown, AnswerDropped, CallSuperseded,
-                 ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged>;
+                 ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged, PlatformNote,
+                 UploadBegun, LocationAsked, LocationCome, AnswerCome, RequestFailed, AnswerCached,
+                 CacheServed, BaseUrlMoved, PermissionAsked, PermissionAnswered>;
+
+template <class Record>
+inline constexpr bool isRoutine = requires {
+    Record::isRoutine;
+};
 
 /// The record as one English sentence for a developer.
 [[nodiscard]] MORVELLACINTO_EXPORT std::string sentenceOf(const Diagnostic& diagnostic);
+
+/// The record for programs: its name under "event", and its members; times in seconds.
+[[nodiscard]] MORVELLACINTO_EXPORT Object objectOf(const Diagnostic& diagnostic);
 
 /// Receives the records. An optional service: a platform without it loses nothing.
 class MORVELLACINTO_EXPORT Diagnostics : public Interface {
 public:
     /// Any thread, also on several at once, with no lock held.
     virtual void tell(const Diagnostic& diagnostic) noexcept = 0;
+
+    /// Whether routine records are wanted too; asked once, when the platform is installed.
+    [[nodiscard]] virtual bool wantsRoutine() const noexcept { return false; }
 };
 
 /// Hands a record to the installed platform's diagnostics, if there is a platform and it has them.
 /// Never throws; a record for which memory has run out is lost.
 MORVELLACINTO_EXPORT void tellDiagnostics(const Diagnostic& diagnostic) noexcept;
 
-/// Whether the installed platform has diagnostics.
-MORVELLACINTO_EXPORT extern std::atomic<bool> hasDiagnostics;
+/// Which records the installed platform's diagnostics take.
+enum class Told { nothing, problems, everything };
+MORVELLACINTO_EXPORT extern std::atomic<Told> told;
 
-/// The same for a `Record` that is made of `parts`, views being copied, only when there is somebody
-/// to tell: otherwise it costs one load.
+/// The same for the `Record` that `make` gives, made only when there is somebody to tell:
+/// otherwise it costs one load.
+template <class Record, class Make>
+void tellMade(const Make& make) noexcept {
+    const Told least = isRoutine<Record> ? Told::everything : Told::problems;
+    if (told.load(std::memory_order_relaxed) >= least) {
+        try {
+            tellDiagnostics(Record(make()));
+        } catch (const std::exception&) {
+            return; // for want of memory
+        }
+    }
+}
+
+/// The same for a `Record` that is made of `parts`, views being copied.
 template <class Record, class... Parts>
 void tell(const Parts&... parts) noexcept {
     const auto owned = []<class Part>(const Part& part) {
@@ -98,13 +201,7 @@ void tell(const Parts&... parts) noexcept {
             return part;
         }
     };
-    if (hasDiagnostics.load(std::memory_order_relaxed)) {
-        try {
-            tellDiagnostics(Record{owned(parts)...});
-        } catch (const std::exception&) {
-            return; // for want of memory
-        }
-    }
+    tellMade<Record>([&] { return Record{owned(parts)...}; });
 }
 
 } // namespace morvellacinto::platform

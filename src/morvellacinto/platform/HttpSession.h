@@ -29,10 +29,21 @@ struct HttpRequest {
     std::string refusedUrl = {};
 };
 
+/// When each step of a hop was done, since the hop began; 0 for a step that was not needed.
+struct HttpTimings {
+    std::chrono::microseconds name{};
+    std::chrono::microseconds connection{};
+    std::chrono::microseconds tls{};
+    std::chrono::microseconds firstByte{};
+    std::chrono::microseconds lastByte{};
+    bool isReused = false; ///< the connection
+};
+
 struct HttpResponse {
     /// Of the last hop.
     std::string url;
     int status = 0;
+    std::optional<HttpTimings> timings = std::nullopt;
 };
 
 /// What the host on the other side wants to be convinced of.

@@ -49,7 +49,10 @@ void install(std::shared_ptr<Platform> platform) {
     if (platform == nullptr) {
         throw std::invalid_argument("platform::install was given no platform");
     }
-    const bool isHeard = platform->diagnostics() != nullptr;
+    const Diagnostics* const diagnostics = platform->diagnostics();
+    const Told heard = diagnostics == nullptr        ? Told::nothing
+                       : diagnostics->wantsRoutine() ? Told::everything
+                                                     : Told::problems;
     Installation& slot = installation();
     const std::unique_lock lock(slot.mutex);
     if (slot.used) {
@@ -58,7 +61,7 @@ void install(std::shared_ptr<Platform> platform) {
     }
     slot.used = true;
     slot.platform = std::move(platform);
-    hasDiagnostics = isHeard;
+    told = heard;
 }
 
 std::shared_ptr<Platform> current() {

@@ -3,26 +3,13 @@
 #include "morvellacinto/foundation/Json.h"
 #include "morvellacinto/platform/Platform.h"
 #include "morvellacinto/platform/UrlParser.h"
-
-#include <algorithm>
+#include "morvellacinto/transport/ShownUrl.h"
 
 namespace morvellacinto {
-namespace {
-
-// Text that is no URL, as an error may show it. Nobody knows where a user begins and ends in it:
-// all up to the last "@" goes.
-std::string shown(std::string_view text) {
-    const std::string_view path = text.substr(0, text.find_first_of("?#"));
-    const std::size_t afterUser = text.rfind('@') + 1; // 0 without one
-    return std::string(path.substr(std::min(afterUser, path.size())));
-}
-
-} // namespace
-
 KRRequest::KRRequest(KRRequestType type, TextArgument url, std::optional<Params> params,
                      const Payload& payload, std::optional<Uuid> auth)
     : type_(type), url_(platform::current()->urlParser().parse(url)),
-      refusedUrl_(url_ ? std::string() : shown(url)), payload_(nativeToHttpData(payload)),
+      refusedUrl_(url_ ? std::string() : shownUrl(url)), payload_(nativeToHttpData(payload)),
       apiToken_(auth) {
     if (params) {
         params_ = std::move(params->members);

@@ -58,6 +58,13 @@ void requestAnswer(const KRRequest& request, AnswerCallback success, ErrorCallba
                   error = std::move(error)](const std::optional<std::string>& data,
                                             const std::optional<platform::HttpResponse>& response,
                                             const std::optional<KRError>& failure) {
+        if (failure) {
+            platform::tell<platform::RequestFailed>(failure->domain, failure->code);
+        } else {
+            platform::tell<platform::AnswerCome>(response ? response->status : 0,
+                                                 data ? data->size() : std::size_t{0},
+                                                 response ? response->timings : std::nullopt);
+        }
         if (failure && error) {
             error(*failure);
             return;

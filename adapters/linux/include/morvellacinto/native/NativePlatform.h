@@ -1,6 +1,7 @@
 #pragma once
 
 #include "morvellacinto/foundation/Export.h"
+#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Platform.h"
 
 #include <chrono>
@@ -37,6 +38,11 @@ struct NativeOptions {
     /// Both functions are called on any thread, also on several at once, with no lock held; what
     /// they throw is swallowed.
     std::function<void(std::string_view)> diagnostics = {};
+
+    /// Receives every `platform::Diagnostic` record, the routine ones too: what is uploaded, asked
+    /// and answered, and how long it took. Called as the two above. Absent: routine records are not
+    /// even made.
+    std::function<void(const platform::Diagnostic&)> observer = {};
 
     /// Asks the user whether they may be tracked and, once, on any thread, hands over the answer: a
     /// `platform::TrackingAuthorization` other than 0. Called on the main queue, when the library
