@@ -178,6 +178,7 @@ struct NativePlatform::Services {
               linesTo(std::move(options.developerLog), ""),
               linesTo(std::move(options.diagnostics), "morvellacinto: "),
               std::move(options.observer))),
+          defaultServiceUrl(std::move(options.defaultServiceUrl)),
           bundle(findBundleIdentifier(std::move(options.bundleIdentifier))),
           settings(std::make_shared<SqliteDefaults>(dataDirectoryOr(options.dataDirectory),
                                                     bundle.value_or(program_invocation_short_name),
@@ -196,6 +197,7 @@ struct NativePlatform::Services {
 
     const std::shared_ptr<NativeLog> log;
     const Diagnostics diagnostics = [log = log](std::string_view sentence) { log->note(sentence); };
+    const std::optional<std::string> defaultServiceUrl;
     const std::optional<std::string> bundle;
     const std::shared_ptr<SqliteDefaults> settings;
     StopSignal stopSignal;
@@ -263,6 +265,10 @@ platform::Clock& NativePlatform::clock() { return services_->clock; }
 platform::DeveloperLog& NativePlatform::developerLog() { return *services_->log; }
 
 platform::Diagnostics* NativePlatform::diagnostics() noexcept { return services_->log.get(); }
+
+std::optional<std::string> NativePlatform::defaultServiceUrl() {
+    return services_->defaultServiceUrl;
+}
 
 platform::AssertionHandler& NativePlatform::assertionHandler() {
     return *services_->assertionHandler;

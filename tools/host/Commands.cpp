@@ -137,7 +137,10 @@ ExitStatus query(const Options& options, const KRAudienceManager& manager) {
     return success;
 }
 
-void printBaseUrl() {
+void printBaseUrl(const Options& options) {
+    if (options.isReset) {
+        KRSettingsManager::removeLocalSettingForKey("KRServiceURL");
+    }
     const Value url = KRNetworkManager::baseURL();
     print(url.isString() ? std::string(url.asString()) : valueText(url));
 }
@@ -185,7 +188,7 @@ ExitStatus runCommand(const Options& options, native::NativePlatform& machine) {
         print(valueText(KRNetworkManager::basePayload()));
         return success;
     case Command::url:
-        printBaseUrl();
+        printBaseUrl(options);
         return success;
     case Command::round:
         printRounded(options);

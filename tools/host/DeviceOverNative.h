@@ -29,6 +29,9 @@ public:
     [[nodiscard]] platform::Diagnostics* diagnostics() noexcept override {
         return machine_->diagnostics();
     }
+    [[nodiscard]] std::optional<std::string> defaultServiceUrl() override {
+        return machine_->defaultServiceUrl();
+    }
     [[nodiscard]] std::shared_ptr<platform::HttpSession>
     makeHttpSession(platform::HttpSessionConfiguration configuration,
                     platform::HttpSessionDelegate* delegate) override {

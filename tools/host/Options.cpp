@@ -129,7 +129,8 @@ private:
                          "file of a JSON object of string arrays, \"-\" for standard input")
             ->type_name("FILE");
         add(app_, "payload", "show the base payload", Command::payload);
-        add(app_, "url", "show the base URL", Command::url);
+        add(app_, "url", "show the base URL", Command::url)
+            ->add_flag("--reset", options_.isReset, "first forget the one that was stored");
     }
 
     void addSettingsCommands() {

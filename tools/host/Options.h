@@ -45,6 +45,7 @@ struct Options {
 
     Command command = Command::tags;
     bool force = false;
+    bool isReset = false;            // of `url`
     std::string member;              // of `cached`
     std::optional<std::string> file; // of `collect`, `query` and `request`; "-" is standard input
     std::string key;                 // of `settings`

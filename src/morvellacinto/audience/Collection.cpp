@@ -21,6 +21,8 @@ constexpr double freshForSeconds = 90.0;
 constexpr std::string_view audiencePath = "/audience/";
 constexpr std::string_view tagsFailed = "tags failed";
 constexpr std::string_view serviceUrlMember = "serviceurl";
+constexpr const char* forgetHint = " It is the base URL that the service or the host has stored "
+                                   "under \"KRServiceURL\"; removing that setting forgets it.";
 
 void deliver(KRAudienceManager::Completion completion, std::optional<Object> answer,
              std::optional<KRError> error = std::nullopt) {
@@ -90,7 +92,13 @@ void upload(const AudienceSettings& settings, const Object& payload,
         [completion](const std::optional<Value>& answer, const auto& facts) {
             keepAndDeliver(answer, facts, completion);
         },
-        [completion](const KRError& error) {
+        [completion, isRefused = !request.url()](KRError error) {
+            if (isRefused && KRSettingsManager::localSettingForKey(serviceUrlKey)) {
+                const Value message = error.userInfo.take(KRError::messageKey);
+                error.userInfo.set(KRError::messageKey,
+                                   (message.isString() ? std::string(message.asString()) : "") +
+                                       forgetHint);
+            }
             if (completion) {
                 deliver(*completion, std::nullopt, error);
             } else {

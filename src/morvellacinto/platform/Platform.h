@@ -4,6 +4,8 @@
 #include "morvellacinto/platform/Interface.h"
 
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace morvellacinto::platform {
 
@@ -37,6 +39,9 @@ public:
     [[nodiscard]] virtual Device& device() = 0;
     [[nodiscard]] virtual Tracking& tracking() = 0;
     [[nodiscard]] virtual Network& network() = 0;
+    /// The base URL while the service has not moved the library to another; nothing for the one
+    /// that was chosen when the library was built.
+    [[nodiscard]] virtual std::optional<std::string> defaultServiceUrl() { return std::nullopt; }
     /// Null when the platform has nobody to tell. Whether it has is asked once, by `install`.
     [[nodiscard]] virtual Diagnostics* diagnostics() noexcept { return nullptr; }
     /// A new session. `delegate` is asked for its opinion on authentication challenges and must

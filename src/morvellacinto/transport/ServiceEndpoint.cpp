@@ -13,7 +13,9 @@ namespace KRNetworkManager {
 
 Value baseURL() {
     std::optional<Value> moved = KRSettingsManager::localSettingForKey("KRServiceURL");
-    return moved ? *std::move(moved) : Value(API_URL_PROD);
+    return moved ? *std::move(moved)
+                 : Value(platform::current()->defaultServiceUrl().value_or(
+                       std::string(API_URL_PROD)));
 }
 
 std::string fallbackBaseURL() {

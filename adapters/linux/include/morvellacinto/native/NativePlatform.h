@@ -57,6 +57,10 @@ struct NativeOptions {
     /// `platform::AssertionFailure`.
     std::shared_ptr<platform::AssertionHandler> assertionHandler = {};
 
+    /// The service's base URL while that has not moved the library to another: https, path /v5, no
+    /// trailing slash. Absent: the one that was chosen when the library was built.
+    std::optional<std::string> defaultServiceUrl = std::nullopt;
+
     /// The proxy of all requests but those to loopback, such as "http://proxy.example:3128"; empty:
     /// none. Absent: $https_proxy, $HTTPS_PROXY, $all_proxy or $ALL_PROXY, with the exceptions in
     /// $no_proxy or $NO_PROXY.
@@ -116,6 +120,7 @@ public:
     [[nodiscard]] platform::Clock& clock() override;
     [[nodiscard]] platform::DeveloperLog& developerLog() override;
     [[nodiscard]] platform::Diagnostics* diagnostics() noexcept override;
+    [[nodiscard]] std::optional<std::string> defaultServiceUrl() override;
     [[nodiscard]] platform::AssertionHandler& assertionHandler() override;
     [[nodiscard]] platform::SystemVersion& systemVersion() override;
     [[nodiscard]] platform::UserDefaults& standardUserDefaults() override;
