@@ -28,6 +28,7 @@ ROOT = HERE.parents[1]
 WORK = ROOT / "build/mutants"
 SOURCE, BUILD, SWITCH, MEMORY = WORK / "source", WORK / "build", WORK / "mutants.h", WORK / "caught.json"
 SECONDS_A_TEST = 20  # a fault that makes a test hang is caught
+BLIND = r"^usage\.|_refused_"  # tests that measure, and those that only compile
 SWITCH_TEXT = """#pragma once
 #include <cstdlib>
 namespace mutants {
@@ -126,9 +127,11 @@ def build():
 
 def failing(number, folder, *selection):
     """The first test that fails, and fails again; None when all pass."""
+    costs = BUILD / folder / "Testing/Temporary/CTestCostData.txt"
+    costs.unlink(missing_ok=True)  # by which the longest would go first
     run = subprocess.run(
         ["ctest", "--test-dir", str(BUILD / folder), "-j2", "--stop-on-failure", "--repeat", "until-pass:2",
-         "--timeout", str(SECONDS_A_TEST), "-E", r"^usage\.", *selection],
+         "--timeout", str(SECONDS_A_TEST), "-E", BLIND, *selection],
         env=dict(os.environ, MORVELLACINTO_MUTANT=str(number)), capture_output=True, text=True, check=False)
     failed = re.search(r"^\s+\d+ - (\S+) \((?!Not Run|Skipped)", run.stdout, re.MULTILINE)
     return failed.group(1) if failed else None if run.returncode == 0 else "ctest"
@@ -141,7 +144,8 @@ def catching(fault, before):
     while not (BUILD / folder / "CTestTestfile.cmake").exists():
         folder = folder.parent
     tries = [(".", "-R", f"^{re.escape(before)}$")] if before else []
-    tries += [(folder,)] + [("tests/integration",)] * fault["path"].startswith("tools") + [(".",)]
+    near = {folder, pathlib.PurePath("tests/integration" if fault["path"].startswith("tools") else folder)}
+    tries += [(each,) for each in sorted(near - {pathlib.PurePath("tests")})] + [(".",)]
     return next(filter(None, (failing(fault["number"], *each) for each in tries)), None)
 
 
