@@ -1,6 +1,7 @@
 #include "NativeLocation.h"
 
 #include "GeoClueClient.h"
+#include "GeoClueRun.h"
 #include "threads/MainQueue.h"
 #include "threads/WorkerPool.h"
 
@@ -11,7 +12,8 @@ namespace morvellacinto::native {
 NativeLocation::NativeLocation(const std::shared_ptr<MainQueue>& mainQueue, Bus& bus,
                                WorkerPool& workers, LocationOptions options)
     : mainQueue_(mainQueue), bus_(bus), options_(std::move(options)),
-      permission_([this] { return options_.bundleIdentifier && options_.serviceExists(); }),
+      permission_([this] { return options_.bundleIdentifier && options_.serviceExists(); },
+                  LocationPermission::Clock::now, [this] { askAgain(); }),
       workers_(&workers) {}
 
 std::shared_ptr<platform::LocationService> NativeLocation::makeService() {
@@ -28,6 +30,19 @@ void NativeLocation::startThread(std::function<void()> block) {
     const std::lock_guard lock(mutex_);
     if (workers_ != nullptr) {
         workers_->postLasting(std::move(block));
+    }
+}
+
+// By a run that ends with the first news.
+void NativeLocation::askAgain() {
+    try {
+        const auto run = std::make_shared<std::optional<GeoClueRun>>();
+        run->emplace(bus_, permission_, *options_.bundleIdentifier,
+                     LocationPermission::questionInterval,
+                     [&asked = *run](const LocationNews&) { asked->stop(); });
+        startThread([self = shared_from_this(), run] { (*run)->run(); });
+    } catch (const std::exception&) {
+        return; // no thread or descriptor is left: a later question asks
     }
 }
 

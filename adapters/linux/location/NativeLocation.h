@@ -56,6 +56,8 @@ public:
     void shutdown();
 
 private:
+    void askAgain();
+
     const std::weak_ptr<MainQueue> mainQueue_;
     Bus& bus_;
     const LocationOptions options_;
