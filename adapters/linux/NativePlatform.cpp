@@ -191,11 +191,6 @@ struct NativePlatform::Services {
     const std::shared_ptr<NativeLocation> location;
     NativeUrlParser urlParser;
     const std::shared_ptr<TransferLoop> http;
-
-    [[nodiscard]] bool isForkedChild() const { return getpid() != process_; }
-
-private:
-    const pid_t process_ = getpid();
 };
 
 std::shared_ptr<NativePlatform> NativePlatform::create(NativeOptions options) {
@@ -207,7 +202,7 @@ NativePlatform::NativePlatform(NativeOptions options)
 
 // A forked child has none of the threads that these objects would wait for: it leaves all as it is.
 NativePlatform::~NativePlatform() {
-    if (services_->isForkedChild()) {
+    if (services_->stopSignal.isForkedChild()) {
         static_cast<void>(services_.release());
     } else {
         NativePlatform::shutdown();
@@ -269,7 +264,7 @@ NativePlatform::makeHttpSession(platform::HttpSessionConfiguration configuration
 Object NativePlatform::storedSettings() const { return services_->settings->contents(); }
 
 void NativePlatform::shutdown() {
-    if (services_->isForkedChild()) {
+    if (services_->stopSignal.isForkedChild()) {
         return;
     }
     // Transfers before the workers: they hand their completions to them, and must be cancelled in

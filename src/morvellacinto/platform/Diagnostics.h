@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <concepts>
-#include <exception>
 #include <variant>
 
 namespace morvellacinto::platform {
@@ -101,7 +100,7 @@ void tell(const Parts&... parts) noexcept {
     if (hasDiagnostics.load(std::memory_order_relaxed)) {
         try {
             tellDiagnostics(Record{owned(parts)...});
-        } catch (const std::exception&) {
+        } catch (...) {
             return; // for want of memory
         }
     }
