@@ -26,13 +26,10 @@
 #include "morvellacinto/platform/UrlParser.h"
 
 #include <cerrno> // program_invocation_short_name too
-#include <chrono>
 #include <csignal>
 #include <ctime>
-#include <new>
 #include <stdexcept>
 #include <unistd.h>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -41,9 +38,8 @@ namespace {
 class SystemClock final : public platform::Clock {
 public:
     [[nodiscard]] Date now() const override {
-        const std::chrono::duration<double> sinceReference =
-            std::chrono::system_clock::now().time_since_epoch();
-        return {sinceReference.count()};
+        using Seconds = std::chrono::duration<double>;
+        return {Seconds(std::chrono::system_clock::now().time_since_epoch()).count()};
     }
 };
 
@@ -115,7 +111,7 @@ public:
     void tell(const platform::Diagnostic& record) noexcept override {
         try {
             sentences_(sentenceOf(record));
-        } catch (const std::bad_alloc&) {
+        } catch (...) {
             // There is no memory to say it.
         }
     }

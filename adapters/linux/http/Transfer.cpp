@@ -5,10 +5,8 @@
 #include "Trust.h"
 
 #include <openssl/ssl.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -253,9 +251,7 @@ const SSL* Transfer::tls() const noexcept {
 int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
     const SSL* const tls = transfer.isCut_ ? transfer.tls() : nullptr;
-    if (tls != nullptr && (SSL_get_shutdown(tls) & SSL_RECEIVED_SHUTDOWN) != 0) {
-        transfer.isCut_ = false;
-    }
+    transfer.isCut_ &= tls == nullptr || (SSL_get_shutdown(tls) & SSL_RECEIVED_SHUTDOWN) == 0;
     return 0;
 }
 

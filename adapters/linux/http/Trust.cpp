@@ -2,13 +2,12 @@
 
 #include "basics/SystemFiles.h"
 
-#include <dirent.h>
+#include <glob.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
 #include <algorithm>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -19,18 +18,15 @@ using std::filesystem::path;
 
 constexpr std::size_t maximumBytes = std::size_t(4) << 20U; // a bundle has a quarter of one
 
-// Not by a directory_iterator, which ends the process when memory runs out.
+// As OpenSSL looks for them, eight digits of a hash and a number.
 bool isHashed(const path& directory) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), &closedir);
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else has this stream
-    while (const dirent* const entry = entries ? readdir(entries.get()) : nullptr) {
-        const std::string_view name = entry->d_name;
-        if (name.size() == 10 && name.ends_with(".0") &&
-            name.find_first_not_of("0123456789abcdef") == 8) {
-            return true;
-        }
-    }
-    return false;
+    constexpr const char* name =
+        "[0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f].0";
+    glob_t found{};
+    const bool isFound =
+        !directory.empty() && glob((directory / name).c_str(), GLOB_NOSORT, nullptr, &found) == 0;
+    globfree(&found);
+    return isFound;
 }
 
 // Throws std::runtime_error unless it is a PEM file that holds a certificate.

@@ -1,11 +1,10 @@
 #include "NativeLocation.h"
 
 #include "GeoClueClient.h"
-#include "GeoClueRun.h"
 #include "threads/MainQueue.h"
 #include "threads/WorkerPool.h"
 
-#include <utility>
+#include <stdexcept>
 
 namespace morvellacinto::native {
 
@@ -26,23 +25,26 @@ void NativeLocation::postToMain(std::function<void()> block) const {
     }
 }
 
-void NativeLocation::startThread(std::function<void()> block) {
+std::shared_ptr<GeoClueRun> NativeLocation::start(std::chrono::milliseconds timeout,
+                                                  GeoClueRun::Tell tell) {
+    if (!options_.bundleIdentifier) {
+        throw std::runtime_error("the application has no bundle identifier to ask with");
+    }
+    const auto run = std::make_shared<GeoClueRun>(bus_, permission_, *options_.bundleIdentifier,
+                                                  timeout, std::move(tell));
     const std::lock_guard lock(mutex_);
     if (workers_ != nullptr) {
-        workers_->postLasting(std::move(block));
+        workers_->postLasting([self = shared_from_this(), run] { run->run(); });
     }
+    return run;
 }
 
 // By a run that ends with the first news.
 void NativeLocation::askAgain() {
     try {
-        const auto run = std::make_shared<std::optional<GeoClueRun>>();
-        run->emplace(bus_, permission_, *options_.bundleIdentifier,
-                     LocationPermission::questionInterval,
-                     [&asked = *run](const LocationNews&) { asked->stop(); });
-        startThread([self = shared_from_this(), run] { (*run)->run(); });
+        start(LocationPermission::questionInterval, [](auto& run, const auto&) { run.stop(); });
     } catch (const std::exception&) {
-        return; // no thread or descriptor is left: a later question asks
+        return; // a later question may have more luck
     }
 }
 
