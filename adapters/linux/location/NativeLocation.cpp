@@ -30,8 +30,8 @@ std::shared_ptr<GeoClueRun> NativeLocation::start(std::chrono::milliseconds time
     if (!options_.bundleIdentifier) {
         throw std::runtime_error("the application has no bundle identifier to ask with");
     }
-    const auto run = std::make_shared<GeoClueRun>(bus_, permission_, *options_.bundleIdentifier,
-                                                  timeout, std::move(tell));
+    auto run = std::make_shared<GeoClueRun>(bus_, permission_, *options_.bundleIdentifier, timeout,
+                                            std::move(tell));
     const std::lock_guard lock(mutex_);
     if (workers_ != nullptr) {
         workers_->postLasting([self = shared_from_this(), run] { run->run(); });
