@@ -419,5 +419,39 @@ TEST_F(RealGeoClue, WithoutAnAgentItNeverAnswersAndSwitchedOffByTheUserItRefuses
     EXPECT_FALSE(location->locationServicesEnabled());
 }
 
+TEST(LocationPermission, HasTheServiceAskedOnceASecondUnlessItRefusedTheApplicationAlone) {
+    auto now = Clock::now();
+    int asked = 0;
+    LocationPermission permission([] { return true; }, [&] { return now; }, [&] { ++asked; });
+    for (const auto& [refusal, questions] :
+         {std::pair(Refusal::denied, 0), std::pair(Refusal::absent, 3),
+          std::pair(Refusal::switchedOff, 3)}) {
+        permission.note(refusal);
+        asked = 0;
+        for (int step = 0; step < 35; ++step) {
+            now += std::chrono::milliseconds(100);
+            static_cast<void>(permission.authorizationStatus());
+        }
+        EXPECT_EQ(asked, questions);
+        permission.noteAllowed();
+    }
+}
+
+TEST_F(LocationTest, AServiceThatIsBackCountsAsOnOnceTheStatusIsAskedFor) {
+    start();
+    pumpUntilEvents(1);
+    EXPECT_FALSE(location->locationServicesEnabled()) << "nobody of that name";
+    GeoClueMock mock;
+    pumpUntil([&] { return location->locationServicesEnabled(); });
+    mock.refuse("Geolocation disabled for UID 0");
+    start();
+    pumpUntilEvents(3);
+    pumpUntil([&] { return !location->locationServicesEnabled() && mock.callsOf("Start") == 3; });
+    mock.onStart(answer(""));
+    pumpUntil([&] { return location->authorizationStatus() == 4; });
+    EXPECT_TRUE(location->locationServicesEnabled());
+    EXPECT_THAT(listener.events, ElementsAre("failed 1", "status 2", "failed 2"));
+}
+
 } // namespace
 } // namespace morvellacinto::native

@@ -238,6 +238,10 @@ TEST_F(SqliteDefaultsTest, AReplacementThatWasInterruptedIsFinishedByTheNextOne)
                           std::filesystem::copy_options::overwrite_existing);
     EXPECT_EQ(open()->contents(), Object({{"key", "kept"}}));
     EXPECT_TRUE(std::filesystem::exists(file(".damaged-wal"))) << "the log of what was damaged";
+    std::filesystem::copy(file(), file(".complete"));
+    EXPECT_EQ(open()->contents(), Object({{"key", "kept"}}));
+    std::filesystem::remove(file());
+    EXPECT_EQ(open()->contents(), Object()) << "deleted by hand";
     EXPECT_THAT(told(), IsEmpty());
 }
 
