@@ -102,6 +102,9 @@ TEST_F(Audience, ServesTheCacheForNinetySecondsAndElseUploadsAndTellsWhatNobodyH
     const std::string one = R"({"n":1})";
     const std::string two = R"({"n":2})";
     const std::string badUrl{scripted::ScriptedHttp::errorDomain};
+    const scripted::HttpAnswer busy{.status = 502, .body = "<html>"};
+    const std::string answer = "the answer with status ";
+    const std::string noDate = "tags failed: expected a date, found a string";
     const std::string uncalled = ", not an object; its completion is not called";
     const struct {
         Value updated, kept, base; // as stored; null when there is none
@@ -116,28 +119,11 @@ TEST_F(Audience, ServesTheCacheForNinetySecondsAndElseUploadsAndTellsWhatNobodyH
         {{}, kept, {}, {{.body = two}}, two},
         {ago(0), {}, {}, {{.body = two}}, two},
         {ago(0), Array(), {}, {}, "", "the cached answer is an array" + uncalled},
-        {"x", kept, {}, {}, "", "tags failed: expected a date, found a string", "tags failed"},
-        {"x",
-         kept,
-         {},
-         {},
-         "",
-         "tags failed: expected a date, found a string",
-         "tags failed",
-         true},
+        {"x", kept, {}, {}, "", noDate, "tags failed"},
+        {"x", kept, {}, {}, "", noDate, "tags failed", true},
         {{}, kept, {}, {{.error = lost}}, "net"},
-        {{},
-         kept,
-         {},
-         {{.status = 502, .body = "<html>"}},
-         "",
-         "the answer with status 502 and 6 bytes is no JSON" + uncalled},
-        {{},
-         kept,
-         {},
-         {{.body = "[1]"}},
-         "",
-         "the answer with status 200 and 3 bytes is an array" + uncalled},
+        {{}, kept, {}, {{.body = "[1]"}}, "", answer + "200 and 3 bytes is an array" + uncalled},
+        {{}, kept, {}, {busy}, "", answer + "502 and 6 bytes is no JSON" + uncalled},
         {{}, {}, "b.invalid/v5?key=1", {}, badUrl, "the base URL is no URL but \"b.invalid/v5\""},
         {{}, {}, 5, {}, badUrl, "the base URL is no URL but an integer"},
         {{}, {}, Date{5}, {}, badUrl, "the base URL is no URL but a date"},
@@ -367,11 +353,15 @@ TEST_F(Audience, ReleasesWhatACompletionHoldsOnTheMainQueueHoweverTheOperationEn
 }
 
 TEST_F(Audience, SendsNothingForACallbackThatShutdownDropsAndThatCallsBackIn) {
-    std::shared_ptr<void> goodbye(nullptr, [&](void*) { manager.collect({}, nullptr); });
+    std::shared_ptr<void> goodbye(nullptr, [&](void*) {
+        manager.collect({}, nullptr);
+        manager.kovraTagsWithCompletion(nullptr);
+    });
     manager.collect({}, [held = std::move(goodbye)](const auto&, const auto&) {});
     manager.kovraTagsWithCompletion(mortal());
     platform::shutdown();
     EXPECT_EQ(diedOnMain, 1);
+    EXPECT_EQ(phone->locationServices().startCount(), 1);
     ASSERT_EQ(uploads(), 2U);
     EXPECT_FALSE(phone->http().requests().at(1).isSent);
     EXPECT_THROW(manager.collect({}, nullptr), std::logic_error);

@@ -51,6 +51,7 @@ TEST_F(BasePayload, TakesTheFirstCarrierWithANameAndElseTheFirstAndBeforeTwelveT
     using Carriers = std::vector<std::optional<platform::Carrier>>;
     const std::tuple<std::optional<Carriers>, const char*, const char*> cases[] = {
         {Carriers{nameless, named}, "Telco se  ", " no 99 "},
+        {Carriers{nameless, std::nullopt}, " no 99 ", " no 99 "},
         {Carriers{std::nullopt, nameless}, "   ", "   "},
         {Carriers(), "   ", "   "},
         {std::nullopt, "   ", "   "},
