@@ -79,6 +79,11 @@ protected:
     int diedElsewhere = 0;
 };
 
+TEST(WithoutAPlatform, ACallSaysWhatToDo) {
+    EXPECT_THAT([] { KRAudienceManager(token).collect({}, nullptr); },
+                ::testing::ThrowsMessage<std::logic_error>(::testing::HasSubstr("install first")));
+}
+
 TEST_F(Audience, StartsWithItsDefaultsAndTakesNoTextForNothing) {
     EXPECT_EQ(manager.geoFixDecimals(), 5.0F);
     EXPECT_FALSE(manager.trackId() || manager.requestTrackingAuthorization());
@@ -92,6 +97,8 @@ TEST_F(Audience, StartsWithItsDefaultsAndTakesNoTextForNothing) {
     EXPECT_STREQ(MorvellacintoVersionString,
                  "@(#)PROGRAM:Morvellacinto  PROJECT:Morvellacinto-1\n");
     EXPECT_EQ(MorvellacintoVersionNumber, 1.0);
+    EXPECT_THROW(platform::install(nullptr), std::invalid_argument);
+    EXPECT_THROW(platform::install(phone), std::logic_error);
 }
 
 TEST_F(Audience, ServesTheCacheForNinetySecondsAndElseUploadsAndTellsWhatNobodyHears) {

@@ -32,6 +32,7 @@ TEST(Value, ComparesNumbersByMathematicalValueAndContainersMemberByMember) {
         {0.5F, 0.5, true},
         {odd, static_cast<double>(odd), false},
         {INT64_MAX, 0x1p63, false},
+        {INT64_C(3) << 61, 0x3p61, true},
         {UINT64_MAX, -1, false},
         {1, true, false},
         {0.1F, 0.1, false},
