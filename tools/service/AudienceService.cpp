@@ -38,7 +38,10 @@ bool isHeaderOfTheServer(const std::string& name) {
 }
 
 Upload uploadOf(const httplib::Request& request, const std::string& body) {
-    Upload upload{request.method, request.path, {}, body,
+    Upload upload{request.method,
+                  request.path,
+                  {},
+                  body,
                   request.remote_addr + ":" + std::to_string(request.remote_port)};
     for (const auto& [name, value] : request.headers) {
         if (!isHeaderOfTheServer(name)) {
@@ -90,8 +93,8 @@ int bindToLoopback(httplib::Server& server, int port) {
         const int yes = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
-    const int bound = port == 0 ? server.bind_to_any_port(host)
-                                : (server.bind_to_port(host, port) ? port : -1);
+    const int bound =
+        port == 0 ? server.bind_to_any_port(host) : (server.bind_to_port(host, port) ? port : -1);
     if (bound < 0) {
         throw std::runtime_error("port " + std::to_string(port) + " of 127.0.0.1 cannot be bound");
     }
@@ -103,8 +106,7 @@ AudienceService::AudienceService(std::unique_ptr<httplib::SSLServer> server,
                                  std::unique_ptr<Scenario> scenario, std::ofstream records,
                                  Inspector* inspector)
     : server_(std::move(server)), fixedAnswer_(std::move(fixedAnswer)),
-      scenario_(std::move(scenario)), records_(std::move(records)),
-      inspector_(inspector) {
+      scenario_(std::move(scenario)), records_(std::move(records)), inspector_(inspector) {
     SSL_CTX_set_info_callback(server_->ssl_context(), &rememberConnection);
     // A reader of its own, because the server limits form-encoded bodies to 8 KiB.
     server_->Post(".*", [this](const httplib::Request& request, httplib::Response& response,

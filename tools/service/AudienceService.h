@@ -29,8 +29,8 @@ class Inspector;
 class AudienceService {
 public:
     /// Takes over a TLS server that has its certificate. `fixedAnswer` replaces the answer that
-    /// depends on the upload; `records`, when open, gets a line for each upload; `inspector`, unless
-    /// null, must live as long.
+    /// depends on the upload; `records`, when open, gets a line for each upload; `inspector`,
+    /// unless null, must live as long.
     AudienceService(std::unique_ptr<httplib::SSLServer> server, std::optional<Object> fixedAnswer,
                     std::unique_ptr<Scenario> scenario, std::ofstream records,
                     Inspector* inspector);

@@ -5,8 +5,8 @@
 
 #include "morvellacinto/foundation/Json.h"
 
+#include <algorithm>
 #include <chrono>
-#include <stdexcept>
 #include <string_view>
 #include <strings.h>
 
@@ -40,8 +40,7 @@ httplib::Server::HandlerResponse refuseStrangers(const httplib::Request& request
     std::string refusal;
     if (name != "127.0.0.1" && name != "localhost") {
         refusal = "this page is at 127.0.0.1 and localhost alone\n";
-    } else if (request.method != "GET" &&
-               request.get_header_value("Origin") != "http://" + host) {
+    } else if (request.method != "GET" && request.get_header_value("Origin") != "http://" + host) {
         refusal = "only the page itself decides about answers\n";
     } else {
         return httplib::Server::HandlerResponse::Unhandled;
@@ -86,22 +85,25 @@ Inspector::Inspector(Scenario& scenario) : scenario_(scenario) {
 
 void Inspector::show(const Upload& upload, const Answer* answer) {
     const Object record = upload.record();
-    Object headers;
+    Object headers = record.at("headers").asObject();
+    std::string token;
     for (const Object::Member& header : record.at("headers").asObject()) {
-        const std::string name(header.key());
-        std::string value(header.value.asString());
-        if (strcasecmp(name.c_str(), "API_TOKEN") == 0) {
-            value = "…" + value.substr(value.size() - std::min(shownOfToken, value.size() / 2));
+        if (strcasecmp(std::string(header.key()).c_str(), "API_TOKEN") == 0) {
+            token = header.value.asString();
+            headers.remove(header.key());
         }
-        headers.set(name, value);
     }
     const auto now = std::chrono::system_clock::now().time_since_epoch();
-    Object shown{{"milliseconds",
-                  std::chrono::duration_cast<std::chrono::milliseconds>(now).count()},
-                 {"source", upload.source},
-                 {"headers", headers},
-                 // As it came, because numbers that were read have lost their decimals.
-                 {"body", record.contains("text") ? record.at("text") : Value(upload.body)}};
+    // The body as it came, because numbers that were read have lost their decimals.
+    Object shown{
+        {"milliseconds", std::chrono::duration_cast<std::chrono::milliseconds>(now).count()},
+        {"source", upload.source},
+        {"headers", headers},
+        {"body", record.contains("text") ? record.at("text") : Value(upload.body)}};
+    if (!token.empty()) {
+        shown.set("token",
+                  "…" + token.substr(token.size() - std::min(shownOfToken, token.size() / 2)));
+    }
     if (answer != nullptr) {
         shown.set("status", answer->status);
         shown.set("answer", answer->location.value_or(answer->body));
@@ -117,16 +119,11 @@ Value Inspector::tags() const {
 // The body holds "steps" of a scenario, which replace those that wait, or "tags".
 void Inspector::decide(const httplib::Request& request, httplib::Response& response) {
     try {
-        JsonProblem problem;
-        const std::optional<Value> wish = readJson(request.body, &problem);
-        if (!wish) {
-            throw std::invalid_argument("line " + std::to_string(problem.line) + ", column " +
-                                        std::to_string(problem.column) + ": " + problem.reason);
-        }
-        if (const Value* steps = wish->asObject().find("steps")) {
+        const Value wish = readJson(request.body).value_or(Value());
+        if (const Value* steps = wish.asObject().find("steps")) {
             scenario_.replace(steps->asArray());
         }
-        if (const Value* tags = wish->asObject().find("tags")) {
+        if (const Value* tags = wish.asObject().find("tags")) {
             const std::lock_guard lock(mutex_);
             tags_ = *tags;
         }
