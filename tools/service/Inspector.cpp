@@ -19,12 +19,11 @@ constexpr std::size_t largestPost = 1 << 20; // bytes
 constexpr std::size_t shownOfToken = 4;      // characters
 constexpr auto heartbeat = std::chrono::seconds(1);
 
-struct PageFile {
+constexpr struct {
     const char* path;
     const char* type;
     std::string_view content;
-};
-constexpr PageFile pageFiles[] = {
+} pageFiles[] = {
     {"/", "text/html; charset=utf-8", pagefiles::index_html},
     {"/page.css", "text/css; charset=utf-8", pagefiles::page_css},
     {"/page.js", "text/javascript; charset=utf-8", pagefiles::page_js},
@@ -37,16 +36,13 @@ httplib::Server::HandlerResponse refuseStrangers(const httplib::Request& request
                                                  httplib::Response& response) {
     const std::string host = request.get_header_value("Host");
     const std::string name = host.substr(0, host.find(':'));
-    std::string refusal;
-    if (name != "127.0.0.1" && name != "localhost") {
-        refusal = "this page is at 127.0.0.1 and localhost alone\n";
-    } else if (request.method != "GET" && request.get_header_value("Origin") != "http://" + host) {
-        refusal = "only the page itself decides about answers\n";
-    } else {
+    if ((name == "127.0.0.1" || name == "localhost") &&
+        (request.method == "GET" || request.get_header_value("Origin") == "http://" + host)) {
         return httplib::Server::HandlerResponse::Unhandled;
     }
     response.status = 403;
-    response.set_content(refusal, "text/plain");
+    response.set_content("for the page at http://127.0.0.1 or http://localhost alone\n",
+                         "text/plain");
     return httplib::Server::HandlerResponse::Handled;
 }
 
@@ -64,7 +60,7 @@ Inspector::Inspector(Scenario& scenario) : scenario_(scenario) {
          {"X-Content-Type-Options", "nosniff"},
          {"Cache-Control", "no-store"}});
     server_.set_pre_routing_handler(&refuseStrangers);
-    for (const PageFile& file : pageFiles) {
+    for (const auto& file : pageFiles) {
         server_.Get(file.path, [&file](const auto& /*request*/, httplib::Response& response) {
             response.set_content(file.content.data(), file.content.size(), file.type);
         });

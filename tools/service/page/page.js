@@ -24,9 +24,15 @@ function shown(text, most = mostCharacters) {
     return [html("bdi", {}, visible), ...rest];
 }
 
-// Numbers keep the text that they came with.
-const parse = text => JSON.parse(text, (key, value, context) =>
-    typeof value === "number" && JSON.rawJSON ? JSON.rawJSON(context.source) : value);
+// Numbers keep the text that they came with. Nothing for what is no JSON.
+function parse(text) {
+    try {
+        return JSON.parse(text, (key, value, context) =>
+            typeof value === "number" && JSON.rawJSON ? JSON.rawJSON(context.source) : value);
+    } catch {
+        return undefined;
+    }
+}
 
 // The titles of the data inventory's columns, and its rows by field.
 async function readInventory() {
@@ -39,12 +45,10 @@ async function readInventory() {
 const markdown = text => text.split("`").map((part, i) => i % 2 ? html("code", {}, part) : part);
 
 function fieldsOf(upload) {
-    const fields = new Map();
-    try {
-        Object.entries(parse(upload.body)).forEach(([name, value]) => fields.set(name, JSON.stringify(value)));
-    } catch {
-        fields.set("(no JSON)", upload.body);
-    }
+    const body = parse(upload.body);
+    const fields = body instanceof Object
+        ? new Map(Object.entries(body).map(([name, value]) => [name, JSON.stringify(value)]))
+        : new Map([["(no JSON)", upload.body]]);
     if (upload.token) {
         fields.set(fields.has("API_TOKEN") ? "API_TOKEN (header)" : "API_TOKEN", upload.token);
     }
@@ -131,14 +135,7 @@ function position(fields) {
         `${texts.join(", ")}${zero}: ${decimals} decimals, somewhere in a cell of ${size.join(" by ")}`));
 }
 
-function answer(text) {
-    try {
-        text = JSON.stringify(parse(text), null, 2);
-    } catch {
-        // Shown as it is.
-    }
-    return html("pre", {tabindex: 0}, ...shown(text, 2000));
-}
+const answer = text => html("pre", {tabindex: 0}, ...shown(JSON.stringify(parse(text), null, 2) ?? text, 2000));
 
 let inventory;
 let before; // the fields of the last upload
@@ -175,11 +172,9 @@ function showState({steps, tags, upload}) {
         button.setAttribute("aria-pressed", String(button.dataset.steps === JSON.stringify(steps))));
     find("waiting").textContent = steps.length > 1 ? `${steps.length} steps of a scenario wait.` : "";
     find("reset").disabled = tags === null;
-    try {
-        const sent = tags ?? JSON.parse(upload.answer).tags;
-        find("tags").value = edited || sent === undefined ? find("tags").value : JSON.stringify(sent, null, 2);
-    } catch {
-        // An answer without tags.
+    const sent = tags ?? parse(upload?.answer)?.tags;
+    if (!edited && sent !== undefined) {
+        find("tags").value = JSON.stringify(sent, null, 2);
     }
     check();
 }
