@@ -1,4 +1,3 @@
-#include "MockService.h"
 #include "PrivateBus.h"
 #include "support/ProcessCounts.h"
 
@@ -9,6 +8,7 @@
 
 #include <array>
 #include <future>
+#include <sys/socket.h>
 
 namespace morvellacinto::native {
 namespace {
@@ -36,29 +36,23 @@ milliseconds atMost(milliseconds time) { return time + milliseconds(1000); }
 
 class BusTest : public ::testing::Test {
 protected:
+    BusTest() {
+        on("Silent", [](sd_bus_message*) {});
+    }
+    void on(const std::string& member, PrivateBus::Method method) {
+        daemon.onCall("/a", "com.example.A", member, std::move(method));
+    }
     BusReply ask(const std::string& member) {
         return BusConnection(daemon.bus).call(callOf(member));
     }
 
-    PrivateBus daemon;
-};
-
-class Service : public MockService {
-public:
-    Service() : MockService(serviceName) {
-        on("Silent", [](sd_bus_message*) {});
-    }
-    void on(const std::string& member, Method method) {
-        onCall("/a", "com.example.A", member, std::move(method));
-    }
+    PrivateBus daemon{{serviceName}};
 };
 
 TEST_F(BusTest, DecodesWhatTheServicesSendAndLeavesOutTheRest) {
-    Service service;
-    service.on("Everything",
-               answer("biudsoxayasa{sv}a{us}(iv)vv", 1, -7, 8U, 1.5, "text", "/path", INT64_MIN, 2,
-                      1, 2, 1, "x", 3, "k", "u", 1U, "l", "as", 0, "m", "a(ii)", 1, 4, 5, 1, 9U,
-                      "dropped", 3, "s", "in", "d", 0.5, "g", "as"));
+    daemon.reply("/a", "com.example.A", "Everything", "biudsoxayasa{sv}a{us}(iv)vv", 1, -7, 8U, 1.5,
+                 "text", "/path", INT64_MIN, 2, 1, 2, 1, "x", 3, "k", "u", 1U, "l", "as", 0, "m",
+                 "a(ii)", 1, 4, 5, 1, 9U, "dropped", 3, "s", "in", "d", 0.5, "g", "as");
     const std::array<std::byte, 2> twoBytes{std::byte{1}, std::byte{2}};
     const Array expected = Array::of(
         {true, -7, 8, 1.5, "text", "/path", nullptr, Value(std::span<const std::byte>(twoBytes)),
@@ -68,11 +62,10 @@ TEST_F(BusTest, DecodesWhatTheServicesSendAndLeavesOutTheRest) {
 }
 
 TEST_F(BusTest, TheCallsOfAQuestionTakeOneTimeOutTogetherAndEachGetsItsOwnAnswer) {
-    Service service;
     std::vector<BusCall> calls(20, callOf("Silent"));
     for (std::size_t i = 0; i < calls.size(); i += 2) {
         calls[i].member = "Give" + std::to_string(i);
-        service.on(calls[i].member, answer("u", static_cast<unsigned>(i)));
+        daemon.reply("/a", "com.example.A", calls[i].member, "u", static_cast<unsigned>(i));
     }
     calls[7].member = "Nothing";
     calls[9].path = "no path";
@@ -125,11 +118,11 @@ TEST_F(BusTest, ABusThatIsMissingOrRefusesCostsNothingAndIsToldOnceUntilItAnswer
     askOften();
     daemon.start();
     EXPECT_EQ(ask("Echo").errorName, BusError::serviceUnknown);
-    {
-        Service service;
-        service.on("Die", [&service](sd_bus_message*) { service.die(); });
-        EXPECT_EQ(ask("Die").errorName, BusError::noReply);
-    }
+    daemon.serve({serviceName});
+    on("Die", [](sd_bus_message* call) {
+        shutdown(sd_bus_get_fd(sd_bus_message_get_bus(call)), SHUT_RDWR);
+    });
+    EXPECT_EQ(ask("Die").errorName, BusError::noReply);
     daemon.start("ANONYMOUS");
     askOften();
     EXPECT_THAT(daemon.told(), ElementsAre(HasSubstr("cannot be reached"), HasSubstr("refuses")));

@@ -71,7 +71,7 @@ protected:
         return NativeNetwork(bus, root.path()).defaultRouteFlags();
     }
 
-    TemporaryRoot root;
+    testing::TemporaryDirectory root;
     StopSignal stopSignal;
     Bus bus{[](std::string_view) {}, stopSignal};
 };

@@ -1,4 +1,3 @@
-#include "MockService.h"
 #include "PrivateBus.h"
 
 #include "telephony/NativeTelephony.h"
@@ -9,19 +8,20 @@
 namespace morvellacinto::native {
 namespace {
 
+constexpr const char* serviceName = "org.freedesktop.ModemManager1";
 constexpr const char* modemInterface = "org.freedesktop.ModemManager1.Modem";
 constexpr const char* networkInterface = "org.freedesktop.ModemManager1.Modem.Modem3gpp";
 
 class TelephonyTest : public ::testing::Test {
 protected:
-    [[nodiscard]] auto infoOf(const MockService::Method& objects) {
-        mock.onCall("/org/freedesktop/ModemManager1", "org.freedesktop.DBus.ObjectManager",
-                    "GetManagedObjects", objects);
+    template <class... Objects>
+    [[nodiscard]] auto infoOf(int count, Objects... objects) {
+        daemon.reply("/org/freedesktop/ModemManager1", "org.freedesktop.DBus.ObjectManager",
+                     "GetManagedObjects", "a{oa{sa{sv}}}", count, objects...);
         return NativeTelephony(daemon.bus).makeInfo();
     }
 
-    PrivateBus daemon;
-    MockService mock{"org.freedesktop.ModemManager1"};
+    PrivateBus daemon{{serviceName}};
 };
 
 std::string told(const std::optional<platform::Carrier>& carrier) {
@@ -44,24 +44,21 @@ TEST_F(TelephonyTest, TheCarrierIsTheSimsElseThatOfTheNetworkWhichServesIt) {
                           {"Net", "2620", "/absent", "", "", "Net - -"},
                           {"Net", "2620123", "/", "", "", "Net - -"}};
     for (const auto& [networkName, networkCode, sim, simName, simCode, carrier] : cases) {
-        mock.onCall(
-            "/sim", "org.freedesktop.ModemManager1.Sim", "GetAll",
-            answer("a{sv}", 2, "OperatorName", "s", simName, "OperatorIdentifier", "s", simCode));
-        const auto info =
-            infoOf(answer("a{oa{sa{sv}}}", 1, "/Modem/0", 2, modemInterface, 2,
-                          "AccessTechnologies", "u", 1U << 14, "Sim", "o", sim, networkInterface, 2,
-                          "OperatorName", "s", networkName, "OperatorCode", "s", networkCode));
+        daemon.reply("/sim", "org.freedesktop.ModemManager1.Sim", "GetAll", "a{sv}", 2,
+                     "OperatorName", "s", simName, "OperatorIdentifier", "s", simCode);
+        const auto info = infoOf(1, "/Modem/0", 2, modemInterface, 2, "AccessTechnologies", "u",
+                                 1U << 14, "Sim", "o", sim, networkInterface, 2, "OperatorName",
+                                 "s", networkName, "OperatorCode", "s", networkCode);
         EXPECT_EQ(told(info->subscriberCellularProvider()), carrier);
         EXPECT_EQ(info->currentRadioAccessTechnology(), "LTE");
     }
 }
 
 TEST_F(TelephonyTest, EachModemIsAServiceInTheOrderOfTheirNumbers) {
-    const auto info =
-        infoOf(answer("a{oa{sa{sv}}}", 4, "/Modem/10", 1, modemInterface, 1, "AccessTechnologies",
-                      "u", 1U << 15, "/Modem/9", 2, modemInterface, 1, "AccessTechnologies", "u",
-                      1U << 4, networkInterface, 1, "OperatorName", "s", "Nine", "/Modem/8", 1,
-                      modemInterface, 1, "AccessTechnologies", "s", "fast", "/Call/1", 0));
+    const auto info = infoOf(4, "/Modem/10", 1, modemInterface, 1, "AccessTechnologies", "u",
+                             1U << 15, "/Modem/9", 2, modemInterface, 1, "AccessTechnologies", "u",
+                             1U << 4, networkInterface, 1, "OperatorName", "s", "Nine", "/Modem/8",
+                             1, modemInterface, 1, "AccessTechnologies", "s", "fast", "/Call/1", 0);
     EXPECT_THAT(info->serviceCurrentRadioAccessTechnology(),
                 ::testing::Optional(::testing::ElementsAre("Edge", "NR")));
     const auto carriers = info->serviceSubscriberCellularProviders();

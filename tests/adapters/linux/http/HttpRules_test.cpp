@@ -6,8 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include <arpa/inet.h>
-#include <fstream>
+#include <netdb.h>
 
 namespace morvellacinto::native {
 namespace {
@@ -69,18 +68,13 @@ TEST(HttpRules, OnlyAddressesOfThisMachineAreLoopback) {
     };
     for (const auto& [host, isLocal] : cases) {
         EXPECT_EQ(CurlUrl::parse("http://" + std::string(host))->isLoopback(), isLocal) << host;
-        sockaddr_storage place{};
         const std::string bare = *host == '[' ? std::string(host + 1, strlen(host) - 2) : host;
-        auto& v4 = reinterpret_cast<sockaddr_in&>(place);
-        auto& v6 = reinterpret_cast<sockaddr_in6&>(place);
-        if (inet_pton(AF_INET, bare.c_str(), &v4.sin_addr) == 1) {
-            place.ss_family = AF_INET;
-        } else if (inet_pton(AF_INET6, bare.c_str(), &v6.sin6_addr) == 1) {
-            place.ss_family = AF_INET6;
-        } else {
-            continue;
+        const addrinfo hints{AI_NUMERICHOST, AF_UNSPEC, SOCK_STREAM, 0, 0, {}, {}, {}};
+        addrinfo* place = nullptr;
+        if (getaddrinfo(bare.c_str(), nullptr, &hints, &place) == 0) {
+            EXPECT_EQ(isLoopback(*place->ai_addr), isLocal) << host;
+            freeaddrinfo(place);
         }
-        EXPECT_EQ(isLoopback(reinterpret_cast<sockaddr&>(place)), isLocal) << host;
     }
 }
 
@@ -217,18 +211,15 @@ TEST(HttpRules, AnAnswersHeadersAreBoundedAndMayNotContradictThemselves) {
 
 TEST(HttpRules, TrustAnchorsThatCannotBeReadAreToldAtOnce) {
     const testing::TemporaryDirectory directory;
-    const std::filesystem::path file = directory.path() / "anchor";
-    for (const char* content : {"", "no certificate", "/"}) {
-        if (*content == '/') {
-            std::filesystem::remove(file);
-        } else {
-            std::ofstream(file) << content;
+    for (const char* content : {"/", "", "no certificate"}) {
+        if (*content != '/') {
+            directory.write("anchor", content);
         }
         try {
-            const Trust trust({file}, {});
+            const Trust trust({directory.path() / "anchor"}, {});
             ADD_FAILURE() << content;
         } catch (const std::runtime_error& error) {
-            EXPECT_THAT(error.what(), HasSubstr(file.string()));
+            EXPECT_THAT(error.what(), HasSubstr((directory.path() / "anchor").string()));
         }
     }
 }
