@@ -4,9 +4,7 @@
 #include "network/NativeNetwork.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <sched.h>
 #include <sys/socket.h>
 
