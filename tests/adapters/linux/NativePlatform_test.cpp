@@ -13,19 +13,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <future>
-#include <latch>
-#include <stdexcept>
 #include <sys/file.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 namespace morvellacinto::native {
 namespace {
@@ -46,11 +38,10 @@ protected:
     }
 
     // Starts a request whose completion is `done`.
-    static void request(NativePlatform& platform, std::string url, std::function<void()> done) {
-        platform::HttpRequest request;
-        request.url = std::move(url);
+    static void request(NativePlatform& platform, const std::string& url,
+                        const std::function<void()>& done) {
         platform.makeHttpSession({}, nullptr)
-            ->dataTask(std::move(request), [done = std::move(done)](const auto&...) { done(); })
+            ->dataTask({"GET", url, {}, {}}, [done](const auto&...) { done(); })
             ->resume();
     }
 
@@ -264,16 +255,16 @@ TEST_F(NativePlatformDeathTest, ExitWithoutShutdownIsSafeWithWorkAndARequestUnde
         auto& platform = dynamic_cast<NativePlatform&>(*platform::current());
         request(platform, server.url("/"), [] {});
         EXPECT_TRUE(server.waitForConnections(1));
-        std::latch busy(1);
+        std::promise<void> busy;
         platform.dispatch().asyncGlobal([&] {
-            busy.count_down();
+            busy.set_value();
             for (;;) {
                 pause();
             }
         });
         platform.dispatch().asyncMain([] {});
         platform.standardUserDefaults().setObjectForKey(1, "pending");
-        busy.wait();
+        busy.get_future().wait();
         std::exit(7);
     };
     EXPECT_EXIT(exitInTheMiddle(), ::testing::ExitedWithCode(7), "");

@@ -76,7 +76,11 @@ TEST_F(BusTest, TheCallsOfAQuestionTakeOneTimeOutTogetherAndEachGetsItsOwnAnswer
         EXPECT_EQ(replies[i].body, i % 2 == 0 ? Array::of({i}) : Array());
     }
     EXPECT_EQ(replies[15].errorName, BusError::timedOut);
-    EXPECT_LT(timeOf([&] { EXPECT_FALSE(question.call(callOf("Silent")).succeeded()); }),
+    EXPECT_LT(timeOf([&] {
+                  for (int round = 0; round < 8; ++round) {
+                      EXPECT_FALSE(question.call(callOf("Silent")).succeeded());
+                  }
+              }),
               atMost(milliseconds(0)))
         << "one deadline for all rounds of a question";
     EXPECT_THAT(daemon.told(), ::testing::IsEmpty()) << "it is the service that is silent";

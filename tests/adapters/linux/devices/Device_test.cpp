@@ -98,7 +98,7 @@ TEST(Battery, IsTheDisplayDevicesOrUnknown) {
         {true, 50.0, 3, 0.5F, 1},  {true, 25.0, 4, 0.25F, 3}, {true, 50.0, 5, 0.5F, 2},
         {true, 50.0, 6, 0.5F, 1},  {true, 50.0, 7, 0.5F, 0},  {true, 50.0, -1, 0.5F, 0},
         {true, 100.5, 2, -1, 0},   {true, -1.0, 2, -1, 0},    {true, "50", 2, -1, 0},
-        {false, 0.0, 2, -1, 0},    {nullptr, 50.0, 2, -1, 0}};
+        {true, 50, 2, -1, 0},      {false, 0.0, 2, -1, 0},    {nullptr, 50.0, 2, -1, 0}};
     for (const auto& [isPresent, percentage, state, level, expected] : cases) {
         const Battery battery =
             batteryIn({{"IsPresent", isPresent}, {"Percentage", percentage}, {"State", state}});

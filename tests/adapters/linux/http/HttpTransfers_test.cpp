@@ -1,9 +1,16 @@
-#include "HttpFixture.h"
-
+#include "http/CurlSession.h"
+#include "http/TransferLoop.h"
 #include "service/Gzip.h"
+#include "support/FaultServer.h"
 #include "support/ShutdownLimit.h"
+#include "support/TestCertificates.h"
+
+#include <morvellacinto/native/HttpError.h>
+
+#include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <future>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -11,10 +18,95 @@
 namespace morvellacinto::native {
 namespace {
 
+using namespace std::chrono_literals;
+using morvellacinto::testing::answer;
+using morvellacinto::testing::FaultServer;
+using morvellacinto::testing::TestAuthority;
+using Clock = std::chrono::steady_clock;
+using Connection = FaultServer::Connection;
+using Request = FaultServer::Request;
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 constexpr HttpErrorCode fine{};
+
+/// What a completion was called with.
+struct Ending {
+    std::optional<std::string> data = {};
+    std::optional<platform::HttpResponse> response = {};
+    std::optional<KRError> error = {};
+
+    [[nodiscard]] HttpErrorCode code() const { return HttpErrorCode{error ? error->code : 0}; }
+    [[nodiscard]] std::string message() const {
+        return error ? std::string(error->userInfo.at(KRError::messageKey).asString()) : "";
+    }
+};
+
+// Answers with that, and then does the other.
+FaultServer::Script saying(const std::string& bytes, void (Connection::*then)() = nullptr) {
+    return {.onRequest = [=](Connection& connection, const Request&) {
+        connection.write(bytes);
+        then != nullptr ? (connection.*then)() : void();
+    }};
+}
+
+/// A loop that trusts `authority`, and sessions as the library makes them.
+class HttpTest : public ::testing::Test {
+protected:
+    ~HttpTest() override { stop(); }
+
+    /// The next request makes another loop.
+    void stop() {
+        if (const auto stopped = std::exchange(loop_, nullptr)) {
+            stopped->stop();
+        }
+    }
+
+    /// Each request has its own session, which is dropped while the transfer runs.
+    std::future<Ending> send(platform::HttpRequest request,
+                             std::chrono::milliseconds timeout = 30s) {
+        const auto promise = std::make_shared<std::promise<Ending>>();
+        const auto session = std::make_shared<CurlSession>(
+            platform::HttpSessionConfiguration{{{"Accept-Encoding", "gzip"}}, timeout, true},
+            loop(), pool);
+        session
+            ->dataTask(std::move(request),
+                       [promise](auto data, auto response, auto error) {
+                           promise->set_value({data, response, error});
+                       })
+            ->resume();
+        session->finishTasksAndInvalidate();
+        return promise->get_future();
+    }
+    static Ending result(std::future<Ending> future) {
+        const bool hasEnded = future.wait_for(60s) == std::future_status::ready;
+        EXPECT_TRUE(hasEnded) << "no completion";
+        return hasEnded ? future.get() : Ending();
+    }
+    Ending get(const std::string& url, std::chrono::milliseconds timeout = 30s) {
+        return result(send({"GET", url, {}, std::nullopt}, timeout));
+    }
+    Ending post(const std::string& url, std::chrono::milliseconds timeout = 30s) {
+        return result(send({"POST", url, {{"API_TOKEN", "secret-token"}}, "secret-body"}, timeout));
+    }
+
+    [[nodiscard]] const std::shared_ptr<TransferLoop>& loop() {
+        if (!loop_) {
+            loop_ = std::make_shared<TransferLoop>(options, pool);
+        }
+        return loop_;
+    }
+    [[nodiscard]] std::shared_ptr<SSL_CTX> tls() const {
+        return authority.serverContext("IP:127.0.0.1,DNS:localhost");
+    }
+
+    const TestAuthority authority;
+    WorkerPool pool{[](const std::exception_ptr&) { ADD_FAILURE() << "an exception"; }, 0ms};
+    HttpOptions options{.trustAnchors = {authority.file()}};
+
+private:
+    std::shared_ptr<TransferLoop> loop_;
+};
 
 // OpenSSL would refuse TLS 1.1 by itself, were it not told to be lenient before it is first used.
 const bool isLenient = [] {
@@ -119,13 +211,8 @@ struct Phase {
 
 const Phase phases[] = {
     {"in the handshake", true, {.onAccept = &Connection::stall}},
-    {"in the body",
-     false,
-     {.onRequest =
-          [](Connection& connection, const Request&) {
-              connection.write("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n{}");
-              connection.stall();
-          }}},
+    {"in the body", false,
+     saying("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n{}", &Connection::stall)},
     {"redirects",
      false,
      {.onRequest =
@@ -135,7 +222,7 @@ const Phase phases[] = {
           }}},
 };
 
-TEST_F(HttpTest, TheTimeoutCoversEveryPhaseAndTheWaitForAConnection) {
+TEST_F(HttpTest, TheTimeoutCoversTheWaitForAConnection) {
     rlimit descriptors{};
     getrlimit(RLIMIT_NOFILE, &descriptors);
     const rlimit fewer{128, descriptors.rlim_max}; // 64 connections
@@ -151,11 +238,13 @@ TEST_F(HttpTest, TheTimeoutCoversEveryPhaseAndTheWaitForAConnection) {
     EXPECT_EQ(get(full.url("/"), 300ms).code(), HttpErrorCode::timedOut);
     EXPECT_LT(Clock::now() - queued, 5s);
     EXPECT_EQ(full.connections(), 64);
-    stop();
+}
+
+TEST_F(HttpTest, InEveryPhaseTheTimeoutCountsAndAStopIsQuickAndNoCompletionRunsAfterwards) {
     for (const Phase& phase : phases) {
         SCOPED_TRACE(phase.name);
         FaultServer server(phase.isEncrypted ? tls() : nullptr, phase.script);
-        const auto start = Clock::now();
+        auto start = Clock::now();
         const Ending ending = post(server.url("/"), 300ms);
         EXPECT_EQ(ending.code(), HttpErrorCode::timedOut) << ending.message();
         EXPECT_GE(Clock::now() - start, 300ms);
@@ -163,34 +252,24 @@ TEST_F(HttpTest, TheTimeoutCoversEveryPhaseAndTheWaitForAConnection) {
         if (phase.name == std::string("in the body")) {
             EXPECT_EQ(ending.data, "{}"); // as far as it had come
         }
-    }
-}
-
-TEST_F(HttpTest, StoppingIsQuickInEveryPhaseAndNoCompletionRunsAfterwards) {
-    for (const Phase& phase : phases) {
-        SCOPED_TRACE(phase.name);
-        FaultServer server(phase.isEncrypted ? tls() : nullptr, phase.script);
-        const auto mine = std::make_shared<TransferLoop>(options, pool);
-        std::atomic<int> called = 0;
         const auto witness = std::make_shared<int>();
         const auto session =
-            std::make_shared<CurlSession>(platform::HttpSessionConfiguration{}, mine, pool);
-        std::vector<std::shared_ptr<platform::HttpTask>> tasks;
+            std::make_shared<CurlSession>(platform::HttpSessionConfiguration{}, loop(), pool);
+        const auto makeTask = [&] {
+            return session->dataTask({"POST", server.url("/"), {}, "body"},
+                                     [witness](auto...) { ADD_FAILURE() << "too late"; });
+        };
+        const auto notStarted = makeTask();
         for (int i = 0; i < 20; ++i) {
-            tasks.push_back(session->dataTask({"POST", server.url("/"), {}, "body"},
-                                              [&called, witness](auto, auto, auto) { ++called; }));
-            if (i > 0) {
-                tasks.back()->resume();
-            }
+            makeTask()->resume();
         }
-        ASSERT_TRUE(server.waitForConnections(2));
-        const auto start = Clock::now();
-        mine->stop();
+        ASSERT_TRUE(server.waitForConnections(3));
+        start = Clock::now();
+        stop();
         EXPECT_LT(Clock::now() - start, testing::shutdownLimit);
         EXPECT_EQ(witness.use_count(), 2); // here and in the task that was not started
-        tasks.front()->resume();           // too late
+        notStarted->resume();
         EXPECT_EQ(witness.use_count(), 1);
-        EXPECT_EQ(called, 0);
     }
 }
 
@@ -218,19 +297,16 @@ TEST_F(HttpTest, ServersAreJudgedByTheirCertificateTheirNameAndTheirTls) {
     SSL_CTX_set_security_level(old.get(), 0);
     SSL_CTX_set_min_proto_version(old.get(), TLS1_VERSION);
     SSL_CTX_set_max_proto_version(old.get(), TLS1_1_VERSION);
-    const struct {
-        std::shared_ptr<SSL_CTX> context;
-        HttpErrorCode code;
-    } cases[] = {
+    const std::pair<std::shared_ptr<SSL_CTX>, HttpErrorCode> cases[] = {
         {tls(), fine},
         {stranger.serverContext("IP:127.0.0.1"), HttpErrorCode::certificateUntrusted},
         {authority.serverContext("DNS:audience.invalid"), HttpErrorCode::certificateUntrusted},
         {old, HttpErrorCode::tlsFailed},
     };
-    for (const auto& each : cases) {
-        FaultServer server(each.context, {});
+    for (const auto& [context, code] : cases) {
+        FaultServer server(context, {});
         const Ending ending = post(server.url("/v5?lat=59.329#59.329"));
-        EXPECT_EQ(ending.code(), each.code) << ending.message();
+        EXPECT_EQ(ending.code(), code) << ending.message();
         if (ending.error) {
             EXPECT_EQ(ending.error->userInfo.at(KRError::urlKey), Value(server.url("/v5")));
             EXPECT_THAT(ending.message(), Not(HasSubstr("59.329")));
@@ -246,9 +322,7 @@ TEST_F(HttpTest, ServersAreJudgedByTheirCertificateTheirNameAndTheirTls) {
                            }});
         EXPECT_EQ(get(server.url("/")).code(), isCut ? HttpErrorCode::connectionLost : fine);
     }
-    FaultServer hinting(tls(), {.onRequest = [](Connection& connection, const Request&) {
-                            connection.write("HTTP/1.1 103 Hints\r\n\r\n" + answer(200, "{}"));
-                        }});
+    FaultServer hinting(tls(), saying("HTTP/1.1 103 Hints\r\n\r\n" + answer(200, "{}")));
     EXPECT_EQ(get(hinting.url("/")).code(), fine);
 }
 
@@ -272,9 +346,7 @@ TEST_F(HttpTest, ChangedTrustCountsAtOnceAlsoForKeptConnectionsAndTlsSessions) {
     for (const auto& [way, changed, anchors, roots] : cases) {
         for (const char* connection : {"", "Connection: close\r\n"}) {
             SCOPED_TRACE(std::string(way) + " " + connection);
-            FaultServer server(tls(), {.onRequest = [&](Connection& answering, const Request&) {
-                                   answering.write(answer(200, "{}", connection));
-                               }});
+            FaultServer server(tls(), saying(answer(200, "{}", connection)));
             stop();
             options.systemRoots = roots;
             folder.write(changed, authority.pem());
@@ -311,9 +383,7 @@ TEST_F(HttpTest, TokensAndCookiesStayWithinTheirOriginAndTheirRequest) {
     EXPECT_THAT(elsewhere.requests().at(0).head,
                 Not(AnyOf(HasSubstr("API_TOKEN"), HasSubstr("Cookie"))));
 
-    FaultServer proxy(nullptr, {.onRequest = [](Connection& connection, const Request&) {
-                          connection.write(answer(403, ""));
-                      }});
+    FaultServer proxy(nullptr, saying(answer(403, "")));
     for (const char* variable : {"http_proxy", "https_proxy", "all_proxy"}) {
         setenv(variable, proxy.url("").c_str(), 1);
     }

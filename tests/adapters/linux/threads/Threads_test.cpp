@@ -5,15 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <future>
 #include <latch>
-#include <memory>
 #include <poll.h>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace morvellacinto::native {
 namespace {
@@ -43,16 +38,6 @@ bool readable(const MainQueue& queue) {
     return poll(&wanted, 1, 0) == 1;
 }
 
-template <class Call>
-std::string thrownBy(Call call) {
-    try {
-        call();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "nothing";
-}
-
 TEST(MainQueue, ItsDescriptorIsReadableExactlyWhileABlockOrAnExceptionWaits) {
     MainQueue queue;
     EXPECT_FALSE(readable(queue));
@@ -61,9 +46,9 @@ TEST(MainQueue, ItsDescriptorIsReadableExactlyWhileABlockOrAnExceptionWaits) {
     EXPECT_TRUE(readable(queue));
     queue.drain();
     EXPECT_FALSE(readable(queue));
-    queue.rethrowLater(std::make_exception_ptr(std::runtime_error("escaped")));
+    queue.rethrowLater(std::make_exception_ptr(std::range_error("escaped")));
     EXPECT_TRUE(readable(queue));
-    EXPECT_EQ(thrownBy([&] { queue.drain(); }), "escaped");
+    EXPECT_THROW(queue.drain(), std::range_error);
     EXPECT_FALSE(readable(queue));
     queue.post([] {});
     queue.shutdown();
@@ -82,15 +67,14 @@ TEST(MainQueue, DrainRunsInOrderWhatWaitedAtItsEntryAndLeavesTheRestForTheNextOn
     queue.post([&] { order += '2'; });
     queue.drain();
     EXPECT_EQ(order, "123");
-    queue.post([] { throw std::runtime_error("of the host"); });
+    queue.post([] { throw std::range_error("of the host"); });
     queue.post([&] { order += '5'; });
-    EXPECT_EQ(thrownBy([&] { queue.drain(); }), "of the host");
+    EXPECT_THROW(queue.drain(), std::range_error);
     EXPECT_EQ(order, "1234");
-    for (const char* escaped : {"a", "b"}) {
-        queue.rethrowLater(std::make_exception_ptr(std::runtime_error(escaped)));
-    }
-    EXPECT_EQ(thrownBy([&] { queue.drain(); }), "a");
-    EXPECT_EQ(thrownBy([&] { queue.run(); }), "b");
+    queue.rethrowLater(std::make_exception_ptr(std::range_error("a")));
+    queue.rethrowLater(std::make_exception_ptr(std::domain_error("b")));
+    EXPECT_THROW(queue.drain(), std::range_error);
+    EXPECT_THROW(queue.run(), std::domain_error);
     EXPECT_EQ(order, "1234");
     queue.drain();
     EXPECT_EQ(order, "12345");
@@ -103,13 +87,10 @@ TEST(MainQueue, RunEndsWithStopFromAnyThreadAndKeepsWhatWaits) {
     queue.stop();
     queue.run();
     EXPECT_EQ(ran, 0) << "a stop with no run under way ends the next one";
-    queue.post([&] {
-        ++ran;
-        queue.stop();
-    });
+    queue.post([&] { queue.stop(); });
     queue.post([&] { ++ran; });
     queue.run();
-    EXPECT_EQ(ran, 2);
+    EXPECT_EQ(ran, 1);
     std::thread elsewhere([&] {
         EXPECT_FALSE(queue.isMainThread());
         EXPECT_THROW(queue.drain(), std::logic_error);
@@ -118,7 +99,7 @@ TEST(MainQueue, RunEndsWithStopFromAnyThreadAndKeepsWhatWaits) {
     });
     queue.run();
     elsewhere.join();
-    EXPECT_EQ(ran, 3);
+    EXPECT_EQ(ran, 2);
 }
 
 TEST(MainQueue, AfterShutdownNoBlockStartsAndDroppedBlocksMayUseTheQueue) {
