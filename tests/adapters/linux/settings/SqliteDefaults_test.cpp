@@ -1,4 +1,5 @@
 #include "settings/SqliteDefaults.h"
+#include "support/ProcessCounts.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -145,6 +146,8 @@ TEST_F(SqliteDefaultsTest, SeesWhatOthersFlushUnlessAChangeOfItsOwnIsPending) {
     ASSERT_TRUE(mine->synchronize());
     EXPECT_TRUE(soon([&] { return theirs->objectForKey("removed") == std::nullopt; }));
     EXPECT_EQ(theirs->objectForKey("changed"), Value("mine"));
+    flush(*theirs, "removed", "back");
+    EXPECT_TRUE(soon([&] { return mine->objectForKey("removed") == Value("back"); }));
     theirs->removeObjectForKey("changed");
     ASSERT_TRUE(theirs->synchronize());
     EXPECT_TRUE(soon([&] { return mine->objectForKey("changed") == std::nullopt; }));
@@ -249,6 +252,7 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
         {[] { flushesFail = true; }, [] { flushesFail = false; }},
     };
     const auto defaults = open();
+    const auto closed = testing::descriptorCount();
     for (const auto& [begin, end] : troubles) {
         SCOPED_TRACE(&begin - &troubles->first);
         flush(*defaults, "key", "before");
@@ -258,6 +262,7 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
         defaults->setObjectForKey(large, "key");
         for (int attempt = 0; attempt < 3; ++attempt) {
             EXPECT_FALSE(defaults->synchronize());
+            EXPECT_EQ(testing::descriptorCount(), closed) << "nothing is known of the files";
             EXPECT_EQ(defaults->objectForKey("key"), large);
         }
         EXPECT_THAT(told, SizeIs(before + 1));
