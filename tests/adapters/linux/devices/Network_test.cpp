@@ -45,8 +45,7 @@ protected:
         run("link set lo up");
         for (const std::string name : {"a0", "b0", "vpn0"}) {
             const std::string network = std::to_string(name[0] - 'a' + 1);
-            run("link add " + name + " type veth peer name " + name + "x");
-            run("link set " + name + " up");
+            run("link add " + name + " up type veth peer name " + name + "x");
             run("link set " + name + "x up");
             run("addr add 10." + network + ".0.1/24 dev " + name + " label " + name + ":1");
             run("-6 addr add fd00:" + network + "::1/64 dev " + name + " nodad");

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <netdb.h>
+#include <sstream>
 
 namespace morvellacinto::native {
 namespace {
@@ -33,42 +34,28 @@ TEST(HttpRules, UrlsAreTakenAsTheyWillBeUsedAndNothingElseIs) {
         {"https://host", "https://host/"},
         {"https://host/a/../b", "https://host/b"},
         {"http://0x7f.1/", "http://127.0.0.1/"},
-        {"own-scheme://host/", "own-scheme://host/"},
-        {"", ""},
-        {"/audience/", ""},
-        {"host.example/audience/", ""},
-        {"https://", ""},
-        {"https://host:99999/", ""},
-        {"https://host/a b", ""},
-        {"https://host/\r\nX: y", ""},
-        {"https://host/\0.evil"sv, ""},
-        {"https://h\xc3\xb6st/", ""},
-    };
+        {"own-scheme://host/", "own-scheme://host/"}};
     for (const auto& [text, url] : cases) {
-        const auto parsed = CurlUrl::parse(text);
-        EXPECT_EQ(parsed ? parsed->text() : "", url) << text;
+        EXPECT_EQ(CurlUrl::parse(text).value().text(), url);
+    }
+    for (const std::string_view text :
+         {""sv, "/audience/"sv, "host.example/audience/"sv, "https://"sv, "https:///host"sv,
+          "https://host:99999/"sv, "https://host/a b"sv, "https://host/\r\nX: y"sv,
+          "https://host/\0.evil"sv, "https://h\xc3\xb6st/"sv, "https://host/%4"sv}) {
+        EXPECT_FALSE(CurlUrl::parse(text)) << text;
     }
     EXPECT_EQ(CurlUrl::parse("https://u:p@h:8/a?q#f")->shown(), "https://h:8/a");
     EXPECT_EQ(CurlUrl::parse("HTTPS://Host/a")->origin(), "https://host:443");
 }
 
 TEST(HttpRules, OnlyAddressesOfThisMachineAreLoopback) {
-    const std::pair<const char*, bool> cases[] = {
-        {"127.0.0.1", true},
-        {"127.9.9.9", true},
-        {"[::1]", true},
-        {"localhost", true},
-        {"LocalHost", true},
-        {"0.0.0.0", false},
-        {"[::ffff:127.0.0.1]", false},
-        {"10.0.0.1", false},
-        {"[::2]", false},
-        {"localhost.example", false},
-        {"127.0.0.1.nip.invalid", false},
-    };
-    for (const auto& [host, isLocal] : cases) {
-        EXPECT_EQ(CurlUrl::parse("http://" + std::string(host))->isLoopback(), isLocal) << host;
-        const std::string bare = *host == '[' ? std::string(host + 1, strlen(host) - 2) : host;
+    std::istringstream cases("127.0.0.1 1 127.9.9.9 1 [::1] 1 localhost 1 LocalHost 1 0.0.0.0 0 "
+                             "[::ffff:127.0.0.1] 0 10.0.0.1 0 128.0.0.1 0 [::2] 0 "
+                             "localhost.example 0 127.0.0.1.nip.invalid 0");
+    bool isLocal = false;
+    for (std::string host; cases >> host >> isLocal;) {
+        EXPECT_EQ(CurlUrl::parse("http://" + host)->isLoopback(), isLocal) << host;
+        const std::string bare = host[0] == '[' ? host.substr(1, host.size() - 2) : host;
         const addrinfo hints{AI_NUMERICHOST, AF_UNSPEC, SOCK_STREAM, 0, 0, {}, {}, {}};
         addrinfo* place = nullptr;
         if (getaddrinfo(bare.c_str(), nullptr, &hints, &place) == 0) {
@@ -82,17 +69,15 @@ TEST(HttpRules, WhatMustNotBeSentIsRefused) {
     const struct {
         platform::HttpRequest request;
         HttpErrorCode code;
-    } cases[] = {
-        {{"GET", std::nullopt, {}, {}}, HttpErrorCode::badUrl},
-        {{"GET", "5/audience/", {}, {}}, HttpErrorCode::badUrl},
-        {{"GET", "https://secret@host/", {}, {}}, HttpErrorCode::badUrl},
-        {{"GET", "https://:secret@host/", {}, {}}, HttpErrorCode::badUrl},
-        {{"GET", "http://host/?secret#secret", {}, {}}, HttpErrorCode::schemeRefused},
-        {{"GET", "ftp://host/?secret", {}, {}}, HttpErrorCode::schemeRefused},
-        {{"GET /\r\n", "https://host/", {}, {}}, HttpErrorCode::invalidRequest},
-        {{"GET", "https://host/", {}, {}}, fine},
-        {{"GET", "http://[::1]/", {}, {}}, fine},
-    };
+    } cases[] = {{{"GET", std::nullopt, {}, {}}, HttpErrorCode::badUrl},
+                 {{"GET", "5/audience/", {}, {}}, HttpErrorCode::badUrl},
+                 {{"GET", "https://secret@host/", {}, {}}, HttpErrorCode::badUrl},
+                 {{"GET", "https://:secret@host/", {}, {}}, HttpErrorCode::badUrl},
+                 {{"GET", "http://host/?secret#secret", {}, {}}, HttpErrorCode::schemeRefused},
+                 {{"GET", "ftp://host/?secret", {}, {}}, HttpErrorCode::schemeRefused},
+                 {{"GET /\r\n", "https://host/", {}, {}}, HttpErrorCode::invalidRequest},
+                 {{"GET", "https://host/", {}, {}}, fine},
+                 {{"GET", "http://[::1]/", {}, {}}, fine}};
     for (const auto& each : cases) {
         EXPECT_EQ(codeOf([&] { (void)firstHop(each.request); }), each.code)
             << each.request.url.value_or("no URL");
@@ -127,8 +112,7 @@ TEST(HttpRules, ARedirectGoesOnWithWhatItMay) {
         {"https://127.0.0.1/", 302, "GET", "http://a/", refused},
         {"https://a/x", 302, "GET", "file:///etc/passwd", refused},
         {"https://a/x", 302, "GET", "https://secret:secret@a/", refused},
-        {"https://a/x", 302, "GET", "https://:/", refused},
-    };
+        {"https://a/x", 302, "GET", "https://:/", refused}};
     for (const auto& each : cases) {
         SCOPED_TRACE(std::to_string(each.status) + " " + each.method + " " + each.location);
         const std::string_view method = each.method;
@@ -200,8 +184,7 @@ TEST(HttpRules, AnAnswersHeadersAreBoundedAndMayNotContradictThemselves) {
          fine,
          false},
         {std::vector<std::string>(256, line), fine, false},
-        {std::vector<std::string>(257, line), HttpErrorCode::answerTooLarge},
-    };
+        {std::vector<std::string>(257, line), HttpErrorCode::answerTooLarge}};
     for (const auto& each : cases) {
         AnswerHeaders headers;
         EXPECT_EQ(codeOf([&] {

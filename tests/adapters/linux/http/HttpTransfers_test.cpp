@@ -183,8 +183,7 @@ TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
         {"only a hundred", "HTTP/1.1 100 Continue\r\n\r\n", connectionLost},
         {"half a body", ok + "Content-Length: 4\r\n\r\n{}", connectionLost},
         {"hundreds", "", answerTooLarge, "HTTP/1.1 100 Continue\r\n" + line + "\r\n"},
-        {"trailers", chunked + "0\r\n", answerTooLarge, line},
-    };
+        {"trailers", chunked + "0\r\n", answerTooLarge, line}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         FaultServer server(nullptr, {.onRequest = [&](Connection& connection, const Request&) {
@@ -301,8 +300,7 @@ TEST_F(HttpTest, ServersAreJudgedByTheirCertificateTheirNameAndTheirTls) {
         {tls(), fine},
         {stranger.serverContext("IP:127.0.0.1"), HttpErrorCode::certificateUntrusted},
         {authority.serverContext("DNS:audience.invalid"), HttpErrorCode::certificateUntrusted},
-        {old, HttpErrorCode::tlsFailed},
-    };
+        {old, HttpErrorCode::tlsFailed}};
     for (const auto& [context, code] : cases) {
         FaultServer server(context, {});
         const Ending ending = post(server.url("/v5?lat=59.329#59.329"));
@@ -340,12 +338,10 @@ TEST_F(HttpTest, ChangedTrustCountsAtOnceAlsoForKeptConnectionsAndTlsSessions) {
         std::filesystem::path changed;
         std::vector<std::filesystem::path> anchors;
         SystemRoots roots;
-    } cases[] = {
-        {"directory", hashed, {}, {{"/nonexistent", folder.path()}, "/nonexistent"}},
-        {"bundle", "file", {}, {{}, file}},
-        {"anchor", "file", {file}, {}},
-        {"bundle beside an anchor", "file", {stranger.file()}, {{}, file}},
-    };
+    } cases[] = {{"directory", hashed, {}, {{"/nonexistent", folder.path()}, "/nonexistent"}},
+                 {"bundle", "file", {}, {{}, file}},
+                 {"anchor", "file", {file}, {}},
+                 {"bundle beside an anchor", "file", {stranger.file()}, {{}, file}}};
     for (const auto& [way, changed, anchors, roots] : cases) {
         for (const char* connection : {"", "Connection: close\r\n"}) {
             SCOPED_TRACE(std::string(way) + " " + connection);

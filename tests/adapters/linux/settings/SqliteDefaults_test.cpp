@@ -249,8 +249,7 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
         {[this] { std::filesystem::remove_all(directory()), write(directory(), ""); },
          [this] { std::filesystem::remove(directory()); }},
         {[&] { setrlimit(RLIMIT_FSIZE, &small); }, [&] { setrlimit(RLIMIT_FSIZE, &unlimited); }},
-        {[] { flushesFail = true; }, [] { flushesFail = false; }},
-    };
+        {[] { flushesFail = true; }, [] { flushesFail = false; }}};
     const auto defaults = open();
     const auto closed = testing::descriptorCount();
     for (const auto& [begin, end] : troubles) {
@@ -337,8 +336,7 @@ TEST_F(SqliteDefaultsTest, RefusesFilesThatOthersCouldHaveAHandIn) {
         [](const char* path) { write(path, ""), chmod(path, 0620); },
         [](const char* path) { // only root gives files away
             write(path, ""), chmod(path, chown(path, 12345, getgid()) == 0 ? 0600 : 0602);
-        },
-    };
+        }};
     std::size_t refused = 0;
     for (const auto& make : makes) {
         for (const char* suffix : {"", "-wal", "-shm"}) {
