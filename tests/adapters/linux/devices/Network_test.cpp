@@ -26,7 +26,7 @@ TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
     const std::string none(32, '0');
     std::string table6;
     for (const auto& [length, metric, rest] :
-         {std::tuple("00", "00000400", "00000003 b0"), std::tuple("00", "00000064", "00000003 a0"),
+         {std::tuple("00", "0000000B", "00000003 b0"), std::tuple("00", "0000000A", "00000003 a0"),
           std::tuple("00", "00000001", "00200200 lo"),
           std::tuple("40", "00000001", "00000001 net0")}) {
         table6 +=
@@ -114,6 +114,8 @@ TEST_F(ReachabilityTest, ATunnelCountsAsWhatItGoesThrough) {
     run("route add default via 10.1.0.2 dev a0 metric 600");
     EXPECT_EQ(reach(), flags::reachable);
     describe("a0", "operstate", "down\n");
+    describe("vpn0", "type", "1\n");
+    describe("vpn0", "tun_flags", "0x1\n");
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan);
 }
 

@@ -41,6 +41,7 @@ TEST_F(TelephonyTest, TheCarrierIsTheSimsElseThatOfTheNetworkWhichServesIt) {
     };
     const Case cases[] = {{"Roamed", "26201", "/sim", "Ten", "310260", "Ten us 260"},
                           {"Home", "24001", "/sim", "", "24001", "Home se 01"},
+                          {"Other", "24001", "/sim", "Own", "24001", "Own se 01"},
                           {"Foreign", "26201", "/sim", "", "24007", "- se 07"},
                           {"Served", "26202", "/", "unseen", "310260", "Served de 02"},
                           {"", "", "/", "", "", "none"},
@@ -59,15 +60,15 @@ TEST_F(TelephonyTest, TheCarrierIsTheSimsElseThatOfTheNetworkWhichServesIt) {
 }
 
 TEST_F(TelephonyTest, EachModemIsAServiceInTheOrderOfTheirNumbers) {
-    const auto info = infoOf(4, "/Modem/10", 1, modemInterface, 1, "AccessTechnologies", "u",
-                             1U << 15, "/Modem/9", 2, modemInterface, 1, "AccessTechnologies", "u",
-                             1U << 4, networkInterface, 1, "OperatorName", "s", "Nine", "/Modem/8",
+    const auto info = infoOf(4, "/Modem/10", 2, modemInterface, 1, "AccessTechnologies", "u",
+                             1U << 15, networkInterface, 1, "OperatorName", "s", "Ten", "/Modem/9",
+                             1, modemInterface, 1, "AccessTechnologies", "u", 1U << 4, "/Modem/8",
                              1, modemInterface, 1, "AccessTechnologies", "s", "fast", "/Call/1", 0);
     EXPECT_THAT(info->serviceCurrentRadioAccessTechnology(),
                 ::testing::Optional(::testing::ElementsAre("Edge", "NR")));
     const auto carriers = info->serviceSubscriberCellularProviders();
     ASSERT_EQ(carriers->size(), 3U);
-    EXPECT_EQ(told(carriers->at(1)), "Nine - -");
+    EXPECT_EQ(told(carriers->at(2)), "Ten - -");
     EXPECT_EQ(told(info->subscriberCellularProvider()), "none") << "of the first";
 }
 
@@ -86,7 +87,7 @@ TEST(NameOfTechnology, IsThatOfTheNewestGeneration) {
 
 TEST(MobileCountries, KnowsCountriesAndNothingElse) {
     const std::pair<const char*, const char*> cases[] = {
-        {"202", "gr"}, {"240", "se"}, {"425", "il"}, {"750", "fk"}, {"901", ""}, {"02gr", ""}};
+        {"202", "gr"}, {"240", "se"}, {"425", "il"}, {"750", "fk"}, {"901", ""}, {"24", ""}};
     for (const auto& [code, country] : cases) {
         EXPECT_EQ(countryOfMobileCode(code).value_or(""), country) << code;
     }

@@ -272,6 +272,29 @@ TEST_F(HttpTest, InEveryPhaseTheTimeoutCountsAndAStopIsQuickAndNoCompletionRunsA
     }
 }
 
+TEST_F(HttpTest, ACompletionThatWaitsForAnotherDoesNotRunAfterAStop) {
+    options.idleTime = 100ms;
+    FaultServer server(nullptr, {});
+    const auto session =
+        std::make_shared<CurlSession>(platform::HttpSessionConfiguration{}, loop(), pool);
+    std::atomic<int> called = 0;
+    std::promise<void> mayReturn;
+    for (int i = 0; i < 2; ++i) {
+        session
+            ->dataTask({"GET", server.url("/"), {}, {}},
+                       [&](auto...) {
+                           ++called;
+                           mayReturn.get_future().wait();
+                       })
+            ->resume();
+    }
+    ASSERT_TRUE(server.waitForRequests(2) && server.waitForClosed(server.connections()));
+    stop(); // both have been handed over
+    mayReturn.set_value();
+    pool.shutdown();
+    EXPECT_EQ(called, 1);
+}
+
 TEST_F(HttpTest, ConnectionsAreReusedAndTlsSessionsResumedAfterAnIdleTime) {
     options.idleTime = 1s;
     FaultServer server(tls(), {.onRequest = [](Connection& connection, const Request& request) {

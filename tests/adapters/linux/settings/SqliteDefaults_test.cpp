@@ -80,9 +80,9 @@ protected:
     }
     void emptyTheLog() const { run("PRAGMA wal_checkpoint(TRUNCATE)"); }
     // As another process would have it. Closed, the descriptor ends the lock.
-    [[nodiscard]] int lockDirectory() const {
+    [[nodiscard]] int lockDirectory(int operation = LOCK_EX) const {
         const int descriptor = ::open(directory().c_str(), O_RDONLY | O_CLOEXEC);
-        EXPECT_EQ(flock(descriptor, LOCK_EX), 0);
+        EXPECT_EQ(flock(descriptor, operation), 0);
         return descriptor;
     }
 
@@ -325,6 +325,19 @@ TEST_F(SqliteDefaultsTest, ClosingEndsTheWaitsOfFlushesAndReads) {
         EXPECT_FALSE(defaults->adapterValue("name").isCertain);
     }
     EXPECT_THAT(told, IsEmpty());
+}
+
+TEST_F(SqliteDefaultsTest, WhoMakesADatabaseIsAloneAndWhoUsesItIsNot) {
+    std::filesystem::create_directories(directory());
+    for (const bool exists : {false, true}) {
+        const int others = lockDirectory(LOCK_SH);
+        const auto defaults = open();
+        defaults->setObjectForKey(1, "key");
+        defaults->endWaits();
+        EXPECT_EQ(defaults->synchronize(), exists);
+        ::close(others);
+        flush(*open(), "key", 2);
+    }
 }
 
 TEST_F(SqliteDefaultsTest, RefusesFilesThatOthersCouldHaveAHandIn) {
