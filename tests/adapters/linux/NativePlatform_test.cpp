@@ -254,7 +254,7 @@ TEST_F(NativePlatformDeathTest, ExitWithoutShutdownIsSafeWithWorkAndARequestUnde
         platform::install(make());
         auto& platform = dynamic_cast<NativePlatform&>(*platform::current());
         request(platform, server.url("/"), [] {});
-        EXPECT_TRUE(server.waitForConnections(1));
+        EXPECT_TRUE(server.waitForRequests(1));
         std::promise<void> busy;
         platform.dispatch().asyncGlobal([&] {
             busy.set_value();

@@ -291,7 +291,9 @@ TEST_F(HttpTest, ACompletionThatWaitsForAnotherDoesNotRunAfterAStop) {
     ASSERT_TRUE(server.waitForRequests(2) && server.waitForClosed(server.connections()));
     stop(); // both have been handed over
     mayReturn.set_value();
-    pool.shutdown();
+    std::promise<void> last;
+    session->queue().post([&] { last.set_value(); });
+    last.get_future().wait();
     EXPECT_EQ(called, 1);
 }
 
