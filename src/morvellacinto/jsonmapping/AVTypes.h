@@ -78,9 +78,9 @@ struct AVType<T> {
     static std::optional<T> take(const Value& value) {
         using Limits = std::numeric_limits<T>;
         if constexpr (std::same_as<T, bool>) {
-            return AVConversion::toBool(value);
+            return value.isBool() ? value.asBool() : AVConversion::toBool(value);
         } else if constexpr (std::floating_point<T>) {
-            return cast(AVConversion::toDouble(value));
+            return cast(value.isNumber() ? value.asDouble() : AVConversion::toDouble(value));
         } else {
             return cast(AVConversion::toInteger(value, Limits::min(), Limits::max()));
         }
@@ -150,7 +150,7 @@ struct AVType<std::string> {
         if (!value.isString()) {
             return importer.refuse(value, "a string");
         }
-        held = value.asString();
+        held = std::string(value.asString()); // in a new string, quicker than by assignment
         return true;
     }
     static Value give(const std::string& held) { return held; }
@@ -235,8 +235,7 @@ struct AVType<std::chrono::sys_time<Duration>, AVText> : AVType<std::chrono::sys
 
 template <>
 struct AVType<Value> {
-    static std::string wanted() { return "a value"; }
-    static std::optional<Value> take(const Value& value) { return value; }
+    static bool take(Value& held, const Value& value, AVImporter&) { return held = value, true; }
     static Value give(const Value& held, AVExporter& exporter) {
         return exporter.exportedValue(held);
     }
@@ -265,15 +264,16 @@ struct AVType<std::optional<T>, Form> {
         return AVScalar<T> ? "@\"NSNumber\"" : AVProperty::encoding<T, Form>();
     }
     static bool take(std::optional<T>& held, const Value& value, AVImporter& importer) {
-        if (value.isNull() && !std::same_as<T, Value>) {
-            held.reset();
-            return true;
-        }
         T taken{};
-        if (!AVProperty::take<T, Form>(taken, value, importer)) {
+        if constexpr (std::same_as<T, Value>) {
+            held = value;
+        } else if (value.isNull()) {
+            held.reset();
+        } else if (AVProperty::take<T, Form>(taken, value, importer)) {
+            held = std::move(taken);
+        } else {
             return false;
         }
-        held = std::move(taken);
         return true;
     }
     static std::optional<Value> give(const std::optional<T>& held, AVExporter& exporter) {
@@ -390,6 +390,7 @@ struct AVType<T, Form> {
         } else if constexpr (requires { taken.reserve(json->size()); }) {
             taken.reserve(json->size());
         }
+        std::size_t position = 0;
         for (const auto& each : *json) {
             if constexpr (AVMap<T>) {
                 if (!AVProperty::take<Element, Form>(taken[std::string(each.key())], each.value,
@@ -397,10 +398,10 @@ struct AVType<T, Form> {
                     return importer.refuseIn("member \"" + std::string(each.key()) + "\"");
                 }
             } else {
-                const auto position = static_cast<std::size_t>(&each - json->begin());
                 if (!takeElement(taken, each, position, importer)) {
                     return importer.refuseIn("element " + std::to_string(position));
                 }
+                ++position;
             }
         }
         held = std::move(taken);
