@@ -150,7 +150,7 @@ struct AVType<std::string> {
         if (!value.isString()) {
             return importer.refuse(value, "a string");
         }
-        held = std::string(value.asString()); // in a new string, quicker than by assignment
+        held = value.asString();
         return true;
     }
     static Value give(const std::string& held) { return held; }
