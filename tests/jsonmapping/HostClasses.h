@@ -15,7 +15,7 @@ inline Array array(std::string_view json) { return readJson(json).value().asArra
 /// Object-typed properties, which take whatever is set.
 class Thing : public AVObject {
     AVJSON_CLASS(Thing, AVObject, ident, count, node, nodes, other, shout, keysAsked,
-                 aNameOfManyLetters)
+                 aNameOfManyLetters, (node, "@count"))
 
     AVValue<> ident;
     AVValue<"NSNumber"> count;
@@ -27,16 +27,9 @@ class Thing : public AVObject {
     std::string shout() const { return "HO"; }
     int keysAsked() const { throw std::runtime_error("nobody may ask"); }
 
-    static std::vector<std::string> names() { return {"ident", "count", "node", "nodes", "other"}; }
     Array keysForExport() const override { return exportKeys; }
     Array exportKeys = Array::of({"ident", "count", "node", "nodes", "other"});
 };
-
-inline Ref<Thing> filled(std::string_view json, const NodeMapping& nodes = {}) {
-    auto thing = makeInstance<Thing>();
-    thing->setAvValuesForKeysWithDictionary(object(json), nodes);
-    return thing;
-}
 
 class Journey;
 

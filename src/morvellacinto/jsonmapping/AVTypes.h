@@ -212,10 +212,11 @@ struct AVType<std::chrono::sys_time<Duration>> {
         Value number = value;
         if (value.isString()) {
             using Units = std::chrono::duration<double, typename Duration::period>;
+            constexpr auto highest = std::numeric_limits<typename Duration::rep>::max();
             const std::optional<Date> date = AVConversion::toDate(value);
             double units = Units(Seconds(date ? date->secondsSinceReference : HUGE_VAL)).count();
             units = std::floating_point<typename Duration::rep> ? units : std::round(units);
-            number = std::abs(units) < 0x1p62 ? Value(units) : Value();
+            number = std::abs(units) < static_cast<double>(highest) ? Value(units) : Value();
         }
         const std::optional<Duration> since = AVType<Duration>::take(number);
         return since ? std::optional<Time>(*since) : std::nullopt;
