@@ -64,7 +64,6 @@ class Harbour : public Place {
     static void describeMembers(AVDescription<Harbour>& harbour) {
         harbour.property<&Harbour::berths, &Harbour::setBerths>("berths");
         harbour.property<&Harbour::berths>("berthCount", "T@\"NSNumberFormatter\",R,N,V_berths");
-        harbour.reader<&Harbour::berths>("name.of.berths");
         harbour.reader<&Harbour::upperName>("name");
     }
 
