@@ -4,8 +4,6 @@
 #include "morvellacinto/jsonmapping/AVJSON.h"
 
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace morvellacinto {
 
@@ -74,7 +72,7 @@ class Harbour : public Place {
             throw berths;
         }
         if (berths < 0) {
-            throw std::invalid_argument("a harbour cannot have less than no berths");
+            throw std::invalid_argument("too few berths");
         }
         berths_ = berths;
     }
@@ -87,7 +85,7 @@ class Harbour : public Place {
         return key == "ident" ? "id" : Place::sourceKeyForExceptionKey(key);
     }
     bool isNumberProperty(std::string_view key) const override {
-        return key == "other" || Place::isNumberProperty(key);
+        return key == "anchorages" || Place::isNumberProperty(key);
     }
     std::string description() const override { return "the harbour\nof " + name; }
 
