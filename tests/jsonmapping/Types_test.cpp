@@ -13,7 +13,7 @@ enum class Colour : std::uint8_t { red = 1, green = 5 };
 AVJSON_NAMES(Colour, {Colour::red, "red"}, {Colour::green, "green"})
 
 struct Point {
-    AVJSON_CLASS(Point, void, x, y)
+    AVJSON_CLASS(Point, void, x, (y, "@y"))
 
     int x = 1;
     int y = 2;
@@ -105,7 +105,7 @@ TEST(Types, readBackWhatTheyGiveAndSayWhatTheyWant) {
         {taken<Date, AVText>, R"(["2016-12-31T23:59:60.5Z"])", R"(["2017-01-01T00:00:00.5Z"])"},
         {taken<std::vector<Date>, AVText>, "[[0]]", R"([["1970-01-01T00:00:00Z"]])"},
         {taken<std::chrono::milliseconds>, "[1500]", "[1500]"},
-        {taken<std::chrono::sys_seconds>, R"(["2023-11-14T22:13:20.4Z"])", "[1700000000]"},
+        {taken<std::chrono::sys_seconds>, R"(["2023-11-14T22:13:20.6Z"])", "[1700000001]"},
         {taken<Seconds32>, R"(["2038-01-19T03:14:08Z"])",
          "a number of units or RFC 3339 text, not a string"},
         {taken<Milliseconds>, R"(["now"])", "a number of units or RFC 3339 text, not a string"},
@@ -127,7 +127,7 @@ TEST(Types, readBackWhatTheyGiveAndSayWhatTheyWant) {
         {taken<Array>, "[5]", "an array, not an integer"},
         {taken<std::optional<std::optional<int>>>, "[3]", "[3]"},
         {taken<std::optional<int>>, "[null]", "[null]"},
-        {taken<std::map<std::string, Point>>, R"([{"p":{"x":5}}])", R"([{"p":{"x":5,"y":2}}])"},
+        {taken<std::map<std::string, Point>>, R"([{"p":{"x":5}}])", R"([{"p":{"x":5,"@y":2}}])"},
         {taken<Hashed>, R"([{"a":null}])", R"([{"a":null}])"},
         {taken<Counts>, R"([{"a":1,"b":[]}])", "a boolean, not an array in member \"b\""},
         {taken<std::array<int, 2>>, "[[3,4]]", "[[3,4]]"},
@@ -136,9 +136,9 @@ TEST(Types, readBackWhatTheyGiveAndSayWhatTheyWant) {
         {taken<std::set<std::string>>, R"([["a",5]])", "a string, not an integer in element 1"},
         {taken<Grid>, "[[[true,false],[]]]", "[[[true,false],[]]]"},
         {taken<Grid>, R"([[[1],["a",{}]]])", "a boolean, not an object in element 1 in element 1"},
-        {taken<Point>, R"([{"y":7,"z":5}])", R"([{"x":1,"y":7}])"},
+        {taken<Point>, R"([{"@y":7,"z":5}])", R"([{"x":1,"@y":7}])"},
         {taken<std::vector<Point>>, "[[{},[],5]]", "an object, not an array in element 1"},
-        {taken<Pin>, R"([{"x":5,"id":"A"}])", R"([{"x":5,"id":"A","twice":10,"view":"A"}])"},
+        {taken<Pin>, R"([{"view":0,"x":5}])", R"([{"x":5,"id":"","twice":10,"view":""}])"},
         {taken<Journeys>, R"([{"m":[{},null]}])", R"([{"m":[{"title":"?-?"},null]}])"},
         {taken<Ref<Place>>, R"(["x"])", "an instance of Place, not a string"},
     };
@@ -191,7 +191,7 @@ TEST(Types, areBoundedInDepth) {
     static_cast<void>(AVJSON::as<std::vector<Box>>(Array::of({whole}), &problems));
     EXPECT_EQ(sentenceOf(problems.at(0)),
               "the import of a Box ended at \"boxes\": JSON is nested deeper than 512 levels");
-    EXPECT_THROW(static_cast<void>(AVJSON::from(Box{{box}})), std::length_error);
+    EXPECT_THROW(static_cast<void>(AVJSON::from(std::vector{box})), std::length_error);
 }
 
 TEST(Types, exportWhatAnObjectHoldsAndNoObjectInsideItself) {
@@ -236,7 +236,7 @@ TEST_F(MixedTypes, areObjectsWithoutANodeMappingAndPlainElementsEmptyOnes) {
     EXPECT_EQ(mixed->place->journeys.at(0)->to->avClass().name(), "Harbour");
     EXPECT_EQ(mixed->renamed, 0); // "id" sets "ident"
     EXPECT_EQ(AVJSON::toJSON(mixed->avDictionaryWithValuesForKeys({"numbers", "points", "when"})),
-              R"({"numbers":[{},{}],"points":[{"x":4,"y":2}],"when":"1970-01-01T00:00:00Z"})");
+              R"({"numbers":[{},{}],"points":[{"x":4,"@y":2}],"when":"1970-01-01T00:00:00Z"})");
     auto asked = makeInstance<Asked>();
     asked->setAvValuesForKeysWithDictionary(object(R"({"amount": 3})"));
     EXPECT_EQ(asked->when, Date{3});
