@@ -26,13 +26,10 @@
 #include "morvellacinto/platform/UrlParser.h"
 
 #include <cerrno> // program_invocation_short_name too
-#include <chrono>
 #include <csignal>
 #include <ctime>
-#include <new>
 #include <stdexcept>
 #include <unistd.h>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -41,9 +38,8 @@ namespace {
 class SystemClock final : public platform::Clock {
 public:
     [[nodiscard]] Date now() const override {
-        const std::chrono::duration<double> sinceReference =
-            std::chrono::system_clock::now().time_since_epoch();
-        return {sinceReference.count()};
+        using Seconds = std::chrono::duration<double>;
+        return {Seconds(std::chrono::system_clock::now().time_since_epoch()).count()};
     }
 };
 
@@ -119,7 +115,7 @@ public:
     void note(std::string_view sentence) noexcept {
         try {
             tell(platform::PlatformNote{std::string(sentence)});
-        } catch (const std::bad_alloc&) {
+        } catch (...) {
             // There is no memory to say it.
         }
     }
@@ -137,7 +133,7 @@ public:
             if (!std::visit([]<class R>(const R&) { return platform::isRoutine<R>; }, record)) {
                 sentences(sentenceOf(record));
             }
-        } catch (const std::bad_alloc&) {
+        } catch (...) {
             // As above.
         }
     }
@@ -218,11 +214,6 @@ struct NativePlatform::Services {
     const std::shared_ptr<NativeLocation> location;
     NativeUrlParser urlParser;
     const std::shared_ptr<TransferLoop> http;
-
-    [[nodiscard]] bool isForkedChild() const { return getpid() != process_; }
-
-private:
-    const pid_t process_ = getpid();
 };
 
 std::shared_ptr<NativePlatform> NativePlatform::create(NativeOptions options) {
@@ -234,7 +225,7 @@ NativePlatform::NativePlatform(NativeOptions options)
 
 // A forked child has none of the threads that these objects would wait for: it leaves all as it is.
 NativePlatform::~NativePlatform() {
-    if (services_->isForkedChild()) {
+    if (services_->stopSignal.isForkedChild()) {
         static_cast<void>(services_.release());
     } else {
         NativePlatform::shutdown();
@@ -300,7 +291,7 @@ NativePlatform::makeHttpSession(platform::HttpSessionConfiguration configuration
 Object NativePlatform::storedSettings() const { return services_->settings->contents(); }
 
 void NativePlatform::shutdown() {
-    if (services_->isForkedChild()) {
+    if (services_->stopSignal.isForkedChild()) {
         return;
     }
     // Transfers before the workers: they hand their completions to them, and must be cancelled in

@@ -1,12 +1,4 @@
-#include "morvellacinto/audience/KRAudienceManager.h"
-
-#include "morvellacinto/audience/RoundToN.h"
-#include "morvellacinto/audience/Version.h"
-#include "morvellacinto/foundation/Json.h"
-#include "morvellacinto/location/KRLocationManager.h"
-#include "morvellacinto/platform/AssertionHandler.h"
-#include "morvellacinto/settings/KRSettingsManager.h"
-#include "morvellacinto/transport/ServiceEndpoint.h"
+#include "morvellacinto/Morvellacinto.h"
 #include "support/ScriptedPhoneTest.h"
 
 #include <cmath>
@@ -16,32 +8,59 @@
 namespace morvellacinto {
 namespace {
 
+// What must not compile.
+template <class... Arguments>
+concept Requestable = requires(Arguments... arguments) {
+    KRRequest::requestWithType(KRRequestTypePost, arguments...);
+};
+template <class Key>
+concept Member = requires(Object object, Key key) {
+    object.set(key, 1);
+};
+static_assert(std::is_constructible_v<KRAudienceManager, Uuid, int>);
+static_assert(!std::is_constructible_v<KRAudienceManager, Uuid, double>);
+static_assert(Requestable<const char*, KRRequest::Params>);
+static_assert(!Requestable<const char*, Object>, "no payload becomes parameters");
+static_assert(!Requestable<std::nullptr_t>);
+static_assert(!std::is_assignable_v<KRRequest&, KRRequest> &&
+                  !std::is_nothrow_move_constructible_v<KRRequest>,
+              "a request never changes");
+static_assert(Member<const char*> && Member<std::string> && !Member<std::nullptr_t>);
+
 const Uuid token = *Uuid::parse("0123ABCD-0000-4000-8000-00000000FFFF");
+const KRError lost{"net", -7, {{KRError::messageKey, "No network."}}};
 
 class Audience : public ScriptedPhoneTest {
 protected:
-    KRAudienceManager::Completion record(const std::string& name = {}) {
-        return [this, name](const auto& answer, const auto& error) {
+    KRAudienceManager::Completion record() {
+        return [this](const auto& answer, const auto& error) {
             EXPECT_TRUE(phone->dispatch().isMainThread());
             EXPECT_NE(answer.has_value(), error.has_value());
-            calls.push_back(name + (answer ? writeJson(*answer) : error->domain));
+            heard.push_back(answer ? writeJson(*answer) : error->domain);
         };
     }
-    std::vector<std::string> settled() {
-        phone->settle();
-        return std::exchange(calls, {});
+    /// A completion that holds something of which it is counted where it dies.
+    KRAudienceManager::Completion mortal() {
+        ++made;
+        const std::shared_ptr<void> held(nullptr, [this](void*) {
+            ++(phone->dispatch().isMainThread() ? diedOnMain : diedElsewhere);
+        });
+        return [held](const auto&, const auto&) {};
     }
-    std::vector<std::string> collect(bool force = false) {
-        Object payload{{"vendorId", "v"}, {"x", 1}};
-        manager.collect(payload, record(), force);
-        EXPECT_THAT(calls, IsEmpty()) << "not inside the call";
+    Texts settled() {
+        phone->settle();
+        return std::exchange(heard, {});
+    }
+    Texts collect(bool force = false) {
+        manager.collect({{"vendorId", "v"}, {"x", 1}}, record(), force);
+        EXPECT_THAT(heard, IsEmpty()) << "not inside the call";
         return settled();
     }
-    std::vector<std::string> collectAnswered(const std::string& body, bool force = false) {
+    Texts collectAnswered(const std::string& body, bool force = false) {
         phone->http().plan({.body = body});
         return collect(force);
     }
-    std::vector<std::string> deliverFix() {
+    Texts deliverFix() {
         phone->locationServices().deliver({{59.3293371, 18.0685808, 1.123456789012345, 270.5}});
         return settled();
     }
@@ -54,141 +73,159 @@ protected:
     }
 
     KRAudienceManager manager{token};
-    std::vector<std::string> calls;
+    Texts heard;
+    int made = 0;
+    int diedOnMain = 0;
+    int diedElsewhere = 0;
 };
 
-TEST_F(Audience, StartsWithItsDefaultsAndStartsNothing) {
+TEST(WithoutAPlatform, ACallSaysWhatToDo) {
+    EXPECT_THAT([] { KRAudienceManager(token).collect({}, nullptr); },
+                ::testing::ThrowsMessage<std::logic_error>(::testing::HasSubstr("install first")));
+}
+
+TEST_F(Audience, StartsWithItsDefaultsAndTakesNoTextForNothing) {
     EXPECT_EQ(manager.geoFixDecimals(), 5.0F);
     EXPECT_FALSE(manager.trackId() || manager.requestTrackingAuthorization());
-    const KRAudienceManager full(std::nullopt, -1, "me");
+    KRAudienceManager full(std::nullopt, -1, "me");
     EXPECT_EQ(full.geoFixDecimals(), -1.0F);
     EXPECT_EQ(full.trackId(), "me");
-    EXPECT_THAT(phone->standardUserDefaults().takeOperations(), IsEmpty());
+    full.setTrackId(nullptr);
+    EXPECT_EQ(full.trackId(), std::nullopt);
+    full.setApiToken(token);
+    EXPECT_EQ(full.apiToken(), token);
     EXPECT_STREQ(MorvellacintoVersionString,
                  "@(#)PROGRAM:Morvellacinto  PROJECT:Morvellacinto-1\n");
     EXPECT_EQ(MorvellacintoVersionNumber, 1.0);
+    EXPECT_THROW(platform::install(nullptr), std::invalid_argument);
+    EXPECT_THROW(platform::install(phone), std::logic_error);
 }
 
-TEST_F(Audience, UploadsOnceAndThenServesTheCacheForNinetySecondsWhereverTheClockIsSet) {
-    EXPECT_THAT(collectAnswered(R"({"n":1})"), ElementsAre(R"({"n":1})"));
-    EXPECT_EQ(lastUpload().url, std::string(API_URL_PROD) + "/audience/");
-    EXPECT_EQ(lastUpload().body, R"({"vendorId":"v","x":1})");
-    EXPECT_EQ(lastUpload().headers.at(0).value, token.text());
-    EXPECT_THAT(collectAnswered(R"({"n":2})", true), ElementsAre(R"({"n":2})")) << "forced";
-    const double uploaded = phone->clock().now().secondsSinceReference;
-    for (const double seconds : {-1e9, 90.0}) {
-        phone->clock().set(Date{uploaded + seconds});
-        EXPECT_THAT(collect(), ElementsAre(R"({"n":2})")) << seconds;
+TEST_F(Audience, ServesTheCacheForNinetySecondsAndElseUploadsAndTellsWhatNobodyHears) {
+    const auto ago = [this](double seconds) {
+        return Date{phone->clock().now().secondsSinceReference - seconds};
+    };
+    const Object kept{{"n", 1}};
+    const std::string one = R"({"n":1})";
+    const std::string two = R"({"n":2})";
+    const std::string badUrl{scripted::ScriptedHttp::errorDomain};
+    const scripted::HttpAnswer busy{.status = 502, .body = "<html>"};
+    const std::string answer = "the answer with status ";
+    const std::string noDate = "tags failed: expected a date, found a string";
+    const std::string uncalled = ", not an object; its completion is not called";
+    const struct {
+        Value updated, kept, base; // as stored; null when there is none
+        std::optional<scripted::HttpAnswer> answer;
+        std::string heard, told = "", logged = "";
+        bool force = false;
+    } cases[] = {
+        {ago(90), kept, {}, {}, one},
+        {ago(90.001), kept, {}, {{.body = two}}, two},
+        {ago(-1e9), kept, {}, {}, one},
+        {ago(0), kept, {}, {{.body = two}}, two, "", "", true},
+        {{}, kept, {}, {{.body = two}}, two},
+        {ago(0), {}, {}, {{.body = two}}, two},
+        {ago(0), Array(), {}, {}, "", "the cached answer is an array" + uncalled},
+        {"x", kept, {}, {}, "", noDate, "tags failed"},
+        {"x", kept, {}, {}, "", noDate, "tags failed", true},
+        {{}, kept, {}, {{.error = lost}}, "net"},
+        {{}, kept, {}, {{.body = "[1]"}}, "", answer + "200 and 3 bytes is an array" + uncalled},
+        {{}, kept, {}, {busy}, "", answer + "502 and 6 bytes is no JSON" + uncalled},
+        {{}, {}, "b.invalid/v5?key=1", {}, badUrl, "the base URL is no URL but \"b.invalid/v5\""},
+        {{}, {}, 5, {}, badUrl, "the base URL is no URL but an integer"},
+        {{}, {}, Date{5}, {}, badUrl, "the base URL is no URL but a date"},
+    };
+    const auto texts = [](const std::string& text) { return text.empty() ? Texts() : Texts{text}; };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(&each - cases);
+        const std::pair<const char*, Value> settings[] = {{"KRAudienceUpdate", each.updated},
+                                                          {"KRAudiences", each.kept},
+                                                          {"KRServiceURL", each.base}};
+        for (const auto& [key, value] : settings) {
+            KRSettingsManager::removeLocalSettingForKey(key);
+            KRSettingsManager::setLocalSetting(value, key);
+        }
+        const auto before = phone->standardUserDefaults().flushed();
+        const std::size_t count = uploads();
+        if (each.answer) {
+            phone->http().plan(*each.answer);
+        }
+        EXPECT_EQ(collect(each.force), texts(each.heard));
+        EXPECT_EQ(told(), texts(each.told));
+        expectLog(texts(each.logged));
+        EXPECT_EQ(uploads() > count, each.answer || !each.base.isNull());
+        if (each.heard == two) {
+            EXPECT_EQ(collect(), Texts{two}) << "kept";
+        } else {
+            EXPECT_EQ(phone->standardUserDefaults().flushed(), before);
+        }
     }
-    EXPECT_EQ(uploads(), 2U);
-    phone->clock().set(Date{uploaded + 90.001});
-    EXPECT_THAT(collectAnswered(R"({"n":3})"), ElementsAre(R"({"n":3})"));
-}
-
-TEST_F(Audience, KeepsTheCacheWhenATransferFailsOrTheAnswerIsNoObject) {
-    collectAnswered(R"({"n":1})");
-    const auto before = phone->standardUserDefaults().flushed();
-    phone->clock().advance(1s);
-    phone->http().plan({.error = KRError{"net", -1, {}}});
-    EXPECT_THAT(collect(true), ElementsAre("net"));
-    for (const char* body : {"[1]", "no json", ""}) {
-        EXPECT_THAT(collectAnswered(body, true), IsEmpty());
-    }
-    EXPECT_EQ(phone->standardUserDefaults().flushed(), before);
 }
 
 TEST_F(Audience, WithoutACompletionAlwaysUploadsAndNeitherReadsNorKeepsAnAnswer) {
     collectAnswered(R"({"n":1})");
+    EXPECT_EQ(lastUpload().headers.at(0).value, token.text());
     const auto before = phone->standardUserDefaults().flushed();
     static_cast<void>(phone->standardUserDefaults().takeOperations());
-    Object payload{{"x", 1}};
+    phone->script()->reachabilityFlags = 2;
+    Object payload{{"advertId", "a"},
+                   {"connection", KRNetworkManager::currentReachabilityStatus()}};
     phone->http().plan({.body = R"({"serviceurl":"https://b.invalid"})"});
-    phone->http().plan({.error = KRError{"net", -1, {}}});
+    phone->http().plan({.error = lost});
     manager.collect(payload, nullptr);
-    manager.collect(payload, nullptr);
+    KRAudienceManager moved = std::move(manager);
+    moved.setTrackId("me");
+    moved.collect(payload, nullptr);
     phone->settle();
+    EXPECT_EQ(writeJson(payload), R"({"advertId":"me","connection":1,"vendorId":"me"})")
+        << "the caller's own";
+    EXPECT_EQ(lastUpload().body, writeJson(payload));
     EXPECT_EQ(uploads(), 3U);
+    EXPECT_EQ(told(), Texts{"nobody hears of the error of an upload without a completion: net -7: "
+                            "No network."});
     EXPECT_EQ(phone->standardUserDefaults().flushed(), before);
     EXPECT_THAT(phone->standardUserDefaults().takeOperations(),
                 ::testing::Each("get se.kovra.v5.KRServiceURL"));
 }
 
-TEST_F(Audience, PutsTheTrackIdIntoTheCallersObject) {
-    manager.setTrackId("me");
-    Object payload{{"advertId", "a"}, {"x", 1}};
-    manager.collect(payload, nullptr);
-    EXPECT_EQ(writeJson(payload), R"({"advertId":"me","x":1,"vendorId":"me"})");
-    EXPECT_EQ(lastUpload().body, writeJson(payload));
-}
-
-TEST_F(Audience, FollowsTheServiceToWhateverBaseUrlItNames) {
+TEST_F(Audience, FollowsTheServiceAndKeepsTheOldAnswerUnderTheNewTimeWhenTheStoreRefusesOne) {
     collectAnswered(R"({"serviceurl":"https://b.invalid/v5/"})");
-    collectAnswered(R"({"serviceurl":5})", true);
-    EXPECT_EQ(lastUpload().url, "https://b.invalid/v5//audience/");
-    EXPECT_THAT(collect(true), ElementsAre("morvellacinto.scripted.http"));
-    EXPECT_EQ(lastUpload().url, std::nullopt);
-}
-
-TEST_F(Audience, KeepsTheOldAnswerUnderTheNewTimeWhenTheStoreRefusesIt) {
-    collectAnswered(R"({"n":1})");
     phone->clock().advance(100s);
     EXPECT_THAT(collectAnswered(R"({"serviceurl":null})"), ElementsAre(R"({"serviceurl":null})"));
+    EXPECT_EQ(lastUpload().url, "https://b.invalid/v5//audience/");
     expectLog({"storing failed"});
-    EXPECT_THAT(collect(), ElementsAre(R"({"n":1})"));
-    EXPECT_EQ(KRNetworkManager::baseURL(), Value(API_URL_PROD));
-}
-
-TEST_F(Audience, GivesNoAnswerWhenWhatIsStoredIsOfNoUse) {
-    KRSettingsManager::setLocalSetting(phone->clock().now(), "KRAudienceUpdate");
-    KRSettingsManager::setLocalSetting("no object", "KRAudiences");
-    EXPECT_THAT(collect(), IsEmpty());
-    EXPECT_EQ(manager.cachedTags(KRTagsTypeTags), std::nullopt);
-    KRSettingsManager::setLocalSetting("no time", "KRAudienceUpdate");
-    for (const bool force : {false, true}) {
-        EXPECT_THAT(collect(force), IsEmpty());
-        expectLog({"tags failed"});
-    }
-    EXPECT_EQ(uploads(), 0U);
-}
-
-TEST_F(Audience, SendsNothingForACallbackThatShutdownDropsAndThatCallsBackIn) {
-    Object payload;
-    std::shared_ptr<void> goodbye(nullptr, [&](void*) { manager.collect(payload, nullptr); });
-    manager.collect(payload, [held = std::move(goodbye)](const auto&, const auto&) {});
-    platform::shutdown();
-    ASSERT_EQ(uploads(), 2U);
-    EXPECT_FALSE(phone->http().requests().at(1).isSent);
-    EXPECT_THROW(manager.collect(payload, nullptr), std::logic_error);
+    EXPECT_THAT(collect(), ElementsAre(R"({"serviceurl":"https://b.invalid/v5/"})"));
+    EXPECT_EQ(KRNetworkManager::baseURL(), Value("https://b.invalid/v5/"));
 }
 
 TEST_F(Audience, ReadsMembersOfACachedAnswerOfAnyAge) {
     EXPECT_EQ(manager.cachedTags(KRTagsTypeTags), std::nullopt);
-    collectAnswered(R"({"tags":1,"":3})");
-    phone->clock().advance(24h);
-    const struct {
-        int type;
-        std::optional<Value> member;
-    } cases[] = {{0, {}}, {1, 1}, {2, {}}, {3, {}}};
-    for (const auto& [type, member] : cases) {
-        EXPECT_EQ(manager.cachedTags(static_cast<KRTagsType>(type)), member) << type;
+    KRSettingsManager::setLocalSetting("no object", "KRAudiences");
+    EXPECT_EQ(manager.cachedTags(KRTagsTypeTags), std::nullopt);
+    KRSettingsManager::setLocalSetting(Object{{"tags", 1}, {"mapping", 2}, {"", 3}}, "KRAudiences");
+    const std::optional<Value> members[] = {{}, 1, 2, {}};
+    for (int type = 0; type < 4; ++type) {
+        EXPECT_EQ(manager.cachedTags(static_cast<KRTagsType>(type)), members[type]) << type;
     }
-    collectAnswered(R"({"tags":1,"mapping":2})", true);
-    EXPECT_EQ(manager.cachedTags(KRTagsTypeMapping), Value(2));
+    KRSettingsManager::setLocalSetting(Object{{"tags", 1}}, "KRAudiences");
+    EXPECT_EQ(manager.cachedTags(KRTagsTypeMapping), std::nullopt);
 }
 
 // The data inventory lists them in backquotes in the first column of its table.
 TEST_F(Audience, SendsTheFieldsThatTheInventoryListsAlsoOnceTheManagerIsGone) {
     KRAudienceManager(token).kovraTagsWithCompletion(nullptr);
-    deliverFix();
-    const platform::HttpRequest request = lastUpload();
-    const Value body = *readJson(*request.body);
-    std::vector<std::string> sent;
+    phone->locationServices().deliver({{59.3, 18.1, 1, 2}});
+    phone->drainMain();
+    EXPECT_EQ(phone->runBackground(), 1U) << "where the payload is made";
+    phone->settle();
+    const Value body = *readJson(*lastUpload().body);
+    Texts sent;
     for (const Object::Member& member : body.asObject()) {
         sent.emplace_back(member.key());
     }
-    sent.push_back(request.headers.at(0).name);
+    sent.push_back(lastUpload().headers.at(0).name);
     std::ifstream inventory(MORVELLACINTO_DATA_INVENTORY);
-    std::vector<std::string> listed;
+    Texts listed;
     for (std::string line; std::getline(inventory, line);) {
         if (line.starts_with("| `")) {
             listed.push_back(line.substr(3, line.find('`', 3) - 3));
@@ -201,9 +238,7 @@ TEST_F(Audience, CoarsensTheLocationButNotSpeedAndCourse) {
     // Without coordinates when JSON cannot hold them.
     const std::pair<float, const char*> cases[] = {
         {5.0F, R"("lat":59.32934,"lon":18.06858)"},
-        {3.0F, R"("lat":59.329,"lon":18.069)"},
         {2.9F, R"("lat":59.33,"lon":18.07)"},
-        {0.0F, R"("lat":59,"lon":18)"},
         {std::nanf(""), R"("lat":59,"lon":18)"},
         {-1.0F, nullptr},
         {-HUGE_VALF, nullptr},
@@ -214,13 +249,15 @@ TEST_F(Audience, CoarsensTheLocationButNotSpeedAndCourse) {
         manager.kovraTagsWithCompletion(nullptr);
         deliverFix();
         if (coordinates == nullptr) {
+            EXPECT_EQ(told(), Texts{"tags failed: JSON cannot hold not-a-number, found at or below "
+                                    "the member \"lat\""});
             expectLog({"tags failed"});
             continue;
         }
         EXPECT_EQ(locationMembers(),
                   "," + std::string(coordinates) + R"(,"speed":1.123456789012345,"course":270.5})");
     }
-    EXPECT_EQ(uploads(), 5U);
+    EXPECT_EQ(uploads(), 3U);
 }
 
 TEST_F(Audience, UploadsZerosEachTimeThatAWaiterIsToldOfAFailure) {
@@ -229,35 +266,30 @@ TEST_F(Audience, UploadsZerosEachTimeThatAWaiterIsToldOfAFailure) {
     phone->locationServices().changeAuthorization(2);
     EXPECT_THAT(settled(), ElementsAre("{}"));
     EXPECT_EQ(locationMembers(), R"(,"lat":0,"lon":0,"speed":0,"course":0})");
-    phone->clock().advance(91s);
-    phone->http().plan({.body = "{}"});
+    EXPECT_EQ(told(), Texts{"nobody hears of the error of a location; zeros are uploaded: "
+                            "se.kovra.error 0"});
     KRLocationManager::shared().locationManager()->startUpdatingLocation();
-    EXPECT_THAT(deliverFix(), ElementsAre("{}"));
+    EXPECT_THAT(deliverFix(), ElementsAre("{}")) << "still waiting, and served from the cache";
+    EXPECT_EQ(uploads(), 1U);
 }
 
-TEST_F(Audience, UploadsWithoutALocationFromAnyThreadWhenItMayNotBeUsed) {
-    phone->script()->location.authorizationStatus = 2;
-    phone->http().plan({.body = "{}"});
-    std::thread([this] { manager.kovraTagsWithCompletion(record()); }).join();
-    EXPECT_THAT(settled(), ElementsAre("{}"));
-    EXPECT_EQ(locationMembers(), "}");
-    EXPECT_EQ(phone->locationServices().startCount(), 0);
-}
-
-TEST_F(Audience, AssertsTheMainThreadWhenLocationMayBeUsed) {
-    const auto fetch = [this] { manager.kovraTagsWithCompletion(nullptr); };
+TEST_F(Audience, NeedsTheMainThreadOnlyWhenLocationMayBeUsed) {
+    const auto fetch = [this] { manager.kovraTagsWithCompletion(record()); };
     std::thread([&] { EXPECT_THROW(fetch(), platform::AssertionFailure); }).join();
     EXPECT_EQ(phone->locationServices().startCount(), 0);
-    const auto failures = phone->assertionHandler().takeFailures();
-    ASSERT_EQ(failures.size(), 1U);
-    EXPECT_EQ(failures[0].function + failures[0].file + std::to_string(failures[0].line),
-              "-[KRAudienceManager kovraTagsWithCompletion:]KRAudienceManager115");
-    EXPECT_EQ(failures[0].description,
-              "kovraTagsWithCompletion has to be called on the main thread");
+    const std::vector<scripted::ScriptedAssertionHandler::Failure> failures = {
+        {"-[KRAudienceManager kovraTagsWithCompletion:]", "KRAudienceManager", 115,
+         "kovraTagsWithCompletion has to be called on the main thread"}};
+    EXPECT_EQ(phone->assertionHandler().takeFailures(), failures);
     phone->assertionHandler().returnAfterFailure(true);
     std::thread(fetch).join();
-    EXPECT_EQ(phone->assertionHandler().takeFailures().size(), 1U);
+    EXPECT_EQ(phone->assertionHandler().takeFailures(), failures);
     EXPECT_EQ(phone->locationServices().startCount(), 1);
+    phone->script()->location.authorizationStatus = 2;
+    phone->http().plan({.body = "{}"});
+    std::thread(fetch).join();
+    EXPECT_THAT(settled(), ElementsAre("{}"));
+    EXPECT_EQ(locationMembers(), "}");
 }
 
 TEST_F(Audience, FetchesOnceMoreAfterATrackingAnswerAndServesTheLatestCallAlone) {
@@ -275,29 +307,71 @@ TEST_F(Audience, FetchesOnceMoreAfterATrackingAnswerAndServesTheLatestCallAlone)
         EXPECT_EQ(phone->tracking().requestCount(), asked);
         EXPECT_EQ(phone->locationServices().startCount(), starts += asked);
     }
+    EXPECT_EQ(told(), Texts(4, "the callback that waited for a location under \"se.kovra.geotag\" "
+                               "is superseded by a later one and not called"));
     phone->http().plan({.body = "{}"});
     EXPECT_THAT(deliverFix(), ElementsAre("{}"));
 }
 
-TEST(RoundToN, RoundsHalvesAwayFromZeroInSinglePrecision) {
-    // From 10 decimals on the multiplier wraps: to 1410065408, 1215752192, -727379968 and so on.
-    const std::tuple<float, std::uint32_t, float> cases[] = {{59.3293371F, 5, 59.32934F},
-                                                             {-18.0685808F, 1, -18.1F},
-                                                             {2.675F, 2, 2.68F},
-                                                             {-2.5F, 0, -3.0F},
-                                                             {2.5F, 0, 3.0F},
-                                                             {1e30F, 9, HUGE_VALF},
-                                                             {1e-9F, 10, 7.09186987e-10F},
-                                                             {-1.4e-9F, 11, -1.64507208e-9F},
-                                                             {1e-9F, 12, 1.37479728e-9F},
-                                                             {2e-9F, 20, 1.80506177e-9F},
-                                                             {4e-10F, 31, 4.65661287e-10F}};
-    for (const auto& [value, decimals, rounded] : cases) {
-        EXPECT_EQ(roundToN(value, decimals), rounded) << value << " to " << decimals;
+TEST_F(Audience, ReleasesWhatACompletionHoldsOnTheMainQueueHoweverTheOperationEnds) {
+    const auto collectOff = [this](bool force) {
+        std::thread([&] { manager.collect({}, mortal(), force); }).join();
+    };
+    const auto upload = [&](const scripted::HttpAnswer& answer) {
+        phone->http().plan(answer);
+        collectOff(true);
+    };
+    const auto fetch = [this] { manager.kovraTagsWithCompletion(mortal()); };
+    const std::pair<const char*, std::function<void()>> ways[] = {
+        {"an answer", [&] { upload({.body = "{}"}); }},
+        {"the cached answer", [&] { collectOff(false); }},
+        {"an answer that is dropped", [&] { upload({.body = "[]"}); }},
+        {"an error", [&] { upload({.error = lost}); }},
+        {"a fix", fetch},
+        {"a later call", [&] { fetch(), fetch(); }},
+        {"a failed location", [&] { fetch(), phone->locationServices().fail(lost); }},
+        {"the tracking question",
+         [&] {
+             manager.setRequestTrackingAuthorization(true);
+             phone->script()->trackingAuthorization = 0;
+             fetch();
+         }},
+        {"tags failed",
+         [&] {
+             KRSettingsManager::setLocalSetting("no time", "KRAudienceUpdate");
+             collectOff(false);
+         }},
+    };
+    for (const auto& [ending, begin] : ways) {
+        made = diedOnMain = 0;
+        begin();
+        phone->settle();
+        deliverFix();
+        EXPECT_EQ(diedOnMain, made) << ending;
+        EXPECT_EQ(diedElsewhere, 0) << ending;
     }
-    for (const std::uint32_t decimals : {32U, 2147483648U, 4294967295U}) {
-        EXPECT_TRUE(std::isnan(roundToN(59.3F, decimals))) << decimals;
-    }
+    expectLog({"tags failed"});
+    diedOnMain = 0;
+    phone->script()->locale = std::nullopt;
+    fetch();
+    EXPECT_THROW(deliverFix(), std::runtime_error) << "no payload can be made";
+    phone->settle();
+    EXPECT_EQ(diedOnMain, 1);
+}
+
+TEST_F(Audience, SendsNothingForACallbackThatShutdownDropsAndThatCallsBackIn) {
+    std::shared_ptr<void> goodbye(nullptr, [&](void*) {
+        manager.collect({}, nullptr);
+        manager.kovraTagsWithCompletion(nullptr);
+    });
+    manager.collect({}, [held = std::move(goodbye)](const auto&, const auto&) {});
+    manager.kovraTagsWithCompletion(mortal());
+    platform::shutdown();
+    EXPECT_EQ(diedOnMain, 1);
+    EXPECT_EQ(phone->locationServices().startCount(), 1);
+    ASSERT_EQ(uploads(), 2U);
+    EXPECT_FALSE(phone->http().requests().at(1).isSent);
+    EXPECT_THROW(manager.collect({}, nullptr), std::logic_error);
 }
 
 } // namespace

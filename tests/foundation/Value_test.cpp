@@ -4,31 +4,10 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <limits>
 #include <thread>
 
 namespace morvellacinto {
 namespace {
-
-using testing::ElementsAre;
-
-std::vector<std::string> keysOf(const Object& object) {
-    std::vector<std::string> keys;
-    for (const Object::Member& member : object) {
-        keys.emplace_back(member.key());
-    }
-    return keys;
-}
-
-TEST(Value, KeepsStringsOfEveryLengthAndByte) {
-    for (const std::size_t length : {0U, 1U, 13U, 14U, 15U, 4096U}) {
-        const std::string text(length, '\0');
-        const Value value(text);
-        const Value copy = value;
-        EXPECT_EQ(copy.asString(), text);
-    }
-    EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).isNull());
-}
 
 TEST(Value, NamesBothKindsWhenReadAsTheWrongOne) {
     try {
@@ -37,22 +16,38 @@ TEST(Value, NamesBothKindsWhenReadAsTheWrongOne) {
     } catch (const ValueKindError& error) {
         EXPECT_STREQ(error.what(), "expected an object, found a string");
     }
+    EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).isNull());
     EXPECT_THROW(static_cast<void>(Value(true).asDouble()), ValueKindError);
     EXPECT_THROW(static_cast<void>(Value(UINT64_MAX).asInt64()), std::out_of_range);
     EXPECT_THROW(static_cast<void>(Value(-1).asUInt64()), std::out_of_range);
 }
 
-TEST(Value, ComparesNumbersByMathematicalValueWithoutRounding) {
+TEST(Value, ComparesNumbersByMathematicalValueAndContainersMemberByMember) {
     constexpr std::int64_t odd = (INT64_C(1) << 53) + 1;
-    EXPECT_EQ(Value(1), Value(1.0));
-    EXPECT_EQ(Value(0.5F), Value(0.5));
-    EXPECT_NE(Value(odd), Value(static_cast<double>(odd)));
-    EXPECT_NE(Value(INT64_MAX), Value(0x1p63));
-    EXPECT_NE(Value(UINT64_MAX), Value(-1));
-    EXPECT_NE(Value(1), Value(true));
-    EXPECT_NE(Value(0.1F), Value(0.1));
-    const Value notANumber(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_NE(notANumber, notANumber);
+    const std::byte bytes[] = {std::byte{1}, std::byte{2}};
+    const Value one(std::span<const std::byte>(bytes, 1));
+    const Value two(std::span<const std::byte>(bytes + 1, 1));
+    const std::tuple<Value, Value, bool> cases[] = {
+        {1, 1.0, true},
+        {0.5F, 0.5, true},
+        {odd, static_cast<double>(odd), false},
+        {INT64_MAX, 0x1p63, false},
+        {INT64_C(3) << 61, 0x3p61, true},
+        {UINT64_MAX, -1, false},
+        {1, true, false},
+        {0.1F, 0.1, false},
+        {std::nan(""), std::nan(""), false},
+        {one, one, true},
+        {one, two, false},
+        {makeInstance<Instance>(), makeInstance<Instance>(), false},
+        {Array::of({1}), Array::of({1, 2}), false},
+        {Object{{"b", 5}, {"a", 4}}, Object{{"a", 4}, {"b", 5}}, true},
+        {Object{{"a", 4}}, Object{{"a", 4}, {"b", 5}}, false},
+    };
+    for (const auto& [left, right, areEqual] : cases) {
+        EXPECT_EQ(left == right, areEqual) << nameOf(left.kind());
+        EXPECT_EQ(right == left, areEqual);
+    }
 }
 
 TEST(Value, ChangesOfOneCopyDoNotShowInAnother) {
@@ -62,7 +57,6 @@ TEST(Value, ChangesOfOneCopyDoNotShowInAnother) {
     list.asArray().append(3);
     original.asObject().set("list", list);
     original.asObject().set("name", "other");
-    original.asObject().remove("none");
     EXPECT_EQ(copy.asObject().at("list").asArray().size(), 2U);
     EXPECT_EQ(copy.asObject().at("name").asString(), "a string of more than 14 bytes");
     EXPECT_EQ(original.asObject().at("list").asArray().size(), 3U);
@@ -86,42 +80,34 @@ TEST(Value, CopiesMayBeUsedOnSeveralThreads) {
 
 TEST(Value, DepthCostsNoStack) {
     Value deep = Array();
-    for (int level = 0; level < 1'000'000; ++level) {
-        if (level % 2 == 0) {
-            deep = Array::of({std::move(deep)});
-        } else {
-            deep = Object{{"in", std::move(deep)}};
-        }
+    for (int level = 0; level < 500'000; ++level) {
+        deep = Object{{"in", Array::of({std::move(deep)})}};
     }
-    const Value other = Array::of({deep});
     EXPECT_EQ(deep, Value(deep));
-    EXPECT_NE(deep, other);
     EXPECT_FALSE(holdsUnstorable(deep));
 }
 
-TEST(Object, KeepsMembersInTheOrderInWhichTheyWereFirstSet) {
-    Object object{{"b", 1}, {"a", 2}, {"c", 3}};
-    object.set("a", 4);
-    EXPECT_TRUE(object.remove("b"));
-    object.set("b", 5);
-    EXPECT_THAT(keysOf(object), ElementsAre("a", "c", "b"));
-    EXPECT_EQ(object, (Object{{"b", 5}, {"c", 3}, {"a", 4}}));
-}
-
-TEST(Object, FindsEveryMemberAtEverySizeAlsoAfterRemovals) {
-    Object object;
-    for (int key = 0; key < 3000; ++key) {
-        object.set(std::to_string(key), key);
-    }
-    for (int key = 0; key < 3000; key += 100) {
-        EXPECT_TRUE(object.remove(std::to_string(key)));
-    }
-    for (int key = 0; key < 3000; ++key) {
-        const Value* found = object.find(std::to_string(key));
-        ASSERT_EQ(found == nullptr, key % 100 == 0) << key;
-        if (found != nullptr) {
-            EXPECT_EQ(*found, Value(key));
+TEST(Object, KeepsOrderAndFindsEveryMemberAtEverySizeAlsoAfterRemovalsAndInACopy) {
+    for (const int size : {5, 3000}) {
+        Object object;
+        for (int key = size; key > 0; --key) {
+            object.set(std::to_string(key), 0);
         }
+        const Object before = object;
+        for (int key = 1; key <= size; ++key) {
+            EXPECT_TRUE(key % 5 != 0 || object.remove(std::to_string(key)));
+        }
+        EXPECT_FALSE(object.remove("none"));
+        for (int key = 1; key <= size; ++key) {
+            object.set(std::to_string(key), key);
+        }
+        EXPECT_EQ(object.begin()->key(), std::to_string(size - 1));
+        EXPECT_EQ((object.end() - 1)->key(), std::to_string(size));
+        for (int key = 1; key <= size; ++key) {
+            EXPECT_EQ(object.at(std::to_string(key)), Value(key));
+            EXPECT_EQ(before.at(std::to_string(key)), Value(0));
+        }
+        EXPECT_EQ(object.size(), static_cast<std::size_t>(size));
     }
 }
 
@@ -147,14 +133,13 @@ TEST(Value, SharesAnInstanceAndReleasesItWithTheLastHolder) {
 }
 
 TEST(Uuid, ParsesStrictlyAndPrintsUpperCase) {
-    const auto parsed = Uuid::parse("7b0f8c0e-3D1B-4C0B-9A52-0E6D3C2F4A11");
-    ASSERT_TRUE(parsed);
-    EXPECT_EQ(parsed->text(), "7B0F8C0E-3D1B-4C0B-9A52-0E6D3C2F4A11");
+    EXPECT_EQ(Uuid::parse("7b0f8c0e-3D1B-4C0B-9A52-0E6D3C2F4A11").value().text(),
+              "7B0F8C0E-3D1B-4C0B-9A52-0E6D3C2F4A11");
     EXPECT_EQ(Uuid().text(), "00000000-0000-0000-0000-000000000000");
     for (const char* refused :
          {"", "7b0f8c0e3D1B4C0B9A520E6D3C2F4A11", "{7b0f8c0e-3D1B-4C0B-9A52-0E6D3C2F4A1}",
           "7b0f8c0e-3D1B-4C0B-9A52-0E6D3C2F4A1g", "7b0f8c0e-3D1B-4C0B-9A52-0E6D3C2F4A11 ",
-          "7b0f8c0e3-D1B-4C0B-9A52-0E6D3C2F4A11"}) {
+          "7b0f8c0e03D1B-4C0B-9A52-0E6D3C2F4A11"}) {
         EXPECT_FALSE(Uuid::parse(refused)) << refused;
     }
 }

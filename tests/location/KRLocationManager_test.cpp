@@ -7,58 +7,63 @@ namespace {
 
 class Location : public ScriptedPhoneTest {
 protected:
-    /// Adds a waiter that records its calls as "key:latitude", "key:domain code" or "key:nothing".
-    void wait(
-        const std::string& key, const std::function<void()>& then = [] {}) {
-        KRLocationManager::shared().addLocationUpdateBlock(
-            [this, key, then](const auto& fix, const std::optional<KRError>& error) {
-                calls.push_back(key + ':' +
-                                (error ? error->domain + ' ' + std::to_string(error->code)
-                                 : fix ? std::to_string(int(fix->latitude))
-                                       : "nothing"));
-                then();
-            },
-            key);
+    /// Records its calls as "key:latitude", "key:domain code" or "key:nothing".
+    KRLocationManager::UpdateBlock recorder(const std::string& key, std::function<void()> then) {
+        return [this, key, then = std::move(then)](const auto& fix,
+                                                   const std::optional<KRError>& error) {
+            calls.push_back(key + ':' +
+                            (error ? error->domain + ' ' + std::to_string(error->code)
+                             : fix ? std::to_string(int(fix->latitude))
+                                   : "nothing"));
+            then();
+        };
     }
-    std::vector<std::string> settled() {
+    void wait(
+        const std::string& key, std::function<void()> then = [] {}) {
+        KRLocationManager::shared().addLocationUpdateBlock(recorder(key, std::move(then)), key);
+    }
+    Texts settled() {
         phone->drainMain();
         return std::exchange(calls, {});
     }
-    std::vector<std::string> afterFixes(std::vector<platform::LocationFix> fixes) {
-        phone->locationServices().deliver(std::move(fixes));
+    Texts afterFixes(const std::vector<platform::LocationFix>& fixes = {{1, 0, 0, 0}}) {
+        services.deliver(fixes);
         return settled();
     }
-    std::vector<std::string> afterFailure() {
-        phone->locationServices().fail(KRError{"some.domain", 7, {}});
+    Texts afterFailure() {
+        services.fail(KRError{"some.domain", 7, {}});
         return settled();
     }
-    std::vector<std::string> afterAuthorization(std::int32_t status) {
-        phone->locationServices().changeAuthorization(status);
+    Texts afterAuthorization(std::int32_t status) {
+        services.changeAuthorization(status);
         return settled();
     }
-    bool nobodyWaits() { return KRLocationManager::shared().updateBlocks().empty(); }
+    static bool nobodyWaits() { return KRLocationManager::shared().updateBlocks().empty(); }
 
-    std::vector<std::string> calls;
+    Texts calls;
+    scripted::ScriptedLocationServices& services = phone->locationServices();
 };
 
 TEST_F(Location, HandsTheNewestFixToEveryWaiterOnceAndStops) {
     wait("a");
     wait("b");
-    EXPECT_EQ(phone->locationServices().startCount(), 2);
+    EXPECT_EQ(services.startCount(), 2);
     EXPECT_THAT(afterFixes({{1, 0, 0, 0}, {2, 0, 0, 0}}), ElementsAre("a:2", "b:2"));
-    EXPECT_EQ(phone->locationServices().stopCount(), 1);
+    EXPECT_EQ(services.stopCount(), 1);
     EXPECT_TRUE(nobodyWaits());
     EXPECT_EQ(KRLocationManager::shared().lastLocation(), std::nullopt);
     wait("c");
     EXPECT_THAT(afterFixes({}), ElementsAre("c:nothing"));
 }
 
-TEST_F(Location, AFailureStopsAndReachesOnlyTheLatestWaiterUnderAKey) {
-    wait("a", [this] { calls.emplace_back("first"); });
+TEST_F(Location, StopsAfterAFailureWhichReachesOnlyTheLatestWaiterUnderAKey) {
     wait("a");
-    EXPECT_EQ(phone->locationServices().startCount(), 2);
+    wait("a");
+    EXPECT_EQ(told(), Texts{"the callback that waited for a location under \"a\" is superseded by "
+                            "a later one and not called"});
+    EXPECT_EQ(services.startCount(), 2);
     EXPECT_THAT(afterFailure(), ElementsAre("a:some.domain 7"));
-    EXPECT_EQ(phone->locationServices().stopCount(), 1);
+    EXPECT_EQ(services.stopCount(), 1);
     EXPECT_TRUE(nobodyWaits());
 }
 
@@ -66,32 +71,27 @@ TEST_F(Location, KeepsWaitersWhenPermissionIsMissing) {
     wait("a");
     wait("b");
     EXPECT_THAT(afterAuthorization(2), ElementsAre("a:se.kovra.error 0", "b:se.kovra.error 0"));
-    EXPECT_EQ(phone->locationServices().stopCount(), 2);
+    EXPECT_EQ(services.stopCount(), 2);
     EXPECT_THAT(afterAuthorization(3), IsEmpty());
-    phone->script()->systemVersion = "13.9";
-    EXPECT_THAT(afterAuthorization(2), IsEmpty()) << "tells nobody of it";
     KRLocationManager::shared().locationManager()->startUpdatingLocation();
-    EXPECT_THAT(afterFixes({{3, 0, 0, 0}}), ElementsAre("a:3", "b:3"));
+    EXPECT_THAT(afterFixes(), ElementsAre("a:1", "b:1"));
 }
 
 TEST_F(Location, LogsOneLineAndCleansUpWhenAWaiterThrows) {
-    const auto throws = [] { throw std::runtime_error("host"); };
-    const std::tuple<std::function<std::vector<std::string>()>, std::string, bool> cases[] = {
-        {[this] {
-             return afterFixes({{1, 0, 0, 0}});
-         },
-         "location update failed", true},
+    const std::tuple<std::function<Texts()>, std::string, bool> cases[] = {
+        {[this] { return afterFixes(); }, "location update failed", true},
         {[this] { return afterFailure(); }, "location error failed", true},
         {[this] { return afterAuthorization(1); }, "location auth failed", false},
     };
     int stops = 0;
     for (const auto& [notify, line, clearsAndStops] : cases) {
-        wait("a", throws);
+        wait("a", [] { throw 7; });
         wait("b");
         EXPECT_EQ(notify().size(), 1U) << line;
         expectLog({line});
+        EXPECT_EQ(told(), Texts{line + ": something that is no std::exception was thrown"});
         EXPECT_EQ(nobodyWaits(), clearsAndStops) << line;
-        EXPECT_EQ(phone->locationServices().stopCount(), stops += clearsAndStops ? 1 : 0) << line;
+        EXPECT_EQ(services.stopCount(), stops += clearsAndStops ? 1 : 0) << line;
     }
 }
 
@@ -101,11 +101,39 @@ TEST_F(Location, ToleratesWaitersThatChangeTheTableOrShutThePlatformDown) {
         wait("z");
     });
     wait("b");
-    EXPECT_THAT(afterFixes({{1, 0, 0, 0}}), ElementsAre("a:1", "b:1"));
+    EXPECT_THAT(afterFixes(), ElementsAre("a:1", "b:1"));
     EXPECT_TRUE(nobodyWaits());
     wait("a", [] { platform::shutdown(); });
     wait("b");
-    EXPECT_THAT(afterFixes({{1, 0, 0, 0}}), ElementsAre("a:1"));
+    EXPECT_THAT(afterFixes(), ElementsAre("a:1"));
+    const int starts = services.startCount();
+    EXPECT_THROW(wait("a"), std::logic_error);
+    EXPECT_TRUE(nobodyWaits());
+    EXPECT_EQ(services.startCount(), starts);
+}
+
+TEST_F(Location, TakesWaitersBackAndStopsWithTheLastOne) {
+    KRLocationManager& manager = KRLocationManager::shared();
+    wait("a");
+    wait("b");
+    EXPECT_TRUE(manager.removeLocationUpdateBlock("a"));
+    EXPECT_FALSE(manager.removeLocationUpdateBlock("a"));
+    EXPECT_EQ(services.stopCount(), 0);
+    EXPECT_TRUE(manager.removeLocationUpdateBlock("b"));
+    EXPECT_EQ(services.stopCount(), 1);
+    EXPECT_THAT(afterFixes(), IsEmpty());
+}
+
+TEST_F(Location, LooksForNoWaitersInAManagerThatIsGone) {
+    std::shared_ptr<platform::LocationService> replaced;
+    {
+        KRLocationManager manager;
+        replaced = manager.locationManager();
+        manager.setLocationManager(services.makeService());
+        manager.addLocationUpdateBlock(recorder("a", [] {}), "a");
+    }
+    replaced->startUpdatingLocation();
+    EXPECT_THAT(afterFixes(), IsEmpty());
 }
 
 TEST_F(Location, MayBeUsedOnlyWhenSwitchedOnAndGranted) {
@@ -122,12 +150,13 @@ TEST_F(Location, AsksTheManagersOwnServiceFromFourteenOn) {
     other->script()->location.authorizationStatus = 2;
     other->script()->location.accuracyAuthorization = 1;
     KRLocationManager::shared().setLocationManager(other->locationServices().makeService());
-    phone->script()->systemVersion = "14.0";
-    EXPECT_EQ(KRLocationManager::authorizationStatus(), 2);
-    EXPECT_EQ(KRLocationManager::accuracyAuthorization(), "reduced");
-    phone->script()->systemVersion = "13.9";
-    EXPECT_EQ(KRLocationManager::authorizationStatus(), 4);
-    EXPECT_EQ(KRLocationManager::accuracyAuthorization(), "full");
+    const std::tuple<const char*, std::int32_t, const char*> cases[] = {{"14.0", 2, "reduced"},
+                                                                        {"13.9", 4, "full"}};
+    for (const auto& [version, status, accuracy] : cases) {
+        phone->script()->systemVersion = version;
+        EXPECT_EQ(KRLocationManager::authorizationStatus(), status) << version;
+        EXPECT_EQ(KRLocationManager::accuracyAuthorization(), accuracy) << version;
+    }
 }
 
 } // namespace

@@ -7,16 +7,19 @@ namespace {
 
 using namespace KRSettingsManager;
 
-class Settings : public ScriptedPhoneTest {};
+class Settings : public ScriptedPhoneTest {
+protected:
+    scripted::ScriptedUserDefaults& defaults = phone->standardUserDefaults();
+};
 
 TEST_F(Settings, StandUnderThePrefixAndAreFlushedAtOnceAndRemovedWithOneFlush) {
     for (const std::string& key : {std::string("KRServiceURL"), std::string(200, 'k')}) {
         const std::string full = "se.kovra.v5." + key;
         EXPECT_TRUE(setLocalSetting("value", key));
         EXPECT_EQ(localSettingForKey(key), Value("value"));
-        EXPECT_EQ(phone->standardUserDefaults().flushed().at(full), Value("value"));
+        EXPECT_EQ(defaults.flushed().at(full), Value("value"));
         EXPECT_TRUE(removeLocalSettingForKey(key) && removeLocalSettingForKey(key));
-        EXPECT_THAT(phone->standardUserDefaults().takeOperations(),
+        EXPECT_THAT(defaults.takeOperations(),
                     ElementsAre("set " + full, "synchronize", "get " + full, "get " + full,
                                 "remove " + full, "synchronize", "get " + full));
     }
@@ -24,9 +27,10 @@ TEST_F(Settings, StandUnderThePrefixAndAreFlushedAtOnceAndRemovedWithOneFlush) {
 }
 
 TEST_F(Settings, KeepTheOldValueWhenTheNewOneIsRefused) {
+    const char* const null = nullptr;
     ASSERT_TRUE(setLocalSetting("old", "key"));
     EXPECT_FALSE(setLocalSetting(std::nullopt, "key"));
-    EXPECT_FALSE(setLocalSetting("new", std::nullopt));
+    EXPECT_FALSE(setLocalSetting("new", null));
     EXPECT_FALSE(setLocalSetting(Value(nullptr), "key"));
     expectLog({});
     EXPECT_FALSE(setLocalSetting(Object{{"deep", Array::of({nullptr})}}, "key"));
@@ -35,15 +39,15 @@ TEST_F(Settings, KeepTheOldValueWhenTheNewOneIsRefused) {
 }
 
 TEST_F(Settings, TellAFailureOfThePlatformButNotWhenItRefusesARemoval) {
-    phone->standardUserDefaults().failFlush(true);
+    defaults.failFlush(true);
     EXPECT_FALSE(setLocalSetting("new", "key"));
     EXPECT_FALSE(removeLocalSettingForKey("key"));
-    phone->standardUserDefaults().failFlush(false);
+    defaults.failFlush(false);
     ASSERT_TRUE(setLocalSetting("new", "key"));
-    phone->standardUserDefaults().raiseOnRemove(true);
+    defaults.raiseOnRemove(true);
     EXPECT_TRUE(removeLocalSettingForKey("key"));
     expectLog({"removing failed"});
-    phone->standardUserDefaults().raiseOnGet(true);
+    defaults.raiseOnGet(true);
     EXPECT_ANY_THROW(static_cast<void>(localSettingForKey("key")));
 }
 

@@ -1,6 +1,8 @@
 #include "host/PhoneFile.h"
 
+#include "morvellacinto/context/BasePayload.h"
 #include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/scripted/ScriptedPhone.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +13,9 @@ scripted::PhoneScript phoneOf(std::string_view text) {
     return readPhone(readJson(text)->asObject());
 }
 
-TEST(PhoneFile, EveryMemberIsRead) {
-    const auto phone = phoneOf(R"({
-        "systemVersion": "11.4.1", "locale": "de_CH", "bundle": "b",
+TEST(PhoneFile, EveryMemberIsReadAndOneThatIsMissingKeepsItsDefault) {
+    const auto script = phoneOf(R"({
+        "systemVersion": "15.1", "locale": "de_CH", "bundle": "b",
         "vendorId": "00000000-0000-4000-8000-00000000000a",
         "advertisingId": "00000000-0000-4000-8000-00000000000B",
         "advertisingTrackingEnabled": false, "trackingAuthorization": 2, "trackingAnswer": 1,
@@ -26,35 +28,30 @@ TEST(PhoneFile, EveryMemberIsRead) {
                      "error": {"domain": "d", "code": -7},
                      "fixes": [{"latitude": 1, "longitude": -2.5},
                                {"latitude": 3, "longitude": 4, "speed": 5, "course": 6}]}})");
-    EXPECT_EQ(phone.systemVersion.value() + *phone.locale + *phone.bundle + *phone.model,
-              "11.4.1de_CHbm");
-    EXPECT_EQ(phone.vendorId->text(), "00000000-0000-4000-8000-00000000000A");
-    EXPECT_EQ(phone.advertisingId->text(), "00000000-0000-4000-8000-00000000000B");
-    EXPECT_FALSE(phone.advertisingTrackingEnabled);
-    EXPECT_EQ(std::pair(phone.trackingAuthorization, *phone.trackingAnswer), std::pair(2UL, 1UL));
-    EXPECT_EQ(std::pair(phone.batteryLevel, phone.batteryState), std::pair(0.5F, 3L));
-    EXPECT_FALSE(phone.carriers->at(0).has_value());
-    const platform::Carrier& carrier = phone.carriers->at(1).value();
-    EXPECT_EQ(*carrier.carrierName + *carrier.isoCountryCode + *carrier.mobileNetworkCode, "Tch7");
-    EXPECT_EQ(phone.radioAccessTechnologies, (std::vector<std::string>{"NR", "LTE"}));
-    EXPECT_EQ(phone.reachabilityFlags, 262146U);
-    EXPECT_EQ(phone.wifi->at(0).network.ssid, std::nullopt);
-    const auto& [interface, network] = phone.wifi->at(1);
-    EXPECT_EQ(interface + *network.ssid + *network.bssid, "w1s0:1");
-    EXPECT_FALSE(phone.location.servicesEnabled);
-    EXPECT_EQ(std::pair(phone.location.authorizationStatus, phone.location.accuracyAuthorization),
-              std::pair(3, 1));
-    EXPECT_EQ(phone.location.delay->count(), 2);
-    EXPECT_EQ(phone.location.error, (KRError{"d", -7, {}}));
-    EXPECT_EQ(phone.location.fixes->at(0).longitude, -2.5);
-    const platform::LocationFix& second = phone.location.fixes->at(1);
-    EXPECT_EQ(std::tuple(second.latitude, second.longitude, second.speed, second.course),
+    platform::install(scripted::ScriptedPhone::create(script));
+    EXPECT_EQ(writeJson(KRNetworkManager::basePayload()),
+              R"({"locale":"de_CH","system":"15.1","api":"3.0.7","platform":"ios",)"
+              R"("vendorId":"00000000-0000-4000-8000-00000000000A","bundle":"b",)"
+              R"("advertId":"00000000-0000-4000-8000-00000000000B","advertIdEnabled":false,)"
+              R"("device":"m","carrierName":"T","isoCountryCode":"ch","mobileNetworkCode":"7",)"
+              R"("currentRadioAccessTechnology":"NR","batteryLevel":0.5,"batteryState":3,)"
+              R"("networks":[{"ssid":"s","bssid":"0:1"}],)"
+              R"("locationState":3,"accuracyAuthorization":"reduced","connection":2})");
+    EXPECT_FALSE(script.advertisingTrackingEnabled || script.location.servicesEnabled);
+    EXPECT_EQ(std::pair(script.trackingAuthorization, *script.trackingAnswer), std::pair(2UL, 1UL));
+    EXPECT_EQ(script.carriers->size() + script.wifi->size(), 4U);
+    EXPECT_EQ(script.location.delay->count(), 2);
+    EXPECT_EQ(script.location.error, (KRError{"d", -7, {}}));
+    EXPECT_EQ(script.location.fixes->at(0).longitude, -2.5);
+    const platform::LocationFix& fix = script.location.fixes->at(1);
+    EXPECT_EQ(std::tuple(fix.latitude, fix.longitude, fix.speed, fix.course),
               std::tuple(3, 4, 5, 6));
+    const auto bare = phoneOf(R"({"location": {"delaySeconds": 9}})");
+    EXPECT_EQ(bare.model, "phone14,2");
+    EXPECT_EQ(bare.location.authorizationStatus, 4);
 }
 
-TEST(PhoneFile, NullIsNoAnswerAndAMissingMemberKeepsItsDefault) {
-    EXPECT_EQ(phoneOf("{}").model, "phone14,2");
-    EXPECT_EQ(phoneOf(R"({"location": {"delaySeconds": 9}})").location.authorizationStatus, 4);
+TEST(PhoneFile, NullIsNoAnswer) {
     const auto silent = phoneOf(R"({"systemVersion": null, "model": null, "batteryLevel": null,
         "trackingAnswer": null, "wifi": null, "location": null})");
     EXPECT_FALSE(silent.systemVersion || silent.model || silent.trackingAnswer || silent.wifi);

@@ -1,6 +1,7 @@
 #include "AudienceService.h"
 
 #include "Gzip.h"
+#include "Inspector.h"
 
 #include "morvellacinto/foundation/Json.h"
 
@@ -37,7 +38,11 @@ bool isHeaderOfTheServer(const std::string& name) {
 }
 
 Upload uploadOf(const httplib::Request& request, const std::string& body) {
-    Upload upload{request.method, request.path, {}, body};
+    Upload upload{request.method,
+                  request.path,
+                  {},
+                  body,
+                  request.remote_addr + ":" + std::to_string(request.remote_port)};
     for (const auto& [name, value] : request.headers) {
         if (!isHeaderOfTheServer(name)) {
             upload.headers.emplace_back(name, value);
@@ -81,17 +86,27 @@ void send(httplib::Response& response, const Answer& answer, const Step& step) {
 
 } // namespace
 
-AudienceService::AudienceService(std::unique_ptr<httplib::SSLServer> server,
-                                 std::optional<Object> fixedAnswer,
-                                 std::unique_ptr<Scenario> scenario, std::ofstream records)
-    : server_(std::move(server)), fixedAnswer_(std::move(fixedAnswer)),
-      scenario_(std::move(scenario)), records_(std::move(records)) {
-    server_->new_task_queue = [] { return new httplib::ThreadPool(workerCount); };
+int bindToLoopback(httplib::Server& server, int port) {
+    server.new_task_queue = [] { return new httplib::ThreadPool(workerCount); };
     // Without SO_REUSEPORT, which the server sets by itself and which lets two share a port.
-    server_->set_socket_options([](int socket) {
+    server.set_socket_options([](int socket) {
         const int yes = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
+    const int bound =
+        port == 0 ? server.bind_to_any_port(host) : (server.bind_to_port(host, port) ? port : -1);
+    if (bound < 0) {
+        throw std::runtime_error("port " + std::to_string(port) + " of 127.0.0.1 cannot be bound");
+    }
+    return bound;
+}
+
+AudienceService::AudienceService(std::unique_ptr<httplib::SSLServer> server,
+                                 std::optional<Object> fixedAnswer,
+                                 std::unique_ptr<Scenario> scenario, std::ofstream records,
+                                 Inspector* inspector)
+    : server_(std::move(server)), fixedAnswer_(std::move(fixedAnswer)),
+      scenario_(std::move(scenario)), records_(std::move(records)), inspector_(inspector) {
     SSL_CTX_set_info_callback(server_->ssl_context(), &rememberConnection);
     // A reader of its own, because the server limits form-encoded bodies to 8 KiB.
     server_->Post(".*", [this](const httplib::Request& request, httplib::Response& response,
@@ -108,27 +123,19 @@ AudienceService::AudienceService(std::unique_ptr<httplib::SSLServer> server,
     });
 }
 
-int AudienceService::bind(int port) {
-    const int bound = port == 0 ? server_->bind_to_any_port(host)
-                                : (server_->bind_to_port(host, port) ? port : -1);
-    if (bound < 0) {
-        throw std::runtime_error("port " + std::to_string(port) + " of 127.0.0.1 cannot be bound");
-    }
-    return bound;
-}
-
 void AudienceService::run() { server_->listen_after_bind(); }
 
 void AudienceService::handle(const httplib::Request& request, const std::string& body,
                              httplib::Response& response) {
     const Step step = scenario_->next();
+    const Upload upload = uploadOf(request, body);
+    const bool isUpload = request.path == audiencePath && request.method == "POST";
     Answer answer;
     if (request.path != audiencePath) {
         answer = refusal(404, "uploads go to " + std::string(audiencePath));
     } else if (request.method != "POST") {
         answer = refusal(405, "uploads are made by POST");
     } else {
-        const Upload upload = uploadOf(request, body);
         record(upload);
         answer = audienceAnswer(upload, step);
     }
@@ -138,6 +145,9 @@ void AudienceService::handle(const httplib::Request& request, const std::string&
     answer.status = step.status.value_or(answer.status);
     answer.body = step.body.value_or(answer.body);
 
+    if (isUpload && inspector_ != nullptr) {
+        inspector_->show(upload, step.closeBeforeHeaders ? nullptr : &answer);
+    }
     std::this_thread::sleep_for(step.delay);
     if (step.closeBeforeHeaders) {
         ::shutdown(currentConnection, SHUT_RDWR);
@@ -151,6 +161,9 @@ Answer AudienceService::audienceAnswer(const Upload& upload, const Step& step) {
         return refusal(400, *fault);
     }
     Object answer = fixedAnswer_ ? *fixedAnswer_ : upload.answer();
+    if (const Value tags = inspector_ != nullptr ? inspector_->tags() : Value(); !tags.isNull()) {
+        answer.set("tags", tags);
+    }
     if (step.serviceUrl) {
         answer.set("serviceurl", *step.serviceUrl);
     }

@@ -19,16 +19,24 @@ struct Answer {
     std::optional<std::string> location; ///< where a redirect leads
 };
 
+class Inspector;
+
+/// Binds `port` of 127.0.0.1, or any that is free for 0, and gives the port. Throws
+/// std::runtime_error.
+[[nodiscard]] int bindToLoopback(httplib::Server& server, int port);
+
 /// The audience service over HTTPS on 127.0.0.1.
 class AudienceService {
 public:
     /// Takes over a TLS server that has its certificate. `fixedAnswer` replaces the answer that
-    /// depends on the upload; `records`, when open, gets a line for each upload.
+    /// depends on the upload; `records`, when open, gets a line for each upload; `inspector`,
+    /// unless null, must live as long.
     AudienceService(std::unique_ptr<httplib::SSLServer> server, std::optional<Object> fixedAnswer,
-                    std::unique_ptr<Scenario> scenario, std::ofstream records);
+                    std::unique_ptr<Scenario> scenario, std::ofstream records,
+                    Inspector* inspector);
 
-    /// Binds `port`, or any that is free for 0, and gives the port. Throws std::runtime_error.
-    [[nodiscard]] int bind(int port);
+    /// As `bindToLoopback`.
+    [[nodiscard]] int bind(int port) { return bindToLoopback(*server_, port); }
 
     /// Answers requests; never returns of itself.
     void run();
@@ -44,6 +52,7 @@ private:
     std::unique_ptr<Scenario> scenario_;
     std::mutex recordsMutex_;
     std::ofstream records_;
+    Inspector* inspector_;
 };
 
 } // namespace morvellacinto::service

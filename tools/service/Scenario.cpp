@@ -86,16 +86,16 @@ void readMember(const Member& member, Step& step) {
     throw std::invalid_argument(sentence);
 }
 
-} // namespace
-
-Scenario::Scenario(const Array& steps) {
-    for (const Value& value : steps) {
-        const std::string place = "step " + std::to_string(steps_.size() + 1) + ": ";
+std::deque<Step> readSteps(const Array& values) {
+    std::deque<Step> steps;
+    for (const Value& value : values) {
+        const std::string place = "step " + std::to_string(steps.size() + 1) + ": ";
         if (!value.isObject()) {
             throw std::invalid_argument(place + std::string(nameOf(value.kind())) +
                                         " stands where an object was expected");
         }
-        Step step;
+        Step& step = steps.emplace_back();
+        step.source = value;
         for (const Object::Member& member : value.asObject()) {
             try {
                 readMember(member, step);
@@ -103,9 +103,13 @@ Scenario::Scenario(const Array& steps) {
                 throw std::invalid_argument(place + error.what());
             }
         }
-        steps_.push_back(std::move(step));
     }
+    return steps;
 }
+
+} // namespace
+
+Scenario::Scenario(const Array& steps) : steps_(readSteps(steps)) {}
 
 Step Scenario::next() {
     const std::lock_guard lock(mutex_);
@@ -115,6 +119,21 @@ Step Scenario::next() {
     Step step = std::move(steps_.front());
     steps_.pop_front();
     return step;
+}
+
+void Scenario::replace(const Array& steps) {
+    std::deque<Step> others = readSteps(steps);
+    const std::lock_guard lock(mutex_);
+    steps_ = std::move(others);
+}
+
+Array Scenario::waiting() const {
+    const std::lock_guard lock(mutex_);
+    Array waiting;
+    for (const Step& step : steps_) {
+        waiting.append(step.source);
+    }
+    return waiting;
 }
 
 } // namespace morvellacinto::service

@@ -24,6 +24,8 @@ struct Step {
     std::optional<std::string> redirect;
     /// Put into the answer's object as "serviceurl".
     std::optional<std::string> serviceUrl;
+    /// The step as it was given.
+    Value source;
 };
 
 /// The steps that wait for requests, one a request. Any thread.
@@ -36,8 +38,14 @@ public:
     /// The next step; one without any member when none is left.
     [[nodiscard]] Step next();
 
+    /// Puts others in place of those that wait; throws as the constructor does.
+    void replace(const Array& steps);
+
+    /// Those that wait, as they were given.
+    [[nodiscard]] Array waiting() const;
+
 private:
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::deque<Step> steps_;
 };
 

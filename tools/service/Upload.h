@@ -15,6 +15,7 @@ struct Upload {
     std::string path;
     std::vector<std::pair<std::string, std::string>> headers;
     std::string body;
+    std::string source; ///< address and port that it came from
 
     /// The value of a header, whatever the case of its name.
     [[nodiscard]] std::optional<std::string> header(const std::string& name) const;

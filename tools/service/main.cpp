@@ -1,5 +1,6 @@
 #include "AudienceService.h"
 #include "CertificateAuthority.h"
+#include "Inspector.h"
 
 #include "common/CommandLine.h"
 #include "common/Input.h"
@@ -21,6 +22,7 @@ using tools::UsageError;
 
 struct Options {
     int port = 0;
+    std::optional<int> page;
     std::string certificate;
     std::string key;
     std::string caOut;
@@ -34,6 +36,8 @@ std::optional<Options> readOptions(int count, char** arguments) {
     CLI::App app("The audience service on loopback, for developers and tests",
                  "morvellacinto-service");
     app.add_option("--port", options.port, "port of 127.0.0.1; any that is free without it")
+        ->check(CLI::Range(0, 65535));
+    app.add_option("--page", options.page, "port of a page that shows each upload; any for 0")
         ->check(CLI::Range(0, 65535));
     CLI::Option* certificate = app.add_option("--cert", options.certificate,
                                               "PEM file of the certificate, chain included");
@@ -143,20 +147,30 @@ void serve(const Options& options) {
     const sigset_t signals = endingSignals();
     std::string authorityPem;
     auto server = makeServer(options, authorityPem);
+    auto scenario = readScenario(options.scenario);
+    std::optional<Inspector> inspector;
+    if (options.page) {
+        inspector.emplace(*scenario);
+    }
     AudienceService service(
         std::move(server),
         options.answer.empty() ? std::nullopt : std::optional(tools::readObject(options.answer)),
-        readScenario(options.scenario), openRecords(options.uploads));
+        std::move(scenario), openRecords(options.uploads), inspector ? &*inspector : nullptr);
     const int port = service.bind(options.port);
-    // Once the port is bound, so that the file of a service that has it stays.
+    const int pagePort = inspector ? bindToLoopback(inspector->server(), *options.page) : 0;
+    // Once the ports are bound, so that the file of a service that has one stays.
     auto authorityFile = authorityPem.empty()
                              ? nullptr
                              : std::make_unique<AuthorityFile>(options.caOut, authorityPem);
-    tools::print(
-        writeJson(Object{{"url", "https://127.0.0.1:" + std::to_string(port) + "/v5"},
-                         {"ca", authorityFile != nullptr
-                                    ? authorityFile->path()
-                                    : std::filesystem::absolute(options.certificate).string()}}));
+    Object ready{{"url", "https://127.0.0.1:" + std::to_string(port) + "/v5"},
+                 {"ca", authorityFile != nullptr
+                            ? authorityFile->path()
+                            : std::filesystem::absolute(options.certificate).string()}};
+    if (inspector) {
+        ready.set("page", "http://127.0.0.1:" + std::to_string(pagePort) + "/");
+        std::thread([&inspector] { inspector->server().listen_after_bind(); }).detach();
+    }
+    tools::print(writeJson(ready));
     std::thread([&service] { service.run(); }).detach();
 
     int signal = 0;

@@ -6,7 +6,6 @@
 #include <map>
 #include <poll.h>
 #include <system_error>
-#include <utility>
 
 namespace morvellacinto::native {
 

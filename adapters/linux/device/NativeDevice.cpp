@@ -3,7 +3,6 @@
 #include "basics/SystemFiles.h"
 
 #include <sys/utsname.h>
-#include <utility>
 
 namespace morvellacinto::native {
 

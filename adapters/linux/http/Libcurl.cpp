@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <new>
 #include <stdexcept>
 
 namespace morvellacinto::native {

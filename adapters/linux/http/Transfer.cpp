@@ -4,10 +4,9 @@
 #include "HttpFailure.h"
 #include "Trust.h"
 
-#include <sys/socket.h>
+#include <openssl/ssl.h>
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -25,12 +24,6 @@ curl_socket_t openSocket(void* loopbackOnly, curlsocktype, curl_sockaddr* addres
     }
     // A program that the host starts must not inherit it.
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-}
-
-// The application's place in an SSL is libcurl's.
-int ownTlsData() noexcept {
-    static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
-    return index;
 }
 
 } // namespace
@@ -168,6 +161,9 @@ void Transfer::setUpHop() {
     set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &Transfer::onBytes<&Transfer::receiveBody>);
     set(CURLOPT_WRITEDATA, this);
+    set(CURLOPT_NOPROGRESS, 0L);
+    set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+    set(CURLOPT_XFERINFODATA, this);
 }
 
 // What the host sets wins over what libcurl sets by itself.
@@ -208,10 +204,6 @@ void Transfer::requireAnswer(CURLcode result) const {
 
 void Transfer::leaveMulti() noexcept {
     curl_multi_remove_handle(std::exchange(multi_, nullptr), handle_.get());
-    if (tls_) {
-        SSL_set_info_callback(tls_.get(), nullptr);
-    }
-    tls_.reset();
 }
 
 long Transfer::status() const noexcept {
@@ -241,29 +233,11 @@ const char* Transfer::redirectLocation() const noexcept {
     return location != nullptr && *location->value != '\0' ? location->value : nullptr;
 }
 
-// A body that lasts as long as its connection may have been cut by anyone on the way, unless TLS
-// says that this is the end. libcurl overlooks that.
 void Transfer::receiveHeader(std::string_view line) {
     answerHeaders_.receive(line);
-    curl_tlssessioninfo* info = nullptr;
-    curl_easy_getinfo(handle_.get(), CURLINFO_TLS_SSL_PTR, &info);
-    if (!answerHeaders_.areComplete() || answerHeaders_.tellLength() || hop_->method == "HEAD" ||
-        status() < 200 || status() == 204 || status() == 304 || info == nullptr ||
-        info->internals == nullptr) {
-        return;
-    }
-    auto* const tls = static_cast<SSL*>(info->internals);
-    SSL_up_ref(tls);
-    tls_.reset(tls);
-    isCut_ = true;
-    if (SSL_set_ex_data(tls, ownTlsData(), this) != 1) {
-        throw std::bad_alloc();
-    }
-    SSL_set_info_callback(tls, [](const SSL* ended, int event, int alert) {
-        if (event == SSL_CB_READ_ALERT && (alert & 0xff) == SSL_AD_CLOSE_NOTIFY) {
-            static_cast<Transfer*>(SSL_get_ex_data(ended, ownTlsData()))->isCut_ = false;
-        }
-    });
+    isCut_ = answerHeaders_.areComplete() && !answerHeaders_.tellLength() &&
+             hop_->method != "HEAD" && status() >= 200 && status() != 204 && status() != 304 &&
+             tls() != nullptr;
 }
 
 void Transfer::receiveBody(std::string_view bytes) {
@@ -277,6 +251,21 @@ void Transfer::receiveBody(std::string_view bytes) {
     if (isBodyKept_) {
         body_.append(bytes);
     }
+}
+
+const SSL* Transfer::tls() const noexcept {
+    curl_tlssessioninfo* info = nullptr;
+    curl_easy_getinfo(handle_.get(), CURLINFO_TLS_SSL_PTR, &info);
+    return info != nullptr ? static_cast<const SSL*>(info->internals) : nullptr;
+}
+
+// A body that lasts as long as its connection may have been cut by anyone on the way, unless TLS
+// says that this is the end. libcurl overlooks that. It calls this once more before it closes.
+int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
+    auto& transfer = *static_cast<Transfer*>(self);
+    const SSL* const tls = transfer.isCut_ ? transfer.tls() : nullptr;
+    transfer.isCut_ &= tls == nullptr || (SSL_get_shutdown(tls) & SSL_RECEIVED_SHUTDOWN) == 0;
+    return 0;
 }
 
 template <void (Transfer::*receive)(std::string_view)>

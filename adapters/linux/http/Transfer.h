@@ -8,7 +8,7 @@
 #include "morvellacinto/platform/HttpSession.h"
 
 #include <curl/curl.h>
-#include <openssl/ssl.h>
+#include <openssl/types.h>
 
 #include <array>
 #include <chrono>
@@ -65,6 +65,9 @@ private:
     [[nodiscard]] const char* redirectLocation() const noexcept;
     void receiveHeader(std::string_view line);
     void receiveBody(std::string_view bytes);
+    /// Null without TLS, and when it is gone.
+    [[nodiscard]] const SSL* tls() const noexcept;
+    static int onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept;
 
     template <void (Transfer::*receive)(std::string_view)>
     static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
@@ -79,9 +82,8 @@ private:
     std::array<char, CURL_ERROR_SIZE> detail_{};
     AnswerHeaders answerHeaders_;
     std::size_t bodyBytes_ = 0;
-    bool isBodyKept_ = true;                      ///< false for a redirect's
-    std::unique_ptr<SSL, InTurn<&SSL_free>> tls_; ///< of a body that does not tell its length
-    bool isCut_ = false;                          ///< for all that TLS has said so far
+    bool isBodyKept_ = true; ///< false for a redirect's
+    bool isCut_ = false;     ///< a body of untold length, for all that TLS has said so far
     // After all that it refers to.
     std::unique_ptr<CURL, InTurn<&curl_easy_cleanup>> handle_;
     CURLM* multi_ = nullptr; ///< while the handle is in it

@@ -1,14 +1,13 @@
 #include "Trust.h"
 
-#include "Libcurl.h"
 #include "basics/SystemFiles.h"
 
-#include <dirent.h>
-#include <openssl/x509.h>
+#include <glob.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
 
 #include <algorithm>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 
 namespace morvellacinto::native {
@@ -19,28 +18,24 @@ using std::filesystem::path;
 
 constexpr std::size_t maximumBytes = std::size_t(4) << 20U; // a bundle has a quarter of one
 
-// Not by a directory_iterator, which ends the process when memory runs out.
+// As OpenSSL looks for them, eight digits of a hash and a number.
 bool isHashed(const path& directory) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), &closedir);
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else has this stream
-    while (const dirent* const entry = entries ? readdir(entries.get()) : nullptr) {
-        const std::string_view name = entry->d_name;
-        if (name.size() == 10 && name.ends_with(".0") &&
-            name.find_first_not_of("0123456789abcdef") == 8) {
-            return true;
-        }
-    }
-    return false;
+    constexpr const char* name =
+        "[0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f].0";
+    glob_t found{};
+    const bool isFound =
+        !directory.empty() && glob((directory / name).c_str(), GLOB_NOSORT, nullptr, &found) == 0;
+    globfree(&found);
+    return isFound;
 }
 
-// A PEM file. Throws std::runtime_error when it holds no certificate.
-std::string certificatesIn(const path& file) {
-    const std::string text = readSmallFile(file, maximumBytes).value_or("");
-    if (text.find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
+// Throws std::runtime_error unless it is a PEM file that holds a certificate.
+void requireCertificate(const path& file) {
+    const auto text = readSmallFile(file, maximumBytes);
+    if (!text || text->find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
         throw std::runtime_error("The trust anchor " + file.string() +
                                  " cannot be read, or holds no certificate in PEM.");
     }
-    return text + '\n';
 }
 
 } // namespace
@@ -56,7 +51,7 @@ Trust::Trust(std::vector<path> anchors, SystemRoots system)
     : anchors_(std::move(anchors)), system_(std::move(system)), watched_(system_.directories) {
     watched_.push_back(system_.bundle);
     watched_.insert(watched_.end(), anchors_.begin(), anchors_.end());
-    std::for_each(anchors_.begin(), anchors_.end(), &certificatesIn);
+    std::for_each(anchors_.begin(), anchors_.end(), &requireCertificate);
 }
 
 void Trust::applyTo(CURL* transfer) {
@@ -69,36 +64,41 @@ void Trust::applyTo(CURL* transfer) {
         load();
         changed_ = std::move(changed);
     }
-    curl_blob texts{texts_.data(), texts_.size(), CURL_BLOB_COPY};
-    const auto set = [transfer](CURLoption option, auto* value, bool isEmpty) {
-        requireMemory(curl_easy_setopt(transfer, option, isEmpty ? nullptr : value) == CURLE_OK);
+    const auto set = [transfer](CURLoption option, auto value) {
+        requireMemory(curl_easy_setopt(transfer, option, value) == CURLE_OK);
     };
-    set(CURLOPT_CAPATH, directory_.c_str(), directory_.empty());
-    set(CURLOPT_CAINFO, bundle_.c_str(), bundle_.empty());
-    set(CURLOPT_CAINFO_BLOB, &texts, texts_.empty());
+    // libcurl would parse files anew for each connection. It reuses one where the names are equal.
+    set(CURLOPT_CAPATH, name_.c_str());
+    set(CURLOPT_CAINFO, nullptr);
+    set(CURLOPT_SSL_CTX_DATA, this);
+    const auto useStore = [](CURL*, void* context, void* self) {
+        SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(context),
+                                static_cast<const Trust*>(self)->store_.get());
+        return CURLE_OK;
+    };
+    set(CURLOPT_SSL_CTX_FUNCTION, +useStore);
 }
 
 void Trust::load() {
-    const auto add = [this](const path& file) {
-        try {
-            texts_ += certificatesIn(file);
-        } catch (const std::runtime_error&) {
-            // The others decide.
-        }
+    decltype(store_) store(X509_STORE_new());
+    requireMemory(store != nullptr);
+    // As libcurl has it: what is trusted need not be a root.
+    X509_STORE_set_flags(store.get(), X509_V_FLAG_TRUSTED_FIRST | X509_V_FLAG_PARTIAL_CHAIN);
+    const auto add = [&store](const path& file) {
+        ERR_clear_error();
+        requireMemory(X509_STORE_load_file(store.get(), file.c_str()) == 1 ||
+                      ERR_GET_REASON(ERR_peek_error()) != ERR_R_MALLOC_FAILURE);
     };
-    respelling_ = respelling_.size() < 2000 ? respelling_ + "/." : "/.";
-    texts_.clear();
     std::for_each(anchors_.begin(), anchors_.end(), add);
     const auto& directories = system_.directories;
     const auto hashed = std::find_if(directories.begin(), directories.end(), &isHashed);
-    directory_ = hashed != directories.end() ? hashed->string() + respelling_ : "";
-    bundle_.clear();
-    if (directory_.empty() && texts_.empty()) {
-        const path& bundle = system_.bundle;
-        bundle_ = bundle.parent_path().string() + respelling_ + "/" + bundle.filename().string();
-    } else if (directory_.empty()) {
-        add(system_.bundle); // libcurl takes texts or a file
+    if (hashed == directories.end()) {
+        add(system_.bundle);
+    } else {
+        requireMemory(X509_STORE_load_path(store.get(), hashed->c_str()) == 1);
     }
+    store_.swap(store);
+    name_ = name_.size() < 2000 ? name_ + "/." : "/.";
 }
 
 } // namespace morvellacinto::native

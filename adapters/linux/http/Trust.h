@@ -1,8 +1,12 @@
 #pragma once
 
+#include "Libcurl.h"
+
 #include <curl/curl.h>
+#include <openssl/x509.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,12 +27,12 @@ struct SystemRoots {
 class Trust {
 public:
     /// `anchors` are PEM files. Throws std::runtime_error naming one that cannot be read or holds
-    /// no certificate; damaged ones are noticed when a server is judged, and none is trusted then.
+    /// no certificate. None is trusted of one that turns out to be damaged.
     Trust(std::vector<std::filesystem::path> anchors, SystemRoots system);
 
-    /// Makes a transfer judge servers by what the files hold now; an anchor that has become
-    /// unreadable is left out. After a change libcurl reuses no connection and no TLS session that
-    /// was made before: it does that only where all names and texts set here are the same.
+    /// In a turn. Makes a transfer, which this outlives, judge servers by what the files hold now;
+    /// an anchor that has become unreadable is left out. After a change libcurl reuses no
+    /// connection and no TLS session that was made before.
     void applyTo(CURL* transfer);
 
 private:
@@ -38,10 +42,8 @@ private:
     const SystemRoots system_;
     std::vector<std::filesystem::path> watched_;
     std::vector<std::filesystem::file_time_type> changed_; ///< when, of each that is watched
-    std::string respelling_; ///< "/./." put into paths: longer after each change
-    std::string directory_;  ///< empty: none
-    std::string bundle_;     ///< empty: none
-    std::string texts_;
+    std::unique_ptr<X509_STORE, InTurn<&X509_STORE_free>> store_;
+    std::string name_; ///< of a folder without certificates: "/./.", longer after each change
 };
 
 } // namespace morvellacinto::native

@@ -3,8 +3,6 @@
 #include "NativeLocation.h"
 
 #include <exception>
-#include <stdexcept>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -23,13 +21,8 @@ void GeoClueClient::startUpdatingLocation() {
         });
     };
     try {
-        const auto bundle = location_->options().bundleIdentifier;
-        if (!bundle) {
-            throw std::runtime_error("the application has no bundle identifier to ask with");
-        }
-        run_ = std::make_shared<GeoClueRun>(location_->bus(), location_->permission(), *bundle,
-                                            location_->options().timeout, tell);
-        location_->startThread([run = run_] { run->run(); });
+        run_ = location_->start(location_->timeout(),
+                                [tell](auto& /*run*/, const auto& news) { tell(news); });
     } catch (const std::exception& exception) { // no thread or descriptor is left, too
         tell({{}, locationError(LocationErrorCode::unavailable, exception.what())});
     }
@@ -42,9 +35,7 @@ void GeoClueClient::stopUpdatingLocation() {
     }
 }
 
-std::int32_t GeoClueClient::authorizationStatus() const {
-    return location_->permission().authorizationStatus();
-}
+std::int32_t GeoClueClient::authorizationStatus() const { return location_->authorizationStatus(); }
 
 void GeoClueClient::handle(std::uint64_t run, const LocationNews& news) {
     if (!isUpdating_ || run != runNumber_) {

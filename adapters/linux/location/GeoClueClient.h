@@ -14,14 +14,14 @@ namespace morvellacinto::native {
 class NativeLocation;
 
 /// A client of the location service. After a failure updates have ended, as if stopped.
-/// - A refusal turns the status to 2 for 60 seconds and, when location is off for the whole device,
+/// - A refusal turns the status to 2 for a while and, when location is off for the whole device,
 ///   disables the services; the delegate hears of it. Then the client fails with `denied`, unless
 ///   its delegate has stopped it. A start that succeeds earlier is told too.
 /// - Location switched off while updates run, or on again: services count as disabled or enabled,
 ///   the delegate hears of it, a fix on its way is dropped, and updates go on with the daemon.
 /// - What changes the status is told to the delegate of the client that met it, and to no other.
 /// - No fix in time fails with `timedOut`; no bus, daemon or bundle identifier with `unavailable`,
-///   and without bus or daemon the status is 0 for 60 seconds; a daemon that ends, or a bus that
+///   and without bus or daemon the status is 0 for a while; a daemon that ends, or a bus that
 ///   goes while updates run, with `lost`.
 class GeoClueClient final : public platform::LocationService,
                             public std::enable_shared_from_this<GeoClueClient> {

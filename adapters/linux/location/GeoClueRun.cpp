@@ -4,10 +4,9 @@
 #include "bus/BusValues.h"
 
 #include <algorithm>
-#include <cmath>
 #include <exception>
+#include <limits>
 #include <systemd/sd-bus.h>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -33,15 +32,11 @@ BusCall setProperty(const std::string& client, const char* name, const char* typ
             }};
 }
 
-std::optional<double> degrees(const Object& location, std::string_view key, double limit) {
+// Where the daemon does not know one, it says less.
+std::optional<double> numberIn(const Object& location, std::string_view key, double least = 0,
+                               double most = std::numeric_limits<double>::max()) {
     const auto value = doubleMember(location, key);
-    return value && std::abs(*value) <= limit ? value : std::nullopt;
-}
-
-// As the daemon says -1 or less where it does not know.
-std::optional<double> known(const Object& location, std::string_view key) {
-    const auto value = doubleMember(location, key);
-    return value && std::isfinite(*value) && *value >= 0 ? value : std::nullopt;
+    return value && *value >= least && *value <= most ? value : std::nullopt;
 }
 
 // Of seconds and microseconds; seconds of 0 stand for none.
@@ -99,7 +94,7 @@ void GeoClueRun::followUpdates() {
         return;
     }
     if (permission_.noteAllowed()) {
-        tell_({});
+        tell_(*this, {});
     }
     while (const auto signal = connection.nextSignal(deadline_)) {
         const bool isClients = signal->sender == created.sender && signal->path == client;
@@ -125,8 +120,8 @@ void GeoClueRun::locationUpdated(BusConnection& connection, const Array& paths) 
         readProperties(serviceName, textAt(paths, 1), "org.freedesktop.GeoClue2.Location"),
         Clock::now() + answerTimeout);
     const Object location = objectAt(reply.body, 0);
-    const auto latitude = degrees(location, "Latitude", 90);
-    const auto longitude = degrees(location, "Longitude", 180);
+    const auto latitude = numberIn(location, "Latitude", -90, 90);
+    const auto longitude = numberIn(location, "Longitude", -180, 180);
     if (!latitude || !longitude) {
         return;
     }
@@ -135,9 +130,10 @@ void GeoClueRun::locationUpdated(BusConnection& connection, const Array& paths) 
         return;
     }
     deadline_ = Clock::time_point::max();
-    tell_({platform::LocationFix{*latitude, *longitude, known(location, "Speed").value_or(-1),
-                                 known(location, "Heading").value_or(-1), time,
-                                 known(location, "Accuracy")}});
+    tell_(*this,
+          {platform::LocationFix{*latitude, *longitude, numberIn(location, "Speed").value_or(-1),
+                                 numberIn(location, "Heading").value_or(-1), time,
+                                 numberIn(location, "Accuracy")}});
 }
 
 // The daemon goes on by itself when location is switched on again.
@@ -150,7 +146,7 @@ void GeoClueRun::propertiesChanged(const Array& change) {
     if (!*active) {
         permission_.note(LocationPermission::Refusal::switchedOff);
     }
-    tell_({});
+    tell_(*this, {});
 }
 
 void GeoClueRun::failWith(const BusReply& reply) {
@@ -159,30 +155,30 @@ void GeoClueRun::failWith(const BusReply& reply) {
         return;
     }
     const std::string_view name = reply.errorName;
-    LocationErrorCode code = LocationErrorCode::other;
-    if (name == BusError::timedOut) {
-        code = LocationErrorCode::timedOut;
-    } else if (name == BusError::noReply) {
-        code = LocationErrorCode::lost;
-    } else if (name == BusError::accessDenied) {
-        code = LocationErrorCode::denied;
+    const bool isDenied = name == BusError::accessDenied;
+    const bool isAbsent = name == BusError::serviceUnknown || name == BusError::disconnected ||
+                          name.starts_with("org.freedesktop.DBus.Error.Spawn.");
+    if (isAbsent) {
+        permission_.note(Refusal::absent);
+    } else if (isDenied) {
         permission_.note(Refusal::denied);
         if (reply.errorMessage.starts_with(switchedOffMessage)) {
             permission_.note(Refusal::switchedOff);
         }
-        tell_({});
-    } else if (name == BusError::serviceUnknown || name == BusError::disconnected ||
-               name.starts_with("org.freedesktop.DBus.Error.Spawn.")) {
-        code = LocationErrorCode::unavailable;
-        permission_.note(Refusal::absent);
+        tell_(*this, {});
     }
+    const auto code = isAbsent                     ? LocationErrorCode::unavailable
+                      : isDenied                   ? LocationErrorCode::denied
+                      : name == BusError::timedOut ? LocationErrorCode::timedOut
+                      : name == BusError::noReply  ? LocationErrorCode::lost
+                                                   : LocationErrorCode::other;
     fail(code, reply.succeeded() ? "the location service gave a malformed answer"
                                  : reply.errorName + ": " + reply.errorMessage);
 }
 
 void GeoClueRun::fail(LocationErrorCode code, std::string_view message) {
     if (!stop_.isRaised()) {
-        tell_({{}, locationError(code, message)});
+        tell_(*this, {{}, locationError(code, message)});
     }
 }
 

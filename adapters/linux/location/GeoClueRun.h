@@ -15,7 +15,6 @@
 
 namespace morvellacinto::native {
 
-class Bus;
 class LocationPermission;
 
 /// What a run tells: with neither, that permission has changed. After a failure it has ended.
@@ -31,7 +30,7 @@ struct LocationNews {
 class GeoClueRun {
 public:
     /// Called on the run's thread.
-    using Tell = std::function<void(const LocationNews&)>;
+    using Tell = std::function<void(GeoClueRun& run, const LocationNews& news)>;
 
     /// Without a fix that is new enough for `timeout` it fails. `bus` and `permission` outlive the
     /// run. Throws std::system_error when no descriptor is left.

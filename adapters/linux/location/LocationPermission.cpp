@@ -34,8 +34,10 @@ std::function<bool()> geoClueSearch(const std::filesystem::path& root) {
 }
 
 LocationPermission::LocationPermission(std::function<bool()> serviceExists,
-                                       std::function<Clock::time_point()> now)
-    : serviceExists_(std::move(serviceExists)), now_(std::move(now)) {}
+                                       std::function<Clock::time_point()> now,
+                                       std::function<void()> askAgain)
+    : serviceExists_(std::move(serviceExists)), now_(std::move(now)),
+      askAgain_(std::move(askAgain)) {}
 
 std::int32_t LocationPermission::authorizationStatus() const {
     if (!canBeUsed()) {
@@ -52,6 +54,7 @@ bool LocationPermission::servicesEnabled() const {
 void LocationPermission::note(Refusal refusal) {
     const std::lock_guard lock(mutex_);
     until_.at(static_cast<std::size_t>(refusal)) = now_() + refusalHolds;
+    nextQuestion_ = now_() + questionInterval;
 }
 
 bool LocationPermission::noteAllowed() {
@@ -62,8 +65,16 @@ bool LocationPermission::noteAllowed() {
 }
 
 bool LocationPermission::holds(Refusal refusal) const {
-    const std::lock_guard lock(mutex_);
-    return now_() < until_.at(static_cast<std::size_t>(refusal));
+    std::unique_lock lock(mutex_);
+    const auto now = now_();
+    const bool doesHold = now < until_.at(static_cast<std::size_t>(refusal));
+    // For denied alone the service would ask the user again.
+    if (now >= nextQuestion_ && now < std::max(until_.front(), until_.back())) {
+        nextQuestion_ = now + questionInterval;
+        lock.unlock();
+        askAgain_();
+    }
+    return doesHold;
 }
 
 bool LocationPermission::canBeUsed() const {

@@ -16,11 +16,12 @@ namespace morvellacinto::native {
 [[nodiscard]] std::function<bool()> geoClueSearch(const std::filesystem::path& root = "/");
 
 /// What is known about whether location may be used: kept from the service's answers, so that
-/// questions never wait. A refusal is believed for 60 seconds; after that it takes another attempt
-/// to tell. Any thread.
+/// questions never wait. A refusal is believed for 60 seconds; meanwhile questions have the service
+/// asked again, at most once a second, unless it refused this application alone. Any thread.
 class LocationPermission {
 public:
     using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::seconds questionInterval{1};
     enum class Refusal {
         absent, ///< there turned out to be no service
         denied,
@@ -28,9 +29,10 @@ public:
     };
 
     /// `serviceExists`, whether there is a service that the application could use, is asked at each
-    /// question until it has said yes.
-    explicit LocationPermission(std::function<bool()> serviceExists,
-                                std::function<Clock::time_point()> now = Clock::now);
+    /// question until it has said yes. `askAgain` must not wait; the answer is to be noted here.
+    explicit LocationPermission(
+        std::function<bool()> serviceExists, std::function<Clock::time_point()> now = Clock::now,
+        std::function<void()> askAgain = [] {});
 
     /// A `platform::LocationAuthorization`: 4 when the service can be used, 2 while it is denied, 0
     /// when there is no service.
@@ -47,9 +49,11 @@ private:
 
     const std::function<bool()> serviceExists_;
     const std::function<Clock::time_point()> now_;
+    const std::function<void()> askAgain_;
     mutable std::atomic<bool> isKnownToExist_ = false;
     mutable std::mutex mutex_;
     std::array<Clock::time_point, 3> until_{};
+    mutable Clock::time_point nextQuestion_;
 };
 
 } // namespace morvellacinto::native

@@ -4,14 +4,15 @@
 #include "threads/MainQueue.h"
 #include "threads/WorkerPool.h"
 
-#include <utility>
+#include <stdexcept>
 
 namespace morvellacinto::native {
 
 NativeLocation::NativeLocation(const std::shared_ptr<MainQueue>& mainQueue, Bus& bus,
                                WorkerPool& workers, LocationOptions options)
     : mainQueue_(mainQueue), bus_(bus), options_(std::move(options)),
-      permission_([this] { return options_.bundleIdentifier && options_.serviceExists(); }),
+      permission_([this] { return options_.bundleIdentifier && options_.serviceExists(); },
+                  LocationPermission::Clock::now, [this] { askAgain(); }),
       workers_(&workers) {}
 
 std::shared_ptr<platform::LocationService> NativeLocation::makeService() {
@@ -24,10 +25,26 @@ void NativeLocation::postToMain(std::function<void()> block) const {
     }
 }
 
-void NativeLocation::startThread(std::function<void()> block) {
+std::shared_ptr<GeoClueRun> NativeLocation::start(std::chrono::milliseconds timeout,
+                                                  GeoClueRun::Tell tell) {
+    if (!options_.bundleIdentifier) {
+        throw std::runtime_error("the application has no bundle identifier to ask with");
+    }
+    auto run = std::make_shared<GeoClueRun>(bus_, permission_, *options_.bundleIdentifier, timeout,
+                                            std::move(tell));
     const std::lock_guard lock(mutex_);
     if (workers_ != nullptr) {
-        workers_->postLasting(std::move(block));
+        workers_->postLasting([self = shared_from_this(), run] { run->run(); });
+    }
+    return run;
+}
+
+// By a run that ends with the first news.
+void NativeLocation::askAgain() {
+    try {
+        start(LocationPermission::questionInterval, [](auto& run, const auto&) { run.stop(); });
+    } catch (const std::exception&) {
+        return; // a later question may have more luck
     }
 }
 

@@ -2,6 +2,7 @@
 
 // Read NativeLocation.h, GeoClueClient.h, GeoClueRun.h, then LocationPermission.h.
 
+#include "GeoClueRun.h"
 #include "LocationPermission.h"
 
 #include "morvellacinto/platform/LocationService.h"
@@ -15,7 +16,6 @@
 
 namespace morvellacinto::native {
 
-class Bus;
 class MainQueue;
 class WorkerPool;
 
@@ -45,17 +45,17 @@ public:
     }
 
     // For the clients, on any thread.
-    [[nodiscard]] LocationPermission& permission() { return permission_; }
-    [[nodiscard]] const LocationOptions& options() const { return options_; }
-    [[nodiscard]] Bus& bus() const { return bus_; }
+    [[nodiscard]] std::chrono::milliseconds timeout() const { return options_.timeout; }
     void postToMain(std::function<void()> block) const;
-    /// Throws std::system_error when no thread can be made.
-    void startThread(std::function<void()> block);
+    /// Throws a std::exception without a thread, a descriptor or a bundle identifier.
+    std::shared_ptr<GeoClueRun> start(std::chrono::milliseconds timeout, GeoClueRun::Tell tell);
 
-    /// No thread is started from now on.
+    /// No run is started from now on.
     void shutdown();
 
 private:
+    void askAgain();
+
     const std::weak_ptr<MainQueue> mainQueue_;
     Bus& bus_;
     const LocationOptions options_;

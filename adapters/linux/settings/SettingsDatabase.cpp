@@ -6,7 +6,6 @@
 #include <array>
 #include <cstdint>
 #include <sqlite3.h>
-#include <utility>
 
 #define XXH_INLINE_ALL
 #include <xxhash.h>

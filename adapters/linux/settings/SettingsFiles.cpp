@@ -112,7 +112,11 @@ bool SettingsFiles::hasDatabase() const {
                                                      "file that this user alone may write");
         }
     }
-    return std::filesystem::exists(database_);
+    const bool isThere = std::filesystem::exists(database_);
+    if (isThere) { // what an interrupted replacement left is not to come back later
+        unlink(with(database_, ".complete").c_str());
+    }
+    return isThere;
 }
 
 void SettingsFiles::replace(

@@ -38,7 +38,7 @@ public:
     [[nodiscard]] Lock lock(Sharing sharing, const Wait& wait) const;
 
     [[nodiscard]] const std::filesystem::path& database() const noexcept { return database_; }
-    /// Throws for files that others could have a hand in, or that are no regular ones.
+    /// Needs a lock. Throws for files that others could have a hand in, or that are not regular.
     [[nodiscard]] bool hasDatabase() const;
     /// Makes an empty file for this user alone, has it filled, and puts it in place of the
     /// database, which is set aside in place of the one before. A process killed meanwhile leaves

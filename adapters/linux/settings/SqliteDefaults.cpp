@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <ctime>
 #include <exception>
-#include <utility>
 
 namespace morvellacinto::native {
 

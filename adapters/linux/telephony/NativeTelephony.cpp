@@ -3,8 +3,6 @@
 #include "bus/BusValues.h"
 
 #include <algorithm>
-#include <utility>
-#include <vector>
 
 namespace morvellacinto::native {
 

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <sys/eventfd.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace morvellacinto::native {
 
@@ -12,8 +11,10 @@ StopSignal::StopSignal() : descriptor_(openEventDescriptor()) {}
 StopSignal::~StopSignal() { close(descriptor_); }
 
 void StopSignal::raise() noexcept {
-    isRaised_ = true;
-    eventfd_write(descriptor_, 1);
+    if (!isForkedChild()) {
+        isRaised_ = true;
+        eventfd_write(descriptor_, 1);
+    }
 }
 
 int openEventDescriptor() {

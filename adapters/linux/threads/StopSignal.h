@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <unistd.h>
 
 namespace morvellacinto::native {
 
@@ -17,9 +18,12 @@ public:
     /// Polls readable from `raise` on, for good. Only for polling.
     [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
     [[nodiscard]] bool isRaised() const noexcept { return isRaised_; }
+    /// Nothing in a child made by fork(), which shares the descriptor.
     void raise() noexcept;
+    [[nodiscard]] bool isForkedChild() const noexcept { return getpid() != process_; }
 
 private:
+    const pid_t process_ = getpid();
     const int descriptor_;
     std::atomic<bool> isRaised_ = false;
 };

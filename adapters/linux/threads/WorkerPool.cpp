@@ -5,7 +5,6 @@
 #include <list>
 #include <mutex>
 #include <pthread.h>
-#include <system_error>
 #include <thread>
 #include <utility>
 

@@ -6,7 +6,6 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace morvellacinto::native {

@@ -154,7 +154,7 @@ void tellDiagnostics(const Diagnostic& diagnostic) noexcept {
         if (Diagnostics* diagnostics = platform->diagnostics()) {
             diagnostics->tell(diagnostic);
         }
-    } catch (const std::exception&) {
+    } catch (...) {
         return; // no platform, and so nobody to tell
     }
 }

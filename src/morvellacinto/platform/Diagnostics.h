@@ -6,7 +6,6 @@
 #include <atomic>
 #include <concepts>
 #include <cstdint>
-#include <exception>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -185,7 +184,7 @@ void tellMade(const Make& make) noexcept {
     if (told.load(std::memory_order_relaxed) >= least) {
         try {
             tellDiagnostics(Record(make()));
-        } catch (const std::exception&) {
+        } catch (...) {
             return; // for want of memory
         }
     }
