@@ -17,6 +17,11 @@ constexpr std::chrono::milliseconds firstReadInterval(1000);
 // With the clock's tick, what others flush is seen after 100 milliseconds at the latest.
 constexpr std::chrono::milliseconds lookInterval(90);
 
+// Rows of the adapter's own: the time of the last erasure in nanoseconds, which tells it from those
+// before, and, until what was erased is gone from all files too, a mark.
+constexpr Name erasedAt(Space::adapter, "erasedAt");
+constexpr Name erasing(Space::adapter, "erasing");
+
 // The kernel's tick, at most 10 milliseconds wide, at a quarter of the price of the exact time.
 std::chrono::milliseconds coarseNow() noexcept {
     timespec now{};
@@ -26,6 +31,26 @@ std::chrono::milliseconds coarseNow() noexcept {
 }
 
 bool isPending(const Entry& entry) { return entry.blob != nullptr || !entry.value; }
+
+bool isErasable(const Name& name) {
+    const auto& [space, key] = name;
+    return space == Space::settings
+               ? key.starts_with(platform::libraryKeyPrefix)
+               : key == keptVendorIdentifier || key == keptAdvertisingIdentifier;
+}
+
+std::int64_t erasuresIn(const Entries& entries) {
+    const auto entry = entries.find(erasedAt);
+    const auto& value = entry == entries.end() ? std::nullopt : entry->second.value;
+    return value && value->kind() == Value::Kind::integer ? value->asInt64() : 0;
+}
+
+// What an erasure that is not finished leaves of what was read.
+void dropErased(Entries& entries) {
+    std::erase_if(entries, [isErasing = entries.contains(erasing)](const auto& named) {
+        return isErasing && isErasable(named.first) && !isPending(named.second);
+    });
+}
 
 // The last thing that an operation does: the host may let go of the defaults meanwhile.
 void tell(const Diagnostics& diagnostics, const std::vector<std::string>& report) {
@@ -64,6 +89,13 @@ bool SqliteDefaults::synchronize() {
     return isFlushed;
 }
 
+std::int64_t SqliteDefaults::erasures() const {
+    return read([&] {
+        const std::shared_lock lock(entriesMutex_);
+        return erasuresIn(entries_);
+    });
+}
+
 Object SqliteDefaults::contents() const {
     return read([&] {
         Object all;
@@ -77,19 +109,36 @@ Object SqliteDefaults::contents() const {
     });
 }
 
-KeptText SqliteDefaults::adapterValue(std::string_view name) const {
-    return read([&] {
-        // Asked before the value: what is read in between cannot make it too sure.
-        KeptText kept{std::nullopt, isCurrent_};
-        if (const auto value = find(Space::adapter, name); value && value->isString()) {
-            kept = {std::string(value->asString()), true};
-        }
-        return kept;
-    });
+KeptText SqliteDefaults::adapterValue(std::string_view name, Freshness freshness) const {
+    return read(
+        [&] {
+            // Asked before the value: what is read in between cannot make it too sure.
+            KeptText kept{std::nullopt, isCurrent_};
+            const std::shared_lock lock(entriesMutex_);
+            kept.erasures = erasuresIn(entries_);
+            const auto entry = entries_.find(Name(Space::adapter, name));
+            if (entry != entries_.end() && entry->second.value && entry->second.value->isString()) {
+                kept.text = entry->second.value->asString();
+                kept.isCertain = true;
+            }
+            return kept;
+        },
+        freshness);
 }
 
 void SqliteDefaults::setAdapterValue(std::string_view name, std::string_view text) {
     change(Space::adapter, name, text);
+}
+
+bool SqliteDefaults::erase() {
+    using std::chrono::nanoseconds;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    change(erasedAt.first, erasedAt.second, nanoseconds(now).count());
+    change(erasing.first, erasing.second, true); // what is read from here on is without them
+    std::unique_lock lock(entriesMutex_);
+    std::erase_if(entries_, [](const auto& named) { return isErasable(named.first); });
+    lock.unlock();
+    return synchronize();
 }
 
 void SqliteDefaults::close() {
@@ -101,20 +150,25 @@ void SqliteDefaults::close() {
 }
 
 template <class Find>
-std::invoke_result_t<Find> SqliteDefaults::read(const Find& find) const {
-    const Report report = coarseNow() < nextLook_.load() ? Report() : look();
+std::invoke_result_t<Find> SqliteDefaults::read(const Find& find, Freshness freshness) const {
+    const bool isDue = freshness == Freshness::atOnce || coarseNow() >= nextLook_.load();
+    const Report report = isDue ? look(freshness) : Report();
     auto found = find();
     tell(diagnostics_, report);
     return found;
 }
 
-SqliteDefaults::Report SqliteDefaults::look() const {
-    const Wait wait(wasRead_ ? std::chrono::milliseconds(0) : firstReadPatience, areWaitsOver_);
+SqliteDefaults::Report SqliteDefaults::look(Freshness freshness) const {
+    const bool isAtOnce = freshness == Freshness::atOnce;
+    const Wait wait(isAtOnce   ? flushPatience
+                    : wasRead_ ? std::chrono::milliseconds(0)
+                               : firstReadPatience,
+                    areWaitsOver_);
     std::unique_lock lock(mutex_, std::try_to_lock);
-    while (!lock.owns_lock() && !wasRead_ && wait.goesOn()) {
+    while (!lock.owns_lock() && (isAtOnce || !wasRead_) && wait.goesOn()) {
         static_cast<void>(lock.try_lock());
     }
-    if (!lock.owns_lock() || coarseNow() < nextLook_.load() || isClosing_) {
+    if (!lock.owns_lock() || (!isAtOnce && coarseNow() < nextLook_.load()) || isClosing_) {
         return {}; // another thread is at it, or has just been
     }
     wait_ = wait;
@@ -157,7 +211,7 @@ void SqliteDefaults::committed(const Entries& changes) const {
     const std::unique_lock lock(entriesMutex_);
     for (const auto& [name, change] : changes) {
         const auto entry = entries_.find(name);
-        if (entry->second.blob != change.blob) {
+        if (entry == entries_.end() || entry->second.blob != change.blob) {
             continue; // changed again meanwhile
         }
         entry->second.blob.reset();
@@ -168,7 +222,7 @@ void SqliteDefaults::committed(const Entries& changes) const {
 }
 
 bool SqliteDefaults::flush() const {
-    const Entries changes = pending();
+    Entries changes = pending();
     if (changes.empty() || isClosing_) {
         return !isClosing_;
     }
@@ -176,14 +230,19 @@ bool SqliteDefaults::flush() const {
         Lock lock;
         try {
             lock = connect("");
-            database_->write(changes);
+            database_->write(changes = pending()); // without those that others have erased
         } catch (const DamageError& damage) {
             lock.reset();
             lock = connect(damage.what());
-            database_->write(changes);
+            database_->write(changes = pending());
         }
         committed(changes);
-        return true;
+        if (changes.contains(erasing)) {
+            versionRead_ = 0;
+            lock.reset();
+            lock = connect("");
+        }
+        return !isErasing_;
     } catch (const std::exception& error) {
         // After a failed flush to disk nothing is known of the connection's files: open them anew.
         database_.reset();
@@ -203,7 +262,12 @@ SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
         const bool isOpen = database_ != nullptr && !database_->wasMoved();
         try {
             if ((damage.empty() || !isOpen) && reach()) {
-                return lock;
+                if (isErasing_ && sharing == SettingsFiles::Sharing::alone) {
+                    finishErasure();
+                }
+                if (!isErasing_) {
+                    return lock;
+                }
             }
         } catch (const DamageError& error) {
             damage = error.what();
@@ -236,9 +300,16 @@ bool SqliteDefaults::reach() const {
             tellOnce(std::to_string(damaged) + " of the values in " + files_.database().string() +
                      " are damaged and count as absent");
         }
+        isErasing_ = rows.contains(erasing);
         const std::unique_lock lock(entriesMutex_);
-        std::erase_if(entries_, [](const auto& old) { return !isPending(old.second); });
+        const auto known = entries_.find(erasedAt);
+        const bool haveOthersErased = wasRead_ && erasuresIn(rows) != erasuresIn(entries_) &&
+                                      (known == entries_.end() || !isPending(known->second));
+        std::erase_if(entries_, [&](const auto& old) {
+            return !isPending(old.second) || (haveOthersErased && isErasable(old.first));
+        });
         entries_.merge(rows);
+        dropErased(entries_);
         versionRead_ = version; // what others have committed since the question is read again
     }
     nextLook_ = coarseNow() + lookInterval;
@@ -257,6 +328,7 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
     } catch (const DamageError&) {
         // The rows before the damage have been read.
     }
+    dropErased(known);
     {
         const std::unique_lock lock(entriesMutex_);
         entries_.insert(known.begin(), known.end());
@@ -268,6 +340,27 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
         report_.push_back("the settings were begun anew with " + std::to_string(known.size()) +
                           " known values, and what was damaged of them set aside (" + damage + ")");
     }
+}
+
+// Needs the lock for oneself alone. The mark goes last: whoever finds it does all of this again.
+void SqliteDefaults::finishErasure() const {
+    files_.replace([&](const std::filesystem::path& draft) {
+        std::shared_lock lock(entriesMutex_);
+        Entries left = entries_;
+        lock.unlock();
+        std::erase_if(
+            left, [](const auto& named) { return !named.second.value || isErasable(named.first); });
+        const SettingsDatabase made(draft, wait_, &left);
+    });
+    database_.reset();
+    files_.removeRemains();
+    static_cast<void>(reach());
+    database_->write({{{erasing.first, std::string(erasing.second)}, {}}});
+    isErasing_ = false;
+    const std::unique_lock lock(entriesMutex_);
+    std::erase_if(entries_, [](const auto& named) {
+        return Name(named.first) == erasing && !isPending(named.second);
+    });
 }
 
 void SqliteDefaults::tellOnce(const std::string& sentence) const {

@@ -45,14 +45,26 @@ public:
     /// Waits up to 5 seconds for other processes that write; the first read waits up to half a
     /// second, others do not.
     [[nodiscard]] bool synchronize() override;
+    [[nodiscard]] std::int64_t erasures() const override;
 
     /// All values, sorted by key.
     [[nodiscard]] Object contents() const;
 
+    /// How a read finds out what others have flushed: as told above, or by asking the database,
+    /// for which it waits as long as `synchronize` does.
+    enum class Freshness { usual, atOnce };
+
     /// A text of the adapter's own, which no key of the defaults reaches.
-    [[nodiscard]] KeptText adapterValue(std::string_view name) const;
+    [[nodiscard]] KeptText adapterValue(std::string_view name,
+                                        Freshness freshness = Freshness::usual) const;
     /// `synchronize` flushes it with the rest.
     void setAdapterValue(std::string_view name, std::string_view text);
+
+    /// Removes all under `platform::libraryKeyPrefix`, the adapter's identifiers and the databases
+    /// that were set aside, by a database that nothing of them was ever in. At once for this
+    /// process, for others with their next look. True once it is done and would survive loss of
+    /// power; from a commit on that comes before, also a later process brings it to its end.
+    [[nodiscard]] bool erase();
 
     /// From now on nothing waits for other processes.
     void endWaits() noexcept { areWaitsOver_ = true; }
@@ -65,8 +77,9 @@ private:
     using Report = std::vector<std::string>;
 
     template <class Find>
-    [[nodiscard]] std::invoke_result_t<Find> read(const Find& find) const;
-    [[nodiscard]] Report look() const;
+    [[nodiscard]] std::invoke_result_t<Find> read(const Find& find,
+                                                  Freshness freshness = Freshness::usual) const;
+    [[nodiscard]] Report look(Freshness freshness) const;
     // Of memory:
     [[nodiscard]] std::optional<Value> find(Space space, std::string_view key) const;
     void change(Space space, std::string_view key, std::optional<Value> value);
@@ -77,6 +90,7 @@ private:
     [[nodiscard]] Lock connect(std::string damage) const;
     [[nodiscard]] bool reach() const;
     void fill(const std::filesystem::path& draft, const std::string& damage) const;
+    void finishErasure() const;
     void tellOnce(const std::string& sentence) const;
 
     const Diagnostics diagnostics_;
@@ -95,7 +109,8 @@ private:
     mutable Report report_;                // of it too: told once the mutex is free
     mutable std::set<std::string> told_;
     mutable std::unique_ptr<SettingsDatabase> database_;
-    mutable int versionRead_ = 0; // of the open database; 0: none yet
+    mutable int versionRead_ = 0;    // of the open database; 0: none yet
+    mutable bool isErasing_ = false; // as that version says
 };
 
 } // namespace morvellacinto::native
