@@ -25,6 +25,8 @@
 #include "morvellacinto/platform/SystemVersion.h"
 #include "morvellacinto/platform/UrlParser.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno> // program_invocation_short_name too
 #include <chrono>
 #include <csignal>
@@ -147,6 +149,25 @@ KeptValues keptIn(const std::shared_ptr<SqliteDefaults>& settings) {
             [settings] { return settings->synchronize(); }};
 }
 
+constexpr std::string_view keptConsent = "uploadConsent";
+// In the order of UploadConsent.
+constexpr std::array<std::string_view, 3> consentTexts{"allowed", "withheld", "asked"};
+
+UploadConsent consentIn(const KeptText& kept, UploadConsent undecided) {
+    const auto* const found = std::find(consentTexts.begin(), consentTexts.end(), kept.text);
+    return found == consentTexts.end() ? undecided : UploadConsent(found - consentTexts.begin());
+}
+
+UploadQuestion onMainQueue(const std::shared_ptr<MainQueue>& queue, UploadQuestion ask) {
+    if (!ask) {
+        return nullptr;
+    }
+    const auto shared = std::make_shared<const UploadQuestion>(std::move(ask));
+    return [queue, shared](const platform::HttpRequest& request, const UploadAnswer& answer) {
+        queue->post([shared, request, answer] { (*shared)(request, answer); });
+    };
+}
+
 } // namespace
 
 struct NativePlatform::Services {
@@ -160,13 +181,21 @@ struct NativePlatform::Services {
           assertionHandler(options.assertionHandler
                                ? std::move(options.assertionHandler)
                                : std::make_shared<platform::AssertionHandler>()),
-          device(bundle, bus, keptIn(settings)),
+          undecided(options.uploadConsent), device(bundle, bus, keptIn(settings)),
           tracking(mainQueue, keptIn(settings), std::move(options.trackingQuestion)),
           location(std::make_shared<NativeLocation>(
               mainQueue, bus, workers, LocationOptions{bundle, options.locationTimeout})),
           http(std::make_shared<TransferLoop>(
               HttpOptions{.trustAnchors = std::move(options.trustAnchors),
-                          .proxy = std::move(options.proxy)},
+                          .proxy = std::move(options.proxy),
+                          .consent =
+                              [settings = settings, undecided = undecided] {
+                                  return consentIn(
+                                      settings->adapterValue(keptConsent,
+                                                             SqliteDefaults::Freshness::atOnce),
+                                      undecided);
+                              },
+                          .question = onMainQueue(mainQueue, std::move(options.beforeUpload))},
               workers)) {}
 
     const Diagnostics diagnostics;
@@ -183,6 +212,7 @@ struct NativePlatform::Services {
     NativeLog log;
     const std::shared_ptr<platform::AssertionHandler> assertionHandler;
     NativeSystemVersion systemVersion;
+    const UploadConsent undecided;
     Bus bus{diagnostics, stopSignal};
     NativeDevice device;
     NativeTracking tracking;
@@ -230,6 +260,18 @@ void NativePlatform::resetAdvertisingIdentifier() {
 bool NativePlatform::setTrackingAuthorization(std::uint64_t status) {
     return services_->tracking.setTrackingAuthorization(status);
 }
+
+UploadConsent NativePlatform::uploadConsent() const {
+    return consentIn(services_->settings->adapterValue(keptConsent), services_->undecided);
+}
+
+bool NativePlatform::setUploadConsent(UploadConsent consent) {
+    services_->settings->setAdapterValue(keptConsent,
+                                         consentTexts.at(static_cast<std::size_t>(consent)));
+    return services_->settings->synchronize();
+}
+
+bool NativePlatform::eraseStoredData() { return services_->settings->erase(); }
 
 platform::Dispatch& NativePlatform::dispatch() { return services_->dispatch; }
 

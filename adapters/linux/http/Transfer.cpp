@@ -48,6 +48,11 @@ void Transfer::start() {
                                                       std::chrono::milliseconds(0), longestTimeout);
 }
 
+void Transfer::refuse(const HttpFailure& failure) noexcept {
+    fail(failure);
+    handle_.reset();
+}
+
 bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
                      const std::optional<std::string>& proxy) noexcept {
     return attempt([&] {

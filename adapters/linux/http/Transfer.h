@@ -36,6 +36,18 @@ public:
     void start();
     [[nodiscard]] std::chrono::steady_clock::time_point deadline() const { return deadline_; }
 
+    [[nodiscard]] const platform::HttpRequest& request() const noexcept { return request_; }
+    /// Whether its first hop may begin: what is allowed or answered once is not asked again.
+    [[nodiscard]] bool isApproved() const noexcept { return isApproved_; }
+    void approve() noexcept { isApproved_ = true; }
+    /// Before the first hop.
+    void approve(platform::HttpRequest changed) {
+        request_ = std::move(changed);
+        isApproved_ = true;
+    }
+    /// Ends a transfer that has no hop under way.
+    void refuse(const HttpFailure& failure) noexcept;
+
     /// In a turn, as the next two. Adds the present hop to `multi`, with this object as its
     /// CURLOPT_PRIVATE. False when it has failed, which ends the transfer.
     [[nodiscard]] bool begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
@@ -69,7 +81,8 @@ private:
     static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
 
     const std::shared_ptr<CurlSession> session_;
-    const platform::HttpRequest request_;
+    platform::HttpRequest request_;
+    bool isApproved_ = false;
     platform::HttpSession::Completion completion_;
     std::chrono::steady_clock::time_point deadline_;
 

@@ -79,23 +79,42 @@ void TransferLoop::postCompletion(const std::shared_ptr<Transfer>& transfer) {
     });
 }
 
+void TransferLoop::answer(const std::weak_ptr<Transfer>& asked,
+                          std::optional<platform::HttpRequest> request) {
+    const std::lock_guard lock(mutex_);
+    if (!asked.expired()) {
+        answers_.emplace_back(asked, std::move(request));
+    }
+    if (multi_) {
+        curl_multi_wakeup(multi_.get());
+    }
+}
+
 void TransferLoop::run() {
     thread_ = std::this_thread::get_id();
     do {
         auto idleEnd = Clock::now() + options_.idleTime;
         bool isIdle = false;
         while (!isIdle && !isStopped_) {
-            Transfers ended = step();
-            const bool haveEnded = !ended.empty();
+            Transfers ended;
+            takeArrived(ended);
+            passGate(ended);
+            if (!isStopped_) {
+                step(ended);
+            }
+            const bool goesOn = !ended.empty() || !next_.empty();
             deliver(ended);
-            if (haveEnded || !active_.empty()) {
+            if (goesOn || !active_.empty() || !waiting_.empty()) {
                 idleEnd = Clock::now() + options_.idleTime;
             }
             isIdle = !multi_ || Clock::now() >= idleEnd;
-            if (!haveEnded && !isIdle) {
-                auto until = active_.empty() ? idleEnd : Clock::now() + longestWait;
-                for (const std::shared_ptr<Transfer>& transfer : active_) {
-                    until = std::min(until, transfer->deadline());
+            if (!goesOn && !isIdle) {
+                const bool isAtRest = active_.empty() && waiting_.empty();
+                auto until = isAtRest ? idleEnd : Clock::now() + longestWait;
+                for (const Transfers* transfers : {&active_, &waiting_}) {
+                    for (const std::shared_ptr<Transfer>& transfer : *transfers) {
+                        until = std::min(until, transfer->deadline());
+                    }
                 }
                 const auto left =
                     std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
@@ -107,20 +126,88 @@ void TransferLoop::run() {
     } while (!close());
 }
 
-// Does what can be done at once. The transfers that have ended.
-TransferLoop::Transfers TransferLoop::step() {
-    Transfers ended;
+void TransferLoop::takeArrived(Transfers& ended) {
+    open(); // from here on whoever submits or answers wakes the thread
+    std::unique_lock lock(mutex_);
+    next_.splice(next_.end(), submitted_);
+    auto answers = std::exchange(answers_, {});
+    lock.unlock();
+    for (auto& [asked, request] : answers) {
+        const auto place = std::find(waiting_.begin(), waiting_.end(), asked.lock());
+        if (place == waiting_.end()) {
+            continue; // its time is over
+        }
+        if (request) {
+            (*place)->approve(*std::move(request));
+            next_.splice(next_.end(), waiting_, place);
+        } else {
+            (*place)->refuse({HttpErrorCode::uploadRefused, "The host refused to send it."});
+            ended.splice(ended.end(), waiting_, place);
+        }
+    }
+    for (auto next = waiting_.begin(); next != waiting_.end();) {
+        if (const auto transfer = next++; (*transfer)->deadline() <= Clock::now()) {
+            (*transfer)->refuse(
+                {HttpErrorCode::uploadRefused, "The host did not say in time whether to send it."});
+            ended.splice(ended.end(), waiting_, transfer);
+        }
+    }
+}
+
+// Host code may run: neither in a turn nor with a lock held.
+void TransferLoop::passGate(Transfers& ended) {
+    if (next_.empty()) {
+        return;
+    }
+    UploadConsent consent = UploadConsent::withheld; // when there is no memory to find out
+    try {
+        consent = options_.consent();
+    } catch (const std::exception&) {
+    }
+    for (auto next = next_.begin(); next != next_.end();) {
+        const auto transfer = next++;
+        if (consent == UploadConsent::withheld) {
+            (*transfer)->refuse({HttpErrorCode::uploadWithheld, "Consent to upload is withheld."});
+        } else if (consent == UploadConsent::allowed || (*transfer)->isApproved()) {
+            (*transfer)->approve();
+            continue;
+        } else if (ask(*transfer)) {
+            waiting_.splice(waiting_.end(), next_, transfer);
+            continue;
+        }
+        ended.splice(ended.end(), next_, transfer);
+    }
+}
+
+// False when nobody can be asked.
+bool TransferLoop::ask(const std::shared_ptr<Transfer>& transfer) noexcept {
+    try {
+        if (options_.question) {
+            options_.question(transfer->request(),
+                              [self = weak_from_this(), asked = std::weak_ptr(transfer),
+                               isGiven = std::make_shared<std::atomic<bool>>()](auto request) {
+                                  if (const auto loop = self.lock();
+                                      loop && !isGiven->exchange(true)) {
+                                      loop->answer(asked, std::move(request));
+                                  }
+                              });
+            return true;
+        }
+    } catch (const std::exception&) {
+    }
+    transfer->refuse({HttpErrorCode::uploadRefused, "Nobody can be asked whether to send it."});
+    return false;
+}
+
+// Does what can be done at once.
+void TransferLoop::step(Transfers& ended) {
     const LibcurlTurn turn;
     if (!turn) {
         isStopped_ = true;
-        return ended;
+        return;
     }
-    open();
-    std::unique_lock lock(mutex_);
-    Transfers arrived = std::exchange(submitted_, {});
-    lock.unlock();
-    while (!arrived.empty()) {
-        beginFirst(arrived, ended);
+    while (!next_.empty()) {
+        beginFirst(ended);
     }
     int count = 0;
     curl_multi_perform(multi_.get(), &count);
@@ -138,12 +225,15 @@ TransferLoop::Transfers TransferLoop::step() {
             end(transfer, CURLE_OPERATION_TIMEDOUT, ended);
         }
     }
-    return ended;
 }
 
 // Without a multi handle, for want of memory, transfers fail.
 void TransferLoop::open() {
-    if (multi_ || !initialiseLibcurl()) {
+    if (multi_) {
+        return;
+    }
+    const LibcurlTurn turn;
+    if (!turn || !initialiseLibcurl()) {
         return;
     }
     if (!tlsSessions_) {
@@ -159,21 +249,16 @@ void TransferLoop::open() {
     multi_.reset(multi);
 }
 
-void TransferLoop::beginFirst(Transfers& from, Transfers& ended) {
+void TransferLoop::beginFirst(Transfers& ended) {
     const bool hasBegun =
-        from.front()->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
+        next_.front()->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
     Transfers& to = hasBegun ? active_ : ended;
-    to.splice(to.end(), from, from.begin());
+    to.splice(to.end(), next_, next_.begin());
 }
 
 void TransferLoop::end(Transfers::iterator transfer, CURLcode result, Transfers& ended) {
-    Transfers one;
-    one.splice(one.end(), active_, transfer);
-    if (one.front()->end(result)) {
-        beginFirst(one, ended);
-    } else {
-        ended.splice(ended.end(), one);
-    }
+    Transfers& to = (*transfer)->end(result) ? next_ : ended;
+    to.splice(to.end(), active_, transfer);
 }
 
 void TransferLoop::deliver(Transfers& ended) noexcept {
@@ -200,10 +285,12 @@ bool TransferLoop::close() {
     }
     const std::lock_guard lock(mutex_);
     multi_.reset();
-    if (!isStopped_ && !submitted_.empty()) {
+    if (!isStopped_ && !(submitted_.empty() && waiting_.empty())) {
         return false;
     }
-    submitted_.splice(submitted_.end(), active_);
+    for (Transfers* left : {&waiting_, &next_, &active_}) {
+        submitted_.splice(submitted_.end(), *left);
+    }
     isRunning_ = false;
     thread_ = std::thread::id();
     ended_.notify_all();

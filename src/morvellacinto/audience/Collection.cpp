@@ -8,6 +8,7 @@
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/Guarded.h"
 #include "morvellacinto/platform/Platform.h"
+#include "morvellacinto/platform/UserDefaults.h"
 #include "morvellacinto/settings/KRSettingsManager.h"
 #include "morvellacinto/transport/AnsweredRequest.h"
 #include "morvellacinto/transport/KRRequest.h"
@@ -30,7 +31,7 @@ void deliver(KRAudienceManager::Completion completion, std::optional<Object> ans
 }
 
 void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::AnswerFacts& facts,
-                    const HeldCompletion& completion) {
+                    const HeldCompletion& completion, std::int64_t erasures) {
     if (!completion) {
         return;
     }
@@ -39,10 +40,25 @@ void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::
                                                 answer ? nameOf(answer->kind()) : "no JSON");
         return;
     }
-    KRSettingsManager::setLocalSetting(platform::current()->clock().now(), lastUpdateKey);
-    KRSettingsManager::setLocalSetting(*answer, lastAnswerKey);
+    const auto platform = platform::current();
+    const auto wasErased = [&] { return platform->standardUserDefaults().erasures() != erasures; };
+    bool isKept = false;
+    const auto keep = [&](const Value& value, std::string_view key) {
+        if (!wasErased()) {
+            isKept = true;
+            KRSettingsManager::setLocalSetting(value, key);
+        }
+    };
+    keep(platform->clock().now(), lastUpdateKey);
+    keep(*answer, lastAnswerKey);
     if (const Value* serviceUrl = answer->asObject().find(serviceUrlMember)) {
-        KRSettingsManager::setLocalSetting(*serviceUrl, serviceUrlKey);
+        keep(*serviceUrl, serviceUrlKey);
+    }
+    if (wasErased()) {
+        for (const auto key : {lastUpdateKey, lastAnswerKey, serviceUrlKey}) {
+            isKept&& KRSettingsManager::removeLocalSettingForKey(key); // erased at the same time
+        }
+        platform::tell<platform::AnswerNotKept>(facts.status, facts.size);
     }
     deliver(*completion, answer->asObject());
 }
@@ -59,19 +75,31 @@ std::string textOf(const Value& base) {
     }
 }
 
+void setTrackId(const AudienceSettings& settings, Object& payload) {
+    if (const auto trackId = settings.currentTrackId()) {
+        payload.set("vendorId", *trackId);
+        payload.set("advertId", *trackId);
+    }
+}
+
+KRRequest requestFor(const AudienceSettings& settings, const Object& payload, const Value& base) {
+    return KRRequest::requestWithType(KRRequestTypePost, textOf(base).append(audiencePath), payload,
+                                      settings.currentApiToken());
+}
+
 void upload(const AudienceSettings& settings, const Object& payload,
             const HeldCompletion& completion) {
     const Value base = KRNetworkManager::baseURL();
-    const auto request = KRRequest::requestWithType(
-        KRRequestTypePost, textOf(base).append(audiencePath), payload, settings.currentApiToken());
+    const auto request = requestFor(settings, payload, base);
     if (!request.url()) {
         platform::tell<platform::BaseUrlRefused>(
             base.isString() ? '"' + request.refusedUrl() + '"' : std::string(nameOf(base.kind())));
     }
     KRNetworkManager::requestAnswer(
         request,
-        [completion](const std::optional<Value>& answer, const auto& facts) {
-            keepAndDeliver(answer, facts, completion);
+        [completion, erasures = platform::current()->standardUserDefaults().erasures()](
+            const std::optional<Value>& answer, const auto& facts) {
+            keepAndDeliver(answer, facts, completion, erasures);
         },
         [completion](const KRError& error) {
             if (completion) {
@@ -94,10 +122,7 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
                      KRAudienceManager::Completion completion, bool force) {
     const auto platform = platform::current();
     platform::guarded(&platform->developerLog(), tagsFailed, [&] {
-        if (const auto trackId = settings.currentTrackId()) {
-            payload.set("vendorId", *trackId);
-            payload.set("advertId", *trackId);
-        }
+        setTrackId(settings, payload);
         std::optional<Value> lastUpdate;
         std::optional<Value> lastAnswer;
         if (completion) {
@@ -114,6 +139,11 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
         }
     });
     releaseOnMainQueue(std::move(completion)); // unless it was handed on
+}
+
+std::string uploadText(const AudienceSettings& settings, Object payload) {
+    setTrackId(settings, payload);
+    return requestFor(settings, payload, KRNetworkManager::baseURL()).payload().value();
 }
 
 } // namespace morvellacinto

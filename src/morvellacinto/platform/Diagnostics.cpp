@@ -21,6 +21,11 @@ struct Sentence {
                                           " and " + std::to_string(dropped.size) + " bytes") +
                " is " + dropped.found + ", not an object; its completion is not called";
     }
+    std::string operator()(const AnswerNotKept& answer) const {
+        return "the answer with status " + std::to_string(answer.status) + " and " +
+               std::to_string(answer.size) +
+               " bytes is not kept: stored data was erased while it was on its way";
+    }
     std::string operator()(const CallSuperseded& superseded) const {
         return "the callback that waited for a location under \"" + superseded.key +
                "\" is superseded by a later one and not called";

@@ -37,6 +37,12 @@ struct AnswerDropped {
     std::string found;    ///< such as "an array"
 };
 
+/// An answer to an upload from before an erasure: it reaches the completion and is not kept.
+struct AnswerNotKept {
+    int status = 0;       ///< of HTTP
+    std::size_t size = 0; ///< of the body in bytes
+};
+
 /// A callback that waited for a location under `key` and is replaced without a call.
 struct CallSuperseded {
     std::string key;
@@ -67,8 +73,8 @@ struct LineLogged {
 /// What the library tells of what it did, or did not do, beside its results. No text of the
 /// library's holds a coordinate, an identifier, the token or the value of a JSON member.
 using Diagnostic =
-    std::variant<ValueSkipped, ImportEnded, ClassUnknown, AnswerDropped, CallSuperseded,
-                 ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged>;
+    std::variant<ValueSkipped, ImportEnded, ClassUnknown, AnswerDropped, AnswerNotKept,
+                 CallSuperseded, ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged>;
 
 /// The record as one English sentence for a developer.
 [[nodiscard]] MORVELLACINTO_EXPORT std::string sentenceOf(const Diagnostic& diagnostic);

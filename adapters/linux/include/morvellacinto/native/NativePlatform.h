@@ -2,6 +2,7 @@
 
 #include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/platform/Platform.h"
+#include <morvellacinto/native/UploadConsent.h>
 
 #include <chrono>
 #include <cstdint>
@@ -43,6 +44,16 @@ struct NativeOptions {
     /// is told to ask and the user has not answered in this or an earlier run. Absent: the answer
     /// is that tracking is denied.
     std::function<void(std::function<void(std::uint64_t status)> answer)> trackingQuestion = {};
+
+    /// Holds until `setUploadConsent` was called in this or an earlier run, and where the store
+    /// that keeps that decision cannot be read.
+    UploadConsent uploadConsent = UploadConsent::allowed;
+
+    /// Decides on each request while consent is `asked`. Called on the main queue, once a request,
+    /// with the token in its headers; what it changes is subject to the rules for every request. A
+    /// request fails, with `HttpErrorCode::uploadRefused`, unless it is answered before its
+    /// deadline. Absent: requests that would be asked about are refused.
+    UploadQuestion beforeUpload = {};
 
     /// How long a location update waits for its first fix before it fails.
     std::chrono::milliseconds locationTimeout = std::chrono::seconds(30);
@@ -105,6 +116,24 @@ public:
     /// `synchronize()` of the defaults tries again. Throws std::invalid_argument for any other
     /// number.
     [[nodiscard]] bool setTrackingAuthorization(std::uint64_t status);
+
+    [[nodiscard]] UploadConsent uploadConsent() const;
+    /// Records the user's decision. From now on no hop of any request begins without asking it,
+    /// redirects included, also in the application's other processes once this is true: then it
+    /// survives loss of power. In this process it holds in any case. What is on its way already is
+    /// not called back. When it is false, the next `synchronize()` of the defaults tries again.
+    [[nodiscard]] bool setUploadConsent(UploadConsent consent);
+
+    /// Erases what the library has stored: the cached answer, the moved base URL and all else
+    /// under its prefix, identifiers, and databases that were set aside, also from the files' free
+    /// pages and logs. The decisions on consent and tracking and the host's own settings stay. An
+    /// answer that is on its way reaches its completion and is not stored. Other processes of the
+    /// application forget it too, at the latest with what they store next.
+    ///
+    /// In this process all that holds at once; true when it is done on disk and survives loss of
+    /// power. When it is false, each later read and flush of any process, also after a launch,
+    /// tries again, if the disk took at least the order to erase. Waits up to 5 seconds for others.
+    [[nodiscard]] bool eraseStoredData();
 
     [[nodiscard]] platform::Dispatch& dispatch() override;
     [[nodiscard]] platform::Clock& clock() override;
