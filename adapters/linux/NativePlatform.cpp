@@ -25,8 +25,6 @@
 #include "morvellacinto/platform/SystemVersion.h"
 #include "morvellacinto/platform/UrlParser.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno> // program_invocation_short_name too
 #include <chrono>
 #include <csignal>
@@ -150,21 +148,18 @@ KeptValues keptIn(const std::shared_ptr<SqliteDefaults>& settings) {
 }
 
 constexpr std::string_view keptConsent = "uploadConsent";
-// In the order of UploadConsent.
-constexpr std::array<std::string_view, 3> consentTexts{"allowed", "withheld", "asked"};
 
-UploadConsent consentIn(const KeptText& kept, UploadConsent undecided) {
-    const auto* const found = std::find(consentTexts.begin(), consentTexts.end(), kept.text);
-    return found == consentTexts.end() ? undecided : UploadConsent(found - consentTexts.begin());
+UploadConsent consentIn(const SqliteDefaults& settings, UploadConsent undecided) {
+    settings.refresh();
+    const std::string text = settings.adapterValue(keptConsent).text.value_or("");
+    const bool isKnown = text.size() == 1 && text >= "0" && text <= "2";
+    return isKnown ? static_cast<UploadConsent>(text.front() - '0') : undecided;
 }
 
-UploadQuestion onMainQueue(const std::shared_ptr<MainQueue>& queue, UploadQuestion ask) {
-    if (!ask) {
-        return nullptr;
-    }
-    const auto shared = std::make_shared<const UploadQuestion>(std::move(ask));
-    return [queue, shared](const platform::HttpRequest& request, const UploadAnswer& answer) {
-        queue->post([shared, request, answer] { (*shared)(request, answer); });
+UploadQuestion onMainQueue(const std::shared_ptr<MainQueue>& queue, UploadQuestion host) {
+    const auto ask = std::make_shared<const UploadQuestion>(std::move(host));
+    return [queue, ask](const platform::HttpRequest& request, const UploadAnswer& answer) {
+        *ask ? queue->post([=] { (*ask)(request, answer); }) : answer(std::nullopt);
     };
 }
 
@@ -186,16 +181,12 @@ struct NativePlatform::Services {
           location(std::make_shared<NativeLocation>(
               mainQueue, bus, workers, LocationOptions{bundle, options.locationTimeout})),
           http(std::make_shared<TransferLoop>(
-              HttpOptions{.trustAnchors = std::move(options.trustAnchors),
-                          .proxy = std::move(options.proxy),
-                          .consent =
-                              [settings = settings, undecided = undecided] {
-                                  return consentIn(
-                                      settings->adapterValue(keptConsent,
-                                                             SqliteDefaults::Freshness::atOnce),
-                                      undecided);
-                              },
-                          .question = onMainQueue(mainQueue, std::move(options.beforeUpload))},
+              HttpOptions{
+                  .trustAnchors = std::move(options.trustAnchors),
+                  .proxy = std::move(options.proxy),
+                  .consent = [settings = settings,
+                              undecided = undecided] { return consentIn(*settings, undecided); },
+                  .ask = onMainQueue(mainQueue, std::move(options.beforeUpload))},
               workers)) {}
 
     const Diagnostics diagnostics;
@@ -262,12 +253,11 @@ bool NativePlatform::setTrackingAuthorization(std::uint64_t status) {
 }
 
 UploadConsent NativePlatform::uploadConsent() const {
-    return consentIn(services_->settings->adapterValue(keptConsent), services_->undecided);
+    return consentIn(*services_->settings, services_->undecided);
 }
 
 bool NativePlatform::setUploadConsent(UploadConsent consent) {
-    services_->settings->setAdapterValue(keptConsent,
-                                         consentTexts.at(static_cast<std::size_t>(consent)));
+    services_->settings->setAdapterValue(keptConsent, std::to_string(static_cast<int>(consent)));
     return services_->settings->synchronize();
 }
 

@@ -79,39 +79,24 @@ void TransferLoop::postCompletion(const std::shared_ptr<Transfer>& transfer) {
     });
 }
 
-void TransferLoop::answer(const std::weak_ptr<Transfer>& asked,
-                          std::optional<platform::HttpRequest> request) {
-    const std::lock_guard lock(mutex_);
-    if (!asked.expired()) {
-        answers_.emplace_back(asked, std::move(request));
-    }
-    if (multi_) {
-        curl_multi_wakeup(multi_.get());
-    }
-}
-
 void TransferLoop::run() {
     thread_ = std::this_thread::get_id();
     do {
         auto idleEnd = Clock::now() + options_.idleTime;
         bool isIdle = false;
         while (!isIdle && !isStopped_) {
-            Transfers ended;
-            takeArrived(ended);
-            passGate(ended);
-            if (!isStopped_) {
-                step(ended);
-            }
-            const bool goesOn = !ended.empty() || !next_.empty();
+            passGate();
+            Transfers ended = step();
+            const bool haveEnded = !ended.empty();
             deliver(ended);
-            if (goesOn || !active_.empty() || !waiting_.empty()) {
+            const bool isAtRest = active_.empty() && next_.empty();
+            if (haveEnded || !isAtRest) {
                 idleEnd = Clock::now() + options_.idleTime;
             }
             isIdle = !multi_ || Clock::now() >= idleEnd;
-            if (!goesOn && !isIdle) {
-                const bool isAtRest = active_.empty() && waiting_.empty();
+            if (!haveEnded && !isIdle) {
                 auto until = isAtRest ? idleEnd : Clock::now() + longestWait;
-                for (const Transfers* transfers : {&active_, &waiting_}) {
+                for (const Transfers* transfers : {&active_, &next_}) {
                     for (const std::shared_ptr<Transfer>& transfer : *transfers) {
                         until = std::min(until, transfer->deadline());
                     }
@@ -126,88 +111,46 @@ void TransferLoop::run() {
     } while (!close());
 }
 
-void TransferLoop::takeArrived(Transfers& ended) {
-    open(); // from here on whoever submits or answers wakes the thread
+// Host code may run: outside of a turn.
+void TransferLoop::passGate() {
+    open(); // from here on what is submitted wakes the thread
     std::unique_lock lock(mutex_);
     next_.splice(next_.end(), submitted_);
-    auto answers = std::exchange(answers_, {});
     lock.unlock();
-    for (auto& [asked, request] : answers) {
-        const auto place = std::find(waiting_.begin(), waiting_.end(), asked.lock());
-        if (place == waiting_.end()) {
-            continue; // its time is over
-        }
-        if (request) {
-            (*place)->approve(*std::move(request));
-            next_.splice(next_.end(), waiting_, place);
-        } else {
-            (*place)->refuse({HttpErrorCode::uploadRefused, "The host refused to send it."});
-            ended.splice(ended.end(), waiting_, place);
-        }
-    }
-    for (auto next = waiting_.begin(); next != waiting_.end();) {
-        if (const auto transfer = next++; (*transfer)->deadline() <= Clock::now()) {
-            (*transfer)->refuse(
-                {HttpErrorCode::uploadRefused, "The host did not say in time whether to send it."});
-            ended.splice(ended.end(), waiting_, transfer);
-        }
-    }
-}
-
-// Host code may run: neither in a turn nor with a lock held.
-void TransferLoop::passGate(Transfers& ended) {
     if (next_.empty()) {
         return;
     }
-    UploadConsent consent = UploadConsent::withheld; // when there is no memory to find out
+    auto consent = UploadConsent::withheld; // when there is no memory to find out
     try {
         consent = options_.consent();
     } catch (const std::exception&) {
     }
-    for (auto next = next_.begin(); next != next_.end();) {
-        const auto transfer = next++;
-        if (consent == UploadConsent::withheld) {
-            (*transfer)->refuse({HttpErrorCode::uploadWithheld, "Consent to upload is withheld."});
-        } else if (consent == UploadConsent::allowed || (*transfer)->isApproved()) {
-            (*transfer)->approve();
-            continue;
-        } else if (ask(*transfer)) {
-            waiting_.splice(waiting_.end(), next_, transfer);
-            continue;
+    const auto wake = [weak = weak_from_this()] {
+        if (const auto loop = weak.lock()) {
+            const std::lock_guard waking(loop->mutex_);
+            curl_multi_wakeup(loop->multi_.get());
         }
-        ended.splice(ended.end(), next_, transfer);
+    };
+    for (const std::shared_ptr<Transfer>& transfer : next_) {
+        transfer->passGate(consent, options_.ask, wake);
     }
 }
 
-// False when nobody can be asked.
-bool TransferLoop::ask(const std::shared_ptr<Transfer>& transfer) noexcept {
-    try {
-        if (options_.question) {
-            options_.question(transfer->request(),
-                              [self = weak_from_this(), asked = std::weak_ptr(transfer),
-                               isGiven = std::make_shared<std::atomic<bool>>()](auto request) {
-                                  if (const auto loop = self.lock();
-                                      loop && !isGiven->exchange(true)) {
-                                      loop->answer(asked, std::move(request));
-                                  }
-                              });
-            return true;
-        }
-    } catch (const std::exception&) {
-    }
-    transfer->refuse({HttpErrorCode::uploadRefused, "Nobody can be asked whether to send it."});
-    return false;
-}
-
-// Does what can be done at once.
-void TransferLoop::step(Transfers& ended) {
+// Does what can be done at once. The transfers that have ended.
+TransferLoop::Transfers TransferLoop::step() {
+    Transfers ended;
     const LibcurlTurn turn;
-    if (!turn) {
+    if (!turn || isStopped_) {
         isStopped_ = true;
-        return;
+        return ended;
     }
-    while (!next_.empty()) {
-        beginFirst(ended);
+    for (auto next = next_.begin(); next != next_.end();) {
+        if (const auto transfer = next++; !(*transfer)->waits()) {
+            const bool hasBegun =
+                (*transfer)->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
+            Transfers& to = hasBegun ? active_ : ended;
+            to.splice(to.end(), next_, transfer);
+        }
     }
     int count = 0;
     curl_multi_perform(multi_.get(), &count);
@@ -225,15 +168,13 @@ void TransferLoop::step(Transfers& ended) {
             end(transfer, CURLE_OPERATION_TIMEDOUT, ended);
         }
     }
+    return ended;
 }
 
 // Without a multi handle, for want of memory, transfers fail.
 void TransferLoop::open() {
-    if (multi_) {
-        return;
-    }
     const LibcurlTurn turn;
-    if (!turn || !initialiseLibcurl()) {
+    if (multi_ || !turn || !initialiseLibcurl()) {
         return;
     }
     if (!tlsSessions_) {
@@ -249,16 +190,11 @@ void TransferLoop::open() {
     multi_.reset(multi);
 }
 
-void TransferLoop::beginFirst(Transfers& ended) {
-    const bool hasBegun =
-        next_.front()->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
-    Transfers& to = hasBegun ? active_ : ended;
-    to.splice(to.end(), next_, next_.begin());
-}
-
 void TransferLoop::end(Transfers::iterator transfer, CURLcode result, Transfers& ended) {
-    Transfers& to = (*transfer)->end(result) ? next_ : ended;
+    const bool goesOn = (*transfer)->end(result);
+    Transfers& to = goesOn ? next_ : ended;
     to.splice(to.end(), active_, transfer);
+    goesOn&& curl_multi_wakeup(multi_.get()); // to pass the gate
 }
 
 void TransferLoop::deliver(Transfers& ended) noexcept {
@@ -285,12 +221,11 @@ bool TransferLoop::close() {
     }
     const std::lock_guard lock(mutex_);
     multi_.reset();
-    if (!isStopped_ && !(submitted_.empty() && waiting_.empty())) {
+    if (!isStopped_ && !(submitted_.empty() && next_.empty())) {
         return false;
     }
-    for (Transfers* left : {&waiting_, &next_, &active_}) {
-        submitted_.splice(submitted_.end(), *left);
-    }
+    submitted_.splice(submitted_.end(), active_);
+    submitted_.splice(submitted_.end(), next_);
     isRunning_ = false;
     thread_ = std::thread::id();
     ended_.notify_all();

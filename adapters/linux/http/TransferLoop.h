@@ -5,8 +5,6 @@
 #include "Trust.h"
 #include "threads/WorkerPool.h"
 
-#include <morvellacinto/native/UploadConsent.h>
-
 #include <curl/curl.h>
 
 #include <atomic>
@@ -17,7 +15,6 @@
 #include <memory>
 #include <mutex>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace morvellacinto::native {
@@ -28,10 +25,10 @@ struct HttpOptions {
     SystemRoots systemRoots = SystemRoots::usual();
     /// See NativeOptions.
     std::optional<std::string> proxy = {};
-    /// Asked, on the transfer thread and with no lock held, before each round of hops begins.
+    /// Asked, on the transfer thread with no lock held, before hops begin.
     std::function<UploadConsent()> consent = [] { return UploadConsent::allowed; };
-    /// Has the host asked, and returns at once. Absent: what would be asked is refused.
-    UploadQuestion question = {};
+    /// Has the host asked, on that thread.
+    UploadQuestion ask = [](const auto&, const UploadAnswer& answer) { answer(std::nullopt); };
     /// For how long connections and the thread outlive the last transfer.
     std::chrono::milliseconds idleTime = std::chrono::seconds(15);
 };
@@ -62,16 +59,11 @@ private:
     /// On the session's queue. Throws when no worker can be had.
     void postCompletion(const std::shared_ptr<Transfer>& transfer);
 
-    void answer(const std::weak_ptr<Transfer>& asked, std::optional<platform::HttpRequest> request);
-
     // On the thread.
     void run();
-    void takeArrived(Transfers& ended);
-    void passGate(Transfers& ended);
-    [[nodiscard]] bool ask(const std::shared_ptr<Transfer>& transfer) noexcept;
-    void step(Transfers& ended);
+    void passGate();
+    [[nodiscard]] Transfers step();
     void open();
-    void beginFirst(Transfers& ended);
     void end(Transfers::iterator transfer, CURLcode result, Transfers& ended);
     void deliver(Transfers& ended) noexcept;
     [[nodiscard]] bool close();
@@ -85,15 +77,13 @@ private:
     std::condition_variable ended_;
     bool isRunning_ = false;
     Transfers submitted_;
-    std::list<std::pair<std::weak_ptr<Transfer>, std::optional<platform::HttpRequest>>> answers_;
     // Changed by the thread alone; others wake it.
     std::unique_ptr<CURLM, InTurn<&curl_multi_cleanup>> multi_;
 
     // Of the thread alone, kept from one to the next.
     Trust trust_;
     std::unique_ptr<CURLSH, InTurn<&curl_share_cleanup>> tlsSessions_;
-    Transfers waiting_; // for an answer
-    Transfers next_;    // hops to begin
+    Transfers next_; // whose next hop has to pass the gate
     Transfers active_;
 };
 

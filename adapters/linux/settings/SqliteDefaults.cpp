@@ -39,10 +39,9 @@ bool isErasable(const Name& name) {
                : key == keptVendorIdentifier || key == keptAdvertisingIdentifier;
 }
 
-std::int64_t erasuresIn(const Entries& entries) {
-    const auto entry = entries.find(erasedAt);
-    const auto& value = entry == entries.end() ? std::nullopt : entry->second.value;
-    return value && value->kind() == Value::Kind::integer ? value->asInt64() : 0;
+std::optional<Value> valueIn(const Entries& entries, const Name& name) {
+    const auto entry = entries.find(name);
+    return entry == entries.end() ? std::nullopt : entry->second.value;
 }
 
 // What an erasure that is not finished leaves of what was read.
@@ -67,7 +66,7 @@ SqliteDefaults::SqliteDefaults(const std::filesystem::path& directory, std::stri
     : diagnostics_(std::move(diagnostics)), files_(directory, bundle) {}
 
 std::optional<Value> SqliteDefaults::objectForKey(std::string_view key) const {
-    return read([&] { return find(Space::settings, key); });
+    return read([&] { return find({Space::settings, key}); });
 }
 
 void SqliteDefaults::setObjectForKey(Value value, std::string_view key) {
@@ -90,10 +89,7 @@ bool SqliteDefaults::synchronize() {
 }
 
 std::int64_t SqliteDefaults::erasures() const {
-    return read([&] {
-        const std::shared_lock lock(entriesMutex_);
-        return erasuresIn(entries_);
-    });
+    return read([&] { return find(erasedAt).value_or(0).asInt64(); });
 }
 
 Object SqliteDefaults::contents() const {
@@ -109,35 +105,35 @@ Object SqliteDefaults::contents() const {
     });
 }
 
-KeptText SqliteDefaults::adapterValue(std::string_view name, Freshness freshness) const {
-    return read(
-        [&] {
-            // Asked before the value: what is read in between cannot make it too sure.
-            KeptText kept{std::nullopt, isCurrent_};
-            const std::shared_lock lock(entriesMutex_);
-            kept.erasures = erasuresIn(entries_);
-            const auto entry = entries_.find(Name(Space::adapter, name));
-            if (entry != entries_.end() && entry->second.value && entry->second.value->isString()) {
-                kept.text = entry->second.value->asString();
-                kept.isCertain = true;
-            }
-            return kept;
-        },
-        freshness);
+KeptText SqliteDefaults::adapterValue(std::string_view name) const {
+    return read([&] {
+        // Asked before the value: what is read in between cannot make it too sure.
+        KeptText kept{std::nullopt, isCurrent_};
+        if (const auto value = find({Space::adapter, name}); value && value->isString()) {
+            kept = {std::string(value->asString()), true};
+        }
+        kept.erasures = find(erasedAt).value_or(0).asInt64(); // after it: what is erased is older
+        return kept;
+    });
 }
 
 void SqliteDefaults::setAdapterValue(std::string_view name, std::string_view text) {
     change(Space::adapter, name, text);
 }
 
+void SqliteDefaults::refresh() const {
+    nextLook_ = std::chrono::milliseconds(0);
+    tell(diagnostics_, look(flushPatience));
+}
+
 bool SqliteDefaults::erase() {
-    using std::chrono::nanoseconds;
     const auto now = std::chrono::system_clock::now().time_since_epoch();
-    change(erasedAt.first, erasedAt.second, nanoseconds(now).count());
+    change(erasedAt.first, erasedAt.second, std::chrono::nanoseconds(now).count());
     change(erasing.first, erasing.second, true); // what is read from here on is without them
-    std::unique_lock lock(entriesMutex_);
-    std::erase_if(entries_, [](const auto& named) { return isErasable(named.first); });
-    lock.unlock();
+    {
+        const std::unique_lock lock(entriesMutex_);
+        std::erase_if(entries_, [](const auto& named) { return isErasable(named.first); });
+    }
     return synchronize();
 }
 
@@ -150,25 +146,22 @@ void SqliteDefaults::close() {
 }
 
 template <class Find>
-std::invoke_result_t<Find> SqliteDefaults::read(const Find& find, Freshness freshness) const {
-    const bool isDue = freshness == Freshness::atOnce || coarseNow() >= nextLook_.load();
-    const Report report = isDue ? look(freshness) : Report();
+std::invoke_result_t<Find> SqliteDefaults::read(const Find& find) const {
+    const Report report = coarseNow() < nextLook_.load()
+                              ? Report()
+                              : look(wasRead_ ? std::chrono::milliseconds(0) : firstReadPatience);
     auto found = find();
     tell(diagnostics_, report);
     return found;
 }
 
-SqliteDefaults::Report SqliteDefaults::look(Freshness freshness) const {
-    const bool isAtOnce = freshness == Freshness::atOnce;
-    const Wait wait(isAtOnce   ? flushPatience
-                    : wasRead_ ? std::chrono::milliseconds(0)
-                               : firstReadPatience,
-                    areWaitsOver_);
+SqliteDefaults::Report SqliteDefaults::look(std::chrono::milliseconds patience) const {
+    const Wait wait(patience, areWaitsOver_);
     std::unique_lock lock(mutex_, std::try_to_lock);
-    while (!lock.owns_lock() && (isAtOnce || !wasRead_) && wait.goesOn()) {
+    while (!lock.owns_lock() && wait.goesOn()) {
         static_cast<void>(lock.try_lock());
     }
-    if (!lock.owns_lock() || (!isAtOnce && coarseNow() < nextLook_.load()) || isClosing_) {
+    if (!lock.owns_lock() || coarseNow() < nextLook_.load() || isClosing_) {
         return {}; // another thread is at it, or has just been
     }
     wait_ = wait;
@@ -183,10 +176,9 @@ SqliteDefaults::Report SqliteDefaults::look(Freshness freshness) const {
     return std::exchange(report_, {});
 }
 
-std::optional<Value> SqliteDefaults::find(Space space, std::string_view key) const {
+std::optional<Value> SqliteDefaults::find(const Name& name) const {
     const std::shared_lock lock(entriesMutex_);
-    const auto entry = entries_.find(Name(space, key));
-    return entry == entries_.end() ? std::nullopt : entry->second.value;
+    return valueIn(entries_, name);
 }
 
 // Nothing removes, also what is not known to be there.
@@ -252,8 +244,8 @@ bool SqliteDefaults::flush() const {
 }
 
 // Brings memory up to date with the database that bears the name now, which no other is put in
-// place of while the lock lives. One that is missing, or that has this damage, is replaced unless
-// others have done so.
+// place of while the lock lives. One that is missing, that has this damage, or that an erasure has
+// begun in, is replaced unless others have done so.
 SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
     Lock lock;
     for (const auto sharing : {SettingsFiles::Sharing::shared, SettingsFiles::Sharing::alone}) {
@@ -261,23 +253,23 @@ SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
         lock = files_.lock(sharing, wait_);
         const bool isOpen = database_ != nullptr && !database_->wasMoved();
         try {
-            if ((damage.empty() || !isOpen) && reach()) {
-                if (isErasing_ && sharing == SettingsFiles::Sharing::alone) {
-                    finishErasure();
-                }
-                if (!isErasing_) {
-                    return lock;
-                }
+            if ((damage.empty() || !isOpen) && reach() && !isErasing_) {
+                return lock;
             }
         } catch (const DamageError& error) {
             damage = error.what();
         }
     }
-    if (damage.empty() && database_ != nullptr) {
+    if (damage.empty() && database_ != nullptr && !isErasing_) {
         damage = files_.database().string() + " was deleted while it was in use";
     }
     files_.replace([&](const std::filesystem::path& draft) { fill(draft, damage); });
     database_.reset();
+    if (isErasing_) { // until the mark goes, whoever finds it does all of this again
+        files_.removeRemains();
+        SettingsDatabase(files_.database(), wait_)
+            .write({{{erasing.first, std::string(erasing.second)}, {}}});
+    }
     if (!reach()) {
         throw std::runtime_error(files_.database().string() + " was deleted at once");
     }
@@ -302,9 +294,8 @@ bool SqliteDefaults::reach() const {
         }
         isErasing_ = rows.contains(erasing);
         const std::unique_lock lock(entriesMutex_);
-        const auto known = entries_.find(erasedAt);
-        const bool haveOthersErased = wasRead_ && erasuresIn(rows) != erasuresIn(entries_) &&
-                                      (known == entries_.end() || !isPending(known->second));
+        const bool haveOthersErased =
+            wasRead_ && valueIn(rows, erasedAt) != valueIn(entries_, erasedAt);
         std::erase_if(entries_, [&](const auto& old) {
             return !isPending(old.second) || (haveOthersErased && isErasable(old.first));
         });
@@ -328,11 +319,11 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
     } catch (const DamageError&) {
         // The rows before the damage have been read.
     }
-    dropErased(known);
     {
         const std::unique_lock lock(entriesMutex_);
-        entries_.insert(known.begin(), known.end());
         known.insert(entries_.begin(), entries_.end());
+        dropErased(known);
+        entries_.insert(known.begin(), known.end());
     }
     std::erase_if(known, [](const auto& named) { return !named.second.value; });
     const SettingsDatabase filled(draft, wait_, &known);
@@ -340,27 +331,6 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
         report_.push_back("the settings were begun anew with " + std::to_string(known.size()) +
                           " known values, and what was damaged of them set aside (" + damage + ")");
     }
-}
-
-// Needs the lock for oneself alone. The mark goes last: whoever finds it does all of this again.
-void SqliteDefaults::finishErasure() const {
-    files_.replace([&](const std::filesystem::path& draft) {
-        std::shared_lock lock(entriesMutex_);
-        Entries left = entries_;
-        lock.unlock();
-        std::erase_if(
-            left, [](const auto& named) { return !named.second.value || isErasable(named.first); });
-        const SettingsDatabase made(draft, wait_, &left);
-    });
-    database_.reset();
-    files_.removeRemains();
-    static_cast<void>(reach());
-    database_->write({{{erasing.first, std::string(erasing.second)}, {}}});
-    isErasing_ = false;
-    const std::unique_lock lock(entriesMutex_);
-    std::erase_if(entries_, [](const auto& named) {
-        return Name(named.first) == erasing && !isPending(named.second);
-    });
 }
 
 void SqliteDefaults::tellOnce(const std::string& sentence) const {

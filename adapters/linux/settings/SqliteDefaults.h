@@ -50,20 +50,15 @@ public:
     /// All values, sorted by key.
     [[nodiscard]] Object contents() const;
 
-    /// How a read finds out what others have flushed: as told above, or by asking the database,
-    /// for which it waits as long as `synchronize` does.
-    enum class Freshness { usual, atOnce };
-
     /// A text of the adapter's own, which no key of the defaults reaches.
-    [[nodiscard]] KeptText adapterValue(std::string_view name,
-                                        Freshness freshness = Freshness::usual) const;
+    [[nodiscard]] KeptText adapterValue(std::string_view name) const;
     /// `synchronize` flushes it with the rest.
     void setAdapterValue(std::string_view name, std::string_view text);
 
-    /// Removes all under `platform::libraryKeyPrefix`, the adapter's identifiers and the databases
-    /// that were set aside, by a database that nothing of them was ever in. At once for this
-    /// process, for others with their next look. True once it is done and would survive loss of
-    /// power; from a commit on that comes before, also a later process brings it to its end.
+    /// The next read sees what others have flushed until now; waits as `synchronize` does.
+    void refresh() const;
+    /// See NativePlatform::eraseStoredData. From its commit on all is put into a database that
+    /// nothing of the erased was ever in, which any process does that comes upon it unfinished.
     [[nodiscard]] bool erase();
 
     /// From now on nothing waits for other processes.
@@ -77,11 +72,10 @@ private:
     using Report = std::vector<std::string>;
 
     template <class Find>
-    [[nodiscard]] std::invoke_result_t<Find> read(const Find& find,
-                                                  Freshness freshness = Freshness::usual) const;
-    [[nodiscard]] Report look(Freshness freshness) const;
+    [[nodiscard]] std::invoke_result_t<Find> read(const Find& find) const;
+    [[nodiscard]] Report look(std::chrono::milliseconds patience) const;
     // Of memory:
-    [[nodiscard]] std::optional<Value> find(Space space, std::string_view key) const;
+    [[nodiscard]] std::optional<Value> find(const Name& name) const;
     void change(Space space, std::string_view key, std::optional<Value> value);
     [[nodiscard]] Entries pending() const;
     void committed(const Entries& changes) const;
@@ -90,7 +84,6 @@ private:
     [[nodiscard]] Lock connect(std::string damage) const;
     [[nodiscard]] bool reach() const;
     void fill(const std::filesystem::path& draft, const std::string& damage) const;
-    void finishErasure() const;
     void tellOnce(const std::string& sentence) const;
 
     const Diagnostics diagnostics_;

@@ -45,14 +45,12 @@ struct NativeOptions {
     /// is that tracking is denied.
     std::function<void(std::function<void(std::uint64_t status)> answer)> trackingQuestion = {};
 
-    /// Holds until `setUploadConsent` was called in this or an earlier run, and where the store
-    /// that keeps that decision cannot be read.
+    /// Holds until `setUploadConsent` is called, in whatever run, and where that cannot be read.
     UploadConsent uploadConsent = UploadConsent::allowed;
 
-    /// Decides on each request while consent is `asked`. Called on the main queue, once a request,
-    /// with the token in its headers; what it changes is subject to the rules for every request. A
-    /// request fails, with `HttpErrorCode::uploadRefused`, unless it is answered before its
-    /// deadline. Absent: requests that would be asked about are refused.
+    /// Called on the main queue, once for each request while consent is `asked`, with all that
+    /// would leave but HTTP's own headers. What is not answered before the request's deadline is
+    /// refused, as all is where this is absent.
     UploadQuestion beforeUpload = {};
 
     /// How long a location update waits for its first fix before it fails.
@@ -117,22 +115,19 @@ public:
     /// number.
     [[nodiscard]] bool setTrackingAuthorization(std::uint64_t status);
 
-    [[nodiscard]] UploadConsent uploadConsent() const;
-    /// Records the user's decision. From now on no hop of any request begins without asking it,
-    /// redirects included, also in the application's other processes once this is true: then it
-    /// survives loss of power. In this process it holds in any case. What is on its way already is
-    /// not called back. When it is false, the next `synchronize()` of the defaults tries again.
+    /// Records what the user decided, or reads it; both wait up to 5 seconds for who writes just
+    /// now. No hop of any request begins without asking for it, redirects included; what has begun
+    /// is not called back. It holds in this process in any case; true when it also holds in the
+    /// application's others and survives loss of power, else the next `synchronize()` tries again.
     [[nodiscard]] bool setUploadConsent(UploadConsent consent);
+    [[nodiscard]] UploadConsent uploadConsent() const;
 
-    /// Erases what the library has stored: the cached answer, the moved base URL and all else
-    /// under its prefix, identifiers, and databases that were set aside, also from the files' free
-    /// pages and logs. The decisions on consent and tracking and the host's own settings stay. An
-    /// answer that is on its way reaches its completion and is not stored. Other processes of the
-    /// application forget it too, at the latest with what they store next.
-    ///
-    /// In this process all that holds at once; true when it is done on disk and survives loss of
-    /// power. When it is false, each later read and flush of any process, also after a launch,
-    /// tries again, if the disk took at least the order to erase. Waits up to 5 seconds for others.
+    /// Erases, without a trace in any file, all that the library has stored under its prefix, such
+    /// as the cached answer and the moved base URL, its identifiers, and databases that were set
+    /// aside. The decisions on consent and tracking and the host's own settings stay. An answer on
+    /// its way reaches its completion and is not stored, nor is what other processes remember. In
+    /// this process it holds at once; true when it is done on disk too. When it is false, or the
+    /// process is killed meanwhile, whoever uses the settings next goes on with it.
     [[nodiscard]] bool eraseStoredData();
 
     [[nodiscard]] platform::Dispatch& dispatch() override;
