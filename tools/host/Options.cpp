@@ -98,6 +98,8 @@ private:
             ->type_name("SECONDS");
         app_.add_option("--times", options_.times, "how often to run the command")
             ->check(CLI::Range(1, 1'000'000));
+        app_.add_flag("--send-asked", options_.sendAsked,
+                      "while consent is \"ask\", send what is asked about instead of refusing it");
     }
 
     CLI::App* add(CLI::App& parent, const char* name, const char* description, Command command) {
@@ -110,10 +112,13 @@ private:
         add(app_, "tags", "fetch geo tags", Command::tags);
         CLI::App* collect = add(app_, "collect", "upload a payload", Command::collect);
         collect->add_flag("--force", options_.force, "upload whatever is cached");
-        collect
-            ->add_option("--payload", options_.file,
-                         "file of a JSON object to upload, \"-\" for standard input")
-            ->type_name("FILE");
+        CLI::App* preview = add(app_, "preview", "show what collect would send", Command::preview);
+        for (CLI::App* command : {collect, preview}) {
+            command
+                ->add_option("--payload", options_.file,
+                             "file of a JSON object to upload, \"-\" for standard input")
+                ->type_name("FILE");
+        }
         CLI::App* cached = add(app_, "cached", "show the cached answer", Command::cached);
         cached->add_option("member", options_.member)
             ->required()
@@ -125,6 +130,10 @@ private:
             ->type_name("FILE");
         add(app_, "payload", "show the base payload", Command::payload);
         add(app_, "url", "show the base URL", Command::url);
+        add(app_, "consent", "show or set whether requests may leave", Command::consent)
+            ->add_option("decision", options_.consent)
+            ->check(CLI::IsMember({"allow", "withhold", "ask"}));
+        add(app_, "erase", "erase what the library has stored", Command::erase);
     }
 
     void addSettingsCommands() {

@@ -17,7 +17,10 @@ enum class Command {
     cached,
     query,
     payload,
+    preview,
     url,
+    consent,
+    erase,
     settingsList,
     settingsGet,
     settingsSet,
@@ -40,11 +43,13 @@ struct Options {
     std::string device = "native";
     std::chrono::duration<double> wait = std::chrono::seconds(15);
     int times = 1;
+    bool sendAsked = false;
 
     Command command = Command::tags;
     bool force = false;
     std::string member;              // of `cached`
-    std::optional<std::string> file; // of `collect`, `query` and `request`; "-" is standard input
+    std::string consent;             // of `consent`; empty to show it
+    std::optional<std::string> file; // of commands that read one; "-" is standard input
     std::string key;                 // of `settings`
     std::string json;                // of `settings set`
     double seconds = 0;              // of `settings set-date`

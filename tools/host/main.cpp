@@ -26,6 +26,11 @@ std::shared_ptr<native::NativePlatform> makeMachine(const Options& options) {
     native.trustAnchors = options.caFiles;
     native.developerLog = toStandardError("log: ");
     native.diagnostics = toStandardError("note: ");
+    native.beforeUpload = [send = options.sendAsked,
+                           note = native.diagnostics](const auto& request, const auto& answer) {
+        note((send ? "asked, and sent: " : "asked, and refused: ") + request.body.value_or(""));
+        answer(send ? std::optional(request) : std::nullopt);
+    };
     try {
         return native::NativePlatform::create(std::move(native));
     } catch (const std::exception& error) { // an unreadable trust anchor, no home to keep data in
