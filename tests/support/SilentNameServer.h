@@ -54,6 +54,14 @@ public:
         return recv(socket_, question, sizeof question, 0) > 0;
     }
 
+    /// How many questions have come since it was asked last.
+    [[nodiscard]] int countQuestions() {
+        int count = 0;
+        for (char question; recv(socket_, &question, 1, MSG_DONTWAIT) > 0; ++count) {
+        }
+        return count;
+    }
+
 private:
     static bool replace(const char* file, const char* content) {
         const std::string other = std::filesystem::temp_directory_path() /

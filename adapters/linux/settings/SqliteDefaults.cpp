@@ -265,13 +265,14 @@ SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
     }
     files_.replace([&](const std::filesystem::path& draft) { fill(draft, damage); });
     database_.reset();
-    if (isErasing_) { // until the mark goes, whoever finds it does all of this again
-        files_.removeRemains();
-        SettingsDatabase(files_.database(), wait_)
-            .write({{{erasing.first, std::string(erasing.second)}, {}}});
-    }
     if (!reach()) {
         throw std::runtime_error(files_.database().string() + " was deleted at once");
+    }
+    if (isErasing_) { // until the mark goes, whoever finds it does all of this again
+        files_.removeRemains();
+        database_->write({{{erasing.first, std::string(erasing.second)}, {}}});
+        versionRead_ = 0;
+        static_cast<void>(reach());
     }
     return lock;
 }
