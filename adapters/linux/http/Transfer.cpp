@@ -65,15 +65,14 @@ void Transfer::passGate(UploadConsent consent, const UploadQuestion& ask,
                 }
             });
         }
-        if (!isApproved_ && answer_->isComplete) {
-            if (!answer_->request) {
-                throw HttpFailure{HttpErrorCode::uploadRefused, "The host refused to send it."};
-            }
+        const bool isAnswered = !isApproved_ && answer_->isComplete;
+        if (isAnswered && answer_->request) {
             request_ = *std::move(answer_->request);
             isApproved_ = true;
-        } else if (!isApproved_ && deadline_ <= std::chrono::steady_clock::now()) {
+        } else if (isAnswered || (!isApproved_ && deadline_ <= std::chrono::steady_clock::now())) {
             throw HttpFailure{HttpErrorCode::uploadRefused,
-                              "The host did not say in time whether to send it."};
+                              isAnswered ? "The host refused to send it."
+                                         : "The host did not say in time whether to send it."};
         }
     });
 }

@@ -39,8 +39,8 @@ public:
     void start();
     [[nodiscard]] std::chrono::steady_clock::time_point deadline() const { return deadline_; }
 
-    /// Judges the next hop; not in a turn. Where the host has to say whether it may begin, it is
-    /// asked once, and `wake` called, on any thread, when it has.
+    /// Judges the next hop, not in a turn. Once the host, asked about the first, has said whether
+    /// that may begin, `wake` is called on any thread.
     void passGate(UploadConsent consent, const UploadQuestion& ask,
                   const std::function<void()>& wake) noexcept;
     /// Whether the host has not said so yet.

@@ -166,7 +166,11 @@ SqliteDefaults::Report SqliteDefaults::look(std::chrono::milliseconds patience) 
     }
     wait_ = wait;
     try {
-        static_cast<void>(connect(""));
+        if (database_ == nullptr || isErasing_ || database_->wasMoved() ||
+            database_->version() != versionRead_) {
+            static_cast<void>(connect(""));
+        }
+        nextLook_ = coarseNow() + lookInterval;
     } catch (const std::exception& error) {
         database_.reset();
         isCurrent_ = false;
