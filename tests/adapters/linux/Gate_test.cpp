@@ -10,7 +10,6 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <fstream>
 #include <iterator>
 
@@ -20,6 +19,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::answer;
 using testing::FaultServer;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -45,14 +45,14 @@ protected:
         EXPECT_TRUE(pumpUntil(phone, [&] { return code != -1; }));
         return code;
     }
-    /// Whether any file still has that text in it.
-    [[nodiscard]] bool isOnDisk(const std::string& text) const {
-        const std::filesystem::directory_iterator files(directory.path());
-        return std::any_of(begin(files), end(files), [&](const auto& entry) {
+    /// All files, one after the other.
+    [[nodiscard]] std::string disk() const {
+        std::string bytes;
+        for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
             std::ifstream file(entry.path(), std::ios::binary);
-            const std::string bytes{std::istreambuf_iterator(file), {}};
-            return bytes.find(text) != std::string::npos;
-        });
+            bytes.append(std::istreambuf_iterator(file), {});
+        }
+        return bytes;
     }
     static void store(platform::UserDefaults& defaults, std::string_view key, Value value) {
         defaults.setObjectForKey(std::move(value), key);
@@ -65,27 +65,23 @@ protected:
     const TemporaryDirectory directory;
 };
 
-TEST_F(Gate, AWithheldConsentHoldsAtOnceInEveryProcessAndAcrossLaunches) {
-    FaultServer server(nullptr, {});
+TEST_F(Gate, WithheldConsentStopsTheNextHopInEveryProcessAndAcrossLaunches) {
+    FaultServer server(nullptr, {.onRequest = [&](auto& connection, const auto& request) {
+                           if (request.path() == "/withhold") {
+                               EXPECT_TRUE(make()->setUploadConsent(UploadConsent::withheld));
+                               connection.write(answer(307, "", "Location: /next\r\n"));
+                           }
+                           connection.write(answer(200, "{}"));
+                       }});
     const auto one = make();
     const auto other = make();
     EXPECT_EQ(post(*other, server.url("/")), 0);
-    EXPECT_TRUE(one->setUploadConsent(UploadConsent::withheld));
+    EXPECT_EQ(post(*one, server.url("/withhold")), withheld);
     EXPECT_EQ(post(*other, server.url("/")), withheld);
     EXPECT_EQ(post(*make(), server.url("/")), withheld);
-    EXPECT_THAT(server.requests(), SizeIs(1));
+    EXPECT_THAT(server.requests(), SizeIs(2));
     EXPECT_TRUE(other->setUploadConsent(UploadConsent::allowed));
     EXPECT_EQ(post(*one, server.url("/")), 0);
-}
-
-TEST_F(Gate, ARedirectIsNotFollowedOnceConsentIsWithheld) {
-    const auto phone = make();
-    FaultServer server(nullptr, {.onRequest = [&](auto& connection, const auto&) {
-                           EXPECT_TRUE(make()->setUploadConsent(UploadConsent::withheld));
-                           connection.write(answer(307, "", "Location: /next\r\n"));
-                       }});
-    EXPECT_EQ(post(*phone, server.url("/")), withheld);
-    EXPECT_THAT(server.requests(), SizeIs(1));
 }
 
 TEST_F(Gate, AskedTheHostSendsChangesOrRefusesOnceForAllHops) {
@@ -95,89 +91,76 @@ TEST_F(Gate, AskedTheHostSendsChangesOrRefusesOnceForAllHops) {
                                                 : answer(200, "{}"));
                        }});
     UploadAnswer kept;
-    const auto send = [&](auto request, const auto& give) {
-        give(request);
-        give(std::nullopt);
-    };
+    const auto send = [](auto request, const auto& give) { give(request), give(std::nullopt); };
     const auto change = [](auto request, const auto& give) {
-        EXPECT_EQ(request.body, "body");
-        request.body = "other";
-        give(request);
+        request.body = "other", give(request);
     };
-    const auto changeScheme = [](auto request, const auto& give) {
+    const auto misdirect = [](auto request, const auto& give) {
         request.url = "http://example.invalid/";
         give(request);
     };
-    const std::tuple<UploadQuestion, std::int64_t, std::vector<std::string>> cases[] = {
-        {send, 0, {"body", "body"}},
-        {change, 0, {"other", "other"}},
-        {changeScheme, static_cast<std::int64_t>(HttpErrorCode::schemeRefused), {}},
-        {[](const auto&, const auto& give) { give(std::nullopt); }, refused, {}},
-        {[&](const auto&, const auto& give) { kept = give; }, refused, {}},
-        {nullptr, refused, {}}};
-    std::size_t arrived = 0;
-    for (const auto& [question, code, bodies] : cases) {
+    const std::tuple<UploadQuestion, std::int64_t, std::string> cases[] = {
+        {send, 0, "body"},
+        {change, 0, "other"},
+        {misdirect, static_cast<std::int64_t>(HttpErrorCode::schemeRefused), ""},
+        {[](const auto&, const auto& give) { give(std::nullopt); }, refused, ""},
+        {[&](const auto&, const auto& give) { kept = give; }, refused, ""}};
+    for (const auto& [question, code, body] : cases) {
+        const auto before = server.requests().size();
         int questions = 0;
         const auto phone = make([&, ask = question](const auto& request, const auto& give) {
             ++questions;
             ask(request, give);
         });
         EXPECT_TRUE(phone->setUploadConsent(UploadConsent::asked));
-        EXPECT_EQ(post(question ? *phone : *make(), server.url("/"), code == refused ? 200ms : 30s),
-                  code);
-        EXPECT_EQ(questions, question ? 1 : 0);
-        ASSERT_THAT(server.requests(), SizeIs(arrived + bodies.size()));
-        for (const std::string& body : bodies) {
-            EXPECT_EQ(server.requests()[arrived++].body, body);
-        }
+        EXPECT_EQ(post(*phone, server.url("/"), code == refused ? 200ms : 30s), code);
+        EXPECT_EQ(questions, 1);
+        ASSERT_THAT(server.requests(), SizeIs(before + (body.empty() ? 0 : 2)));
+        EXPECT_EQ(body.empty() ? "" : server.requests().back().body, body);
     }
+    EXPECT_EQ(post(*make(), server.url("/")), refused) << "nobody is there to be asked";
     kept(platform::HttpRequest()); // nobody is left who could send it
 }
 
 TEST_F(Gate, ErasedDataIsInNoFileAndDecisionsAndTheHostsOwnStay) {
     const auto phone = make();
-    std::vector<std::string> erased{"the cached answer"};
-    auto& settings = phone->standardUserDefaults();
-    for (const char* old : {"an older answer", "an answer before that", "the cached answer"}) {
-        erased.emplace_back(old);
-        store(settings, "se.kovra.v5.KRAudiences", Object{{"tags", std::string(old)}});
+    const auto other = make();
+    std::vector<std::string> erased{"an older answer", "the cached answer"};
+    for (const std::string& answer : erased) {
+        store(phone->standardUserDefaults(), "se.kovra.v5.KRAudiences", answer);
     }
-    store(settings, "host", "kept");
+    store(phone->standardUserDefaults(), "host", "kept");
     EXPECT_TRUE(phone->setTrackingAuthorization(platform::TrackingAuthorization::authorized));
     EXPECT_TRUE(phone->setUploadConsent(UploadConsent::withheld));
-    erased.push_back(phone->tracking().advertisingIdentifier()->text());
-    std::ofstream(directory.path() / "com.example.gate.v1.db.damaged-wal") << erased.front();
-    for (const std::string& text : erased) {
-        EXPECT_TRUE(isOnDisk(text)) << text;
-    }
+    const auto identifier = other->tracking().advertisingIdentifier();
+    erased.push_back(identifier->text());
+    erased.emplace_back("set aside");
+    std::ofstream(directory.path() / "com.example.gate.v1.db.damaged-wal") << erased.back();
+    const std::string before = disk();
     EXPECT_TRUE(phone->eraseStoredData());
+    const std::string after = disk();
     for (const std::string& text : erased) {
-        EXPECT_FALSE(isOnDisk(text)) << text;
+        EXPECT_THAT(before, HasSubstr(text));
+        EXPECT_THAT(after, Not(HasSubstr(text)));
     }
-    for (const auto& each : {phone, make()}) {
-        EXPECT_EQ(each->storedSettings(), Object({{"host", "kept"}}));
+    for (const auto& each : {phone, other, make()}) {
         EXPECT_EQ(each->uploadConsent(), UploadConsent::withheld);
-        EXPECT_NE(each->tracking().advertisingIdentifier()->text(), erased.back());
+        EXPECT_EQ(each->storedSettings(), Object({{"host", "kept"}}));
+        EXPECT_NE(each->tracking().advertisingIdentifier(), identifier);
     }
 }
 
 TEST_F(Gate, AnotherProcessWritesNothingBackOfWhatWasErased) {
     auto other = defaults();
-    KeptUuid identifier(
-        {[&](std::string_view name) { return other.adapterValue(name); },
-         [&](std::string_view name, std::string_view text) { other.setAdapterValue(name, text); },
-         [&] { return other.synchronize(); }},
-        keptVendorIdentifier);
-    const Uuid before = identifier.get();
+    EXPECT_THAT(other.contents(), IsEmpty()) << "what it knows before";
     other.setObjectForKey("pending", "se.kovra.v5.KRServiceURL");
     other.setObjectForKey("pending", "host");
     EXPECT_TRUE(defaults().erase());
     EXPECT_TRUE(other.synchronize());
     EXPECT_EQ(defaults().contents(), Object({{"host", "pending"}}));
-    EXPECT_NE(identifier.get(), before);
 }
 
-TEST_F(Gate, AnAnswerThatWasOnItsWayIsDeliveredAndNotStored) {
+TEST_F(Gate, APreviewIsWhatLeavesAndAnAnswerOnItsWayDuringAnErasureIsNotStored) {
     const auto phone = make();
     platform::install(phone);
     FaultServer server(nullptr, {.onRequest = [&](auto& connection, const auto&) {
@@ -186,12 +169,15 @@ TEST_F(Gate, AnAnswerThatWasOnItsWayIsDeliveredAndNotStored) {
                        }});
     store(phone->standardUserDefaults(), "se.kovra.v5.KRServiceURL", server.url(""));
     bool isComplete = false;
-    KRAudienceManager manager(std::nullopt);
-    manager.collect(Object{{"a", 1}}, [&](const auto& answer, const auto&) {
-        EXPECT_TRUE(answer.has_value());
+    KRAudienceManager manager(std::nullopt, 5, "me");
+    Object payload{{"a", 0.1F}};
+    const std::string preview = manager.previewUpload(payload);
+    manager.collect(payload, [&](const auto& given, const auto&) {
+        EXPECT_TRUE(given.has_value());
         isComplete = true;
     });
     EXPECT_TRUE(pumpUntil(*phone, [&] { return isComplete; }));
+    EXPECT_EQ(server.requests().at(0).body, preview);
     EXPECT_THAT(phone->storedSettings(), IsEmpty());
     EXPECT_THAT(defaults().contents(), IsEmpty());
 }
