@@ -297,6 +297,7 @@ TEST_F(SqliteDefaultsTest, AReadThatFailsIsNoAbsenceAndARemovalMeanwhileHolds) {
     flock(locked, LOCK_UN);
     EXPECT_TRUE(defaults->synchronize());
     EXPECT_TRUE(defaults->adapterValue("name").isCertain);
+    flush(*open(), "other", 1);
     ASSERT_EQ(flock(locked, LOCK_EX), 0);
     EXPECT_TRUE(soon([&] { return !defaults->adapterValue("name").isCertain; })) << "again";
     ::close(locked);
