@@ -6,12 +6,15 @@
 
 #include "morvellacinto/foundation/KRError.h"
 #include "morvellacinto/platform/HttpSession.h"
+#include <morvellacinto/native/UploadConsent.h>
 
 #include <curl/curl.h>
 #include <openssl/types.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,6 +39,13 @@ public:
     void start();
     [[nodiscard]] std::chrono::steady_clock::time_point deadline() const { return deadline_; }
 
+    /// Judges the next hop, not in a turn. Once the host, asked about the first, has said whether
+    /// that may begin, `wake` is called on any thread.
+    void passGate(UploadConsent consent, const UploadQuestion& ask,
+                  const std::function<void()>& wake) noexcept;
+    /// Whether the host has not said so yet.
+    [[nodiscard]] bool waits() const noexcept { return !isApproved_ && !hasFailed_; }
+
     /// In a turn, as the next two. Adds the present hop to `multi`, with this object as its
     /// CURLOPT_PRIVATE. False when it has failed, which ends the transfer.
     [[nodiscard]] bool begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
@@ -51,6 +61,12 @@ public:
     void complete();
 
 private:
+    struct Answer {
+        std::atomic<bool> isGiven = false;
+        std::atomic<bool> isComplete = false;
+        std::optional<platform::HttpRequest> request;
+    };
+
     template <class Step>
     bool attempt(Step step) noexcept;
     template <class T>
@@ -73,7 +89,9 @@ private:
     static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
 
     const std::shared_ptr<CurlSession> session_;
-    const platform::HttpRequest request_;
+    platform::HttpRequest request_; // as the host answered, from the first hop on
+    std::shared_ptr<Answer> answer_;
+    bool isApproved_ = false;
     platform::HttpSession::Completion completion_;
     std::chrono::steady_clock::time_point deadline_;
 
