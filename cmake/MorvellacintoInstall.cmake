@@ -51,7 +51,9 @@ install(FILES
         ${PROJECT_BINARY_DIR}/MorvellacintoConfig.cmake
         ${PROJECT_BINARY_DIR}/MorvellacintoConfigVersion.cmake
     DESTINATION ${config_folder})
-install(FILES LICENSE THIRD-PARTY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+include(MorvellacintoSbom)
+install(FILES LICENSE THIRD-PARTY.md ${PROJECT_BINARY_DIR}/morvellacinto.spdx.json
+    DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(MORVELLACINTO_BUILD_TOOLS)
     install(TARGETS morvellacinto_host morvellacinto_service)
     foreach(program IN ITEMS morvellacinto morvellacinto-service)
