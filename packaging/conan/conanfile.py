@@ -13,8 +13,8 @@ class Morvellacinto(ConanFile):
     license = "MIT"
     description = "Client library of an audience-measurement and geo-targeting service"
     settings = "os", "arch", "compiler", "build_type"
-    options = {"shared": [True, False], "fPIC": [True, False], "API_URL_PROD": ["ANY"]}
-    default_options = {"shared": True, "fPIC": True, "API_URL_PROD": "https://audience.invalid/v5"}
+    options = {"shared": [True, False], "API_URL_PROD": ["ANY"]}
+    default_options = {"shared": True, "API_URL_PROD": "https://audience.invalid/v5"}
 
     def set_version(self):
         header = pathlib.Path(self.recipe_folder, "../../src/morvellacinto/Version.h")
