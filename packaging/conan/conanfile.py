@@ -1,4 +1,4 @@
-"""conan create packaging/conan -o API_URL_PROD=https://your.service/v5"""
+"""conan create packaging/conan -o '&:API_URL_PROD=https://your.service/v5'"""
 import pathlib
 import re
 
