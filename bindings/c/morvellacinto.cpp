@@ -169,12 +169,12 @@ native::NativeOptions readOptions(const char* json) {
         } else if (name == "uploadConsent") {
             options.uploadConsent = readConsent(string());
         } else if (name == "locationTimeout") {
-            const std::optional<double> seconds = option.value.toDouble();
-            if (!seconds || !(*seconds >= 0 && *seconds <= 86400)) {
+            const double seconds = option.value.isNumber() ? option.value.asDouble() : -1;
+            if (!(seconds >= 0 && seconds <= 86400)) { // also what is not a number
                 wrong("option \"locationTimeout\" is not from 0 to 86400 seconds");
             }
             options.locationTimeout = std::chrono::duration_cast<std::chrono::milliseconds>(
-                std::chrono::duration<double>(*seconds));
+                std::chrono::duration<double>(seconds));
         } else if (name == "trustAnchors" && option.value.ifArray() != nullptr) {
             for (const Value& path : *option.value.ifArray()) {
                 if (!path.isString()) {
@@ -209,9 +209,7 @@ std::shared_ptr<native::NativePlatform> platformHere() {
 
 } // namespace
 
-const char* mvl_error() {
-    return isOutOfMemory ? "there is no memory left" : lastError.c_str();
-}
+const char* mvl_error() { return isOutOfMemory ? "there is no memory left" : lastError.c_str(); }
 
 const char* mvl_version() { return versionText(); }
 

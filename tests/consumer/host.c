@@ -40,7 +40,8 @@ int main(int count, char** arguments) {
     require(mvl_cached("tags", &text) == MVL_WRONG && strstr(mvl_error(), "mvl_start") != NULL,
             "nothing works before a start");
     require(mvl_start("{\"bundel\":1}", none, none) == MVL_WRONG &&
-                strstr(mvl_error(), "bundel") != NULL, "an unknown option is named");
+                strstr(mvl_error(), "bundel") != NULL,
+            "an unknown option is named");
     require(count == 2 && mvl_start(arguments[1], none, records) == MVL_OK, "a start");
     require(mvl_manager_create("no token", &manager) == MVL_WRONG, "a bad token is refused");
     require(mvl_manager_create("0123abcd-0000-4000-8000-00000000ffff", &manager) == MVL_OK, "one");

@@ -3,6 +3,7 @@
 #include "ExitStatus.h"
 #include "ValueText.h"
 
+#include "morvellacinto/Version.h"
 #include "morvellacinto/audience/Version.h"
 
 #include <CLI/CLI.hpp>
@@ -29,7 +30,8 @@ public:
         app_.fallthrough();            // options of the program after the command
         app_.set_help_flag();          // the commands would show it again
         app_.set_version_flag("--version", [] {
-            return MorvellacintoVersionString + valueText(MorvellacintoVersionNumber);
+            return MorvellacintoVersionString + valueText(MorvellacintoVersionNumber) +
+                   "\nmorvellacinto " + versionText();
         });
         addGlobalOptions();
         addAudienceCommands();

@@ -149,9 +149,9 @@ struct PermissionAnswered {
 /// library's holds a coordinate, an identifier, the token or the value of a JSON member.
 using Diagnostic =
     std::variant<ValueSkipped, ImportEnded, ClassUnknown, AnswerDropped, CallSuperseded,
-                 ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged, PlatformNote, AnswerNotKept,
-                 UploadBegun, LocationAsked, LocationCome, AnswerCome, RequestFailed, AnswerCached,
-                 CacheServed, BaseUrlMoved, PermissionAsked, PermissionAnswered>;
+                 ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged, PlatformNote,
+                 AnswerNotKept, UploadBegun, LocationAsked, LocationCome, AnswerCome, RequestFailed,
+                 AnswerCached, CacheServed, BaseUrlMoved, PermissionAsked, PermissionAnswered>;
 
 template <class Record>
 inline constexpr bool isRoutine = requires {

@@ -17,6 +17,7 @@
 
 namespace morvellacinto::native {
 
+/// What a host may choose; every member has a default that works.
 struct NativeOptions {
     /// Such as "com.example.host": what the device reports and what the settings are filed under.
     /// Absent or empty: the Flatpak's identifier. Outside of Flatpak the device then reports none,
