@@ -41,8 +41,7 @@ void Transfer::start() {
                                                       std::chrono::milliseconds(0), longestTimeout);
 }
 
-void Transfer::passGate(UploadConsent consent, const UploadQuestion& ask,
-                        const std::function<void()>& wake) noexcept {
+void Transfer::passGate(UploadConsent consent, const UploadQuestion& ask) noexcept {
     attempt([&] {
         if (consent == UploadConsent::withheld) {
             throw HttpFailure{HttpErrorCode::uploadWithheld, "Consent to upload is withheld."};
@@ -50,11 +49,10 @@ void Transfer::passGate(UploadConsent consent, const UploadQuestion& ask,
         isApproved_ = isApproved_ || consent == UploadConsent::allowed;
         if (!isApproved_ && !answer_) {
             answer_ = std::make_shared<Answer>();
-            ask(request_, [answer = answer_, wake](std::optional<platform::HttpRequest> request) {
+            ask(request_, [answer = answer_](std::optional<platform::HttpRequest> request) {
                 if (!answer->isGiven.exchange(true)) {
                     answer->request = std::move(request);
                     answer->isComplete = true;
-                    wake();
                 }
             });
         }

@@ -14,7 +14,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,11 +38,9 @@ public:
     void start();
     [[nodiscard]] std::chrono::steady_clock::time_point deadline() const { return deadline_; }
 
-    /// Judges the next hop, not in a turn. Once the host, asked about the first, has said whether
-    /// that may begin, `wake` is called on any thread.
-    void passGate(UploadConsent consent, const UploadQuestion& ask,
-                  const std::function<void()>& wake) noexcept;
-    /// Whether the host has not said so yet.
+    /// Judges the next hop, not in a turn; before the first the host may have to be asked.
+    void passGate(UploadConsent consent, const UploadQuestion& ask) noexcept;
+    /// Whether it has not answered yet; then `passGate` is to be called again soon.
     [[nodiscard]] bool waits() const noexcept { return !isApproved_ && !hasFailed_; }
 
     /// In a turn, as the next two. Adds the present hop to `multi`, with this object as its

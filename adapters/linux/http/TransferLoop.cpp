@@ -17,6 +17,7 @@ using namespace std::chrono_literals;
 constexpr rlim_t fewestConnections = 4;
 constexpr rlim_t mostConnections = 256;
 constexpr std::chrono::milliseconds longestWait = std::chrono::minutes(1);
+constexpr std::chrono::milliseconds gateInterval(20); // while the host is being asked
 
 // At least half of the descriptors are the host's.
 long connectionLimit() {
@@ -89,17 +90,17 @@ void TransferLoop::run() {
             Transfers ended = step();
             const bool haveEnded = !ended.empty();
             deliver(ended);
-            const bool isAtRest = active_.empty() && next_.empty();
-            if (haveEnded || !isAtRest) {
+            if (haveEnded || !active_.empty() || !next_.empty()) {
                 idleEnd = Clock::now() + options_.idleTime;
             }
             isIdle = !multi_ || Clock::now() >= idleEnd;
             if (!haveEnded && !isIdle) {
-                auto until = isAtRest ? idleEnd : Clock::now() + longestWait;
-                for (const Transfers* transfers : {&active_, &next_}) {
-                    for (const std::shared_ptr<Transfer>& transfer : *transfers) {
-                        until = std::min(until, transfer->deadline());
-                    }
+                auto until = active_.empty() ? idleEnd : Clock::now() + longestWait;
+                for (const std::shared_ptr<Transfer>& transfer : active_) {
+                    until = std::min(until, transfer->deadline());
+                }
+                if (!next_.empty()) {
+                    until = std::min(until, Clock::now() + gateInterval);
                 }
                 const auto left =
                     std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
@@ -125,14 +126,8 @@ void TransferLoop::passGate() {
         consent = options_.consent();
     } catch (const std::exception&) {
     }
-    const auto wake = [weak = weak_from_this()] {
-        if (const auto loop = weak.lock()) {
-            const std::lock_guard waking(loop->mutex_);
-            curl_multi_wakeup(loop->multi_.get());
-        }
-    };
     for (const std::shared_ptr<Transfer>& transfer : next_) {
-        transfer->passGate(consent, options_.ask, wake);
+        transfer->passGate(consent, options_.ask);
     }
 }
 
@@ -194,7 +189,9 @@ void TransferLoop::end(Transfers::iterator transfer, CURLcode result, Transfers&
     const bool goesOn = (*transfer)->end(result);
     Transfers& to = goesOn ? next_ : ended;
     to.splice(to.end(), active_, transfer);
-    goesOn&& curl_multi_wakeup(multi_.get()); // to pass the gate
+    if (goesOn) {
+        curl_multi_wakeup(multi_.get()); // to pass the gate
+    }
 }
 
 void TransferLoop::deliver(Transfers& ended) noexcept {

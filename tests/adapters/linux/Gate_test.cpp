@@ -143,7 +143,7 @@ TEST_F(Gate, ErasedDataIsInNoFileAndDecisionsAndTheHostsOwnStay) {
         EXPECT_THAT(before, HasSubstr(text));
         EXPECT_THAT(after, Not(HasSubstr(text)));
     }
-    for (const auto& each : {phone, other, make()}) {
+    for (const auto& each : {other, phone, make()}) {
         EXPECT_EQ(each->uploadConsent(), UploadConsent::withheld);
         EXPECT_EQ(each->storedSettings(), Object({{"host", "kept"}}));
         EXPECT_NE(each->tracking().advertisingIdentifier(), identifier);
