@@ -37,7 +37,7 @@ int main(int count, char** arguments) {
     const mvl_completion completion = {answered, &calls, released};
     const mvl_completion nobody = {NULL, &calls, released};
 
-    require(mvl_cached("tags", &text) == MVL_WRONG && strstr(mvl_error(), "mvl_start") != NULL,
+    require(mvl_cached("tags", &text) == MVL_WRONG && strstr(mvl_error(), "no platform") != NULL,
             "nothing works before a start");
     require(mvl_start("{\"bundel\":1}", none, none) == MVL_WRONG &&
                 strstr(mvl_error(), "bundel") != NULL,
@@ -50,7 +50,7 @@ int main(int count, char** arguments) {
             "a preview");
     mvl_free(text);
     require(mvl_geo_tags(manager, completion) == MVL_OK && calls == 10, "never inside the call");
-    require(mvl_run() == MVL_OK && calls == 21 && uploads == 1, "an upload, called and released");
+    require(mvl_run() == MVL_OK && calls % 10 == 1 && uploads == 1, "an upload");
     require(mvl_cached("tags", &text) == MVL_OK, "cached");
     mvl_free(text);
     require(mvl_query_string("{\"a\":[\"b c\"]}", &text) == MVL_OK && !strcmp(text, "a=b%20c"),
@@ -63,6 +63,6 @@ int main(int count, char** arguments) {
     require(mvl_erase_stored_data() == MVL_OK && mvl_cached("tags", &text) == MVL_NOTHING,
             "nothing is left");
     mvl_manager_destroy(manager);
-    require(mvl_shutdown() == MVL_OK && mvl_drain() == MVL_OK, "the end");
+    require(mvl_shutdown() == MVL_OK && mvl_drain() == MVL_OK && calls == 21, "the end");
     return EXIT_SUCCESS;
 }
