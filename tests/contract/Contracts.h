@@ -32,8 +32,6 @@ public:
     /// Lets main queue, background work and transfers go on until `done` holds; false when it does
     /// not within any reasonable time. An exception that escaped from a block leaves through here.
     [[nodiscard]] virtual bool pumpUntil(const std::function<bool()>& done) = 0;
-    /// Lets happen what is due at this moment, for tests that nothing does; also after shutdown.
-    virtual void settle() = 0;
 
     /// An absolute URL at which each request is recorded and answered with `answer`.
     [[nodiscard]] virtual std::string serve(Answer answer) = 0;

@@ -23,11 +23,6 @@ public:
         }
         return false;
     }
-    void settle() override {
-        phone_->settle();
-        phone_->clock().advance(1s); // past the script's delays
-        phone_->settle();
-    }
 
     [[nodiscard]] std::string serve(Answer answer) override {
         phone_->http().plan({answer.status, std::move(answer.body)});
