@@ -35,9 +35,7 @@ TEST_F(Import, setsPlainKeysAsTheyAreAndNodesAsObjects) {
         {R"({"count": null, "id": null})", R"({"count":-1})"},
         {R"({"count": []})", "{}"}, // exports leave it out
         {R"({"aNameOfManyLetters": "5"})", R"({"count":-1,"aNameOfManyLetters":5})"},
-        {R"({"other": "12.5"})", R"({"count":-1,"other":"12.5"})"},
         {R"({"id": 7})", R"({"count":-1,"ident":7})"},
-        {R"({"id": "7"})", R"({"count":-1,"ident":"7"})"},
         {R"({"@count": "x", "a": 1, "b": 2})", R"({"count":-1,"node":3})"},
         {R"({"@count": {"count": 9}})", R"({"count":-1,"node":{"count":9}})", nodes},
         {R"({"node": {"count": "1"}})", R"({"count":-1,"node":{"count":"1"}})"},
@@ -113,17 +111,13 @@ Ref<Thing> holding(const std::optional<Value>& value) {
     return thing;
 }
 
-/// Answers whole paths, some of which lead nowhere, and exports two things under one name.
+/// Answers whole paths, some of which lead nowhere.
 class Route : public Journey {
     AVJSON_CLASS(Route, Journey)
     static void describeMembers(AVDescription<Route>& route) {
         for (const char* path : {"to.name", "from.name", "from.none", "to.none"}) {
             route.reader<&Route::title>(path);
         }
-    }
-
-    std::string sourceKeyForExceptionKey(std::string_view name) const override {
-        return name == "title" ? "name" : std::string(name);
     }
 };
 
@@ -157,11 +151,8 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
         {holding(Array::of({withKeys, plain})), {"other"}, R"({"other":[{"other":5},{}]})"},
         {holding(Array()), {"other"}, "{}"},
         {holding(Object{{"a", Array::of({1})}}), {"other"}, R"({"other":{"a":[1]}})"},
-        {holding(withKeys), {"other"}, R"({"other":{"other":5}})"},
-        {holding(Value()), {"other"}, R"({"other":{}})"},
         {holding(Date{1}), {"other"}, R"({"other":{}})"},
         {holding(std::nullopt), {"other"}, "{}"},
-        {harbour, {}, "{}"},
         {harbour,
          {"depth", "berths", "name", "pier", "ident", "height", "journeys"},
          R"({"depth":12.5,"berths":7,"name":"HARBOUR Visby","id":0})",
@@ -171,9 +162,6 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
          R"({"other":1})",
          {"id missing in Thing while export", "node.other missing in Thing while export"}},
         {route, {"from", "from.name", "from.none"}, "{}"},
-        {route, {"title", "to.name"}, R"({"name":"HARBOUR Visby"})"},
-        {route, {"to.name", "title"}, R"({"name":"?-Visby"})"},
-        {route, {"title", "from.name"}, "{}"},
         {route, {"to.name", "to.none", "to"}, R"({"name":"HARBOUR Visby"})", {failed}},
         {outer, {"other", "count"}, R"({"other":{"other":1},"count":3})", {failed}},
         {round, // inside itself
