@@ -174,20 +174,13 @@ TEST_F(HttpContract, SendsARequestOnceItsHeadersWinningAndDeliversTheAnswerWhate
     }
 }
 
-TEST_F(HttpContract, AFailureIsAnErrorWithTheUrlAndASentence) {
-    const std::string dead = subject->deadUrl();
-    for (const platform::HttpRequest& request :
-         {platform::HttpRequest{"GET", dead, {}, {}},
-          platform::HttpRequest{"GET", std::nullopt, {}, {}, "5/audience/"}}) {
-        const auto end = ending(request);
-        EXPECT_EQ(end->response, std::nullopt);
-        ASSERT_TRUE(end->error.has_value());
-        EXPECT_FALSE(end->error->domain.empty());
-        EXPECT_EQ(end->error->userInfo.at(KRError::urlKey), request.url.value_or("5/audience/"));
-        const Value message = end->error->userInfo.at(KRError::messageKey);
-        EXPECT_FALSE(message.asString().empty());
-        EXPECT_TRUE(request.url || message == "The request has no valid URL: 5/audience/.");
-    }
+TEST_F(HttpContract, ARequestWithoutAUrlFailsWithWhatItWasGivenInstead) {
+    const auto end = ending({"GET", std::nullopt, {}, {}, "5/audience/"});
+    EXPECT_EQ(end->response, std::nullopt);
+    ASSERT_TRUE(end->error.has_value());
+    EXPECT_EQ(end->error->userInfo.at(KRError::urlKey), "5/audience/");
+    EXPECT_EQ(end->error->userInfo.at(KRError::messageKey),
+              "The request has no valid URL: 5/audience/.");
 }
 
 TEST_F(HttpContract, AnInvalidatedSessionFinishesStartedTasksAndStartsNoOther) {

@@ -37,8 +37,6 @@ public:
     [[nodiscard]] virtual std::string serve(Answer answer) = 0;
     /// Method, body and all headers of the requests that have reached `serve`'s URLs, oldest first.
     [[nodiscard]] virtual std::vector<platform::HttpRequest> received() = 0;
-    /// A URL at which nobody answers: requests fail.
-    [[nodiscard]] virtual std::string deadUrl() = 0;
 };
 
 [[nodiscard]] std::unique_ptr<Subject> makeSubject();

@@ -17,8 +17,8 @@ from programs import ROOT, TOKEN, Service
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 
 
-def ask(connection, method, path, body=None, headers={}):
-    connection.request(method, path, body, headers)
+def ask(connection, method, path, body=None, headers=None):
+    connection.request(method, path, body, headers or {})
     return connection.getresponse()
 
 

@@ -88,7 +88,6 @@ TEST_F(Import, fillsAnExistingObjectOnceForEachElementAndThrowsForWhatIsNoObject
     EXPECT_EQ(target->ident, Value(3));
     EXPECT_THROW(NodeClass(Ref<Thing>()), std::invalid_argument);
     EXPECT_FALSE(AVJSON::asObjectOfClass(object("{}"), "NoSuchClass"));
-    EXPECT_TRUE(AVJSON::asObjectOfClass(Array(), "NoSuchClass").empty());
     for (const char* json : {R"(["text"])", "[{}, 5]", "[[null]]"}) {
         EXPECT_THROW(static_cast<void>(AVJSON::asObjectOfClass(array(json), "Thing")),
                      ValueKindError);
@@ -131,7 +130,6 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
         round->journeys.back()->from = round;
     }
     const Value withKeys = Ref<Instance>(holding(5));
-    const Value plain = Ref<Instance>(makeInstance<AVObject>());
     const Array mixed = Array::of({1, "a", nullptr, Array::of({1}), Object{{"a", 1}}});
     const struct {
         Ref<AVObject> object;
@@ -141,7 +139,7 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
     } cases[] = {
         {holding(0.5F), {"other", "other"}, R"({"other":0.5})"},
         {holding(mixed), {"other"}, R"({"other":[{},{},{},{},{}]})"},
-        {holding(Array::of({withKeys, plain})), {"other"}, R"({"other":[{"other":5},{}]})"},
+        {holding(Array::of({withKeys})), {"other"}, R"({"other":[{"other":5}]})"},
         {holding(Array()), {"other"}, "{}"},
         {holding(Object{{"a", Array::of({1})}}), {"other"}, R"({"other":{"a":[1]}})"},
         {holding(Date{1}), {"other"}, R"({"other":{}})"},

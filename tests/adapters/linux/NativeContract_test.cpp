@@ -43,7 +43,6 @@ public:
         }
         return received;
     }
-    [[nodiscard]] std::string deadUrl() override { return "http://127.0.0.1:1/"; }
 
 private:
     const testing::TemporaryDirectory directory_;

@@ -38,13 +38,6 @@ public:
         }
         return received;
     }
-    [[nodiscard]] std::string deadUrl() override {
-        const std::string url = "https://nobody.example/";
-        phone_->http().plan(
-            {.error =
-                 KRError{"test", 1, {{KRError::urlKey, url}, {KRError::messageKey, "Dead."}}}});
-        return url;
-    }
 
 private:
     const std::shared_ptr<scripted::ScriptedPhone> phone_ = scripted::ScriptedPhone::create();
