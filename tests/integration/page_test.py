@@ -56,7 +56,7 @@ class Page(unittest.TestCase):
         return ask(http.client.HTTPConnection(self.address), *request)
 
     def rows(self, uploads):
-        """Of the latest upload, once there are so many: name with its mark, value, what it tells, the rest."""
+        """Of the latest upload, once there are so many: name with its mark, value, what it tells."""
         self.browser.wait(f"document.querySelector('#uploads').childElementCount === {uploads}")
         return self.browser.run("""[...document.querySelectorAll("#uploads > :first-child tbody tr")].map(
             row => [...row.cells].map(cell => cell.textContent))""")
