@@ -166,7 +166,7 @@ TEST_F(HttpContract, SendsARequestOnceItsHeadersWinningAndDeliversTheAnswerWhate
         std::vector<std::string> sent;
         for (const auto& [name, value] : received.back().headers) {
             if (name.starts_with("X-")) {
-                sent.push_back(name + ": " + value);
+                sent.push_back(name + (": " + value));
             }
         }
         EXPECT_THAT(sent, ::testing::UnorderedElementsAre("X-Both: own", "X-Request: own",
