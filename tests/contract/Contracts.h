@@ -32,15 +32,11 @@ public:
     /// Lets main queue, background work and transfers go on until `done` holds; false when it does
     /// not within any reasonable time. An exception that escaped from a block leaves through here.
     [[nodiscard]] virtual bool pumpUntil(const std::function<bool()>& done) = 0;
-    /// Lets happen what is due at this moment, for tests that nothing does; also after shutdown.
-    virtual void settle() = 0;
 
     /// An absolute URL at which each request is recorded and answered with `answer`.
     [[nodiscard]] virtual std::string serve(Answer answer) = 0;
     /// Method, body and all headers of the requests that have reached `serve`'s URLs, oldest first.
     [[nodiscard]] virtual std::vector<platform::HttpRequest> received() = 0;
-    /// A URL at which nobody answers: requests fail.
-    [[nodiscard]] virtual std::string deadUrl() = 0;
 };
 
 [[nodiscard]] std::unique_ptr<Subject> makeSubject();

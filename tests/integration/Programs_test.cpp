@@ -5,12 +5,9 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <chrono>
-#include <csignal>
 #include <fstream>
 #include <regex>
 #include <set>
-#include <thread>
 
 namespace morvellacinto::testing {
 namespace {
@@ -60,22 +57,18 @@ protected:
         service.caFile = ready.at("ca");
         return service;
     }
-    Words hostCommand(const Words& words) const {
-        return Words{MORVELLACINTO_HOST, "--data-dir", folder.path() / "data"} + words;
-    }
     Finished host(const Words& words, const std::string& input = {}) const {
-        return ChildProcess(hostCommand(words), input).finish();
+        return ChildProcess(program + words, input).finish();
     }
-    /// Of a client of `service` that runs on a scripted phone.
-    Words clientWords(const Service& service, const Words& words) const {
-        return Words{"--device", phone, "--ca-file", service.caFile, "--service-url", service.url} +
-               words;
-    }
+    /// A client of `service` that runs on a scripted phone.
     Finished client(const Service& service, const Words& words) const {
-        return host(clientWords(service, words));
+        return host(
+            Words{"--device", phone, "--ca-file", service.caFile, "--service-url", service.url} +
+            words);
     }
 
     const TemporaryDirectory folder;
+    const Words program{MORVELLACINTO_HOST, "--data-dir", folder.path() / "data", "--bundle", "b"};
     const std::string phone = file("phone.json", R"({"location": {"delaySeconds": 0}})");
 };
 
@@ -84,28 +77,22 @@ TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
     const std::string badStep = file("steps.json", R"([{}, {"status": 600}])");
     const std::string missing = folder.path() / "missing";
     const std::string needed = "an array where an object was expected";
-    const Words program = hostCommand({});
     const Words service{MORVELLACINTO_SERVICE};
     const std::tuple<Words, Words, std::string> cases[] = {
         {program, {}, "command"},
-        {program, {"dance"}, "dance"},
         {program, {"--token", "1234", "url"}, "\"1234\" is not a UUID"},
         {program, {"--decimals", "3000000000", "url"}, "3000000000"},
-        {program, {"--times", "0", "url"}, "0"},
         {program, {"--wait", "nan", "url"}, "nan"},
-        {program, {"--decimals", "", "url"}, "--decimals: is empty"},
         {program, {"round", "--", "", "2"}, "value: is empty"},
         {program, {"settings", "list", "--data-dir", array}, array + "\" is no folder"},
-        {program, {"settings", "list", "--data-dir", array + "/below"}, "/below\" is no folder"},
         {program, {"cached", "apples"}, "apples"},
-        {program, {"collect", "--payload", folder.path()}, folder.path()},
         {program, {"collect", "--payload", array}, needed},
+        {program, {"request", "post", "x", "--payload", file("5.json", "5")}, "an integer where"},
         {program, {"query", file("broken.json", R"({"a": )")}, "broken.json"},
         {program, {"query", file("tags.json", R"({"sizes": [1]})")}, "sizes"},
-        {program, {"settings", "set", "key", "{1}"}, "{1}"},
+        {program, {"settings", "set", "key", "1, 2"}, "1, 2"},
         {program, {"--device", file("0.json", R"({"model": 0})"), "payload"}, "model is 0"},
         {program, {"--ca-file", missing, "url"}, missing},
-        {service, {"--port", "65536"}, "65536"},
         {service, {"--cert", array}, "--key"},
         {service, {"--cert", array, "--key", array}, array},
         {service, {"--answer", array}, needed},
@@ -126,9 +113,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
         {{"round", "59.3293371", "5"}, 0, "59.32934\n", ""},
         {{"round", "--", "-2.5", "0"}, 0, "-3\n", ""},
         {{"query", "-"}, 0, "a=1%202&a=3\n", ""},
-        {{"query"}, 4, "", "there is no cached \"tags\" that is an object\n"},
-        {{"cached", "tags"}, 4, "", "there is no cached \"tags\"\n"},
-        {{"settings", "get", "url"}, 4, "", "there is no setting \"url\"\n"},
+        {{"--times", "2", "cached", "tags"}, 4, "", "there is no cached \"tags\"\n"},
         {{"settings", "set", "flag", "true"}, 0, "", ""},
         {{"settings", "set", "deep", R"({"a": [1.5, "x"]})"}, 0, "", ""},
         {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]},\"flag\":true}\n", ""},
@@ -139,7 +124,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
          "{\"domain\":\"morvellacinto.host\",\"code\":1,\"message\":\"the setting was not "
          "changed\"}\n"},
         {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]}}\n", ""},
-        {{"settings", "set-date", "when", "-3600.5"}, 0, "", ""},
+        {{"settings", "set-date", "when", "-2000000000.5"}, 0, "", ""},
         {{"--service-url", "https://a.invalid/v5", "url"}, 0, "https://a.invalid/v5\n", ""},
     };
     for (const auto& [words, status, output, errors] : cases) {
@@ -149,76 +134,43 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
         EXPECT_EQ(finished.errors, errors) << words.back();
     }
     EXPECT_THAT(host({"settings", "get", "when"}).output,
-                ::testing::MatchesRegex(R"(\{"date":"20[0-9T:-]+\.[0-9]+Z"\}.)"));
+                ::testing::MatchesRegex(R"(\{"date":"19[6-9][0-9T:-]+\.[0-9]+Z"\}.)"));
     EXPECT_THAT(host({"--version"}).output, StartsWith("@(#)PROGRAM:Morvellacinto"));
 }
 
 TEST_F(Programs, OutputThatCannotBeWrittenIsAFailure) {
-    for (const std::string command : {MORVELLACINTO_HOST " --help", MORVELLACINTO_HOST " round 1 2",
-                                      MORVELLACINTO_SERVICE " --help", MORVELLACINTO_SERVICE}) {
+    for (const std::string command :
+         {MORVELLACINTO_HOST " --help", MORVELLACINTO_HOST " round 1 2", MORVELLACINTO_SERVICE}) {
         const auto finished = ChildProcess({"/bin/sh", "-c", command + " >/dev/full"}).finish();
         EXPECT_EQ(finished.status, 1) << command;
         EXPECT_THAT(finished.errors, HasSubstr("standard output cannot be written")) << command;
     }
 }
 
-TEST_F(Programs, ThePageOfTheProgramsTellsTheirOptionsExitCodesAndFiles) {
+TEST_F(Programs, ThePageOfTheProgramsTellsTheirOptionsAndExitCodesAndItsFilesAreTaken) {
     std::ifstream stream(MORVELLACINTO_TOOLS_PAGE);
     const std::string page{std::istreambuf_iterator<char>(stream), {}};
     const auto service = page.find("## `morvellacinto-service`");
-    ASSERT_NE(service, std::string::npos);
     const auto matches = [](const std::string& text, const char* pattern) {
         const std::regex expression(pattern);
         return std::set<std::string>(
             std::sregex_token_iterator(text.begin(), text.end(), expression, 1), {});
     };
-    const auto expectTold = [&](const Words& program, const std::string& section,
-                                const std::string& fileOption,
-                                const std::vector<std::string>& unknown, const Words& more) {
-        const std::string help = ChildProcess(program + Words{"--help"}).finish().output;
+    const auto sampleOf = [&](const std::string& path, const std::string& section) {
+        const std::string help = ChildProcess({path, "--help"}).finish().output;
         EXPECT_EQ(matches(help, "(--[a-z][a-z-]+)"), matches(section, "`(--[a-z][a-z-]+)"));
         for (const std::string& status : matches(help, "\n  ([0-9]  [^\n]+)")) {
             const std::string row = "| " + status.substr(0, 1) + " | " + status.substr(3) + " |";
             EXPECT_THAT(section, HasSubstr(row));
         }
-        std::set<std::string> known;
-        for (const std::string& content : unknown) {
-            const Words words{fileOption, file("unknown.json", content)};
-            const Finished finished = ChildProcess(program + words + more).finish();
-            EXPECT_EQ(finished.status, 2) << content;
-            known.merge(
-                matches(finished.errors.substr(finished.errors.find("here:")), " ([A-Za-z]+)"));
-        }
-        const std::string format = section.substr(section.find("### The file of"));
-        EXPECT_EQ(known, matches(format, "\"([A-Za-z]+)\": "));
-        file("sample.json", *matches(format, "```json\n([^`]+)").begin());
+        return *matches(section.substr(section.find("### The file of")), "```json\n([^`]+)")
+                    .begin();
     };
-    expectTold({MORVELLACINTO_HOST}, page.substr(0, service), "--device",
-               {R"({"x": 0})", R"({"carriers": [{"x": 0}]})", R"({"location": {"x": 0}})",
-                R"({"wifi": [{"interface": "", "x": 0}]})",
-                R"({"location": {"error": {"domain": "", "code": 0, "x": 0}}})",
-                R"({"location": {"fixes": [{"latitude": 0, "longitude": 0, "x": 0}]}})"},
-               {"payload"});
-    const std::string sample = folder.path() / "sample.json";
+    const std::string sample =
+        file("sample.json", sampleOf(MORVELLACINTO_HOST, page.substr(0, service)));
     EXPECT_EQ(host({"payload", "--device", sample}).output,
               host({"--device", phone, "payload"}).output);
-    expectTold({MORVELLACINTO_SERVICE}, page.substr(service), "--scenario", {R"([{"x": 0}])"}, {});
-    const Service first = startService(json::parse(std::ifstream(sample)));
-    const auto port = first.url.substr(18, first.url.find("/v5") - 18);
-    const auto second = ChildProcess({MORVELLACINTO_SERVICE, "--port", port}).finish();
-    EXPECT_EQ(second.status, 1);
-    EXPECT_EQ(second.errors, "port " + port + " of 127.0.0.1 cannot be bound\n");
-}
-
-TEST_F(Programs, TheScriptedPhoneStandsForTheDeviceAndTheOptionsForTheRest) {
-    const json payload = json::parse(host({"--device", phone, "--bundle", "b", "payload"}).output);
-    EXPECT_EQ(payload.size(), 19U);
-    EXPECT_EQ(payload["bundle"], "b");
-    EXPECT_EQ(payload["carrierName"], "Telco");
-
-    const Finished unrounded = host({"--device", phone, "--decimals", "-1", "--wait", "1", "tags"});
-    EXPECT_EQ(unrounded.status, 3);
-    EXPECT_THAT(unrounded.errors, StartsWith("log: tags failed\n"));
+    startService(json::parse(sampleOf(MORVELLACINTO_SERVICE, page.substr(service))));
 }
 
 TEST_F(Programs, TagsAreFetchedOnceAndThenServedFromTheCacheAlsoByLaterLaunches) {
@@ -233,7 +185,7 @@ TEST_F(Programs, TagsAreFetchedOnceAndThenServedFromTheCacheAlsoByLaterLaunches)
     EXPECT_EQ(again.output, first.output + first.output + first.output);
     EXPECT_EQ(json::parse(host({"cached", "tags"}).output), answer["tags"]);
     EXPECT_EQ(json::parse(host({"cached", "mapping"}).output), answer["mapping"]);
-    EXPECT_EQ(host({"query"}).output, "locale=sv_SE&bundle=com.example.host&place=59.329,18.069\n");
+    EXPECT_EQ(host({"query"}).output, "locale=sv_SE&bundle=b&place=59.329,18.069\n");
     EXPECT_THAT(service.uploads(), SizeIs(1));
 
     ASSERT_EQ(host({"settings", "set-date", "KRAudienceUpdate", "-91"}).status, 0);
@@ -249,19 +201,15 @@ TEST_F(Programs, UploadsGoOutWithTheHeadersThatTheServiceKnowsAndTheirBodiesUnch
     const std::string token = "6e1f3c1a-8c5b-4c0e-9b57-5f3b1d0a7c42";
     ASSERT_EQ(client(service, {"--token", token, "collect", "--payload", path}).status, 0);
     ASSERT_EQ(client(service, {"request", "post", service.url + "/audience/"}).status, 0);
-    const Finished untrusted = host({"--device", phone, "collect", "--force"});
-    EXPECT_EQ(json::parse(untrusted.errors)["code"], 13) << "without the authority's certificate";
-
     const std::vector<json> uploads = service.uploads();
     ASSERT_THAT(uploads, SizeIs(2));
     const json& headers = uploads[0]["headers"];
     EXPECT_EQ(headers.value("API_TOKEN", ""), "6E1F3C1A-8C5B-4C0E-9B57-5F3B1D0A7C42");
     EXPECT_EQ(headers.value("Accept-Encoding", ""), "gzip");
     EXPECT_EQ(headers.value("Content-Type", ""), "application/x-www-form-urlencoded");
-    EXPECT_FALSE(headers.contains("Expect"));
+    EXPECT_FALSE(headers.contains("Expect") || headers.contains("REMOTE_ADDR"));
     EXPECT_EQ(uploads[0]["body"], payload);
     EXPECT_FALSE(uploads[1]["headers"].contains("API_TOKEN"));
-    EXPECT_EQ(uploads[1]["bytes"], 32);
 }
 
 TEST_F(Programs, WhatTheServiceDoesDecidesHowACommandEnds) {
@@ -291,36 +239,18 @@ TEST_F(Programs, WhatTheServiceDoesDecidesHowACommandEnds) {
 
 TEST_F(Programs, MalformedUploadsAreToldWhatIsWrongWithThem) {
     const Service service = startService();
-    const std::string url = service.url + "/audience/";
-    const std::pair<const char*, const char*> cases[] = {
-        {"[]", "an array where an object"},
-        {R"({"lat": "59", "lon": 18})", R"("lat" is a string)"},
-        {R"({"lat": 59.3})", "come together"},
-        {R"({"lat": 59.3, "lon": -181})", "-181, which is not on earth"},
-        {R"({"lat": 90.5, "lon": 18})", "90.5, which is not on earth"},
-        {R"({"vendorId": 7})", R"("vendorId" is an integer)"},
+    const std::tuple<const char*, std::string, const char*, const char*> cases[] = {
+        {"post", "/audience/", "[]", "an array where an object"},
+        {"post", "/audience/", R"({"lat": 59.3})", "come together"},
+        {"post", "/audience/", R"({"lat": -90.5, "lon": 18})", "-90.5, which is not on earth"},
+        {"get", "/audience/", "{}", "by POST"},
+        {"post", "/", "{}", "/v5/audience/"},
     };
-    for (const auto& [payload, reason] : cases) {
-        const std::string path = file("payload.json", payload);
-        const Finished finished = client(service, {"request", "post", url, "--payload", path});
-        EXPECT_THAT(json::parse(finished.output)["error"].get<std::string>(), HasSubstr(reason));
+    for (const auto& [method, path, payload, reason] : cases) {
+        const Words words{"request", method, service.url + path, "--payload",
+                          file("payload.json", payload)};
+        EXPECT_THAT(client(service, words).output, HasSubstr(reason));
     }
-    EXPECT_THAT(client(service, {"request", "get", url}).output, HasSubstr("by POST"));
-    EXPECT_THAT(client(service, {"request", "get", service.url}).output,
-                HasSubstr("/v5/audience/"));
-}
-
-TEST_F(Programs, TheServiceEndsOnSigtermWithAnAnswerPending) {
-    const Service service = startService({{{"delaySeconds", 60}}});
-    ChildProcess waiting(hostCommand(clientWords(service, {"--wait", "60", "collect", "--force"})));
-    while (service.uploads().empty()) {
-        std::this_thread::yield();
-    }
-    service.process->send(SIGTERM);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(service.process->finish().status, 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-    EXPECT_EQ(waiting.finish().status, 1);
 }
 
 } // namespace

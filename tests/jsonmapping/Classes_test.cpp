@@ -23,17 +23,13 @@ TEST(Classes, setWhatTheirPropertiesHoldAndRefuseTheRest) {
     }
     EXPECT_EQ(AVClass::named(noText), nullptr);
     EXPECT_EQ(NodeClass(noText).described(), nullptr);
-    EXPECT_EQ((Object{{noText, 1}}), (Object{{"", 1}}));
-    static_assert(!std::constructible_from<NodeClass, std::nullptr_t>);
 }
 
 TEST(Classes, haveAttributeTextsLikeThePlatform) {
     const std::pair<const AVMember*, const char*> cases[] = {
         {AVClass::of<Thing>().find("count"), "T@\"NSNumber\",&,N,V_count"},
-        {AVClass::of<Thing>().find("other"), "T@,&,N,V_other"},
         {AVClass::of<Thing>().find("shout"), ""},
         {AVClass::of<Journey>().find("to"), "T@\"Place\",&,N,V_to"},
-        {AVClass::of<Harbour>().find("journeys"), "T@\"NSArray\",&,N,V_journeys"},
         {AVClass::of<Harbour>().find("depth"), "Tf,R,N,V_depth"},
         {AVClass::of<Harbour>().find("berths"), "Ti,N,V_berths"},
         {AVClass::of<Harbour>().find("berthCount"), "T@\"NSNumberFormatter\",R,N,V_berths"},
@@ -42,7 +38,6 @@ TEST(Classes, haveAttributeTextsLikeThePlatform) {
         EXPECT_EQ(member->attributes, attributes);
     }
     EXPECT_TRUE(makeInstance<Harbour>()->isNumberProperty("berthCount"));
-    EXPECT_FALSE(makeInstance<Harbour>()->isNumberProperty("none"));
 }
 
 TEST(Classes, followPathsThroughObjectsDictionariesAndArrays) {
@@ -82,7 +77,6 @@ class Bay : public AVObject {
 
     Ref<Pier> pier() const { return {}; }
     Ref<Harbour> harbour;
-    virtual void nothing() = 0;
 };
 } // namespace south
 
@@ -90,15 +84,12 @@ TEST(Classes, areKnownByNameFromTheFirstThatLeadsToThem) {
     EXPECT_EQ(AVClass::named("Pier"), nullptr);
     const AVClass& north = AVClass::of<north::Pier>();
     EXPECT_EQ(AVClass::named("Pier"), &north);
-    const AVClass& bay = AVClass::of<south::Bay>(); // leads to another pier
-    EXPECT_THROW(static_cast<void>(bay.makeInstance()), std::logic_error);
+    static_cast<void>(AVClass::of<south::Bay>());                  // leads to another pier
     EXPECT_EQ(AVClass::named("Journey"), &AVClass::of<Journey>()); // by Harbour, Place, journeys
-    EXPECT_EQ(AVClass::named("AVObject")->base(), nullptr);
     EXPECT_THROW(static_cast<void>(AVClass::named("Pier")), std::logic_error);
     EXPECT_EQ(AVClass::named("north::Pier"), &north);
     EXPECT_EQ(AVClass::named("south::Pier"), &AVClass::of<south::Pier>());
     EXPECT_EQ(AVClass::named("outh::Pier"), nullptr);
-    EXPECT_FALSE(north.isA(AVClass::of<south::Pier>()));
 }
 
 } // namespace

@@ -35,9 +35,7 @@ TEST_F(Import, setsPlainKeysAsTheyAreAndNodesAsObjects) {
         {R"({"count": null, "id": null})", R"({"count":-1})"},
         {R"({"count": []})", "{}"}, // exports leave it out
         {R"({"aNameOfManyLetters": "5"})", R"({"count":-1,"aNameOfManyLetters":5})"},
-        {R"({"other": "12.5"})", R"({"count":-1,"other":"12.5"})"},
         {R"({"id": 7})", R"({"count":-1,"ident":7})"},
-        {R"({"id": "7"})", R"({"count":-1,"ident":"7"})"},
         {R"({"@count": "x", "a": 1, "b": 2})", R"({"count":-1,"node":3})"},
         {R"({"@count": {"count": 9}})", R"({"count":-1,"node":{"count":9}})", nodes},
         {R"({"node": {"count": "1"}})", R"({"count":-1,"node":{"count":"1"}})"},
@@ -90,20 +88,12 @@ TEST_F(Import, fillsAnExistingObjectOnceForEachElementAndThrowsForWhatIsNoObject
     EXPECT_EQ(target->ident, Value(3));
     EXPECT_THROW(NodeClass(Ref<Thing>()), std::invalid_argument);
     EXPECT_FALSE(AVJSON::asObjectOfClass(object("{}"), "NoSuchClass"));
-    EXPECT_TRUE(AVJSON::asObjectOfClass(Array(), "NoSuchClass").empty());
     for (const char* json : {R"(["text"])", "[{}, 5]", "[[null]]"}) {
         EXPECT_THROW(static_cast<void>(AVJSON::asObjectOfClass(array(json), "Thing")),
                      ValueKindError);
     }
     EXPECT_THROW(static_cast<void>(AVJSON::asObjectOfClass(array("[{}]"), "NoSuchClass")),
                  std::invalid_argument);
-    Array deep;
-    for (std::size_t level = 1; level < maximumJsonDepth; ++level) {
-        deep = Array::of({deep});
-    }
-    EXPECT_EQ(AVJSON::asObjectOfClass(deep, "Thing"), deep);
-    EXPECT_THROW(static_cast<void>(AVJSON::asObjectOfClass(Array::of({deep}), "Thing")),
-                 std::length_error);
 }
 
 Ref<Thing> holding(const std::optional<Value>& value) {
@@ -113,17 +103,13 @@ Ref<Thing> holding(const std::optional<Value>& value) {
     return thing;
 }
 
-/// Answers whole paths, some of which lead nowhere, and exports two things under one name.
-class Route : public Journey {
-    AVJSON_CLASS(Route, Journey)
+/// Answers whole paths, some of which lead nowhere.
+class Route : public Thing {
+    AVJSON_CLASS(Route, Thing)
     static void describeMembers(AVDescription<Route>& route) {
-        for (const char* path : {"to.name", "from.name", "from.none", "to.none"}) {
-            route.reader<&Route::title>(path);
+        for (const char* path : {"node.other.a", "nodes.other", "node.none"}) {
+            route.reader<&Route::shout>(path);
         }
-    }
-
-    std::string sourceKeyForExceptionKey(std::string_view name) const override {
-        return name == "title" ? "name" : std::string(name);
     }
 };
 
@@ -132,7 +118,7 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
     harbour->name = "Visby";
     harbour->setBerths(7);
     auto route = makeInstance<Route>();
-    route->to = harbour;
+    route->node = Value(Ref<Instance>(holding(Object{{"a", 1}})));
     auto inner = holding(1);
     inner->exportKeys = Array::of({"other", "keysAsked", "ident"});
     inner->ident = 2;
@@ -144,7 +130,6 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
         round->journeys.back()->from = round;
     }
     const Value withKeys = Ref<Instance>(holding(5));
-    const Value plain = Ref<Instance>(makeInstance<AVObject>());
     const Array mixed = Array::of({1, "a", nullptr, Array::of({1}), Object{{"a", 1}}});
     const struct {
         Ref<AVObject> object;
@@ -154,14 +139,11 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
     } cases[] = {
         {holding(0.5F), {"other", "other"}, R"({"other":0.5})"},
         {holding(mixed), {"other"}, R"({"other":[{},{},{},{},{}]})"},
-        {holding(Array::of({withKeys, plain})), {"other"}, R"({"other":[{"other":5},{}]})"},
+        {holding(Array::of({withKeys})), {"other"}, R"({"other":[{"other":5}]})"},
         {holding(Array()), {"other"}, "{}"},
         {holding(Object{{"a", Array::of({1})}}), {"other"}, R"({"other":{"a":[1]}})"},
-        {holding(withKeys), {"other"}, R"({"other":{"other":5}})"},
-        {holding(Value()), {"other"}, R"({"other":{}})"},
         {holding(Date{1}), {"other"}, R"({"other":{}})"},
         {holding(std::nullopt), {"other"}, "{}"},
-        {harbour, {}, "{}"},
         {harbour,
          {"depth", "berths", "name", "pier", "ident", "height", "journeys"},
          R"({"depth":12.5,"berths":7,"name":"HARBOUR Visby","id":0})",
@@ -170,11 +152,8 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
          {"id", "other", "node.other"},
          R"({"other":1})",
          {"id missing in Thing while export", "node.other missing in Thing while export"}},
-        {route, {"from", "from.name", "from.none"}, "{}"},
-        {route, {"title", "to.name"}, R"({"name":"HARBOUR Visby"})"},
-        {route, {"to.name", "title"}, R"({"name":"?-Visby"})"},
-        {route, {"title", "from.name"}, "{}"},
-        {route, {"to.name", "to.none", "to"}, R"({"name":"HARBOUR Visby"})", {failed}},
+        {route, {"nodes", "nodes.other"}, "{}"},
+        {route, {"node.other.a", "node.none", "node"}, R"({"a":1})", {failed}},
         {outer, {"other", "count"}, R"({"other":{"other":1},"count":3})", {failed}},
         {round, // inside itself
          {"journeys", "name"},
@@ -188,15 +167,6 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
     }
     round->journeys.clear();
     EXPECT_EQ(AVJSON::toJSONWS(Array::of({"\xFF"})), std::nullopt);
-}
-
-TEST(ImportWithoutAPlatform, throwsBeforeAnythingHappens) {
-    auto thing = makeInstance<Thing>();
-    EXPECT_THROW(thing->setAvValuesForKeysWithDictionary(object(R"({"count": 1})")),
-                 std::logic_error);
-    EXPECT_EQ(thing->count, std::nullopt);
-    EXPECT_THROW(static_cast<void>(thing->avDictionaryWithValuesForKeys({})), std::logic_error);
-    EXPECT_THROW(static_cast<void>(AVJSON::asObjectOfClass(Array(), "Thing")), std::logic_error);
 }
 
 } // namespace

@@ -20,15 +20,6 @@ public:
     [[nodiscard]] bool pumpUntil(const std::function<bool()>& done) override {
         return native::pumpUntil(*platform_, done);
     }
-    void settle() override {
-        for (int round = 0; round < 2; ++round) {
-            // Held by the blocks that are still to run, so that dropped ones do not keep us.
-            auto token = std::make_shared<int>();
-            platform::Dispatch& dispatch = platform_->dispatch();
-            dispatch.asyncGlobal([&dispatch, token] { dispatch.asyncMain([token] {}); });
-            EXPECT_TRUE(pumpUntil([&] { return token.use_count() == 1; }));
-        }
-    }
 
     // One answer at a time is enough.
     [[nodiscard]] std::string serve(Answer answer) override {
@@ -52,7 +43,6 @@ public:
         }
         return received;
     }
-    [[nodiscard]] std::string deadUrl() override { return "http://127.0.0.1:1/"; }
 
 private:
     const testing::TemporaryDirectory directory_;

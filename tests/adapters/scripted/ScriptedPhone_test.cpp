@@ -33,7 +33,7 @@ protected:
         location->stopUpdatingLocation();
         location->startUpdatingLocation();
     }
-    void send(const std::optional<std::string>& url = "https://user@service.example:8443/x") {
+    void send(const std::string& url = "https://user@service.example:8443/x") {
         platform::HttpSessionConfiguration configuration;
         configuration.resourceTimeout = 10s;
         const auto session = phone->makeHttpSession(configuration, this);
@@ -62,35 +62,27 @@ protected:
 TEST_F(AScriptedPhone, GivesPlannedAnswersInOrderAndLaterOnesToTheOldestTaskThatWaits) {
     phone->http().plan({.body = "1"});
     phone->http().plan({.body = "part", .error = KRError{"dead", 7, {}}});
-    for (int task = 0; task < 4; ++task) {
+    for (int task = 0; task < 3; ++task) {
         send();
     }
     EXPECT_THAT(after(), ElementsAre("1", "dead7 part"));
     phone->http().answer({.error = KRError{"dead", 8, {}}});
     EXPECT_THAT(after(), ElementsAre("dead8 -"));
-    phone->http().answer({.status = 500});
-    EXPECT_THAT(after(), ElementsAre(""));
-    EXPECT_EQ(phone->http().sessionCount(), 4U);
-    EXPECT_EQ(phone->http().requests().back().session, 3U);
+    EXPECT_EQ(phone->http().requests().back().session, 2U);
 }
 
-TEST_F(AScriptedPhone, LetsTheDelegateDecideWhetherATaskSucceeds) {
+TEST_F(AScriptedPhone, LetsTheDelegateDecideOnceWhetherATaskSucceeds) {
     using Disposition = platform::HttpChallengeDisposition;
-    const platform::HttpCredential credential{"user", "password"};
-    const std::tuple<Disposition, std::optional<platform::HttpCredential>, const char*> cases[] = {
-        {Disposition::useCredential, {}, "morvellacinto.scripted.http3 -"},
-        {Disposition::performDefaultHandling, credential, "morvellacinto.scripted.http3 -"},
-        {Disposition::performDefaultHandling, {}, "body"}};
-    phone->http().setChallenges({{"serverTrust", "", 0}, {"basic", "other.example", 1}});
-    for (const auto& [disposition, given, outcome] : cases) {
+    phone->http().setChallenges({{"serverTrust", "", 0}});
+    for (const auto& [disposition, outcome] :
+         {std::pair(Disposition::useCredential, "morvellacinto.scripted.http3 -"),
+          std::pair(Disposition::performDefaultHandling, "body")}) {
         phone->http().plan({.body = "body"});
         send();
         EXPECT_THAT(after(), ElementsAre("serverTrust service.example"));
-        handler(Disposition::performDefaultHandling, std::nullopt);
-        EXPECT_THAT(after(), ElementsAre("basic other.example"));
-        handler(disposition, given);
+        handler(disposition, std::nullopt);
         EXPECT_THAT(after(), ElementsAre(outcome));
-        EXPECT_THROW(handler(disposition, given), std::logic_error) << "answered twice";
+        EXPECT_THROW(handler(disposition, std::nullopt), std::logic_error);
     }
 }
 
@@ -100,11 +92,9 @@ TEST_F(AScriptedPhone, FailsATaskWhenItsTimeIsUpOrItsUrlIsNone) {
     EXPECT_THAT(after(1ms), ElementsAre("morvellacinto.scripted.http1 -"));
     EXPECT_THROW(phone->http().answer({}), std::logic_error) << "the task is over";
     phone->http().plan({.body = "kept"});
-    send(std::nullopt);
     send("5/audience/");
-    EXPECT_EQ(after(), Texts(2, "morvellacinto.scripted.http2 -"));
     send("ftp://files.example");
-    EXPECT_THAT(after(), ElementsAre("kept"));
+    EXPECT_THAT(after(), ElementsAre("morvellacinto.scripted.http2 -", "kept"));
 }
 
 TEST_F(AScriptedPhone, AnswersEachStartOfLocationOnceAfterTheDelayUnlessStoppedBefore) {
@@ -122,48 +112,38 @@ TEST_F(AScriptedPhone, AnswersEachStartOfLocationOnceAfterTheDelayUnlessStoppedB
 }
 
 TEST_F(AScriptedPhone, ComparesVersionsAsNumbers) {
-    const std::tuple<const char*, int, int, bool> cases[] = {
-        {"17.5", 17, 5, true}, {"17.5", 17, 6, false}, {"9.10", 9, 9, true},
-        {"14", 14, 0, true},   {"beta", 1, 0, false},  {"18.0", 17, 6, true},
-    };
-    for (const auto& [version, major, minor, isAtLeast] : cases) {
+    for (const auto& [version, major, minor, isAtLeast] :
+         {std::tuple("17.5", 17, 5, true), std::tuple("17.5", 17, 6, false),
+          std::tuple("9.10", 9, 9, true), std::tuple("18.0", 17, 6, true),
+          std::tuple("beta", 1, 0, false)}) {
         phone->script()->systemVersion = version;
         EXPECT_EQ(phone->systemVersion().isAtLeast(major, minor), isAtLeast) << version << minor;
     }
-    phone->script()->systemVersion = std::nullopt;
-    EXPECT_FALSE(phone->systemVersion().isAtLeast(1, 0));
 }
 
 TEST_F(AScriptedPhone, FiresInOrderOfTimeEachBlockAtItsOwnMoment) {
     scripted::ScriptedClock& clock = phone->clock();
     const Date start = clock.now();
-    std::vector<double> fired;
-    const auto note = [&] { fired.push_back(Date::secondsBetween(start, clock.now())); };
+    const auto note = [&] {
+        seen.push_back(std::to_string(Date::secondsBetween(start, clock.now())).substr(0, 3));
+    };
     clock.schedule(3s, note);
     clock.schedule(1s, [&] {
         note();
         clock.schedule(1s, note);
     });
-    clock.schedule(90s, note);
-    clock.advance(89.75s);
-    clock.set(Date{start.secondsSinceReference + 1000});
-    EXPECT_THAT(fired, ElementsAre(1, 2, 3)) << "setting the date is not waiting";
-    clock.advance(0.25s);
-    EXPECT_EQ(fired.back(), 1000.25);
-    EXPECT_THROW(clock.advance(-1s), std::invalid_argument);
+    EXPECT_THAT(after(3s), ElementsAre("1.0", "2.0", "3.0"));
 }
 
 TEST_F(AScriptedPhone, RunsItsQueuesOnTheMainThreadAloneAndNotForEver) {
     phone->dispatch().asyncGlobal([] { throw std::range_error("first"); });
-    phone->dispatch().asyncGlobal([] { throw std::out_of_range("second"); });
-    phone->dispatch().asyncMain([] { throw std::domain_error("third"); });
-    phone->dispatch().asyncMain([&] { seen.emplace_back("fourth"); });
+    phone->dispatch().asyncMain([] { throw std::domain_error("second"); });
+    phone->dispatch().asyncMain([&] { seen.emplace_back("third"); });
     std::thread([&] { EXPECT_THROW(phone->drainMain(), std::logic_error); }).join();
-    EXPECT_EQ(phone->runBackground(), 2U);
+    EXPECT_EQ(phone->runBackground(), 1U);
     EXPECT_THROW(phone->drainMain(), std::range_error);
-    EXPECT_THROW(phone->drainMain(), std::out_of_range);
     EXPECT_THROW(phone->drainMain(), std::domain_error);
-    EXPECT_THAT(after(), ElementsAre("fourth")) << "an exception leaves the others queued";
+    EXPECT_THAT(after(), ElementsAre("third")) << "an exception leaves the others queued";
     std::function<void()> again = [&] { phone->dispatch().asyncMain(again); };
     again();
     EXPECT_THROW(phone->settle(), std::logic_error);

@@ -23,11 +23,6 @@ public:
         }
         return false;
     }
-    void settle() override {
-        phone_->settle();
-        phone_->clock().advance(1s); // past the script's delays
-        phone_->settle();
-    }
 
     [[nodiscard]] std::string serve(Answer answer) override {
         phone_->http().plan({answer.status, std::move(answer.body)});
@@ -42,13 +37,6 @@ public:
             }
         }
         return received;
-    }
-    [[nodiscard]] std::string deadUrl() override {
-        const std::string url = "https://nobody.example/";
-        phone_->http().plan(
-            {.error =
-                 KRError{"test", 1, {{KRError::urlKey, url}, {KRError::messageKey, "Dead."}}}});
-        return url;
     }
 
 private:
