@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 
 #include <future>
-#include <sys/socket.h>
 
 namespace morvellacinto::native {
 namespace {

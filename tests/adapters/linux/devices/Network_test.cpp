@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 
 #include <sched.h>
-#include <sys/socket.h>
 
 namespace morvellacinto::native {
 namespace {

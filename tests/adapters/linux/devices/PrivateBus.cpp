@@ -1,11 +1,6 @@
 #include "PrivateBus.h"
 
-#include <chrono>
-#include <cstdlib>
 #include <poll.h>
-#include <stdexcept>
-#include <sys/socket.h>
-#include <utility>
 
 namespace morvellacinto::native {
 

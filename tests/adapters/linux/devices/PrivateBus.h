@@ -8,13 +8,10 @@
 
 #include <condition_variable>
 #include <csignal>
-#include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <string>
+#include <sys/socket.h>
 #include <thread>
-#include <vector>
 
 namespace morvellacinto::native {
 

@@ -85,14 +85,6 @@ TEST(NameOfTechnology, IsThatOfTheNewestGeneration) {
     EXPECT_STREQ(nameOfTechnology(0xFFFFFFFF), nullptr) << "any";
 }
 
-TEST(MobileCountries, KnowsCountriesAndNothingElse) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"202", "gr"}, {"240", "se"}, {"425", "il"}, {"750", "fk"}, {"901", ""}, {"24", ""}};
-    for (const auto& [code, country] : cases) {
-        EXPECT_EQ(countryOfMobileCode(code).value_or(""), country) << code;
-    }
-}
-
 TEST(Payload, OfAPhoneWithAllServicesHasAllKeysAndAsksForTheBatteryOnce) {
     const std::string manager = "org.freedesktop.NetworkManager";
     const std::string managerPath = "/org/freedesktop/NetworkManager";
