@@ -4,7 +4,6 @@
 #include "support/ShutdownLimit.h"
 
 #include "morvellacinto/Morvellacinto.h"
-#include "morvellacinto/platform/AssertionHandler.h"
 #include "morvellacinto/platform/DeveloperLog.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/UserDefaults.h"
@@ -155,7 +154,6 @@ TEST_F(NativePlatformTest, MayBeShutDownOrLetGoInACompletionAndInABlockOfEitherQ
 }
 
 TEST_F(NativePlatformTest, TheHostsFunctionsAreUsedAndALogMayLetGoOfThePlatformAndThrow) {
-    struct Handler : platform::AssertionHandler {};
     std::shared_ptr<NativePlatform> platform;
     auto captured = std::make_shared<int>();
     const std::weak_ptr<int> living = captured;
@@ -167,10 +165,7 @@ TEST_F(NativePlatformTest, TheHostsFunctionsAreUsedAndALogMayLetGoOfThePlatformA
         throw std::runtime_error("of the host");
     };
     options.diagnostics = [&](std::string_view sentence) { told.emplace_back(sentence); };
-    options.assertionHandler = std::make_shared<Handler>();
-    const auto* handler = options.assertionHandler.get();
     platform = NativePlatform::create(std::exchange(options, {}));
-    EXPECT_EQ(&platform->assertionHandler(), handler);
     const platform::RequestNotMade record{7};
     platform->diagnostics()->tell(record);
     platform->developerLog().log("tags failed");

@@ -32,18 +32,11 @@ constexpr std::chrono::milliseconds soon(200);
 
 void answerNothing(sd_bus_message* /*call*/) {}
 
-void crash(sd_bus_message* call) {
-    shutdown(sd_bus_get_fd(sd_bus_message_get_bus(call)), SHUT_RDWR);
-}
-
 // Writes down what it is told, with the status of that moment.
 class Listener final : public platform::LocationServiceDelegate {
 public:
     void locationManagerDidChangeAuthorization(platform::LocationService& manager) override {
         events.push_back("status " + std::to_string(manager.authorizationStatus()));
-        if (stopsOnChange) {
-            manager.stopUpdatingLocation();
-        }
     }
     void didUpdateLocations(platform::LocationService& /*manager*/,
                             const std::vector<platform::LocationFix>& fixes) override {
@@ -57,7 +50,6 @@ public:
 
     std::vector<std::string> events;
     platform::LocationFix last;
-    bool stopsOnChange = false;
 };
 
 // A location service on a private bus that could start GeoClue. Unless told otherwise the daemon
@@ -77,10 +69,10 @@ protected:
         workers.shutdown();
     }
 
-    void start(std::chrono::milliseconds timeout = generous,
-               const std::optional<std::string>& bundle = "com.example.host") {
+    void start(std::chrono::milliseconds timeout = generous) {
         location = std::make_shared<NativeLocation>(
-            queue, daemon.bus, workers, LocationOptions{bundle, timeout, [] { return true; }});
+            queue, daemon.bus, workers,
+            LocationOptions{"com.example.host", timeout, [] { return true; }});
         service = location->makeService();
         service->setDelegate(&listener);
         service->startUpdatingLocation();
@@ -175,10 +167,8 @@ TEST(LocationPermission, GeoClueIsFoundWhereABusCouldStartItOrASandboxLetsItThro
     setenv("XDG_DATA_DIRS", "/usr/share:/opt/share", 1);
     for (const auto& [bus, file, isFound] : cases) {
         const testing::TemporaryDirectory root;
-        for (const std::string name : {bus, file}) {
-            if (!name.empty()) {
-                root.write(name, "[System Bus Policy]\norg.freedesktop.GeoClue2=talk\n");
-            }
+        for (const char* name : {bus, file}) {
+            root.write(name, "[System Bus Policy]\norg.freedesktop.GeoClue2=talk\n");
         }
         EXPECT_EQ(geoClueSearch(root.path())(), isFound) << bus << " " << file;
     }
@@ -190,10 +180,8 @@ TEST_F(LocationTest, AStartThatCannotSucceedFailsWithItsReason) {
         std::vector<std::string> events;
         int status;
         bool isEnabled;
-        std::optional<std::string> bundle = "com.example.host";
     };
     const Case cases[] = {
-        {[] {}, {"failed 1"}, 0, false, std::nullopt},
         {[&] { daemon.serve({}); }, {"failed 1"}, 0, false},
         {[&] { daemon.serve({geoClue}), refuse("'com.example.host' disallowed for UID 0"); },
          {"status 2", "failed 2"},
@@ -202,17 +190,13 @@ TEST_F(LocationTest, AStartThatCannotSucceedFailsWithItsReason) {
         {[&] { refuse("Geolocation disabled for UID 0"); }, {"status 2", "failed 2"}, 2, false},
         {[&] { daemon.reply(clientPath, clientInterface, "Start", ""); }, {"failed 3"}, 4, true},
         {[&] { onStart(answerNothing); }, {"failed 3"}, 4, true},
-        {[&] { daemon.onCall(managerPath, managerInterface, "CreateClient", crash); },
-         {"failed 4"},
-         4,
-         true},
         {[&] { daemon.stop(); }, {"failed 1"}, 0, false}};
     for (const Case& each : cases) {
         SCOPED_TRACE(&each - cases);
         each.arrange();
         const auto before = Clock::now();
         listener.events.clear();
-        start(each.events[0] == "failed 3" ? soon : generous, each.bundle);
+        start(each.events[0] == "failed 3" ? soon : generous);
         pumpUntilEvents(each.events.size());
         EXPECT_LT(Clock::now() - before, std::chrono::seconds(4));
         EXPECT_EQ(listener.events, each.events);

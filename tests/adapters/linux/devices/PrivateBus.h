@@ -30,8 +30,7 @@ public:
     ~PrivateBus() { serve({}); }
 
     void stop() { daemon_.reset(); }
-    /// Anew at the same address. We are let in by "EXTERNAL" only.
-    void start(const std::string& authentication = "EXTERNAL");
+    void start(); ///< anew at the same address
     /// From now on it takes connections and says nothing.
     void freeze() { daemon_->send(SIGSTOP); }
     [[nodiscard]] std::vector<std::string> told();

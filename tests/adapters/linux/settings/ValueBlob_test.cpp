@@ -44,10 +44,8 @@ TEST(ValueBlob, BytesOnDiskAreTheSameInEveryVersion) {
                                   "\x07\0\0\0\0\0\0\xF0\x3F\x08\x01s\x02"sv);
 }
 
-TEST(ValueBlob, NullsInstancesAndWhatIsTooDeepOrTooLargeAreRefused) {
-    for (const Value& value : {Value(), Value(makeInstance<Instance>()), nested(513),
-                               Value(Object{{"a", Array::of({1, nullptr})}}),
-                               Value(std::string(maximumBlobBytes, 'x'))}) {
+TEST(ValueBlob, WhatIsTooDeepOrTooLargeIsRefused) {
+    for (const Value& value : {nested(513), Value(std::string(maximumBlobBytes, 'x'))}) {
         EXPECT_THROW(static_cast<void>(encodeValue(value)), std::invalid_argument);
     }
 }

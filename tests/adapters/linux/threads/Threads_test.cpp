@@ -73,7 +73,6 @@ TEST(MainQueue, DrainRunsInOrderWhatWaitedAtItsEntryAndLeavesTheRestForTheNextOn
     queue.rethrowLater(std::make_exception_ptr(std::domain_error("b")));
     EXPECT_THROW(queue.drain(), std::range_error);
     EXPECT_THROW(queue.run(), std::domain_error);
-    EXPECT_EQ(order, "1234");
     queue.drain();
     EXPECT_EQ(order, "12345");
 }
@@ -110,7 +109,6 @@ TEST(MainQueue, AfterShutdownNoBlockStartsAndDroppedBlocksMayUseTheQueue) {
     queue.post([&, held = whenDropped([&] { queue.post([&] { ++ran; }); })] { ++ran; });
     queue.drain();
     queue.rethrowLater(std::make_exception_ptr(std::runtime_error("late")));
-    queue.drain();
     queue.run();
     EXPECT_EQ(ran, 0);
 }
