@@ -1,5 +1,5 @@
-// http_attack ROUNDS: storms of requests, allocations and new threads that fail, and exits in the
-// middle. Status 1 when one of them did harm.
+// http_attack ROUNDS: storms of requests, allocations that fail, and exits in the middle of it.
+// Status 1 when one of them did harm.
 
 #include "http/CurlSession.h"
 #include "http/TransferLoop.h"
@@ -10,7 +10,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <dlfcn.h>
 #include <future>
 #include <latch>
 #include <random>
@@ -22,7 +21,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Which allocation, or new thread, on other threads than the first is to fail; none below 1.
+// Which of the allocations on other threads than the first is to fail; none below 1.
 std::atomic<long> untilFailure = 0;
 thread_local bool isFirstThread = false;
 
@@ -36,12 +35,6 @@ void* operator new(std::size_t size) {
 }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-extern "C" __attribute__((visibility("default"))) int
-pthread_create(pthread_t* id, const pthread_attr_t* how, void* (*run)(void*), void* arg) noexcept {
-    static const auto create =
-        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    return failsNow() ? EAGAIN : create(id, how, run, arg);
-}
 
 namespace {
 
