@@ -8,7 +8,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace morvellacinto::testing {
 

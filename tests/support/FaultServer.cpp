@@ -3,8 +3,6 @@
 #include <csignal>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <pthread.h>
-#include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -123,7 +121,6 @@ void FaultServer::serve(Connection& connection) {
             connection.close();
         }
         connection.tls = tls.get();
-        resumed_ += SSL_session_reused(tls.get());
     }
     std::string buffer;
     Request request;

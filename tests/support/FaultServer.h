@@ -3,16 +3,11 @@
 #include <openssl/ssl.h>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <list>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <string_view>
 #include <thread>
-#include <vector>
 
 namespace morvellacinto::testing {
 
@@ -40,8 +35,6 @@ public:
         /// Ends the connection in the middle of whatever was going on; `closeTls` says so first.
         void close();
         void closeTls() { SSL_shutdown(tls), close(); }
-        /// Something to resume the TLS session by.
-        void sendTicket() { SSL_new_session_ticket(tls), SSL_do_handshake(tls); }
 
     private:
         friend class FaultServer;
@@ -70,7 +63,6 @@ public:
     [[nodiscard]] int port() const { return port_; }
     [[nodiscard]] std::vector<Request> requests() const;
     [[nodiscard]] int connections() const { return connectionCount_; }
-    [[nodiscard]] int resumedTlsSessions() const { return resumed_; }
     /// True once `count` connections have come, or requests, or connections have ended; false
     /// when half a minute passes before that.
     [[nodiscard]] bool waitForConnections(int count) { return waitFor(connectionCount_, count); }
@@ -91,7 +83,6 @@ private:
     std::atomic<int> connectionCount_ = 0;
     std::atomic<int> requestCount_ = 0;
     std::atomic<int> closedCount_ = 0;
-    std::atomic<int> resumed_ = 0;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool stopping_ = false;

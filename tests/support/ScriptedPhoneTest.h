@@ -6,8 +6,6 @@
 
 #include <gmock/gmock.h>
 
-#include <utility>
-
 namespace morvellacinto {
 
 using namespace std::chrono_literals;

@@ -3,8 +3,6 @@
 #include "service/CertificateAuthority.h"
 #include "support/TemporaryDirectory.h"
 
-#include <cstdio>
-
 namespace morvellacinto::testing {
 
 using service::KeyKind;

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <regex>
 
 namespace morvellacinto::contract {
 namespace {
@@ -33,12 +33,10 @@ public:
             platform::HttpRequest& record = received.emplace_back();
             record.method = request.head.substr(0, request.head.find(' '));
             record.body = request.body;
-            std::istringstream lines(request.head);
-            for (std::string line; std::getline(lines, line);) {
-                if (const std::size_t colon = line.find(": "); colon != std::string::npos) {
-                    record.headers.push_back(
-                        {line.substr(0, colon), line.substr(colon + 2, line.size() - colon - 3)});
-                }
+            static const std::regex header("(\\S+): ([^\r]*)");
+            for (std::sregex_iterator each(request.head.begin(), request.head.end(), header), end;
+                 each != end; ++each) {
+                record.headers.push_back({(*each)[1], (*each)[2]});
             }
         }
         return received;

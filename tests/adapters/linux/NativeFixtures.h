@@ -4,11 +4,7 @@
 
 #include <morvellacinto/native/NativePlatform.h>
 
-#include <chrono>
-#include <functional>
-#include <memory>
 #include <poll.h>
-#include <string>
 
 namespace morvellacinto::native {
 
@@ -17,17 +13,18 @@ inline constexpr std::chrono::seconds generous(30);
 
 using testing::TemporaryDirectory;
 
-/// Drives the platform's main queue as a host's loop does, until `done` holds.
-inline bool pumpUntil(NativePlatform& platform, const std::function<bool()>& done) {
+/// Drives the main queue, or the platform's, as a host's loop does, until `done` holds.
+template <class Loop>
+bool pumpUntil(Loop& loop, const std::function<bool()>& done) {
     const auto deadline = std::chrono::steady_clock::now() + generous;
     while (!done()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
         // `done` may come true without a block: look again soon.
-        pollfd wanted{platform.descriptor(), POLLIN, 0};
+        pollfd wanted{loop.descriptor(), POLLIN, 0};
         if (poll(&wanted, 1, 1) == 1) {
-            platform.drain();
+            loop.drain();
         }
     }
     return true;

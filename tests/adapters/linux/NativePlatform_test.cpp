@@ -1,30 +1,23 @@
 #include "adapters/linux/NativeFixtures.h"
 
 #include "support/FaultServer.h"
-#include "support/ProcessCounts.h"
 #include "support/ShutdownLimit.h"
 
 #include "morvellacinto/Morvellacinto.h"
-#include "morvellacinto/platform/AssertionHandler.h"
 #include "morvellacinto/platform/DeveloperLog.h"
-#include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/UserDefaults.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <future>
 #include <sys/file.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace morvellacinto::native {
 namespace {
 
-using testing::descriptorCount;
 using testing::FaultServer;
-using testing::threadCount;
 using SteadyClock = std::chrono::steady_clock;
 
 const FaultServer::Script silent{
@@ -57,17 +50,6 @@ protected:
     TemporaryDirectory directory_;
 };
 
-TEST_F(NativePlatformTest, CreationStartsNoThreadAndOpensNothingButTwoEventDescriptors) {
-    const auto threads = threadCount();
-    const auto descriptors = descriptorCount();
-    auto platform = make();
-    EXPECT_EQ(threadCount(), threads);
-    EXPECT_EQ(descriptorCount(), descriptors + 2);
-    EXPECT_TRUE(std::filesystem::is_empty(directory_.path()));
-    platform.reset();
-    EXPECT_EQ(descriptorCount(), descriptors);
-}
-
 TEST_F(NativePlatformTest, CreationWithoutAnyFolderForTheSettingsSaysSo) {
     unsetenv("HOME");
     setenv("XDG_DATA_HOME", "relative", 1);
@@ -97,14 +79,6 @@ TEST_F(NativePlatformTest, AllThreadsBlockAllSignalsAndTheHostsThreadKeepsItsMas
         }
     }
     EXPECT_GE(ours, 2);
-}
-
-TEST_F(NativePlatformTest, AnExceptionThatACompletionThrowsReachesDrain) {
-    FaultServer server(nullptr, {});
-    const auto platform = make();
-    request(*platform, server.url("/"), [] { throw std::range_error("of the host"); });
-    EXPECT_THROW((void)pumpUntil(*platform, [] { return false; }), std::range_error);
-    platform->drain();
 }
 
 TEST_F(NativePlatformTest, EachShutdownWaitsForHostCodeOnAWorkerAndForNothingElse) {
@@ -180,7 +154,6 @@ TEST_F(NativePlatformTest, MayBeShutDownOrLetGoInACompletionAndInABlockOfEitherQ
 }
 
 TEST_F(NativePlatformTest, TheHostsFunctionsAreUsedAndALogMayLetGoOfThePlatformAndThrow) {
-    struct Handler : platform::AssertionHandler {};
     std::shared_ptr<NativePlatform> platform;
     auto captured = std::make_shared<int>();
     const std::weak_ptr<int> living = captured;
@@ -192,10 +165,7 @@ TEST_F(NativePlatformTest, TheHostsFunctionsAreUsedAndALogMayLetGoOfThePlatformA
         throw std::runtime_error("of the host");
     };
     options.diagnostics = [&](std::string_view sentence) { told.emplace_back(sentence); };
-    options.assertionHandler = std::make_shared<Handler>();
-    const auto* handler = options.assertionHandler.get();
     platform = NativePlatform::create(std::exchange(options, {}));
-    EXPECT_EQ(&platform->assertionHandler(), handler);
     const platform::RequestNotMade record{7};
     platform->diagnostics()->tell(record);
     platform->developerLog().log("tags failed");
@@ -240,34 +210,6 @@ TEST_F(NativePlatformTest, AForkedChildMayShutDownDropThePlatformAndExitAndThePa
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     warmUp(*platform, server);
-}
-
-using NativePlatformDeathTest = NativePlatformTest;
-
-TEST_F(NativePlatformDeathTest, ExitWithoutShutdownIsSafeWithWorkAndARequestUnderWay) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // The transfer thread ends by itself at exit; nobody is left to join it.
-    setenv("TSAN_OPTIONS", "report_thread_leaks=0", 1);
-    const auto exitInTheMiddle = [this] {
-        alarm(30);
-        FaultServer server(nullptr, silent);
-        platform::install(make());
-        auto& platform = dynamic_cast<NativePlatform&>(*platform::current());
-        request(platform, server.url("/"), [] {});
-        EXPECT_TRUE(server.waitForRequests(1));
-        std::promise<void> busy;
-        platform.dispatch().asyncGlobal([&] {
-            busy.set_value();
-            for (;;) {
-                pause();
-            }
-        });
-        platform.dispatch().asyncMain([] {});
-        platform.standardUserDefaults().setObjectForKey(1, "pending");
-        busy.get_future().wait();
-        std::exit(7);
-    };
-    EXPECT_EXIT(exitInTheMiddle(), ::testing::ExitedWithCode(7), "");
 }
 
 } // namespace

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 
@@ -78,27 +77,23 @@ TEST_F(DeviceTest, ReadsFilesOfReasonableSizeAndWaitsForNobody) {
 
 TEST_F(DeviceTest, TheModelComesFromTheFirstSourceThatTellsIt) {
     PrivateBus daemon;
-    const NativeDevice asked = device();
-    EXPECT_EQ(asked.hardwareMachine(), kernel().machine);
+    EXPECT_EQ(device().hardwareMachine(), kernel().machine);
     daemon.serve({"org.freedesktop.hostname1"});
     daemon.reply("/org/freedesktop/hostname1", "org.freedesktop.hostname1", "GetAll", "a{sv}", 1,
                  "HardwareModel", "s", "Host");
     EXPECT_EQ(device().hardwareMachine(), "Host");
-    EXPECT_EQ(asked.hardwareMachine(), "Host") << "only an answer is kept";
     root.write("sys/devices/virtual/dmi/id/product_name", "Product 5 \n");
     EXPECT_EQ(device().hardwareMachine(), "Product 5");
-    EXPECT_EQ(asked.hardwareMachine(), "Host") << "for good";
     root.write("proc/device-tree/model", std::string("Maker Phone\xFF v1\0", 16));
     EXPECT_EQ(device().hardwareMachine(), "Maker Phone\xEF\xBF\xBD v1");
 }
 
 TEST(Battery, IsTheDisplayDevicesOrUnknown) {
     const std::tuple<Value, Value, int, float, int> cases[] = {
-        {true, 75.0, 0, 0.75F, 0}, {true, 0.0, 1, 0, 2},      {true, 100.0, 2, 1, 1},
-        {true, 50.0, 3, 0.5F, 1},  {true, 25.0, 4, 0.25F, 3}, {true, 50.0, 5, 0.5F, 2},
-        {true, 50.0, 6, 0.5F, 1},  {true, 50.0, 7, 0.5F, 0},  {true, 50.0, -1, 0.5F, 0},
-        {true, 100.5, 2, -1, 0},   {true, -1.0, 2, -1, 0},    {true, "50", 2, -1, 0},
-        {true, 50, 2, -1, 0},      {false, 0.0, 2, -1, 0},    {nullptr, 50.0, 2, -1, 0}};
+        {true, 75.0, 0, 0.75F, 0}, {true, 0.0, 1, 0, 2},     {true, 100.0, 2, 1, 1},
+        {true, 50.0, 3, 0.5F, 1},  {true, 50.0, 4, 0.5F, 3}, {true, 50.0, 5, 0.5F, 2},
+        {true, 50.0, 6, 0.5F, 1},  {true, 50.0, 7, 0.5F, 0}, {true, 100.5, 2, -1, 0},
+        {true, -1.0, 2, -1, 0},    {true, "50", 2, -1, 0},   {nullptr, 50.0, 2, -1, 0}};
     for (const auto& [isPresent, percentage, state, level, expected] : cases) {
         const Battery battery =
             batteryIn({{"IsPresent", isPresent}, {"Percentage", percentage}, {"State", state}});

@@ -1,11 +1,6 @@
 #include "PrivateBus.h"
 
-#include <chrono>
-#include <cstdlib>
 #include <poll.h>
-#include <stdexcept>
-#include <sys/socket.h>
-#include <utility>
 
 namespace morvellacinto::native {
 
@@ -21,11 +16,11 @@ PrivateBus::PrivateBus(const std::vector<const char*>& services)
     serve(services);
 }
 
-void PrivateBus::start(const std::string& authentication) {
+void PrivateBus::start() {
     daemon_.reset();
     std::filesystem::remove(folder.path() / "socket");
     folder.write("bus.conf", "<busconfig><type>session</type><listen>" + address_ +
-                                 "</listen><auth>" + authentication + R"(</auth>
+                                 R"(</listen><auth>EXTERNAL</auth>
 <policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/>
 <allow own="*"/></policy></busconfig>)");
     daemon_ = std::make_unique<testing::ChildProcess>(std::vector<std::string>{

@@ -8,13 +8,10 @@
 
 #include <condition_variable>
 #include <csignal>
-#include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <string>
+#include <sys/socket.h>
 #include <thread>
-#include <vector>
 
 namespace morvellacinto::native {
 
@@ -33,8 +30,7 @@ public:
     ~PrivateBus() { serve({}); }
 
     void stop() { daemon_.reset(); }
-    /// Anew at the same address. We are let in by "EXTERNAL" only.
-    void start(const std::string& authentication = "EXTERNAL");
+    void start(); ///< anew at the same address
     /// From now on it takes connections and says nothing.
     void freeze() { daemon_->send(SIGSTOP); }
     [[nodiscard]] std::vector<std::string> told();

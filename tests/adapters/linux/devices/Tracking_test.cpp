@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 namespace morvellacinto::native {
 namespace {
 
@@ -125,7 +123,6 @@ TEST_F(TrackingTest, TellsWhetherADecisionIsDurableAndKeepsItInAnyCase) {
     canRead = true;
     EXPECT_EQ(tracking->advertisingIdentifier(), madeMeanwhile);
     EXPECT_EQ(store["advertisingIdentifier"], madeMeanwhile->text());
-    EXPECT_EQ(madeMeanwhile->bytes()[6] >> 4, 4) << "a random identifier";
     store["advertisingIdentifier"] = "damaged";
     start();
     EXPECT_NE(tracking->advertisingIdentifier(), madeMeanwhile);

