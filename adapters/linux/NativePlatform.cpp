@@ -121,20 +121,20 @@ public:
     }
     [[nodiscard]] bool wantsRoutine() const noexcept override { return *observer_ != nullptr; }
     void tell(const platform::Diagnostic& record) noexcept override {
-        const auto sentences = sentences_; // the host may let go of this meanwhile
         try {
-            if (const auto observer = observer_; *observer) {
-                (*observer)(record);
+            const auto sentences = sentences_; // the host may let go of this meanwhile
+            const auto observer = observer_;
+            const bool isRoutine =
+                std::visit([]<class R>(const R&) { return platform::isRoutine<R>; }, record);
+            const std::string sentence = isRoutine ? "" : sentenceOf(record);
+            try {
+                *observer ? (*observer)(record) : void();
+            } catch (...) {
+                // As for what writes lines.
             }
+            isRoutine ? void() : sentences(sentence);
         } catch (...) {
-            // As for what writes lines.
-        }
-        try {
-            if (!std::visit([]<class R>(const R&) { return platform::isRoutine<R>; }, record)) {
-                sentences(sentenceOf(record));
-            }
-        } catch (...) {
-            // As above.
+            // There is no memory to say it.
         }
     }
 
