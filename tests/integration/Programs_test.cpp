@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -83,6 +84,7 @@ TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
     const std::string array = file("array.json", "[]");
     const std::string badStep = file("steps.json", R"([{}, {"status": 600}])");
     const std::string missing = folder.path() / "missing";
+    const std::string url = "https://a.invalid";
     const std::string needed = "an array where an object was expected";
     const Words program = hostCommand({});
     const Words service{MORVELLACINTO_SERVICE};
@@ -102,7 +104,8 @@ TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
         {program, {"collect", "--payload", array}, needed},
         {program, {"query", file("broken.json", R"({"a": )")}, "broken.json"},
         {program, {"query", file("tags.json", R"({"sizes": [1]})")}, "sizes"},
-        {program, {"settings", "set", "key", "{1}"}, "{1}"},
+        {program, {"settings", "set", "key", "1,2"}, "1,2"},
+        {program, {"request", "post", url, "--payload", file("5.json", "5")}, "is an integer"},
         {program, {"--device", file("0.json", R"({"model": 0})"), "payload"}, "model is 0"},
         {program, {"--ca-file", missing, "url"}, missing},
         {service, {"--port", "65536"}, "65536"},
@@ -126,7 +129,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
         {{"round", "59.3293371", "5"}, 0, "59.32934\n", ""},
         {{"round", "--", "-2.5", "0"}, 0, "-3\n", ""},
         {{"query", "-"}, 0, "a=1%202&a=3\n", ""},
-        {{"query"}, 4, "", "there is no cached \"tags\" that is an object\n"},
+        {{"--times", "2", "query"}, 4, "", "there is no cached \"tags\" that is an object\n"},
         {{"cached", "tags"}, 4, "", "there is no cached \"tags\"\n"},
         {{"settings", "get", "url"}, 4, "", "there is no setting \"url\"\n"},
         {{"settings", "set", "flag", "true"}, 0, "", ""},
@@ -139,7 +142,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
          "{\"domain\":\"morvellacinto.host\",\"code\":1,\"message\":\"the setting was not "
          "changed\"}\n"},
         {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]}}\n", ""},
-        {{"settings", "set-date", "when", "-3600.5"}, 0, "", ""},
+        {{"settings", "set-date", "when", "-3e9"}, 0, "", ""},
         {{"--service-url", "https://a.invalid/v5", "url"}, 0, "https://a.invalid/v5\n", ""},
     };
     for (const auto& [words, status, output, errors] : cases) {
@@ -149,7 +152,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
         EXPECT_EQ(finished.errors, errors) << words.back();
     }
     EXPECT_THAT(host({"settings", "get", "when"}).output,
-                ::testing::MatchesRegex(R"(\{"date":"20[0-9T:-]+\.[0-9]+Z"\}.)"));
+                ::testing::MatchesRegex(R"(\{"date":"19[0-9T:-]+\.[0-9]+Z"\}.)"));
     EXPECT_THAT(host({"--version"}).output, StartsWith("@(#)PROGRAM:Morvellacinto"));
 }
 
@@ -219,6 +222,12 @@ TEST_F(Programs, TheScriptedPhoneStandsForTheDeviceAndTheOptionsForTheRest) {
     const Finished unrounded = host({"--device", phone, "--decimals", "-1", "--wait", "1", "tags"});
     EXPECT_EQ(unrounded.status, 3);
     EXPECT_THAT(unrounded.errors, StartsWith("log: tags failed\n"));
+    const std::string slow =
+        file("slow.json", R"({"trackingAuthorization": 0, "location": {"delaySeconds": 60}})");
+    const Finished early = host({"--device", slow, "--decimals", "-1", "--wait", "0.1",
+                                 "--ask-tracking", "--verbose", "tags"});
+    EXPECT_THAT(early.errors, HasSubstr("permissionAsked"));
+    EXPECT_THAT(early.errors, ::testing::Not(HasSubstr("tags failed")));
 }
 
 TEST_F(Programs, TagsAreFetchedOnceAndThenServedFromTheCacheAlsoByLaterLaunches) {
@@ -258,7 +267,7 @@ TEST_F(Programs, UploadsGoOutWithTheHeadersThatTheServiceKnowsAndTheirBodiesUnch
     EXPECT_EQ(headers.value("API_TOKEN", ""), "6E1F3C1A-8C5B-4C0E-9B57-5F3B1D0A7C42");
     EXPECT_EQ(headers.value("Accept-Encoding", ""), "gzip");
     EXPECT_EQ(headers.value("Content-Type", ""), "application/x-www-form-urlencoded");
-    EXPECT_FALSE(headers.contains("Expect"));
+    EXPECT_FALSE(headers.contains("Expect") || headers.contains("REMOTE_ADDR"));
     EXPECT_EQ(uploads[0]["body"], payload);
     EXPECT_FALSE(uploads[1]["headers"].contains("API_TOKEN"));
     EXPECT_EQ(uploads[1]["bytes"], 32);
@@ -310,7 +319,7 @@ TEST_F(Programs, MalformedUploadsAreToldWhatIsWrongWithThem) {
                 HasSubstr("/v5/audience/"));
 }
 
-TEST_F(Programs, TheServiceEndsOnSigtermWithAnAnswerPending) {
+TEST_F(Programs, TheServiceEndsOnSigtermWithAnAnswerPendingAndLeavesNoFile) {
     const Service service = startService({{{"delaySeconds", 60}}});
     ChildProcess waiting(hostCommand(clientWords(service, {"--wait", "60", "collect", "--force"})));
     while (service.uploads().empty()) {
@@ -321,6 +330,12 @@ TEST_F(Programs, TheServiceEndsOnSigtermWithAnAnswerPending) {
     EXPECT_EQ(service.process->finish().status, 0);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
     EXPECT_EQ(waiting.finish().status, 1);
+    ChildProcess other({MORVELLACINTO_SERVICE});
+    const std::string authority = json::parse(other.readLine()).at("ca");
+    EXPECT_TRUE(std::filesystem::exists(authority));
+    other.send(SIGTERM);
+    EXPECT_EQ(other.finish().status, 0);
+    EXPECT_FALSE(std::filesystem::exists(authority));
 }
 
 } // namespace
