@@ -98,10 +98,24 @@ enum class Letter { a, b, other };
 AVJSON_NAMES(Letter, {Letter::a, "a"}, {Letter::b, "b"})
 enum class Number : std::int16_t {};
 
+struct Point {
+    AVJSON_CLASS(Point, void, a, b)
+
+    int a = 0;
+    std::string b;
+};
+
+class Shared : public AVObject {
+    AVJSON_CLASS(Shared, AVObject, a, b)
+
+    Point a;
+    std::map<std::string, Ref<Shared>> b;
+};
+
 /// A struct with every type that `Kinds` has not, of which an import restores what an export gave.
 struct Types {
     AVJSON_CLASS(Types, void, a, (b, "b", AVText), c, d, e, f, g, h, i, j, k, l, m,
-                 (o, "o", AVText), p, q, r, s, t, (u, "u", AVText), (ident, "id"), v)
+                 (o, "o", AVText), p, q, r, s, t, (u, "u", AVText), (ident, "id"), v, w, x, y)
 
     Date a;
     Date b;
@@ -125,6 +139,9 @@ struct Types {
     std::map<std::string, std::vector<std::chrono::sys_seconds>> u;
     std::optional<Value> ident;
     std::string_view v() const { return "view"; }
+    Point w;
+    std::vector<Ref<Shared>> x;
+    std::chrono::sys_time<std::chrono::duration<std::int32_t>> y{};
 };
 
 template <class T>
@@ -207,6 +224,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                               {"fails", "AVObject"}};
     tryNaturally<Types>(*json);
     tryNaturally<std::vector<Types>>(*json);
+    tryNaturally<Shared>(*json);
     import(*json, AVClass::of<Kinds>(), {});
     import(*json, "Kinds", mapping);
     import(*json, existing, mapping);

@@ -4,8 +4,6 @@
 #include "morvellacinto/jsonmapping/AVJSON.h"
 
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace morvellacinto {
 
@@ -15,7 +13,7 @@ inline Array array(std::string_view json) { return readJson(json).value().asArra
 /// Object-typed properties, which take whatever is set.
 class Thing : public AVObject {
     AVJSON_CLASS(Thing, AVObject, ident, count, node, nodes, other, shout, keysAsked,
-                 aNameOfManyLetters)
+                 aNameOfManyLetters, (node, "@count"))
 
     AVValue<> ident;
     AVValue<"NSNumber"> count;
@@ -27,16 +25,9 @@ class Thing : public AVObject {
     std::string shout() const { return "HO"; }
     int keysAsked() const { throw std::runtime_error("nobody may ask"); }
 
-    static std::vector<std::string> names() { return {"ident", "count", "node", "nodes", "other"}; }
     Array keysForExport() const override { return exportKeys; }
     Array exportKeys = Array::of({"ident", "count", "node", "nodes", "other"});
 };
-
-inline Ref<Thing> filled(std::string_view json, const NodeMapping& nodes = {}) {
-    auto thing = makeInstance<Thing>();
-    thing->setAvValuesForKeysWithDictionary(object(json), nodes);
-    return thing;
-}
 
 class Journey;
 
@@ -71,7 +62,6 @@ class Harbour : public Place {
     static void describeMembers(AVDescription<Harbour>& harbour) {
         harbour.property<&Harbour::berths, &Harbour::setBerths>("berths");
         harbour.property<&Harbour::berths>("berthCount", "T@\"NSNumberFormatter\",R,N,V_berths");
-        harbour.reader<&Harbour::berths>("name.of.berths");
         harbour.reader<&Harbour::upperName>("name");
     }
 
@@ -82,7 +72,7 @@ class Harbour : public Place {
             throw berths;
         }
         if (berths < 0) {
-            throw std::invalid_argument("a harbour cannot have less than no berths");
+            throw std::invalid_argument("too few berths");
         }
         berths_ = berths;
     }
@@ -95,7 +85,7 @@ class Harbour : public Place {
         return key == "ident" ? "id" : Place::sourceKeyForExceptionKey(key);
     }
     bool isNumberProperty(std::string_view key) const override {
-        return key == "other" || Place::isNumberProperty(key);
+        return key == "anchorages" || Place::isNumberProperty(key);
     }
     std::string description() const override { return "the harbour\nof " + name; }
 

@@ -12,11 +12,9 @@ class Skipping : public Described {
     AVJSON_CLASS(Skipping, AVObject)
 };
 #elif CASE == 2 // AVJSON_CLASS_TAKES_AT_MOST_86_MEMBERS
+#define ELEVEN a, a, a, a, a, a, a, a, a, a, a
 struct Large {
-    AVJSON_CLASS(Large, void, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a,
-                 a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a,
-                 a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a,
-                 a, a, a, a, a, a, a, a)
+    AVJSON_CLASS(Large, void, ELEVEN, ELEVEN, ELEVEN, ELEVEN, ELEVEN, ELEVEN, ELEVEN, ELEVEN)
 
     int a = 0;
 };

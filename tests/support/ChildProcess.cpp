@@ -7,7 +7,6 @@
 #include <array>
 #include <csignal>
 #include <fcntl.h>
-#include <stdexcept>
 #include <system_error>
 #include <unistd.h>
 
@@ -30,16 +29,13 @@ std::string readAll(int descriptor) {
 ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::string& input)
     : errors_(memfd_create("errors", MFD_CLOEXEC)) {
     const int in = memfd_create("input", MFD_CLOEXEC);
-    if (write(in, input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
-        throw std::runtime_error("no memory for a program's input");
-    }
+    const auto size = write(in, input.data(), input.size());
     lseek(in, 0, SEEK_SET);
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe2");
+    if (size != std::ssize(input) || pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), command.front());
     }
     output_ = ends[0];
-
     std::vector<char*> words;
     for (const std::string& word : command) {
         words.push_back(const_cast<char*>(word.c_str()));

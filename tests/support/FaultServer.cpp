@@ -1,6 +1,5 @@
 #include "support/FaultServer.h"
 
-#include <arpa/inet.h>
 #include <csignal>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -10,23 +9,6 @@
 #include <unistd.h>
 
 namespace morvellacinto::testing {
-
-namespace {
-
-// So that SIGPIPE still ends a test whose code under test lets it through.
-void blockSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
-}
-
-std::size_t contentLength(const std::string& head) {
-    constexpr std::string_view name = "\r\nContent-Length: ";
-    const std::size_t found = head.find(name);
-    return found == std::string::npos ? 0 : std::stoul(head.substr(found + name.size()));
-}
-
-} // namespace
 
 std::string answer(int status, std::string_view body, std::string_view extraHeaders) {
     return "HTTP/1.1 " + std::to_string(status) +
@@ -53,8 +35,6 @@ void FaultServer::Connection::write(std::string_view bytes) {
     }
 }
 
-void FaultServer::Connection::stall() { pause(std::chrono::hours(1)); }
-
 void FaultServer::Connection::pause(std::chrono::milliseconds duration) {
     std::unique_lock lock(server->mutex_);
     ended |= server->changed_.wait_for(lock, duration, [this] { return server->stopping_; });
@@ -65,17 +45,10 @@ void FaultServer::Connection::close() {
     ended = true;
 }
 
-void FaultServer::Connection::closeTls() {
-    SSL_shutdown(tls);
-    close();
-}
-
-FaultServer::FaultServer(std::shared_ptr<SSL_CTX> tls, Script script, const char* address)
+FaultServer::FaultServer(std::shared_ptr<SSL_CTX> tls, Script script)
     : tls_(std::move(tls)), script_(std::move(script)),
       listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in place{};
-    place.sin_family = AF_INET;
-    inet_pton(AF_INET, address, &place.sin_addr);
+    sockaddr_in place{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t length = sizeof place;
     if (::bind(listener_, reinterpret_cast<sockaddr*>(&place), length) != 0 ||
         ::listen(listener_, SOMAXCONN) != 0 ||
@@ -114,25 +87,16 @@ std::vector<FaultServer::Request> FaultServer::requests() const {
     return requests_;
 }
 
-bool FaultServer::waitForConnections(int count) {
-    return waitFor([this, count] { return connectionCount_ >= count; });
-}
-
-bool FaultServer::waitForRequests(std::size_t count) {
-    return waitFor([this, count] { return requests_.size() >= count; });
-}
-
-bool FaultServer::waitForClosed(int count) {
-    return waitFor([this, count] { return closedCount_ >= count; });
-}
-
-bool FaultServer::waitFor(const std::function<bool()>& condition) {
+bool FaultServer::waitFor(const std::atomic<int>& counter, int count) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(30), condition);
+    return changed_.wait_for(lock, std::chrono::seconds(30), [&] { return counter >= count; });
 }
 
 void FaultServer::acceptAll() {
-    blockSignals();
+    // So that SIGPIPE still ends a test whose code under test lets it through.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
     for (int socket = 0; (socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
         const std::lock_guard lock(mutex_);
         const int on = 1;
@@ -167,6 +131,7 @@ void FaultServer::serve(Connection& connection) {
         {
             const std::lock_guard lock(mutex_);
             requests_.push_back(request);
+            ++requestCount_;
             changed_.notify_all();
         }
         script_.onRequest(connection, request);
@@ -178,22 +143,26 @@ void FaultServer::serve(Connection& connection) {
 }
 
 bool FaultServer::readRequest(Connection& connection, std::string& buffer, Request& request) {
-    std::size_t wanted = 0;
+    constexpr std::string_view lengthName = "\r\nContent-Length: ";
     for (;;) {
-        const std::size_t headEnd = buffer.find("\r\n\r\n");
-        if (headEnd != std::string::npos) {
+        if (const auto headEnd = buffer.find("\r\n\r\n"); headEnd != std::string::npos) {
             request.head = buffer.substr(0, headEnd + 4);
-            wanted = request.head.size() + contentLength(request.head);
-            if (buffer.size() >= wanted) {
-                request.body = buffer.substr(request.head.size(), wanted - request.head.size());
-                buffer.erase(0, wanted);
+            const auto length = request.head.find(lengthName);
+            const std::size_t size =
+                length == std::string::npos
+                    ? 0
+                    : std::stoul(request.head.substr(length + lengthName.size()));
+            if (buffer.size() >= request.head.size() + size) {
+                request.body = buffer.substr(request.head.size(), size);
+                buffer.erase(0, request.head.size() + size);
                 return true;
             }
         }
         char bytes[16384];
-        const ssize_t count = connection.tls != nullptr
-                                  ? SSL_read(connection.tls, bytes, sizeof bytes)
-                                  : ::recv(connection.socket, bytes, sizeof bytes, 0);
+        const auto count =
+            connection.tls != nullptr
+                ? SSL_read(connection.tls, bytes, sizeof bytes)
+                : static_cast<int>(::recv(connection.socket, bytes, sizeof bytes, 0));
         if (count <= 0) {
             return false;
         }

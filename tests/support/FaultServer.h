@@ -20,7 +20,7 @@ namespace morvellacinto::testing {
 [[nodiscard]] std::string answer(int status, std::string_view body,
                                  std::string_view extraHeaders = {});
 
-/// An HTTP/1.1 server on a loopback address that misbehaves as told, at the level of bytes.
+/// An HTTP/1.1 server on 127.0.0.1 that misbehaves as told, at the level of bytes.
 class FaultServer {
 public:
     struct Request {
@@ -34,13 +34,12 @@ public:
     class Connection {
     public:
         void write(std::string_view bytes);
-        /// Returns when the server is being destroyed.
-        void stall();
         /// Shorter when the server is being destroyed.
         void pause(std::chrono::milliseconds duration);
+        void stall() { pause(std::chrono::hours(1)); }
         /// Ends the connection in the middle of whatever was going on; `closeTls` says so first.
         void close();
-        void closeTls();
+        void closeTls() { SSL_shutdown(tls), close(); }
         /// Something to resume the TLS session by.
         void sendTicket() { SSL_new_session_ticket(tls), SSL_do_handshake(tls); }
 
@@ -61,8 +60,8 @@ public:
             [](Connection& connection, const Request&) { connection.write(answer(200, "{}")); };
     };
 
-    /// Plain HTTP without `tls`. `address` is an IPv4 loopback address.
-    FaultServer(std::shared_ptr<SSL_CTX> tls, Script script, const char* address = "127.0.0.1");
+    /// Plain HTTP without `tls`.
+    FaultServer(std::shared_ptr<SSL_CTX> tls, Script script);
     FaultServer(const FaultServer&) = delete;
     FaultServer& operator=(const FaultServer&) = delete;
     ~FaultServer();
@@ -74,30 +73,31 @@ public:
     [[nodiscard]] int resumedTlsSessions() const { return resumed_; }
     /// True once `count` connections have come, or requests, or connections have ended; false
     /// when half a minute passes before that.
-    [[nodiscard]] bool waitForConnections(int count);
-    [[nodiscard]] bool waitForRequests(std::size_t count);
-    [[nodiscard]] bool waitForClosed(int count);
+    [[nodiscard]] bool waitForConnections(int count) { return waitFor(connectionCount_, count); }
+    [[nodiscard]] bool waitForRequests(int count) { return waitFor(requestCount_, count); }
+    [[nodiscard]] bool waitForClosed(int count) { return waitFor(closedCount_, count); }
 
 private:
     void acceptAll();
     void serve(Connection& connection);
-    [[nodiscard]] bool waitFor(const std::function<bool()>& condition);
-    [[nodiscard]] bool readRequest(Connection& connection, std::string& buffer, Request& request);
+    [[nodiscard]] bool waitFor(const std::atomic<int>& counter, int count);
+    [[nodiscard]] static bool readRequest(Connection& connection, std::string& buffer,
+                                          Request& request);
 
     const std::shared_ptr<SSL_CTX> tls_;
     const Script script_;
     int listener_ = -1;
     int port_ = 0;
     std::atomic<int> connectionCount_ = 0;
+    std::atomic<int> requestCount_ = 0;
     std::atomic<int> closedCount_ = 0;
     std::atomic<int> resumed_ = 0;
-    std::thread acceptor_;
-
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool stopping_ = false;
     std::list<Connection> connections_;
     std::vector<Request> requests_;
+    std::thread acceptor_;
 };
 
 } // namespace morvellacinto::testing

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace morvellacinto::testing {
@@ -19,6 +20,11 @@ public:
     ~TemporaryDirectory() { std::filesystem::remove_all(path_); }
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+    /// Makes the folders above it too.
+    void write(const std::filesystem::path& file, std::string_view content) const {
+        std::filesystem::create_directories((path_ / file).parent_path());
+        std::ofstream(path_ / file, std::ios::binary) << content;
+    }
 
 private:
     std::filesystem::path path_;

@@ -4,10 +4,6 @@
 #include "support/TemporaryDirectory.h"
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
 
 namespace morvellacinto::testing {
 
@@ -17,7 +13,7 @@ using service::KeyKind;
 class TestAuthority {
 public:
     explicit TestAuthority(KeyKind kind = KeyKind::p256) : authority_(kind) {
-        std::ofstream(file_) << authority_.pem();
+        directory_.write("authority.pem", authority_.pem());
     }
 
     [[nodiscard]] const std::filesystem::path& file() const { return file_; }

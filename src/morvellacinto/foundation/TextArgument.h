@@ -8,12 +8,15 @@
 
 namespace morvellacinto {
 
-/// A parameter that takes text: whatever a string view is made of, but not nullptr.
+/// A parameter that takes text: whatever a string view is made of, but not nullptr. A pointer that
+/// turns out to be null is the empty text.
 class TextArgument : public std::string_view {
 public:
     template <std::convertible_to<std::string_view> T>
-    requires(!std::is_null_pointer_v<T>) constexpr TextArgument(const T& text)
+    requires(!std::convertible_to<const T&, const char*>) constexpr TextArgument(const T& text)
         : std::string_view(text) {}
+    constexpr TextArgument(const char* text)
+        : std::string_view(text == nullptr ? std::string_view() : std::string_view(text)) {}
     constexpr TextArgument(const char* text, std::size_t length) : std::string_view(text, length) {}
     TextArgument(std::nullptr_t) = delete;
 };

@@ -12,7 +12,6 @@
 #include <mutex>
 #include <shared_mutex>
 #include <stdexcept>
-#include <typeinfo>
 #include <unordered_map>
 #include <utility>
 
@@ -74,7 +73,7 @@ constexpr std::uint64_t upperHalf = 0xFFFFFFFF00000000U;
 
 } // namespace
 
-const AVClass* AVClass::named(std::string_view name) {
+const AVClass* AVClass::named(TextArgument name) {
     // Of two classes with that name one may not be known yet.
     while (describeRelated()) {
     }

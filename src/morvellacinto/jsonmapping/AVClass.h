@@ -81,7 +81,7 @@ public:
     /// some of them, will do; throws std::logic_error when that fits several classes and is the
     /// whole name of none. Known are the classes that `of` was ever called for, and with each class
     /// its base class and the classes that its properties and readers point to.
-    [[nodiscard]] static const AVClass* named(std::string_view name);
+    [[nodiscard]] static const AVClass* named(TextArgument name);
 
     [[nodiscard]] std::string_view name() const noexcept { return draft_.name; }
     /// Null for `AVObject` and for structs without a described base.
@@ -99,7 +99,7 @@ public:
     [[nodiscard]] Ref<AVObject> makeInstance() const;
 
     /// The property or reader of that name, of this class or an ancestor, or null.
-    [[nodiscard]] const AVMember* find(std::string_view name) const { return member(Value(name)); }
+    [[nodiscard]] const AVMember* find(TextArgument name) const { return member(Value(name)); }
     /// The same for a name that is in a value already; null for what is no string.
     [[nodiscard]] const AVMember* member(const Value& name) const noexcept;
 

@@ -69,25 +69,22 @@ std::optional<bool> toBool(const Value& value) {
 
 std::optional<std::uint64_t> toInteger(const Value& value, std::int64_t lowest,
                                        std::uint64_t highest) {
-    switch (value.kind()) {
-    case Value::Kind::boolean:
-        return value.asBool() ? 1 : 0;
-    case Value::Kind::integer:
-        return !ValueAccess::isUnsignedInteger(value) && value.asInt64() < 0
-                   ? static_cast<std::uint64_t>(std::max(value.asInt64(), lowest))
-                   : std::min(value.asUInt64(), highest);
-    case Value::Kind::float32:
-    case Value::Kind::float64:
+    if (value.kind() == Value::Kind::integer) {
+        const auto number = ValueAccess::number<std::int64_t>(value);
+        return number < 0 && !ValueAccess::isUnsignedInteger(value)
+                   ? static_cast<std::uint64_t>(std::max(number, lowest))
+                   : std::min(static_cast<std::uint64_t>(number), highest);
+    }
+    if (value.isNumber()) {
         return saturated(value.asDouble(), lowest, highest);
-    case Value::Kind::string: {
+    }
+    if (value.isString()) {
         const Signed number(value.asString());
         const std::uint64_t magnitude = leadingDigits(
             number.rest, number.negative ? 0 - static_cast<std::uint64_t>(lowest) : highest);
         return number.negative ? 0 - magnitude : magnitude;
     }
-    default:
-        return std::nullopt;
-    }
+    return value.isBool() ? std::optional<std::uint64_t>(value.asBool()) : std::nullopt;
 }
 
 std::optional<double> toDouble(const Value& value) {

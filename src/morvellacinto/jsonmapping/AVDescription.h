@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <type_traits>
-#include <typeinfo>
 #include <utility>
 
 namespace morvellacinto {
@@ -27,7 +26,7 @@ public:
     /// A data member: a property that can be read and, unless it is const, set; its type has an
     /// `AVType`. A member function without arguments: a reader with no property behind it.
     template <auto Member, class Form = void>
-    void member(std::string_view name) {
+    void member(TextArgument name) {
         if constexpr (std::is_member_object_pointer_v<decltype(Member)>) {
             property<Member, Form>(name);
         } else {
@@ -38,7 +37,7 @@ public:
     /// A property that is a data member, or one with a getter alone, which can only be read.
     /// `attributes` replace the attribute text that the type gives.
     template <auto Accessor, class Form = void>
-    void property(std::string_view name, std::string_view attributes = {}) {
+    void property(TextArgument name, std::string_view attributes = {}) {
         using Result = std::invoke_result_t<decltype(Accessor), T&>;
         constexpr bool writable = std::is_member_object_pointer_v<decltype(Accessor)> &&
                                   !std::is_const_v<std::remove_reference_t<Result>>;
@@ -54,7 +53,7 @@ public:
     /// A property behind a getter and a setter, which takes what the getter gives. A setter may
     /// throw; that ends the import of the object.
     template <auto Getter, auto Setter, class Form = void>
-    void property(std::string_view name, std::string_view attributes = {}) {
+    void property(TextArgument name, std::string_view attributes = {}) {
         using Taken = Held<Getter>;
         declare<Getter, Form>(name, attributes, true).take = [](void* object, const Value* value,
                                                                 AVImporter& importer) {
@@ -69,7 +68,7 @@ public:
 
     /// A computed value, with no property behind it.
     template <auto Reader, class Form = void>
-    void reader(std::string_view name) {
+    void reader(TextArgument name) {
         AVProperty::relate<Held<Reader>, Form>(draft_);
         AVMember& made = draft_.members.emplace_back();
         made.name = name;
@@ -99,7 +98,7 @@ private:
     }
 
     template <auto Getter, class Form>
-    AVMember& declare(std::string_view name, std::string_view attributes, bool writable) {
+    AVMember& declare(TextArgument name, std::string_view attributes, bool writable) {
         reader<Getter, Form>(name);
         AVMember& made = draft_.members.back();
         made.attributes = attributes;

@@ -77,36 +77,14 @@ platform::ValueSkipped AVImporter::refused(std::string_view className,
 
 void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
                       const Object& dictionary) {
-    const bool asIs = self == nullptr || described.hasDefaultKeys(*self);
-    const NodeMapping* const nodes = self == nullptr ? nullptr : nodeMapping_;
-    MemberFinder members(described);
     const Object::Member* at = nullptr;
     const auto tellEnd = [&](const char* reason) {
         tell(platform::ImportEnded{std::string(described.name()),
                                    at == nullptr ? "" : std::string(at->key()), reason});
     };
-    const auto take = [&](const Object::Member& each) {
-        const NodeClass* const node =
-            nodes == nullptr ? nullptr : nodes->find(ValueAccess::key(each));
-        if (node != nullptr) {
-            takeNode(*self, each, *node);
-            return;
-        }
-        const AVMember* const named = members.member(ValueAccess::keyValue(each));
-        if (!asIs || named == nullptr || named->isSpecial ||
-            (named->isNumber && each.value.isString())) {
-            takePlain(object, asIs ? nullptr : self, described, dictionary, each, named);
-        } else if (!each.value.isNull()) {
-            setOrTell(object, described, &each.value, *named);
-        }
-    };
     platform::guarded(log_, initFailed, [&] {
         try {
-            const Level level(*this);
-            for (const Object::Member& each : dictionary) {
-                at = &each;
-                take(each);
-            }
+            takeAll(object, self, described, dictionary, at);
         } catch (const std::bad_alloc&) {
             throw; // there is no memory for words about it
         } catch (const std::exception& error) {
@@ -117,6 +95,29 @@ void AVImporter::fill(void* object, AVObject* self, const AVClass& described,
             throw;
         }
     });
+}
+
+void AVImporter::takeAll(void* object, AVObject* self, const AVClass& described,
+                         const Object& dictionary, const Object::Member*& at) {
+    const Level level(*this);
+    const bool asIs = self == nullptr || described.hasDefaultKeys(*self);
+    const NodeMapping* const nodes = self == nullptr ? nullptr : nodeMapping_;
+    MemberFinder members(described);
+    for (const Object::Member& each : dictionary) {
+        at = &each;
+        if (const NodeClass* node =
+                nodes == nullptr ? nullptr : nodes->find(ValueAccess::key(each))) {
+            takeNode(*self, each, *node);
+            continue;
+        }
+        const AVMember* const named = members.member(ValueAccess::keyValue(each));
+        if (!asIs || named == nullptr || named->isSpecial ||
+            (named->isNumber && each.value.isString())) {
+            takePlain(object, asIs ? nullptr : self, described, dictionary, each, named);
+        } else if (!each.value.isNull()) {
+            setOrTell(object, described, &each.value, *named);
+        }
+    }
 }
 
 void AVImporter::takeNode(AVObject& object, const Object::Member& member,

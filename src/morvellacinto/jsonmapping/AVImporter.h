@@ -59,6 +59,9 @@ public:
 
 private:
     void fill(void* object, AVObject* self, const AVClass& described, const Object& dictionary);
+    /// Leaves in `at` how far it has come. A function of its own keeps its state in registers.
+    void takeAll(void* object, AVObject* self, const AVClass& described, const Object& dictionary,
+                 const Object::Member*& at);
     void takeNode(AVObject& object, const Object::Member& member, const NodeClass& nodeClass);
     /// A plain key as the object wants it, if it is to be asked, or one that wants more than
     /// setting.

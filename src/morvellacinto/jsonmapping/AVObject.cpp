@@ -76,9 +76,9 @@ Array AVObject::keysForExport() const { return {}; }
 
 std::string AVObject::description() const { return std::string(avClass().name()); }
 
-bool AVObject::answers(std::string_view name) const { return avClass().find(name) != nullptr; }
+bool AVObject::answers(TextArgument name) const { return avClass().find(name) != nullptr; }
 
-std::optional<Value> AVObject::valueForKey(std::string_view name) const {
+std::optional<Value> AVObject::valueForKey(TextArgument name) const {
     const AVMember* member = avClass().find(name);
     if (member == nullptr) {
         throw std::out_of_range(std::string(avClass().name()) + " has no property or reader \"" +
@@ -88,13 +88,13 @@ std::optional<Value> AVObject::valueForKey(std::string_view name) const {
     return member->give(this, reader);
 }
 
-std::optional<Value> AVObject::valueForKeyPath(std::string_view path) const {
+std::optional<Value> AVObject::valueForKeyPath(TextArgument path) const {
     const std::size_t end = path.find('.');
     std::optional<Value> value = valueForKey(path.substr(0, end));
     return end == std::string_view::npos || !value ? value : followed(*value, path.substr(end + 1));
 }
 
-void AVObject::setValue(const std::optional<Value>& value, std::string_view name) {
+void AVObject::setValue(const std::optional<Value>& value, TextArgument name) {
     const AVMember& property = propertyNamed(avClass(), name);
     AVImporter importer;
     if (!property.take(this, value ? &*value : nullptr, importer)) {

@@ -75,19 +75,19 @@ public:
     [[nodiscard]] virtual std::string description() const;
 
     /// Whether there is a property or reader of that name.
-    [[nodiscard]] bool answers(std::string_view name) const;
+    [[nodiscard]] bool answers(TextArgument name) const;
     /// The value of a property or reader, or nothing when it holds none. Throws std::out_of_range
     /// when there is no such name.
-    [[nodiscard]] std::optional<Value> valueForKey(std::string_view name) const;
+    [[nodiscard]] std::optional<Value> valueForKey(TextArgument name) const;
     /// Follows names joined by "." through mappable objects, JSON objects and arrays, which give an
     /// array of what each element gives, null for nothing. Nothing when a value on the way holds
     /// nothing or is missing in a JSON object; throws std::out_of_range for a name that a value
     /// does not know.
-    [[nodiscard]] std::optional<Value> valueForKeyPath(std::string_view path) const;
+    [[nodiscard]] std::optional<Value> valueForKeyPath(TextArgument path) const;
     /// Sets a property, as an import does, or sets it to nothing. Throws std::out_of_range when
     /// there is none of that name that can be set, and ValueKindError, keeping the old value, when
     /// it refuses the value; `AVType` tells which.
-    void setValue(const std::optional<Value>& value, std::string_view name);
+    void setValue(const std::optional<Value>& value, TextArgument name);
 };
 
 /// The mappable object that a value holds, or null.

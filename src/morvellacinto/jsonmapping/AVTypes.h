@@ -78,9 +78,9 @@ struct AVType<T> {
     static std::optional<T> take(const Value& value) {
         using Limits = std::numeric_limits<T>;
         if constexpr (std::same_as<T, bool>) {
-            return AVConversion::toBool(value);
+            return value.isBool() ? value.asBool() : AVConversion::toBool(value);
         } else if constexpr (std::floating_point<T>) {
-            return cast(AVConversion::toDouble(value));
+            return cast(value.isNumber() ? value.asDouble() : AVConversion::toDouble(value));
         } else {
             return cast(AVConversion::toInteger(value, Limits::min(), Limits::max()));
         }
@@ -212,10 +212,11 @@ struct AVType<std::chrono::sys_time<Duration>> {
         Value number = value;
         if (value.isString()) {
             using Units = std::chrono::duration<double, typename Duration::period>;
+            constexpr auto highest = std::numeric_limits<typename Duration::rep>::max();
             const std::optional<Date> date = AVConversion::toDate(value);
             double units = Units(Seconds(date ? date->secondsSinceReference : HUGE_VAL)).count();
             units = std::floating_point<typename Duration::rep> ? units : std::round(units);
-            number = std::abs(units) < 0x1p62 ? Value(units) : Value();
+            number = std::abs(units) < static_cast<double>(highest) ? Value(units) : Value();
         }
         const std::optional<Duration> since = AVType<Duration>::take(number);
         return since ? std::optional<Time>(*since) : std::nullopt;
@@ -235,8 +236,7 @@ struct AVType<std::chrono::sys_time<Duration>, AVText> : AVType<std::chrono::sys
 
 template <>
 struct AVType<Value> {
-    static std::string wanted() { return "a value"; }
-    static std::optional<Value> take(const Value& value) { return value; }
+    static bool take(Value& held, const Value& value, AVImporter&) { return held = value, true; }
     static Value give(const Value& held, AVExporter& exporter) {
         return exporter.exportedValue(held);
     }
@@ -265,15 +265,16 @@ struct AVType<std::optional<T>, Form> {
         return AVScalar<T> ? "@\"NSNumber\"" : AVProperty::encoding<T, Form>();
     }
     static bool take(std::optional<T>& held, const Value& value, AVImporter& importer) {
-        if (value.isNull() && !std::same_as<T, Value>) {
-            held.reset();
-            return true;
-        }
         T taken{};
-        if (!AVProperty::take<T, Form>(taken, value, importer)) {
+        if constexpr (std::same_as<T, Value>) {
+            held = value;
+        } else if (value.isNull()) {
+            held.reset();
+        } else if (AVProperty::take<T, Form>(taken, value, importer)) {
+            held = std::move(taken);
+        } else {
             return false;
         }
-        held = std::move(taken);
         return true;
     }
     static std::optional<Value> give(const std::optional<T>& held, AVExporter& exporter) {
@@ -390,6 +391,7 @@ struct AVType<T, Form> {
         } else if constexpr (requires { taken.reserve(json->size()); }) {
             taken.reserve(json->size());
         }
+        std::size_t position = 0;
         for (const auto& each : *json) {
             if constexpr (AVMap<T>) {
                 if (!AVProperty::take<Element, Form>(taken[std::string(each.key())], each.value,
@@ -397,10 +399,10 @@ struct AVType<T, Form> {
                     return importer.refuseIn("member \"" + std::string(each.key()) + "\"");
                 }
             } else {
-                const auto position = static_cast<std::size_t>(&each - json->begin());
                 if (!takeElement(taken, each, position, importer)) {
                     return importer.refuseIn("element " + std::to_string(position));
                 }
+                ++position;
             }
         }
         held = std::move(taken);

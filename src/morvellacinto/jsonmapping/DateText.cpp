@@ -76,7 +76,8 @@ Value textOf(Date date) {
     if (!(since >= year0 && since < year10000)) {
         return since;
     }
-    const double whole = std::floor(since);
+    double whole = std::floor(since);
+    whole = since - whole == 1 ? since : whole; // so near to 1970 that a fraction has no digits
     const auto point = sys_seconds(seconds(static_cast<std::int64_t>(whole)));
     const year_month_day day(floor<days>(point));
     const auto time = static_cast<int>((point - floor<days>(point)).count());

@@ -26,13 +26,13 @@ Ref<Instance> NodeClass::checked(Ref<Instance> target) {
     return target;
 }
 
-NodeMapping::NodeMapping(std::initializer_list<std::pair<std::string_view, NodeClass>> nodes) {
+NodeMapping::NodeMapping(std::initializer_list<std::pair<TextArgument, NodeClass>> nodes) {
     for (const auto& [key, nodeClass] : nodes) {
         set(key, nodeClass);
     }
 }
 
-void NodeMapping::set(std::string_view key, NodeClass nodeClass) {
+void NodeMapping::set(TextArgument key, NodeClass nodeClass) {
     nodes_.insert_or_assign(std::string(key), std::move(nodeClass));
     filter_ |= filterBit(key);
 }

@@ -22,8 +22,8 @@ public:
     NodeClass(const AVClass& described) noexcept : choice_(&described) {}
     /// A class by its name, looked up when it is needed; `AVClass::named` tells which are known.
     /// An unknown one converts to nothing and is told to the diagnostics.
-    template <std::convertible_to<std::string_view> T>
-    NodeClass(const T& name) : choice_(std::string(std::string_view(name))) {}
+    template <std::convertible_to<TextArgument> T>
+    NodeClass(const T& name) : choice_(std::string(TextArgument(name))) {}
     /// An existing object. Throws std::invalid_argument for an empty reference.
     template <std::derived_from<AVObject> T>
     NodeClass(const Ref<T>& target) : choice_(checked(target)) {}
@@ -51,11 +51,11 @@ private:
 class MORVELLACINTO_EXPORT NodeMapping {
 public:
     NodeMapping() noexcept = default;
-    NodeMapping(std::initializer_list<std::pair<std::string_view, NodeClass>> nodes);
+    NodeMapping(std::initializer_list<std::pair<TextArgument, NodeClass>> nodes);
 
-    void set(std::string_view key, NodeClass nodeClass);
+    void set(TextArgument key, NodeClass nodeClass);
     /// Null for a key that holds no node. Valid until the mapping is next changed.
-    [[nodiscard]] const NodeClass* find(std::string_view key) const noexcept {
+    [[nodiscard]] const NodeClass* find(TextArgument key) const noexcept {
         if ((filter_ & filterBit(key)) == 0) {
             return nullptr;
         }

@@ -13,19 +13,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <future>
-#include <latch>
-#include <stdexcept>
 #include <sys/file.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 namespace morvellacinto::native {
 namespace {
@@ -35,6 +27,9 @@ using testing::FaultServer;
 using testing::threadCount;
 using SteadyClock = std::chrono::steady_clock;
 
+const FaultServer::Script silent{
+    .onRequest = [](FaultServer::Connection& connection, const auto&) { connection.stall(); }};
+
 class NativePlatformTest : public ::testing::Test {
 protected:
     std::shared_ptr<NativePlatform> make() const {
@@ -43,11 +38,10 @@ protected:
     }
 
     // Starts a request whose completion is `done`.
-    static void request(NativePlatform& platform, std::string url, std::function<void()> done) {
-        platform::HttpRequest request;
-        request.url = std::move(url);
+    static void request(NativePlatform& platform, const std::string& url,
+                        const std::function<void()>& done) {
         platform.makeHttpSession({}, nullptr)
-            ->dataTask(std::move(request), [done = std::move(done)](const auto&...) { done(); })
+            ->dataTask({"GET", url, {}, {}}, [done](const auto&...) { done(); })
             ->resume();
     }
 
@@ -86,28 +80,20 @@ TEST_F(NativePlatformTest, CreationWithoutAnyFolderForTheSettingsSaysSo) {
 }
 
 TEST_F(NativePlatformTest, AllThreadsBlockAllSignalsAndTheHostsThreadKeepsItsMask) {
-    const auto maskIn = [](const std::filesystem::path& task, std::string_view wanted) {
-        std::ifstream status(task / "status");
-        bool isWanted = false;
-        for (std::string line; std::getline(status, line);) {
-            isWanted = isWanted || (line.starts_with("Name:") && line.substr(6) == wanted);
-            if (line.starts_with("SigBlk:") && (isWanted || wanted.empty())) {
-                return line.substr(8);
-            }
-        }
-        return std::string();
-    };
-    const std::string before = maskIn("/proc/self", "");
     FaultServer server(nullptr, {});
     const auto platform = make();
     warmUp(*platform, server); // a thread for transfers, one for the completion
-    EXPECT_EQ(maskIn("/proc/self", ""), before);
     int ours = 0;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        if (const std::string mask = maskIn(task.path(), "morvellacinto"); !mask.empty()) {
+        std::ifstream file(task.path() / "status");
+        const std::string status{std::istreambuf_iterator<char>(file), {}};
+        const std::string mask = status.substr(status.find("SigBlk:") + 8, 16);
+        if (status.starts_with("Name:\tmorvellacinto\n")) {
             // All but those that cannot be blocked: 9, 19, and the two that the C library keeps.
             EXPECT_EQ(mask, "fffffffe7ffbfeff");
             ++ours;
+        } else if (task.path().filename() == std::to_string(getpid())) {
+            EXPECT_EQ(mask, "0000000000000000");
         }
     }
     EXPECT_GE(ours, 2);
@@ -121,22 +107,12 @@ TEST_F(NativePlatformTest, AnExceptionThatACompletionThrowsReachesDrain) {
     platform->drain();
 }
 
-TEST_F(NativePlatformTest, ShutdownIsQuickWhateverIsWaitedForAndNothingOfTheHostStartsAfterwards) {
-    std::promise<void> reached;
-    FaultServer::Script unanswered;
-    unanswered.onRequest = [&](FaultServer::Connection& connection, const FaultServer::Request&) {
-        connection.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{");
-        reached.set_value();
-        connection.stall();
-    };
-    FaultServer server(nullptr, unanswered);
+TEST_F(NativePlatformTest, EachShutdownWaitsForHostCodeOnAWorkerAndForNothingElse) {
+    FaultServer server(nullptr, silent);
     const auto platform = make();
-    std::atomic<bool> isDown = false;
-    std::atomic<bool> isLate = false;
     const auto captured = std::make_shared<int>();
-    request(*platform, server.url("/"), [&, captured] { isLate = isLate || isDown; });
-    reached.get_future().wait();
-
+    request(*platform, server.url("/"), [captured] {});
+    ASSERT_TRUE(server.waitForRequests(1));
     platform::UserDefaults& settings = platform->standardUserDefaults();
     settings.setObjectForKey(1, "key");
     const int folder = open(directory_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -147,85 +123,10 @@ TEST_F(NativePlatformTest, ShutdownIsQuickWhateverIsWaitedForAndNothingOfTheHost
         EXPECT_FALSE(settings.synchronize()) << "the lock is ours";
     });
     flushing.get_future().wait();
-
-    const auto begin = SteadyClock::now();
-    platform->shutdown();
-    isDown = true;
-    EXPECT_LT(SteadyClock::now() - begin, testing::shutdownLimit);
-    EXPECT_EQ(captured.use_count(), 1) << "the completion is released";
-    EXPECT_FALSE(isLate);
-    close(folder);
-}
-
-TEST_F(NativePlatformTest, MayBeShutDownOrLetGoInACompletionAndInABlockOfEitherQueue) {
-    FaultServer server(nullptr, {});
-    using Run = std::function<void(NativePlatform&, std::function<void()>)>;
-    const std::pair<const char*, Run> places[] = {
-        {"completion",
-         [&](NativePlatform& platform, std::function<void()> block) {
-             request(platform, server.url("/"), std::move(block));
-         }},
-        {"global block",
-         [](NativePlatform& platform, std::function<void()> block) {
-             platform.dispatch().asyncGlobal(std::move(block));
-         }},
-        {"main block",
-         [](NativePlatform& platform, std::function<void()> block) {
-             platform.dispatch().asyncMain(std::move(block));
-         }},
-    };
-    for (const auto& [name, runIn] : places) {
-        for (const bool letGo : {false, true}) {
-            SCOPED_TRACE(name);
-            auto platform = make();
-            warmUp(*platform, server);
-            NativePlatform& used = *platform;
-            const auto over = std::make_shared<std::promise<void>>();
-            std::promise<void> mayBegin;
-            runIn(used, [&platform, over, letGo, begin = mayBegin.get_future().share()] {
-                begin.wait();
-                if (letGo) {
-                    platform.reset();
-                } else {
-                    platform->shutdown();
-                }
-                over->set_value();
-            });
-            mayBegin.set_value();
-            if (std::string_view(name) == "main block") {
-                used.drain();
-            }
-            EXPECT_EQ(over->get_future().wait_for(generous), std::future_status::ready);
-        }
-    }
-}
-
-TEST_F(NativePlatformTest, ALogThatLetsGoOfThePlatformKeepsItsCapturesUntilItReturns) {
-    std::shared_ptr<NativePlatform> platform;
-    auto captured = std::make_shared<int>();
-    const std::weak_ptr<int> living = captured;
-    bool isKept = false;
-    NativeOptions options;
-    options.dataDirectory = directory_.path();
-    options.developerLog = [&, held = std::move(captured)](std::string_view) {
-        platform.reset();
-        isKept = !living.expired();
-    };
-    platform = NativePlatform::create(std::exchange(options, {}));
-    platform->developerLog().log("line");
-    EXPECT_TRUE(isKept);
-}
-
-TEST_F(NativePlatformTest, EachShutdownWaitsForHostCodeOnAWorkerAndThenTransfersAreCancelled) {
-    FaultServer::Script silent;
-    silent.onRequest = [](FaultServer::Connection& connection, const auto&) { connection.stall(); };
-    FaultServer server(nullptr, silent);
-    const auto platform = make();
-    const auto captured = std::make_shared<int>();
-    request(*platform, server.url("/"), [captured] {});
+    std::promise<void> isDown;
     std::promise<void> mayReturn;
     std::atomic<bool> hasReturned = false;
-    std::promise<void> isDown;
+    const auto begin = SteadyClock::now();
     platform->dispatch().asyncGlobal([&] {
         platform->shutdown();
         isDown.set_value();
@@ -233,7 +134,9 @@ TEST_F(NativePlatformTest, EachShutdownWaitsForHostCodeOnAWorkerAndThenTransfers
         hasReturned = true;
     });
     isDown.get_future().wait();
-    EXPECT_EQ(captured.use_count(), 1) << "cancelled although a worker is busy";
+    EXPECT_LT(SteadyClock::now() - begin, testing::shutdownLimit);
+    EXPECT_EQ(captured.use_count(), 1) << "the completion is released";
+    close(folder);
     const auto end = [&] {
         platform->shutdown();
         EXPECT_TRUE(hasReturned);
@@ -245,34 +148,58 @@ TEST_F(NativePlatformTest, EachShutdownWaitsForHostCodeOnAWorkerAndThenTransfers
     second.join();
 }
 
-TEST_F(NativePlatformTest, AHostsLogFunctionThatThrowsHarmsNobody) {
-    std::vector<std::string> lines;
-    const auto write = [&](std::string_view text) {
-        lines.emplace_back(text);
-        throw std::runtime_error("log");
-    };
-    const auto platform =
-        NativePlatform::create({std::nullopt, directory_.path(), {}, write, nullptr});
-    platform->developerLog().log("tags failed");
-    EXPECT_EQ(lines, std::vector<std::string>{"tags failed"});
+TEST_F(NativePlatformTest, MayBeShutDownOrLetGoInACompletionAndInABlockOfEitherQueue) {
+    FaultServer server(nullptr, {});
+    for (const bool letGo : {false, true}) {
+        for (const std::string place : {"completion", "global block", "main block"}) {
+            SCOPED_TRACE(place);
+            auto platform = make();
+            warmUp(*platform, server);
+            NativePlatform& used = *platform;
+            std::promise<void> mayBegin;
+            const auto over = std::make_shared<std::promise<void>>();
+            const auto block = [&platform, letGo, over, begin = mayBegin.get_future().share()] {
+                begin.wait();
+                letGo ? platform.reset() : platform->shutdown();
+                over->set_value();
+            };
+            if (place == "completion") {
+                request(used, server.url("/"), block);
+            } else if (place == "global block") {
+                used.dispatch().asyncGlobal(block);
+            } else {
+                used.dispatch().asyncMain(block);
+            }
+            mayBegin.set_value();
+            if (place == "main block") {
+                used.drain();
+            }
+            EXPECT_EQ(over->get_future().wait_for(generous), std::future_status::ready);
+        }
+    }
 }
 
-TEST_F(NativePlatformTest, TheLibrarysRecordsAreSentencesForTheHostsDiagnostics) {
-    std::vector<std::string> sentences;
-    const auto platform =
-        NativePlatform::create({.dataDirectory = directory_.path(),
-                                .diagnostics = [&](auto text) { sentences.emplace_back(text); }});
+TEST_F(NativePlatformTest, TheHostsFunctionsAreUsedAndALogMayLetGoOfThePlatformAndThrow) {
+    struct Handler : platform::AssertionHandler {};
+    std::shared_ptr<NativePlatform> platform;
+    auto captured = std::make_shared<int>();
+    const std::weak_ptr<int> living = captured;
+    std::vector<std::string> told;
+    NativeOptions options{.dataDirectory = directory_.path()};
+    options.developerLog = [&, held = std::move(captured)](std::string_view line) {
+        platform.reset();
+        told.push_back(living.expired() ? "captures are gone" : std::string(line));
+        throw std::runtime_error("of the host");
+    };
+    options.diagnostics = [&](std::string_view sentence) { told.emplace_back(sentence); };
+    options.assertionHandler = std::make_shared<Handler>();
+    const auto* handler = options.assertionHandler.get();
+    platform = NativePlatform::create(std::exchange(options, {}));
+    EXPECT_EQ(&platform->assertionHandler(), handler);
     const platform::RequestNotMade record{7};
     platform->diagnostics()->tell(record);
-    EXPECT_EQ(sentences, std::vector{sentenceOf(record)});
-}
-
-TEST_F(NativePlatformTest, AHostsAssertionHandlerTakesThePlaceOfTheOneThatThrows) {
-    struct Handler : platform::AssertionHandler {};
-    const auto handler = std::make_shared<Handler>();
-    const auto platform =
-        NativePlatform::create({.dataDirectory = directory_.path(), .assertionHandler = handler});
-    EXPECT_EQ(&platform->assertionHandler(), handler.get());
+    platform->developerLog().log("tags failed");
+    EXPECT_EQ(told, (std::vector<std::string>{sentenceOf(record), "tags failed"}));
 }
 
 TEST_F(NativePlatformTest, TheLogOnStandardErrorIsOneLineAndSurvivesItsReader) {
@@ -323,25 +250,21 @@ TEST_F(NativePlatformDeathTest, ExitWithoutShutdownIsSafeWithWorkAndARequestUnde
     setenv("TSAN_OPTIONS", "report_thread_leaks=0", 1);
     const auto exitInTheMiddle = [this] {
         alarm(30);
-        FaultServer::Script silent;
-        silent.onRequest = [](FaultServer::Connection& connection, const auto&) {
-            connection.stall();
-        };
         FaultServer server(nullptr, silent);
         platform::install(make());
         auto& platform = dynamic_cast<NativePlatform&>(*platform::current());
         request(platform, server.url("/"), [] {});
-        EXPECT_TRUE(server.waitForConnections(1));
-        std::latch busy(1);
+        EXPECT_TRUE(server.waitForRequests(1));
+        std::promise<void> busy;
         platform.dispatch().asyncGlobal([&] {
-            busy.count_down();
+            busy.set_value();
             for (;;) {
                 pause();
             }
         });
         platform.dispatch().asyncMain([] {});
         platform.standardUserDefaults().setObjectForKey(1, "pending");
-        busy.wait();
+        busy.get_future().wait();
         std::exit(7);
     };
     EXPECT_EXIT(exitInTheMiddle(), ::testing::ExitedWithCode(7), "");

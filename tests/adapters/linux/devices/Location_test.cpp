@@ -1,4 +1,3 @@
-#include "MockService.h"
 #include "PrivateBus.h"
 #include "support/ShutdownLimit.h"
 
@@ -10,19 +9,11 @@
 #include <morvellacinto/native/LocationError.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <array>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <poll.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
-#include <unistd.h>
 
 namespace morvellacinto::native {
 namespace {
@@ -38,8 +29,14 @@ constexpr const char* managerInterface = "org.freedesktop.GeoClue2.Manager";
 constexpr const char* clientPath = "/org/freedesktop/GeoClue2/Client/1";
 constexpr const char* clientInterface = "org.freedesktop.GeoClue2.Client";
 constexpr const char* properties = "org.freedesktop.DBus.Properties";
-constexpr std::chrono::milliseconds soon(300);
+constexpr std::chrono::milliseconds soon(200);
 constexpr std::chrono::seconds generous(20);
+
+void answerNothing(sd_bus_message* /*call*/) {}
+
+void crash(sd_bus_message* call) {
+    shutdown(sd_bus_get_fd(sd_bus_message_get_bus(call)), SHUT_RDWR);
+}
 
 // Writes down what it is told, with the status of that moment.
 class Listener final : public platform::LocationServiceDelegate {
@@ -65,9 +62,18 @@ public:
     bool stopsOnChange = false;
 };
 
-// A location service on a private bus that could start GeoClue.
+// A location service on a private bus that could start GeoClue. Unless told otherwise the daemon
+// runs and its client starts at once.
 class LocationTest : public ::testing::Test {
 protected:
+    LocationTest() {
+        daemon.reply(managerPath, managerInterface, "CreateClient", "o", clientPath);
+        daemon.reply(clientPath, clientInterface, "Start", "");
+        daemon.onCall(clientPath, properties, "Set", [this](sd_bus_message* call) {
+            set.append(valuesIn(call));
+            sd_bus_reply_method_return(call, "");
+        });
+    }
     ~LocationTest() override {
         daemon.stopSignal.raise();
         workers.shutdown();
@@ -80,6 +86,7 @@ protected:
         service = location->makeService();
         service->setDelegate(&listener);
         service->startUpdatingLocation();
+        EXPECT_THAT(listener.events, IsEmpty()) << "never inside the call";
     }
     void pumpUntil(const std::function<bool()>& done) {
         const auto limit = Clock::now() + generous;
@@ -100,32 +107,9 @@ protected:
         queue->drain();
     }
 
-    PrivateBus daemon;
-    Listener listener;
-    std::shared_ptr<MainQueue> queue = std::make_shared<MainQueue>();
-    WorkerPool workers{[](const std::exception_ptr&) { ADD_FAILURE() << "an exception"; }};
-    std::shared_ptr<NativeLocation> location;
-    std::shared_ptr<platform::LocationService> service;
-};
-
-// A daemon whose client starts at once.
-class GeoClueMock : public MockService {
-public:
-    GeoClueMock() : MockService(geoClue) {
-        onCreateClient(answer("o", clientPath));
-        onCall(clientPath, properties, "Set", [this](sd_bus_message* call) {
-            const char* name = nullptr;
-            sd_bus_message_read(call, "ss", nullptr, &name);
-            set += std::string(name) + " ";
-            sd_bus_reply_method_return(call, "");
-        });
-        onStart(answer(""));
+    void onStart(PrivateBus::Method method) {
+        daemon.onCall(clientPath, clientInterface, "Start", std::move(method));
     }
-
-    void onCreateClient(Method method) {
-        onCall(managerPath, managerInterface, "CreateClient", std::move(method));
-    }
-    void onStart(Method method) { onCall(clientPath, clientInterface, "Start", std::move(method)); }
     void refuse(const char* message) {
         onStart([message](sd_bus_message* call) {
             sd_bus_reply_method_errorf(call, SD_BUS_ERROR_ACCESS_DENIED, "%s", message);
@@ -133,10 +117,9 @@ public:
     }
     template <class... Properties>
     void sendLocation(int count, Properties... each) {
-        const std::string where = clientPath + ("/Location/" + std::to_string(++locations_));
-        onCall(where, "org.freedesktop.GeoClue2.Location", "GetAll",
-               answer("a{sv}", count, each...));
-        send([&](sd_bus* bus) {
+        const std::string where = clientPath + ("/Location/" + std::to_string(++locations));
+        daemon.reply(where, "org.freedesktop.GeoClue2.Location", "GetAll", "a{sv}", count, each...);
+        daemon.send([&](sd_bus* bus) {
             sd_bus_emit_signal(bus, clientPath, clientInterface, "LocationUpdated", "oo", "/",
                                where.c_str());
         });
@@ -145,16 +128,20 @@ public:
         sendLocation(2, "Latitude", "d", latitude, "Longitude", "d", 18.07);
     }
     void sendActive(int isActive) {
-        send([&](sd_bus* bus) {
+        daemon.send([&](sd_bus* bus) {
             sd_bus_emit_signal(bus, clientPath, properties, "PropertiesChanged", "sa{sv}as",
                                clientInterface, 1, "Active", "b", isActive, 0);
         });
     }
 
-    std::string set; // to be read after a start
-
-private:
-    int locations_ = 0;
+    PrivateBus daemon{{geoClue}};
+    Array set; // how the client's properties were, to be read after a start
+    int locations = 0;
+    Listener listener;
+    std::shared_ptr<MainQueue> queue = std::make_shared<MainQueue>();
+    WorkerPool workers{[](const std::exception_ptr&) { ADD_FAILURE() << "an exception"; }};
+    std::shared_ptr<NativeLocation> location;
+    std::shared_ptr<platform::LocationService> service;
 };
 
 TEST(LocationPermission, BelievesARefusalForSixtySecondsAndASuccessAtOnce) {
@@ -180,243 +167,192 @@ TEST(LocationPermission, BelievesARefusalForSixtySecondsAndASuccessAtOnce) {
     }
 }
 
+TEST(LocationPermission, GeoClueIsFoundWhereABusCouldStartItOrASandboxLetsItThrough) {
+    const char* const socket = "run/dbus/system_bus_socket";
+    const char* const service = "opt/share/dbus-1/system-services/org.freedesktop.GeoClue2.service";
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {socket, "", false},
+        {socket, service, true},
+        {"", service, false},
+        {socket, "usr/lib/dbus-1/system-services/org.freedesktop.GeoClue2.service", false},
+        {socket, ".flatpak-info", true}};
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    setenv("XDG_DATA_DIRS", "/usr/share:/opt/share", 1);
+    for (const auto& [bus, file, isFound] : cases) {
+        const testing::TemporaryDirectory root;
+        for (const std::string name : {bus, file}) {
+            if (!name.empty()) {
+                root.write(name, "[System Bus Policy]\norg.freedesktop.GeoClue2=talk\n");
+            }
+        }
+        EXPECT_EQ(geoClueSearch(root.path())(), isFound) << bus << " " << file;
+    }
+}
+
+TEST_F(LocationTest, AStartThatCannotSucceedFailsWithItsReason) {
+    struct Case {
+        std::function<void()> arrange;
+        std::vector<std::string> events;
+        int status;
+        bool isEnabled;
+        std::optional<std::string> bundle = "com.example.host";
+    };
+    const Case cases[] = {
+        {[] {}, {"failed 1"}, 0, false, std::nullopt},
+        {[&] { daemon.serve({}); }, {"failed 1"}, 0, false},
+        {[&] { daemon.serve({geoClue}), refuse("'com.example.host' disallowed for UID 0"); },
+         {"status 2", "failed 2"},
+         2,
+         true},
+        {[&] { refuse("Geolocation disabled for UID 0"); }, {"status 2", "failed 2"}, 2, false},
+        {[&] { daemon.reply(clientPath, clientInterface, "Start", ""); }, {"failed 3"}, 4, true},
+        {[&] { onStart(answerNothing); }, {"failed 3"}, 4, true},
+        {[&] { daemon.onCall(managerPath, managerInterface, "CreateClient", answerNothing); },
+         {"failed 3"},
+         4,
+         true},
+        {[&] { daemon.onCall(managerPath, managerInterface, "CreateClient", crash); },
+         {"failed 4"},
+         4,
+         true},
+        {[&] { daemon.stop(); }, {"failed 1"}, 0, false}};
+    for (const Case& each : cases) {
+        SCOPED_TRACE(&each - cases);
+        each.arrange();
+        const auto before = Clock::now();
+        listener.events.clear();
+        start(each.events[0] == "failed 3" ? soon : generous, each.bundle);
+        pumpUntilEvents(each.events.size());
+        EXPECT_LT(Clock::now() - before, std::chrono::seconds(4));
+        EXPECT_EQ(listener.events, each.events);
+        EXPECT_EQ(service->authorizationStatus(), each.status);
+        EXPECT_EQ(location->locationServicesEnabled(), each.isEnabled);
+    }
+}
+
 TEST_F(LocationTest, FixesComeUntilStopAndNoneWhileLocationIsSwitchedOff) {
-    GeoClueMock mock;
     start();
     service->startUpdatingLocation();
-    EXPECT_THAT(listener.events, IsEmpty()) << "never inside the call";
-    ASSERT_TRUE(mock.wasCalled("Start"));
-    EXPECT_EQ(mock.set, "DesktopId RequestedAccuracyLevel ");
-    mock.sendLocation(4, "Latitude", "d", 59.5, "Longitude", "d", -18.5, "Speed", "d", 1.25,
-                      "Heading", "d", 270.5);
+    ASSERT_TRUE(daemon.wasCalled("Start"));
+    EXPECT_EQ(set, Array::of({Array::of({clientInterface, "DesktopId", "com.example.host"}),
+                              Array::of({clientInterface, "RequestedAccuracyLevel", 8})}));
+    sendLocation(5, "Latitude", "d", 59.5, "Longitude", "d", -18.5, "Speed", "d", 1.25, "Heading",
+                 "d", 270.5, "Accuracy", "d", 12.5);
     pumpUntilEvents(1);
     EXPECT_EQ(listener.last.longitude, -18.5);
     EXPECT_EQ(listener.last.speed, 1.25);
     EXPECT_EQ(listener.last.course, 270.5);
-    mock.sendLocation(2, "Latitude", "s", "60", "Longitude", "d", 1.0);
-    mock.sendFix(90.5);
-    mock.sendLocation(4, "Latitude", "d", 61.0, "Longitude", "d", 1.0, "Speed", "d", -1.0,
-                      "Heading", "s", "north");
+    EXPECT_EQ(listener.last.horizontalAccuracy, 12.5);
+    sendLocation(2, "Latitude", "s", "60", "Longitude", "d", 1.0);
+    sendFix(90.5);
+    sendLocation(4, "Latitude", "d", 61.0, "Longitude", "d", 1.0, "Speed", "d", -2.0, "Heading",
+                 "s", "north");
     pumpUntilEvents(2);
     EXPECT_EQ(listener.last.speed, -1);
     EXPECT_EQ(listener.last.course, -1);
     EXPECT_EQ(listener.last.time, std::nullopt);
     EXPECT_EQ(listener.last.horizontalAccuracy, std::nullopt);
-    mock.sendFix(62);
-    mock.sendActive(false);
+    sendFix(62);
+    sendActive(false);
     for (const auto limit = Clock::now() + generous; location->locationServicesEnabled();) {
         ASSERT_LT(Clock::now(), limit);
-        std::this_thread::yield();
     }
     pumpUntilEvents(3);
-    mock.sendActive(true);
+    sendActive(false); // which is no news
+    sendActive(true);
     pumpUntilEvents(4);
     EXPECT_TRUE(location->locationServicesEnabled());
-    mock.sendFix(63);
+    sendFix(63);
     pumpUntilEvents(5);
-    mock.sendFix(64);
-    ASSERT_TRUE(mock.wasCalled("GetAll", 7));
+    sendFix(64);
+    pollfd waits{queue->descriptor(), POLLIN, 0};
+    EXPECT_EQ(poll(&waits, 1, 20'000), 1) << "on its way";
     service->stopUpdatingLocation();
     finish();
     EXPECT_THAT(listener.events, ElementsAre("at 59", "at 61", "status 4", "status 4", "at 63"));
-    EXPECT_EQ(mock.callsOf("CreateClient"), 1);
+    EXPECT_EQ(daemon.callsOf("CreateClient"), 1);
 }
 
-TEST_F(LocationTest, ARefusalTurnsTheStatusAndThenFails) {
-    GeoClueMock mock;
-    mock.refuse("'com.example.host' disallowed by configuration for UID 0");
-    start();
-    pumpUntilEvents(2);
-    EXPECT_TRUE(location->locationServicesEnabled());
+TEST_F(LocationTest, ADelegateMayStopWhatIsRefusedAndHearsWhenItIsAllowedAgain) {
+    refuse("'com.example.host' disallowed by configuration for UID 0");
     listener.stopsOnChange = true;
-    mock.refuse("Geolocation disabled for UID 0");
-    service->startUpdatingLocation();
-    pumpUntilEvents(3);
-    EXPECT_FALSE(location->locationServicesEnabled());
-    listener.stopsOnChange = false;
-    mock.onStart(answer(""));
-    service->startUpdatingLocation();
-    ASSERT_TRUE(mock.wasCalled("Start", 3));
-    mock.sendFix(59);
-    pumpUntilEvents(5);
-    EXPECT_THAT(listener.events,
-                ElementsAre("status 2", "failed 2", "status 2", "status 4", "at 59"))
-        << "refused, stopped by its delegate, then allowed again";
-}
-
-TEST_F(LocationTest, WithoutAnAnswerOrAFixItFailsInTimeAndTheTimeEndsWithTheFirstFix) {
-    GeoClueMock mock;
-    start(soon);
+    start();
     pumpUntilEvents(1);
+    listener.stopsOnChange = false;
+    daemon.reply(clientPath, clientInterface, "Start", "");
     service->startUpdatingLocation();
-    ASSERT_TRUE(mock.wasCalled("Start", 2));
-    mock.sendFix(1);
-    const auto limit = Clock::now() + 2 * soon;
-    pumpUntil([&] { return Clock::now() > limit; });
-    mock.sendFix(2);
-    pumpUntilEvents(3);
-    service->stopUpdatingLocation();
-    mock.onStart([](sd_bus_message*) {});
-    service->startUpdatingLocation();
-    pumpUntilEvents(4);
-    mock.onCreateClient([](sd_bus_message*) {});
-    service->startUpdatingLocation();
-    pumpUntilEvents(5);
-    EXPECT_THAT(listener.events, ElementsAre("failed 3", "at 1", "at 2", "failed 3", "failed 3"));
+    pumpUntilEvents(2);
+    EXPECT_THAT(listener.events, ElementsAre("status 2", "status 4"));
 }
 
-TEST_F(LocationTest, AFixThatWasOldAtTheStartIsNoneAndTheNextOneTellsTimeAndAccuracy) {
-    GeoClueMock mock;
-    start(soon);
+TEST_F(LocationTest, AFixThatWasOldAtTheStartIsNoneAndTheTimeForOneEndsWithTheFirst) {
+    start(2 * soon);
     const auto sendOfAge = [&](std::chrono::seconds age) {
         const auto time = std::chrono::system_clock::now() - age;
         const auto seconds = std::chrono::ceil<std::chrono::seconds>(time.time_since_epoch());
-        mock.sendLocation(4, "Latitude", "d", 59.5, "Longitude", "d", 18.5, "Accuracy", "d", 12.5,
-                          "Timestamp", "(tt)", std::uint64_t(seconds.count()), std::uint64_t(500));
+        sendLocation(3, "Latitude", "d", 59.5, "Longitude", "d", 18.5, "Timestamp", "(tt)",
+                     std::uint64_t(seconds.count()), std::uint64_t(500));
         return static_cast<double>(seconds.count()) + 500e-6;
     };
-    ASSERT_TRUE(mock.wasCalled("Start"));
-    sendOfAge(std::chrono::hours(2));
+    ASSERT_TRUE(daemon.wasCalled("Start"));
     sendOfAge(platform::maximumFixAge + std::chrono::seconds(20));
     pumpUntilEvents(1);
     service->startUpdatingLocation();
-    ASSERT_TRUE(mock.wasCalled("Start", 2));
-    sendOfAge(std::chrono::hours(2));
+    ASSERT_TRUE(daemon.wasCalled("Start", 2));
     const double time = sendOfAge(platform::maximumFixAge - std::chrono::seconds(20));
     pumpUntilEvents(2);
-    EXPECT_THAT(listener.events, ElementsAre("failed 3", "at 59"));
     EXPECT_EQ(listener.last.time, Date{time});
-    EXPECT_EQ(listener.last.horizontalAccuracy, 12.5);
+    const auto limit = Clock::now() + 3 * soon;
+    pumpUntil([&] { return Clock::now() > limit; });
+    sendFix(60);
+    pumpUntilEvents(3);
+    EXPECT_THAT(listener.events, ElementsAre("failed 3", "at 59", "at 60"));
 }
 
-TEST_F(LocationTest, AbsenceADeathAndALostBusFail) {
-    start(generous, std::nullopt);
-    EXPECT_THAT(listener.events, IsEmpty()) << "never inside the call";
-    pumpUntilEvents(1); // no bundle identifier
-    EXPECT_EQ(service->authorizationStatus(), 0);
+TEST_F(LocationTest, ADaemonThatEndsAndALostBusFailAndAStrangersSignalIsIgnored) {
+    std::string us;
+    onStart([&us](sd_bus_message* call) {
+        us = sd_bus_message_get_sender(call);
+        sd_bus_reply_method_return(call, "");
+    });
     start();
-    pumpUntilEvents(2); // nobody of that name
-    EXPECT_EQ(service->authorizationStatus(), 0);
-    auto mock = std::make_unique<GeoClueMock>();
-    start();
-    ASSERT_TRUE(mock->wasCalled("Start"));
-    mock->sendFix(1);
-    pumpUntilEvents(3);
-    mock = std::make_unique<GeoClueMock>(); // the daemon ends and another comes
-    pumpUntilEvents(4);
+    ASSERT_TRUE(daemon.wasCalled("Start"));
+    sendFix(1);
+    pumpUntilEvents(1);
+    sd_bus* stranger = nullptr;
+    sd_bus_message* lie = nullptr;
+    ASSERT_GE(sd_bus_open_system(&stranger), 0);
+    sd_bus_message_new_signal(stranger, &lie, clientPath, properties, "PropertiesChanged");
+    sd_bus_message_append(lie, "sa{sv}as", clientInterface, 1, "Active", "b", 0, 0);
+    sd_bus_message_set_destination(lie, us.c_str());
+    EXPECT_GE(sd_bus_send(nullptr, lie, nullptr), 0);
+    sd_bus_message_unref(lie);
+    sd_bus_flush_close_unref(stranger);
+    daemon.serve({geoClue}); // the daemon ends and another comes
+    pumpUntilEvents(2);
     service->startUpdatingLocation();
-    ASSERT_TRUE(mock->wasCalled("Start"));
-    mock->sendFix(2);
-    pumpUntilEvents(5);
+    ASSERT_TRUE(daemon.wasCalled("Start", 2));
+    sendFix(2);
+    pumpUntilEvents(3);
     daemon.stop();
-    pumpUntilEvents(6);
-    EXPECT_THAT(listener.events,
-                ElementsAre("failed 1", "failed 1", "at 1", "failed 4", "at 2", "failed 4"));
+    pumpUntilEvents(4);
+    EXPECT_THAT(listener.events, ElementsAre("at 1", "failed 4", "at 2", "failed 4"));
 }
 
 TEST_F(LocationTest, AStopWhileItStartsAndAServiceThatIsDroppedEndTheRunAtOnce) {
-    GeoClueMock mock;
-    mock.onCreateClient([](sd_bus_message*) {});
+    daemon.onCall(managerPath, managerInterface, "CreateClient", answerNothing);
     start();
-    ASSERT_TRUE(mock.wasCalled("CreateClient"));
+    ASSERT_TRUE(daemon.wasCalled("CreateClient"));
     service->stopUpdatingLocation();
     service->startUpdatingLocation();
-    ASSERT_TRUE(mock.wasCalled("CreateClient", 2));
+    ASSERT_TRUE(daemon.wasCalled("CreateClient", 2));
     service.reset();
     const auto before = Clock::now();
     finish();
     EXPECT_LT(Clock::now() - before, testing::shutdownLimit);
-    EXPECT_EQ(mock.callsOf("Start"), 0);
+    EXPECT_EQ(daemon.callsOf("Start"), 0);
     EXPECT_THAT(listener.events, IsEmpty());
     EXPECT_EQ(location->authorizationStatus(), 4) << "a stop tells nothing of the service";
-}
-
-constexpr const char* daemonProgram = "/usr/libexec/geoclue";
-// What a receiver says when it is at that latitude, in degrees and minutes, at that time.
-std::string positionSentence(const char* latitude, std::chrono::system_clock::time_point time) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm utc{};
-    gmtime_r(&seconds, &utc);
-    std::array<char, 7> clock{};
-    std::strftime(clock.data(), clock.size(), "%H%M%S", &utc);
-    const std::string text = std::string("GPGGA,") + clock.data() + ".000," + latitude +
-                             ",N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,";
-    unsigned sum = 0;
-    for (const char c : text) {
-        sum ^= static_cast<unsigned>(c);
-    }
-    std::array<char, 3> digits{};
-    std::snprintf(digits.data(), digits.size(), "%02X", sum);
-    return "$" + text + "*" + digits.data() + "\r\n";
-}
-
-// The real daemon, which takes its positions from a socket of the test's.
-class RealGeoClue : public LocationTest {
-protected:
-    void SetUp() override {
-        if (!std::filesystem::exists(daemonProgram) || unshare(CLONE_NEWNET) != 0) {
-            GTEST_SKIP() << "no " << daemonProgram << ", or no network namespace to keep it in";
-        }
-        const std::string where = (daemon.folder.path() / "nmea").string();
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        where.copy(address.sun_path, sizeof address.sun_path - 1);
-        ASSERT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        ASSERT_EQ(listen(listener_, 4), 0);
-        geoClueDaemon.emplace(std::vector<std::string>{daemonProgram, "-u", where});
-        const BusCall question = readProperties(geoClue, managerPath, managerInterface);
-        pumpUntil([&] { return BusConnection(daemon.bus).call(question).succeeded(); });
-    }
-    ~RealGeoClue() override { close(listener_); }
-
-    // What speaks for the user: `maximum` is the finest accuracy that they allow, 0 none.
-    void startAgent(unsigned maximum) {
-        agent.emplace("com.example.Agent");
-        agent->onCall("/org/freedesktop/GeoClue2/Agent", "org.freedesktop.GeoClue2.Agent", "GetAll",
-                      answer("a{sv}", 1, "MaxAccuracyLevel", "u", maximum));
-        agent->send([](sd_bus* bus) {
-            sd_bus_call_method_async(bus, nullptr, geoClue, managerPath, managerInterface,
-                                     "AddAgent", nullptr, nullptr, "s", "geoclue-demo-agent");
-        });
-        ASSERT_TRUE(agent->wasCalled("GetAll"));
-    }
-
-    const int listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    std::optional<testing::ChildProcess> geoClueDaemon;
-    std::optional<MockService> agent;
-};
-
-TEST_F(RealGeoClue, DeliversThePositionThatItIsFedUnlessItIsOld) {
-    startAgent(8);
-    start();
-    const int receiver = accept(listener_, nullptr, nullptr);
-    const auto feed = [&](const char* latitude, std::chrono::hours age) {
-        const auto text = positionSentence(latitude, std::chrono::system_clock::now() - age);
-        EXPECT_EQ(send(receiver, text.data(), text.size(), MSG_NOSIGNAL), std::ssize(text));
-    };
-    feed("5421.6802", std::chrono::hours(2));
-    const auto limit = Clock::now() + soon;
-    pumpUntil([&] { return Clock::now() > limit; });
-    feed("5321.6802", std::chrono::hours(0));
-    pumpUntilEvents(1);
-    EXPECT_THAT(listener.events, ElementsAre("at 53"));
-    EXPECT_NEAR(listener.last.latitude, 53.361337, 1e-6);
-    EXPECT_NEAR(listener.last.longitude, -6.505620, 1e-6);
-    service->stopUpdatingLocation();
-    char rest = 0;
-    EXPECT_EQ(read(receiver, &rest, 1), 0) << "the daemon lets go of its source when nobody asks";
-    close(receiver);
-}
-
-TEST_F(RealGeoClue, WithoutAnAgentItNeverAnswersAndSwitchedOffByTheUserItRefuses) {
-    start(soon);
-    pumpUntilEvents(1);
-    EXPECT_THAT(listener.events, ElementsAre("failed 3"));
-    startAgent(0);
-    start();
-    pumpUntilEvents(3);
-    EXPECT_THAT(listener.events, ElementsAre("failed 3", "status 2", "failed 2"));
-    EXPECT_FALSE(location->locationServicesEnabled());
 }
 
 TEST(LocationPermission, HasTheServiceAskedOnceASecondUnlessItRefusedTheApplicationAlone) {
@@ -438,19 +374,62 @@ TEST(LocationPermission, HasTheServiceAskedOnceASecondUnlessItRefusedTheApplicat
 }
 
 TEST_F(LocationTest, AServiceThatIsBackCountsAsOnOnceTheStatusIsAskedFor) {
+    daemon.serve({});
     start();
     pumpUntilEvents(1);
     EXPECT_FALSE(location->locationServicesEnabled()) << "nobody of that name";
-    GeoClueMock mock;
+    daemon.serve({geoClue});
     pumpUntil([&] { return location->locationServicesEnabled(); });
-    mock.refuse("Geolocation disabled for UID 0");
-    start();
+    refuse("Geolocation disabled for UID 0");
+    service->startUpdatingLocation();
     pumpUntilEvents(3);
-    pumpUntil([&] { return !location->locationServicesEnabled() && mock.callsOf("Start") == 3; });
-    mock.onStart(answer(""));
+    pumpUntil([&] { return !location->locationServicesEnabled() && daemon.callsOf("Start") == 3; });
+    onStart([](sd_bus_message* call) { sd_bus_reply_method_return(call, ""); });
     pumpUntil([&] { return location->authorizationStatus() == 4; });
     EXPECT_TRUE(location->locationServicesEnabled());
     EXPECT_THAT(listener.events, ElementsAre("failed 1", "status 2", "failed 2"));
+}
+
+// The real daemon, which takes its positions from a socket of the test's.
+TEST_F(LocationTest, TheRealDaemonDeliversThePositionThatItIsFed) {
+    constexpr const char* program = "/usr/libexec/geoclue";
+    if (!std::filesystem::exists(program) || unshare(CLONE_NEWNET) != 0) {
+        GTEST_SKIP() << "no " << program << ", or no network namespace to keep it in";
+    }
+    const std::string where = (daemon.folder.path() / "nmea").string();
+    sockaddr_un address{AF_UNIX, {}};
+    where.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listening, 4), 0);
+    // What speaks for the user: they allow the finest accuracy.
+    daemon.serve({"com.example.Agent"});
+    daemon.reply("/org/freedesktop/GeoClue2/Agent", "org.freedesktop.GeoClue2.Agent", "GetAll",
+                 "a{sv}", 1, "MaxAccuracyLevel", "u", 8U);
+    const testing::ChildProcess geoClueDaemon({program, "-u", where});
+    const BusCall question = readProperties(geoClue, managerPath, managerInterface);
+    pumpUntil([&] { return BusConnection(daemon.bus).call(question).succeeded(); });
+    daemon.send([](sd_bus* bus) {
+        sd_bus_call_method_async(bus, nullptr, geoClue, managerPath, managerInterface, "AddAgent",
+                                 nullptr, nullptr, "s", "geoclue-demo-agent");
+    });
+    ASSERT_TRUE(daemon.wasCalled("GetAll"));
+    start();
+    const int receiver = accept(listening, nullptr, nullptr);
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    std::array<char, 128> text{};
+    const auto size = std::strftime(
+        text.data(), text.size(),
+        "$GPGGA,%H%M%S.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,*00\r\n", &utc);
+    EXPECT_EQ(send(receiver, text.data(), size, MSG_NOSIGNAL), size);
+    pumpUntilEvents(1);
+    EXPECT_THAT(listener.events, ElementsAre("at 53"));
+    EXPECT_NEAR(listener.last.latitude, 53.361337, 1e-6);
+    EXPECT_NEAR(listener.last.longitude, -6.505620, 1e-6);
+    close(receiver);
+    close(listening);
 }
 
 } // namespace

@@ -4,9 +4,7 @@
 #include "network/NativeNetwork.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <sched.h>
 #include <sys/socket.h>
 
@@ -28,7 +26,7 @@ TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
     const std::string none(32, '0');
     std::string table6;
     for (const auto& [length, metric, rest] :
-         {std::tuple("00", "00000400", "00000003 b0"), std::tuple("00", "00000064", "00000003 a0"),
+         {std::tuple("00", "0000000B", "00000003 b0"), std::tuple("00", "0000000A", "00000003 a0"),
           std::tuple("00", "00000001", "00200200 lo"),
           std::tuple("40", "00000001", "00000001 net0")}) {
         table6 +=
@@ -47,8 +45,7 @@ protected:
         run("link set lo up");
         for (const std::string name : {"a0", "b0", "vpn0"}) {
             const std::string network = std::to_string(name[0] - 'a' + 1);
-            run("link add " + name + " type veth peer name " + name + "x");
-            run("link set " + name + " up");
+            run("link add " + name + " up type veth peer name " + name + "x");
             run("link set " + name + "x up");
             run("addr add 10." + network + ".0.1/24 dev " + name + " label " + name + ":1");
             run("-6 addr add fd00:" + network + "::1/64 dev " + name + " nodad");
@@ -71,7 +68,7 @@ protected:
         return NativeNetwork(bus, root.path()).defaultRouteFlags();
     }
 
-    TemporaryRoot root;
+    testing::TemporaryDirectory root;
     StopSignal stopSignal;
     Bus bus{[](std::string_view) {}, stopSignal};
 };
@@ -117,6 +114,8 @@ TEST_F(ReachabilityTest, ATunnelCountsAsWhatItGoesThrough) {
     run("route add default via 10.1.0.2 dev a0 metric 600");
     EXPECT_EQ(reach(), flags::reachable);
     describe("a0", "operstate", "down\n");
+    describe("vpn0", "type", "1\n");
+    describe("vpn0", "tun_flags", "0x1\n");
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan);
 }
 

@@ -3,14 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <map>
-#include <memory>
-#include <new>
-#include <stdexcept>
 #include <thread>
-#include <tuple>
-#include <vector>
 
 namespace morvellacinto::native {
 namespace {
@@ -73,14 +66,10 @@ TEST_F(TrackingTest, OneQuestionAnswersAllWhoAskAndIsNeverAskedAgain) {
 }
 
 TEST_F(TrackingTest, WithoutAUsableAnswerTrackingIsDeniedForThisRunOnly) {
-    const std::function<void()> troubles[] = {[this] { asked[0](0); }, [this] { asked[0](4); },
-                                              [this] { asked.clear(); },
-                                              [this] {
-                                                  hasMemory = false;
-                                                  asked.clear(); // which ends in a destructor
-                                                  hasMemory = true;
-                                              },
-                                              nullptr};
+    const auto letGo = [this] { asked.clear(); }; // which ends in a destructor
+    const std::function<void()> troubles[] = {
+        [this] { asked[0](0); }, [this] { asked[0](4); }, letGo,
+        [&] { hasMemory = false, letGo(), hasMemory = true; }, nullptr};
     for (const auto& trouble : troubles) {
         start(trouble != nullptr); // or there is nobody to ask
         EXPECT_EQ(tracking->trackingAuthorizationStatus(), 0U) << "nothing of it was kept";
@@ -136,6 +125,10 @@ TEST_F(TrackingTest, TellsWhetherADecisionIsDurableAndKeepsItInAnyCase) {
     canRead = true;
     EXPECT_EQ(tracking->advertisingIdentifier(), madeMeanwhile);
     EXPECT_EQ(store["advertisingIdentifier"], madeMeanwhile->text());
+    EXPECT_EQ(madeMeanwhile->bytes()[6] >> 4, 4) << "a random identifier";
+    store["advertisingIdentifier"] = "damaged";
+    start();
+    EXPECT_NE(tracking->advertisingIdentifier(), madeMeanwhile);
 }
 
 } // namespace

@@ -1,10 +1,16 @@
-#include "HttpFixture.h"
-
+#include "http/CurlSession.h"
+#include "http/TransferLoop.h"
 #include "service/Gzip.h"
+#include "support/FaultServer.h"
 #include "support/ShutdownLimit.h"
-#include "support/SilentNameServer.h"
+#include "support/TestCertificates.h"
+
+#include <morvellacinto/native/HttpError.h>
+
+#include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <future>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -12,18 +18,102 @@
 namespace morvellacinto::native {
 namespace {
 
+using namespace std::chrono_literals;
+using morvellacinto::testing::answer;
+using morvellacinto::testing::FaultServer;
+using morvellacinto::testing::TestAuthority;
+using Clock = std::chrono::steady_clock;
+using Connection = FaultServer::Connection;
+using Request = FaultServer::Request;
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 constexpr HttpErrorCode fine{};
 
+/// What a completion was called with.
+struct Ending {
+    std::optional<std::string> data = {};
+    std::optional<platform::HttpResponse> response = {};
+    std::optional<KRError> error = {};
+
+    [[nodiscard]] HttpErrorCode code() const { return HttpErrorCode{error ? error->code : 0}; }
+    [[nodiscard]] std::string message() const {
+        return error ? std::string(error->userInfo.at(KRError::messageKey).asString()) : "";
+    }
+};
+
+// Answers with that, and then does the other.
+FaultServer::Script saying(const std::string& bytes, void (Connection::*then)() = nullptr) {
+    return {.onRequest = [=](Connection& connection, const Request&) {
+        connection.write(bytes);
+        then != nullptr ? (connection.*then)() : void();
+    }};
+}
+
+/// A loop that trusts `authority`, and sessions as the library makes them.
+class HttpTest : public ::testing::Test {
+protected:
+    ~HttpTest() override { stop(); }
+
+    /// The next request makes another loop.
+    void stop() {
+        if (const auto stopped = std::exchange(loop_, nullptr)) {
+            stopped->stop();
+        }
+    }
+
+    /// Each request has its own session, which is dropped while the transfer runs.
+    std::future<Ending> send(platform::HttpRequest request,
+                             std::chrono::milliseconds timeout = 30s) {
+        const auto promise = std::make_shared<std::promise<Ending>>();
+        const auto session = std::make_shared<CurlSession>(
+            platform::HttpSessionConfiguration{{{"Accept-Encoding", "gzip"}}, timeout, true},
+            loop(), pool);
+        session
+            ->dataTask(std::move(request),
+                       [promise](auto data, auto response, auto error) {
+                           promise->set_value({data, response, error});
+                       })
+            ->resume();
+        session->finishTasksAndInvalidate();
+        return promise->get_future();
+    }
+    static Ending result(std::future<Ending> future) {
+        const bool hasEnded = future.wait_for(60s) == std::future_status::ready;
+        EXPECT_TRUE(hasEnded) << "no completion";
+        return hasEnded ? future.get() : Ending();
+    }
+    Ending get(const std::string& url, std::chrono::milliseconds timeout = 30s) {
+        return result(send({"GET", url, {}, std::nullopt}, timeout));
+    }
+    Ending post(const std::string& url, std::chrono::milliseconds timeout = 30s) {
+        return result(send({"POST", url, {{"API_TOKEN", "secret-token"}}, "secret-body"}, timeout));
+    }
+
+    [[nodiscard]] const std::shared_ptr<TransferLoop>& loop() {
+        if (!loop_) {
+            loop_ = std::make_shared<TransferLoop>(options, pool);
+        }
+        return loop_;
+    }
+    [[nodiscard]] std::shared_ptr<SSL_CTX> tls() const {
+        return authority.serverContext("IP:127.0.0.1,DNS:localhost");
+    }
+
+    const TestAuthority authority;
+    WorkerPool pool{[](const std::exception_ptr&) { ADD_FAILURE() << "an exception"; }, 0ms};
+    HttpOptions options{.trustAnchors = {authority.file()}};
+
+private:
+    std::shared_ptr<TransferLoop> loop_;
+};
+
 // OpenSSL would refuse TLS 1.1 by itself, were it not told to be lenient before it is first used.
 const bool isLenient = [] {
     static const testing::TemporaryDirectory folder;
-    const std::string file = folder.path() / "openssl.cnf";
-    std::ofstream(file) << "openssl_conf = a\n[a]\nssl_conf = b\n[b]\nsystem_default = c\n[c]\n"
-                           "MinProtocol = TLSv1\nCipherString = DEFAULT@SECLEVEL=0\n";
-    return setenv("OPENSSL_CONF", file.c_str(), 1) == 0;
+    folder.write("openssl.cnf", "openssl_conf = a\n[a]\nssl_conf = b\n[b]\nsystem_default = c\n"
+                                "[c]\nMinProtocol = TLSv1\nCipherString = DEFAULT@SECLEVEL=0\n");
+    return setenv("OPENSSL_CONF", (folder.path() / "openssl.cnf").c_str(), 1) == 0;
 }();
 
 TEST_F(HttpTest, AnUploadArrivesByteForByteByASocketThatNoOtherProgramInherits) {
@@ -57,6 +147,8 @@ TEST_F(HttpTest, AnUploadArrivesByteForByteByASocketThatNoOtherProgramInherits) 
 }
 
 TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
+    using enum HttpErrorCode;
+    const std::string large((64 << 20) + 1, 'a');
     const std::string ok = "HTTP/1.1 200 OK\r\n";
     const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n";
     const std::string line = "X: " + std::string(4000, 'x') + "\r\n";
@@ -73,38 +165,25 @@ TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
         HttpErrorCode code;
         std::string repeated = {}; // for 4 MB, or until nobody listens
     } cases[] = {
-        {"chunks", chunked + "0\r\n\r\n", fine},
         {"trailer", chunked + "0\r\nX-Checksum: 1\r\n\r\n", fine},
         {"many headers and a body in crumbs", crumbs + "0\r\n\r\n", fine},
         {"gzip", answer(200, packed, "Content-Encoding: gzip\r\n"), fine},
-        {"damaged gzip", answer(200, damaged, "Content-Encoding: gzip\r\n"),
-         HttpErrorCode::badContentEncoding},
-        {"bomb",
-         answer(200, service::gzip(std::string((64 << 20) + 1, 'a')), "Content-Encoding: gzip\r\n"),
-         HttpErrorCode::answerTooLarge},
-        {"64 MiB", answer(200, std::string(64 << 20, 'a')), fine},
-        {"a byte more", answer(200, std::string((64 << 20) + 1, 'a')),
-         HttpErrorCode::answerTooLarge},
-        {"a redirect's body", answer(302, std::string((64 << 20) + 1, 'a'), "Location: /\r\n"),
-         HttpErrorCode::answerTooLarge},
-        {"two lengths", answer(200, "{}", "Content-Length: 1\r\n"), HttpErrorCode::malformedAnswer},
-        {"no HTTP", "SSH-2.0-server\r\n\r\n", HttpErrorCode::malformedAnswer},
-        {"no chunk", ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n",
-         HttpErrorCode::malformedAnswer},
+        {"damaged gzip", answer(200, damaged, "Content-Encoding: gzip\r\n"), badContentEncoding},
+        {"bomb", answer(200, service::gzip(large), "Content-Encoding: gzip\r\n"), answerTooLarge},
+        {"64 MiB", answer(200, large.substr(1)), fine},
+        {"a byte more", answer(200, large), answerTooLarge},
+        {"a redirect's body", answer(302, large, "Location: /\r\n"), answerTooLarge},
+        {"two lengths", answer(200, "{}", "Content-Length: 1\r\n"), malformedAnswer},
+        {"no HTTP", "SSH-2.0-server\r\n\r\n", malformedAnswer},
+        {"no chunk", ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", malformedAnswer},
         {"another protocol", "HTTP/1.1 101 Other\r\nUpgrade: x\r\nConnection: upgrade\r\n\r\nabc",
-         HttpErrorCode::malformedAnswer},
-        {"nothing", "", HttpErrorCode::connectionLost},
-        {"half a header", ok + "Content-Le", HttpErrorCode::connectionLost},
-        {"headers without their end", ok + "X: 1\r\n", HttpErrorCode::connectionLost},
-        {"only a hundred", "HTTP/1.1 100 Continue\r\n\r\n", HttpErrorCode::connectionLost},
-        {"half a body", ok + "Content-Length: 4\r\n\r\n{}", HttpErrorCode::connectionLost},
-        {"half a chunk", ok + "Transfer-Encoding: chunked\r\n\r\n4\r\n{}",
-         HttpErrorCode::connectionLost},
-        {"headers", ok, HttpErrorCode::answerTooLarge, line},
-        {"hundreds", "", HttpErrorCode::answerTooLarge,
-         "HTTP/1.1 100 Continue\r\n" + line + "\r\n"},
-        {"trailers", chunked + "0\r\n", HttpErrorCode::answerTooLarge, line},
-    };
+         malformedAnswer},
+        {"nothing", "", connectionLost},
+        {"headers without their end", ok + "X: 1\r\n", connectionLost},
+        {"only a hundred", "HTTP/1.1 100 Continue\r\n\r\n", connectionLost},
+        {"half a body", ok + "Content-Length: 4\r\n\r\n{}", connectionLost},
+        {"hundreds", "", answerTooLarge, "HTTP/1.1 100 Continue\r\n" + line + "\r\n"},
+        {"trailers", chunked + "0\r\n", answerTooLarge, line}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         FaultServer server(nullptr, {.onRequest = [&](Connection& connection, const Request&) {
@@ -125,35 +204,16 @@ TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
 
 struct Phase {
     const char* name;
+    bool isEncrypted;
     FaultServer::Script script;
-    bool isEncrypted = false;
 };
 
-const std::function<void(Connection&)> stall = &Connection::stall;
-
-Phase stallAfter(const char* name, std::string bytes) {
-    return {name, {.onRequest = [bytes](Connection& connection, const Request&) {
-                connection.write(bytes);
-                connection.stall();
-            }}};
-}
-
 const Phase phases[] = {
-    {"accepted", {.onAccept = stall}},
-    {"in the handshake", {.onAccept = stall}, true},
-    stallAfter("before the answer", ""),
-    stallAfter("in the headers", "HTTP/1.1 200 OK\r\nContent-Le"),
-    stallAfter("in the body", "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n{}"),
-    {"drips",
-     {.onRequest =
-          [](Connection& connection, const Request&) {
-              connection.write("HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n");
-              for (int i = 0; i < 500; ++i) {
-                  connection.pause(20ms);
-                  connection.write(" ");
-              }
-          }}},
+    {"in the handshake", true, {.onAccept = &Connection::stall}},
+    {"in the body", false,
+     saying("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n{}", &Connection::stall)},
     {"redirects",
+     false,
      {.onRequest =
           [](Connection& connection, const Request&) {
               connection.pause(60ms);
@@ -161,14 +221,14 @@ const Phase phases[] = {
           }}},
 };
 
-TEST_F(HttpTest, TheTimeoutCoversEveryPhaseAndTheWaitForAConnection) {
+TEST_F(HttpTest, TheTimeoutCoversTheWaitForAConnection) {
     rlimit descriptors{};
     getrlimit(RLIMIT_NOFILE, &descriptors);
     const rlimit fewer{128, descriptors.rlim_max}; // 64 connections
     setrlimit(RLIMIT_NOFILE, &fewer);
     EXPECT_EQ(get("http://127.0.0.1:1/").code(), HttpErrorCode::cannotConnect);
     setrlimit(RLIMIT_NOFILE, &descriptors);
-    FaultServer full(nullptr, phases[0].script);
+    FaultServer full(nullptr, {.onAccept = &Connection::stall});
     for (int i = 0; i < 64; ++i) {
         send({"GET", full.url("/"), {}, {}});
     }
@@ -177,11 +237,13 @@ TEST_F(HttpTest, TheTimeoutCoversEveryPhaseAndTheWaitForAConnection) {
     EXPECT_EQ(get(full.url("/"), 300ms).code(), HttpErrorCode::timedOut);
     EXPECT_LT(Clock::now() - queued, 5s);
     EXPECT_EQ(full.connections(), 64);
-    stop();
+}
+
+TEST_F(HttpTest, InEveryPhaseTheTimeoutCountsAndAStopIsQuickAndNoCompletionRunsAfterwards) {
     for (const Phase& phase : phases) {
         SCOPED_TRACE(phase.name);
         FaultServer server(phase.isEncrypted ? tls() : nullptr, phase.script);
-        const auto start = Clock::now();
+        auto start = Clock::now();
         const Ending ending = post(server.url("/"), 300ms);
         EXPECT_EQ(ending.code(), HttpErrorCode::timedOut) << ending.message();
         EXPECT_GE(Clock::now() - start, 300ms);
@@ -189,52 +251,50 @@ TEST_F(HttpTest, TheTimeoutCoversEveryPhaseAndTheWaitForAConnection) {
         if (phase.name == std::string("in the body")) {
             EXPECT_EQ(ending.data, "{}"); // as far as it had come
         }
-    }
-}
-
-TEST_F(HttpTest, StoppingIsQuickInEveryPhaseAndNoCompletionRunsAfterwards) {
-    for (const Phase& phase : phases) {
-        SCOPED_TRACE(phase.name);
-        FaultServer server(phase.isEncrypted ? tls() : nullptr, phase.script);
-        const auto mine = std::make_shared<TransferLoop>(options, pool);
-        std::atomic<int> called = 0;
         const auto witness = std::make_shared<int>();
         const auto session =
-            std::make_shared<CurlSession>(platform::HttpSessionConfiguration{}, mine, pool);
-        std::vector<std::shared_ptr<platform::HttpTask>> tasks;
+            std::make_shared<CurlSession>(platform::HttpSessionConfiguration{}, loop(), pool);
+        const auto makeTask = [&] {
+            return session->dataTask({"POST", server.url("/"), {}, "body"},
+                                     [witness](auto...) { ADD_FAILURE() << "too late"; });
+        };
+        const auto notStarted = makeTask();
         for (int i = 0; i < 20; ++i) {
-            tasks.push_back(session->dataTask({"POST", server.url("/"), {}, "body"},
-                                              [&called, witness](auto, auto, auto) { ++called; }));
-            if (i > 0) {
-                tasks.back()->resume();
-            }
+            makeTask()->resume();
         }
-        ASSERT_TRUE(server.waitForConnections(2));
-        const auto start = Clock::now();
-        mine->stop();
+        ASSERT_TRUE(server.waitForConnections(3));
+        start = Clock::now();
+        stop();
         EXPECT_LT(Clock::now() - start, testing::shutdownLimit);
         EXPECT_EQ(witness.use_count(), 2); // here and in the task that was not started
-        tasks.front()->resume();           // too late
+        notStarted->resume();
         EXPECT_EQ(witness.use_count(), 1);
-        EXPECT_EQ(called, 0);
     }
 }
 
-TEST_F(HttpTest, NamesThatAreLookedUpForeverHoldUpNothingAndLocalhostIsNotLookedUp) {
-    const auto nameServer = testing::SilentNameServer::start();
-    if (!nameServer) {
-        GTEST_SKIP() << "needs the right to make a network namespace";
+TEST_F(HttpTest, ACompletionThatWaitsForAnotherDoesNotRunAfterAStop) {
+    options.idleTime = 100ms;
+    FaultServer server(nullptr, {});
+    const auto session =
+        std::make_shared<CurlSession>(platform::HttpSessionConfiguration{}, loop(), pool);
+    std::atomic<int> called = 0;
+    std::promise<void> mayReturn;
+    for (int i = 0; i < 2; ++i) {
+        session
+            ->dataTask({"GET", server.url("/"), {}, {}},
+                       [&](auto...) {
+                           ++called;
+                           mayReturn.get_future().wait();
+                       })
+            ->resume();
     }
-    FaultServer healthy(tls(), {});
-    auto hanging = send({"GET", "https://audience.test/", {}, {}}, 500ms);
-    ASSERT_TRUE(nameServer->isAsked());
-    EXPECT_EQ(get(healthy.url("/", "localhost")).data, "{}");
-    EXPECT_EQ(result(std::move(hanging)).code(), HttpErrorCode::timedOut);
-    send({"GET", "https://audience2.test/", {}, {}});
-    ASSERT_TRUE(nameServer->isAsked());
-    const auto start = Clock::now();
-    loop()->stop();
-    EXPECT_LT(Clock::now() - start, testing::shutdownLimit);
+    ASSERT_TRUE(server.waitForRequests(2) && server.waitForClosed(server.connections()));
+    stop(); // both have been handed over
+    mayReturn.set_value();
+    std::promise<void> last;
+    session->queue().post([&] { last.set_value(); });
+    last.get_future().wait();
+    EXPECT_EQ(called, 1);
 }
 
 TEST_F(HttpTest, ConnectionsAreReusedAndTlsSessionsResumedAfterAnIdleTime) {
@@ -255,44 +315,21 @@ TEST_F(HttpTest, ConnectionsAreReusedAndTlsSessionsResumedAfterAnIdleTime) {
     EXPECT_EQ(server.resumedTlsSessions(), 1);
 }
 
-TEST_F(HttpTest, ManyThreadsGetTheirOwnAnswers) {
-    FaultServer server(tls(), {.onRequest = [](Connection& connection, const Request& request) {
-                           connection.write(answer(200, request.body));
-                       }});
-    static_cast<void>(loop());
-    std::vector<std::thread> senders;
-    for (int thread = 0; thread < 50; ++thread) {
-        senders.emplace_back([&, thread] {
-            for (int i = 0; i < 4; ++i) {
-                const std::string body = std::to_string(thread) + "/" + std::to_string(i);
-                EXPECT_EQ(result(send({"POST", server.url("/"), {}, body})).data, body);
-            }
-        });
-    }
-    for (std::thread& sender : senders) {
-        sender.join();
-    }
-}
-
 TEST_F(HttpTest, ServersAreJudgedByTheirCertificateTheirNameAndTheirTls) {
     const TestAuthority stranger;
     const auto old = tls();
     SSL_CTX_set_security_level(old.get(), 0);
     SSL_CTX_set_min_proto_version(old.get(), TLS1_VERSION);
     SSL_CTX_set_max_proto_version(old.get(), TLS1_1_VERSION);
-    const struct {
-        std::shared_ptr<SSL_CTX> context;
-        HttpErrorCode code;
-    } cases[] = {
+    const std::pair<std::shared_ptr<SSL_CTX>, HttpErrorCode> cases[] = {
         {tls(), fine},
         {stranger.serverContext("IP:127.0.0.1"), HttpErrorCode::certificateUntrusted},
         {authority.serverContext("DNS:audience.invalid"), HttpErrorCode::certificateUntrusted},
-        {old, HttpErrorCode::tlsFailed},
-    };
-    for (const auto& each : cases) {
-        FaultServer server(each.context, {});
+        {old, HttpErrorCode::tlsFailed}};
+    for (const auto& [context, code] : cases) {
+        FaultServer server(context, {});
         const Ending ending = post(server.url("/v5?lat=59.329#59.329"));
-        EXPECT_EQ(ending.code(), each.code) << ending.message();
+        EXPECT_EQ(ending.code(), code) << ending.message();
         if (ending.error) {
             EXPECT_EQ(ending.error->userInfo.at(KRError::urlKey), Value(server.url("/v5")));
             EXPECT_THAT(ending.message(), Not(HasSubstr("59.329")));
@@ -308,49 +345,42 @@ TEST_F(HttpTest, ServersAreJudgedByTheirCertificateTheirNameAndTheirTls) {
                            }});
         EXPECT_EQ(get(server.url("/")).code(), isCut ? HttpErrorCode::connectionLost : fine);
     }
-    FaultServer hinting(tls(), {.onRequest = [](Connection& connection, const Request&) {
-                            connection.write("HTTP/1.1 103 Hints\r\n\r\n" + answer(200, "{}"));
-                        }});
-    EXPECT_EQ(get(hinting.url("/")).code(), fine);
+    for (const std::string& whole : {"HTTP/1.1 103 Hints\r\n\r\n" + answer(200, "{}"),
+                                     std::string("HTTP/1.1 204 None\r\n\r\n")}) {
+        FaultServer server(tls(), saying(whole));
+        EXPECT_EQ(get(server.url("/")).code(), fine);
+    }
 }
 
 TEST_F(HttpTest, ChangedTrustCountsAtOnceAlsoForKeptConnectionsAndTlsSessions) {
     const TestAuthority stranger;
     const testing::TemporaryDirectory folder;
-    std::ofstream(folder.path() / stranger.hashedName()) << stranger.pem();
-    for (const std::string way : {"directory", "bundle", "anchor", "bundle beside an anchor"}) {
-        for (const bool isKept : {true, false}) {
-            SCOPED_TRACE(way + (isKept ? ", connection kept" : ", TLS session kept"));
-            FaultServer server(tls(), {.onRequest = [&](Connection& connection, const Request&) {
-                                   connection.write(
-                                       answer(200, "{}", isKept ? "" : "Connection: close\r\n"));
-                               }});
-            const std::filesystem::path file =
-                folder.path() / (way == "directory" ? authority.hashedName() : "file");
-            std::ofstream(file) << authority.pem();
-            options.trustAnchors.clear();
-            options.systemRoots = {};
-            if (way == "directory") {
-                options.systemRoots = {{"/nonexistent", folder.path()}, "/nonexistent"};
-            } else if (way == "anchor") {
-                options.trustAnchors = {file};
-            } else {
-                options.systemRoots.bundle = file;
-            }
-            if (way == "bundle beside an anchor") {
-                options.trustAnchors = {stranger.file()};
-            }
+    folder.write(stranger.hashedName(), stranger.pem());
+    const std::filesystem::path hashed = authority.hashedName();
+    const std::filesystem::path file = folder.path() / "file";
+    const struct {
+        const char* way;
+        std::filesystem::path changed;
+        std::vector<std::filesystem::path> anchors;
+        SystemRoots roots;
+    } cases[] = {{"directory", hashed, {}, {{"/nonexistent", folder.path()}, "/nonexistent"}},
+                 {"bundle", "file", {}, {{}, file}},
+                 {"anchor", "file", {file}, {}},
+                 {"bundle beside an anchor", "file", {stranger.file()}, {{}, file}}};
+    for (const auto& [way, changed, anchors, roots] : cases) {
+        for (const char* connection : {"", "Connection: close\r\n"}) {
+            SCOPED_TRACE(std::string(way) + " " + connection);
+            FaultServer server(tls(), saying(answer(200, "{}", connection)));
             stop();
+            options.systemRoots = roots;
+            folder.write(changed, authority.pem());
+            options.trustAnchors = anchors;
             EXPECT_EQ(get(server.url("/")).data, "{}");
-            if (way == "directory") {
-                std::filesystem::remove(file);
-            } else {
-                std::ofstream(file) << stranger.pem();
-            }
+            std::filesystem::remove(folder.path() / changed);
             EXPECT_EQ(get(server.url("/")).code(), HttpErrorCode::certificateUntrusted);
-            std::ofstream(file) << authority.pem();
+            folder.write(changed, authority.pem());
             EXPECT_EQ(get(server.url("/")).data, "{}");
-            std::filesystem::remove(file);
+            std::filesystem::remove(folder.path() / changed);
         }
     }
 }
@@ -369,17 +399,18 @@ TEST_F(HttpTest, TokensAndCookiesStayWithinTheirOriginAndTheirRequest) {
     const platform::HttpRequest request{"GET", server.url("/"), {{"API_TOKEN", "1"}}, {}};
     location = "/same";
     EXPECT_EQ(result(send(request)).response.value().url, server.url("/same"));
+    EXPECT_EQ(post(server.url("/")).data, "{}");
+    EXPECT_THAT(server.requests().back().head,
+                ::testing::AllOf(HasSubstr("GET /same"), Not(HasSubstr("Content-Length"))));
     location = elsewhere.url("/other");
     EXPECT_EQ(result(send(request)).data, "{}");
     const std::string both = server.requests().at(1).head;
     EXPECT_THAT(both, ::testing::AllOf(HasSubstr("API_TOKEN: 1"), HasSubstr("Cookie: crumb=1")));
-    EXPECT_THAT(server.requests().at(2).head, Not(HasSubstr("Cookie")));
+    EXPECT_THAT(server.requests().at(4).head, Not(HasSubstr("Cookie")));
     EXPECT_THAT(elsewhere.requests().at(0).head,
                 Not(AnyOf(HasSubstr("API_TOKEN"), HasSubstr("Cookie"))));
 
-    FaultServer proxy(nullptr, {.onRequest = [](Connection& connection, const Request&) {
-                          connection.write(answer(403, ""));
-                      }});
+    FaultServer proxy(nullptr, saying(answer(403, "")));
     for (const char* variable : {"http_proxy", "https_proxy", "all_proxy"}) {
         setenv(variable, proxy.url("").c_str(), 1);
     }
@@ -425,17 +456,11 @@ TEST_F(HttpTest, WithoutThreadsEveryTaskStillEnds) {
                        }});
     const platform::HttpRequest request{"GET", server.url("/"), {}, {}};
     std::promise<void> mayReturn;
-    {
-        const NoMoreThreads none;
-        EXPECT_THROW(send(request), std::system_error);
-    }
+    EXPECT_THROW((NoMoreThreads(), send(request)), std::system_error);
     pool.post([&] { mayReturn.get_future().wait(); });
-    {
-        const NoMoreThreads butThatWorker;
-        auto failing = send(request);
-        mayReturn.set_value();
-        EXPECT_EQ(result(std::move(failing)).code(), HttpErrorCode::other);
-    }
+    auto failing = (NoMoreThreads(), send(request)); // but for that worker
+    mayReturn.set_value();
+    EXPECT_EQ(result(std::move(failing)).code(), HttpErrorCode::other);
     auto answered = send(request);
     ASSERT_TRUE(server.waitForRequests(1));
     const NoMoreThreads butTheLoops;

@@ -2,13 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cstdint>
-#include <limits>
-#include <span>
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include <cmath>
 
 namespace morvellacinto::native {
 namespace {
@@ -27,7 +21,7 @@ Value nested(unsigned levels) {
 
 const Value samples[] = {
     Array::of({true, false, 0, -1, 127, 128, INT64_MIN, INT64_MAX, UINT64_MAX}),
-    Array::of({59.329F, -0.0F, 0.1, -std::numeric_limits<double>::infinity(), Date{-1e-9}}),
+    Array::of({59.329F, -0.0F, 0.1, -HUGE_VAL, Date{-1e-9}}),
     Array::of({"", "a\0\xFF"sv, Value(std::span(someBytes)), Array(), Object()}),
     std::string(100'000, 'x'),
     Object{{"", Array::of({1, Object{{"z", Array()}, {"a\0b"sv, 0.5F}}, "last"})}, {"b", 1}},
@@ -37,11 +31,9 @@ const Value samples[] = {
 TEST(ValueBlob, EveryKindComesBackAsItWas) {
     for (const Value& value : samples) {
         const std::string blob = encodeValue(value);
-        const std::optional<Value> decoded = decodeValue(blob);
-        ASSERT_TRUE(decoded.has_value());
-        EXPECT_EQ(decoded->kind(), value.kind());
-        EXPECT_EQ(*decoded, value);
-        EXPECT_EQ(encodeValue(*decoded), blob) << "kinds inside and the order of members";
+        const Value decoded = decodeValue(blob).value();
+        EXPECT_EQ(decoded, value);
+        EXPECT_EQ(encodeValue(decoded), blob) << "kinds and the order of members";
     }
 }
 
@@ -65,7 +57,6 @@ TEST(ValueBlob, WhatWasNeverEncodedGivesNothing) {
         ""sv,
         "\x01"sv,
         "\x02\x01"sv,                                             // another version
-        "\x01\x00"sv,                                             // no such kind
         "\x01\x0C"sv,                                             // no such kind
         "\x01\x01\x01"sv,                                         // something behind the value
         "\x01\x03\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x01"sv, // a number without end
@@ -79,12 +70,9 @@ TEST(ValueBlob, WhatWasNeverEncodedGivesNothing) {
     for (const std::string_view blob : broken) {
         EXPECT_EQ(decodeValue(blob), std::nullopt) << testing::PrintToString(std::string(blob));
     }
-    for (const Value& value : samples) {
-        const std::string blob = encodeValue(value);
-        const std::size_t stride = blob.size() / 500 + 1;
-        for (std::size_t length = 0; length < blob.size(); length += stride) {
-            EXPECT_EQ(decodeValue(std::string_view(blob).substr(0, length)), std::nullopt);
-        }
+    const std::string whole = encodeValue(samples[4]);
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        EXPECT_EQ(decodeValue(std::string_view(whole).substr(0, length)), std::nullopt);
     }
 }
 
