@@ -117,7 +117,8 @@ Ref<Thing> holding(const std::optional<Value>& value) {
 class Route : public Journey {
     AVJSON_CLASS(Route, Journey)
     static void describeMembers(AVDescription<Route>& route) {
-        for (const char* path : {"to.name", "from.name", "from.none", "to.none"}) {
+        for (const char* path :
+             {"to.name", "from.name", "from.none", "to.none", "to.journeys.@count"}) {
             route.reader<&Route::title>(path);
         }
     }
@@ -174,6 +175,7 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
         {route, {"title", "to.name"}, R"({"name":"HARBOUR Visby"})"},
         {route, {"to.name", "title"}, R"({"name":"?-Visby"})"},
         {route, {"title", "from.name"}, "{}"},
+        {route, {"to.journeys.@count"}, R"({"@count":0})"},
         {route, {"to.name", "to.none", "to"}, R"({"name":"HARBOUR Visby"})", {failed}},
         {outer, {"other", "count"}, R"({"other":{"other":1},"count":3})", {failed}},
         {round, // inside itself

@@ -89,6 +89,7 @@ TEST(Types, readBackWhatTheyGiveAndSayWhatTheyWant) {
         {taken<std::uint64_t>, "[18446744073709551616.0]", "[18446744073709551615]"},
         {taken<std::int64_t>, R"(["-9223372036854775808"])", "[-9223372036854775808]"},
         {taken<std::uint64_t>, R"(["18446744073709551615"])", "[18446744073709551615]"},
+        {taken<bool>, R"(["true"])", "[true]"},
         {taken<int>, R"(["99999999999999999999"])", "[2147483647]"},
         {taken<int>, R"(["-99999999999999999999"])", "[-2147483648]"},
         {taken<bool>, "[null]", "a boolean, not null"},

@@ -50,6 +50,7 @@ TEST_F(DeviceTest, ReadsTheSystemsVersionAndFallsBackOnTheKernels) {
         {"usr/lib/os-release", "", kernel().release},
         {"etc/os-release", "VERSION_ID_LIKE=3\nVERSION_ID=''\n", kernel().release},
         {"usr/lib/os-release", "VERSION_ID=\"\xff\"\n", kernel().release},
+        {"usr/lib/os-release", "VERSION_ID=\"1 2\"\n", kernel().release},
         {"usr/lib/os-release", "NAME=\"Some\"\nVERSION_ID=\"12\"\n", "12"},
         {"etc/os-release", "XVERSION_ID=9\nVERSION_ID=24.06.1", "24.06.1"}};
     for (const auto& [file, content, version] : cases) {

@@ -4,6 +4,7 @@
 #include "telephony/NativeTelephony.h"
 
 #include "morvellacinto/Morvellacinto.h"
+#include "morvellacinto/platform/SystemVersion.h"
 
 #include <morvellacinto/native/NativePlatform.h>
 
@@ -49,8 +50,10 @@ TEST_F(TelephonyTest, TheCarrierIsTheSimsElseThatOfTheNetworkWhichServesIt) {
                           {"Net", "2620", "/absent", "", "", "Net - -"},
                           {"Net", "2620123", "/", "", "", "Net - -"}};
     for (const auto& [networkName, networkCode, sim, simName, simCode, carrier] : cases) {
-        daemon.reply("/sim", "org.freedesktop.ModemManager1.Sim", "GetAll", "a{sv}", 2,
-                     "OperatorName", "s", simName, "OperatorIdentifier", "s", simCode);
+        for (const char* path : {"/sim", "/"}) {
+            daemon.reply(path, "org.freedesktop.ModemManager1.Sim", "GetAll", "a{sv}", 2,
+                         "OperatorName", "s", simName, "OperatorIdentifier", "s", simCode);
+        }
         const auto info = infoOf(1, "/Modem/0", 2, modemInterface, 2, "AccessTechnologies", "u",
                                  1U << 14, "Sim", "o", sim, networkInterface, 2, "OperatorName",
                                  "s", networkName, "OperatorCode", "s", networkCode);
@@ -123,6 +126,8 @@ TEST(Payload, OfAPhoneWithAllServicesHasAllKeysAndAsksForTheBatteryOnce) {
              told.emplace_back(sentence);
          }});
     platform::install(platform);
+    EXPECT_TRUE(platform->systemVersion().isAtLeast(14, 0));
+    EXPECT_FALSE(platform->systemVersion().isAtLeast(14, 1));
     const auto payload = [] { return KRNetworkManager::basePayload(); };
     const Object expected{
         {"bundle", "com.example.host"},
