@@ -20,12 +20,15 @@ Uuid randomUuid() {
 } // namespace
 
 Uuid KeptUuid::get() {
-    const auto [text, isCertain] = kept_.read(name_);
+    const auto [text, isCertain, erasures] = kept_.read(name_);
     if (const auto kept = text ? Uuid::parse(*text) : std::nullopt) {
         return *kept;
     }
     std::unique_lock lock(mutex_);
-    made_ = made_ ? made_ : randomUuid();
+    if (!made_ || madeAfter_ != erasures) {
+        made_ = randomUuid();
+        madeAfter_ = erasures;
+    }
     const Uuid made = *made_;
     if (isCertain) {
         kept_.set(name_, made.text());

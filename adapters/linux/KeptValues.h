@@ -11,10 +11,15 @@
 
 namespace morvellacinto::native {
 
+/// The names of identifiers, which an erasure takes with it.
+inline constexpr std::string_view keptVendorIdentifier = "vendorIdentifier";
+inline constexpr std::string_view keptAdvertisingIdentifier = "advertisingIdentifier";
+
 /// What a read of a kept value gives.
 struct KeptText {
     std::optional<std::string> text;
-    bool isCertain = true; ///< false: there may be another text, which could not be read
+    bool isCertain = true;     ///< false: there may be another text, which could not be read
+    std::int64_t erasures = 0; ///< see `platform::UserDefaults::erasures`
 };
 
 /// Texts that the adapter keeps for itself across runs, out of reach of the host's settings. The
@@ -35,7 +40,7 @@ public:
     KeptUuid(KeptValues kept, std::string_view name) : kept_(std::move(kept)), name_(name) {}
 
     /// While what is kept cannot be read, one that this process alone has; nothing is replaced by
-    /// it.
+    /// it. Another one after an erasure.
     [[nodiscard]] Uuid get();
     void makeAnew();
 
@@ -44,6 +49,7 @@ private:
     const std::string_view name_;
     std::mutex mutex_; // so that what is made last is kept
     std::optional<Uuid> made_;
+    std::int64_t madeAfter_ = 0; // so many erasures
 };
 
 } // namespace morvellacinto::native

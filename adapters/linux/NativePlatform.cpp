@@ -166,6 +166,22 @@ KeptValues keptIn(const std::shared_ptr<SqliteDefaults>& settings) {
             [settings] { return settings->synchronize(); }};
 }
 
+constexpr std::string_view keptConsent = "uploadConsent";
+
+UploadConsent consentIn(const SqliteDefaults& settings, UploadConsent undecided) {
+    settings.refresh();
+    const std::string text = settings.adapterValue(keptConsent).text.value_or("");
+    const bool isKnown = text.size() == 1 && text >= "0" && text <= "2";
+    return isKnown ? static_cast<UploadConsent>(text.front() - '0') : undecided;
+}
+
+UploadQuestion onMainQueue(const std::shared_ptr<MainQueue>& queue, UploadQuestion host) {
+    const auto ask = std::make_shared<const UploadQuestion>(std::move(host));
+    return [queue, ask](const platform::HttpRequest& request, const UploadAnswer& answer) {
+        *ask ? queue->post([=] { (*ask)(request, answer); }) : answer(std::nullopt);
+    };
+}
+
 } // namespace
 
 struct NativePlatform::Services {
@@ -182,13 +198,17 @@ struct NativePlatform::Services {
           assertionHandler(options.assertionHandler
                                ? std::move(options.assertionHandler)
                                : std::make_shared<platform::AssertionHandler>()),
-          device(bundle, bus, keptIn(settings)),
+          undecided(options.uploadConsent), device(bundle, bus, keptIn(settings)),
           tracking(mainQueue, keptIn(settings), std::move(options.trackingQuestion)),
           location(std::make_shared<NativeLocation>(
               mainQueue, bus, workers, LocationOptions{bundle, options.locationTimeout})),
           http(std::make_shared<TransferLoop>(
-              HttpOptions{.trustAnchors = std::move(options.trustAnchors),
-                          .proxy = std::move(options.proxy)},
+              HttpOptions{
+                  .trustAnchors = std::move(options.trustAnchors),
+                  .proxy = std::move(options.proxy),
+                  .consent = [settings = settings,
+                              undecided = undecided] { return consentIn(*settings, undecided); },
+                  .ask = onMainQueue(mainQueue, std::move(options.beforeUpload))},
               workers)) {}
 
     const std::shared_ptr<NativeLog> log;
@@ -206,6 +226,7 @@ struct NativePlatform::Services {
     SystemClock clock;
     const std::shared_ptr<platform::AssertionHandler> assertionHandler;
     NativeSystemVersion systemVersion;
+    const UploadConsent undecided;
     Bus bus{diagnostics, stopSignal};
     NativeDevice device;
     NativeTracking tracking;
@@ -248,6 +269,17 @@ void NativePlatform::resetAdvertisingIdentifier() {
 bool NativePlatform::setTrackingAuthorization(std::uint64_t status) {
     return services_->tracking.setTrackingAuthorization(status);
 }
+
+UploadConsent NativePlatform::uploadConsent() const {
+    return consentIn(*services_->settings, services_->undecided);
+}
+
+bool NativePlatform::setUploadConsent(UploadConsent consent) {
+    services_->settings->setAdapterValue(keptConsent, std::to_string(static_cast<int>(consent)));
+    return services_->settings->synchronize();
+}
+
+bool NativePlatform::eraseStoredData() { return services_->settings->erase(); }
 
 platform::Dispatch& NativePlatform::dispatch() { return services_->dispatch; }
 

@@ -1,16 +1,19 @@
-// Attacks the settings: settings ROUNDS [kill | replace | flip]; without a name all of them.
+// Attacks the settings: settings ROUNDS [kill | replace | erase | flip]; without a name all.
 //
 // kill     three processes store, replace and remove without pause and are killed at any instant:
 //          no flushed value is lost, none is torn.
 // replace  the replacement of a damaged database is killed at each of its steps, and the disk is
 //          full from each of its writes on, and allocations of SQLite fail one at a time: nothing
 //          is lost that could still be read before.
+// erase    an erasure is killed at each of its steps: nothing of it is left to the next process, in
+//          memory or in any file, and everything else is.
 // flip     a bit of the database file is flipped: its values or nothing, and new ones can be
 // stored.
 
 #include "settings/SqliteDefaults.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <fcntl.h>
@@ -273,6 +276,57 @@ void attackReplacement(int) {
     }
 }
 
+bool isInAnyFile(const Directory& directory, const std::string& text) {
+    const std::filesystem::directory_iterator files(directory.path());
+    return std::any_of(begin(files), end(files), [&](const auto& entry) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::string bytes{std::istreambuf_iterator(file), {}};
+        return bytes.find(text) != std::string::npos;
+    });
+}
+
+void attackErasure(int) {
+    const std::array erased{"the answer", "the one before", "an identifier", "set aside"};
+    const std::string answerKey = std::string(platform::libraryKeyPrefix) + "KRAudiences";
+    int finished = 0;
+    for (int number = 1, status = 1; status != 0; ++number) {
+        const Directory directory;
+        finish(start([&] {
+            const auto defaults = open(directory);
+            defaults->setAdapterValue(native::keptAdvertisingIdentifier, erased[2]);
+            defaults->setAdapterValue("consent", "kept");
+            defaults->setObjectForKey(stored, keyOf(0));
+            for (const char* answer : {erased[1], erased[0]}) {
+                defaults->setObjectForKey(std::string(answer), answerKey);
+                require(defaults->synchronize(), "no flush");
+            }
+            std::ofstream(database(directory).string() + ".damaged-wal") << erased[3];
+        }));
+        const pid_t child = start([&] {
+            steps = 0;
+            fate = Fate::killed;
+            fatefulStep = number;
+            _exit(open(directory)->erase() ? 0 : 1);
+        });
+        require(waitpid(child, &status, 0) == child, "no child");
+        require(status == 0 || WIFSIGNALED(status), "an erasure failed");
+        const auto next = open(directory);
+        const std::string where = "killed at step " + std::to_string(number);
+        const bool isErased = !next->objectForKey(answerKey);
+        require(isErased || finished == 0, where + ": it came back");
+        require(next->contents().find(keyOf(0)) != nullptr &&
+                    next->adapterValue("consent").text == "kept",
+                where + ": something else is gone");
+        for (const char* text : erased) {
+            require(!isErased || !isInAnyFile(directory, text),
+                    where + ": \"" + text + "\" is there");
+        }
+        finished += isErased ? 1 : 0; // else it was killed before its commit
+    }
+    require(finished > 10, "too few steps");
+    std::cout << "erase: " << finished - 1 << " kills\n";
+}
+
 void attackByFlipping(int rounds) {
     const Directory sound;
     finish(start([&] { storeSome(sound); }));
@@ -301,10 +355,12 @@ int main(int count, char** arguments) {
     try {
         countAllocations();
         const int rounds = count > 1 ? std::stoi(arguments[1]) : 0;
-        require(rounds > 0, "usage: attack_settings ROUNDS [kill | replace | flip]");
+        require(rounds > 0, "usage: attack_settings ROUNDS [kill | replace | erase | flip]");
         const std::string only = count > 2 ? arguments[2] : "";
-        const std::pair<const char*, void (*)(int)> attacks[] = {
-            {"kill", attackByKilling}, {"replace", attackReplacement}, {"flip", attackByFlipping}};
+        const std::pair<const char*, void (*)(int)> attacks[] = {{"kill", attackByKilling},
+                                                                 {"replace", attackReplacement},
+                                                                 {"erase", attackErasure},
+                                                                 {"flip", attackByFlipping}};
         for (const auto& [name, attack] : attacks) {
             if (only.empty() || only == name) {
                 attack(rounds);

@@ -6,6 +6,7 @@
 /// 2. makes a `KRAudienceManager` with the service's token and calls `kovraTagsWithCompletion`;
 /// 3. lets its loop run the platform's main queue, where completions arrive;
 /// 4. calls `platform::shutdown()` when it wants no more of them.
+#include "morvellacinto/Version.h"
 #include "morvellacinto/audience/KRAudienceManager.h"
 #include "morvellacinto/audience/RoundToN.h"
 #include "morvellacinto/audience/Version.h"

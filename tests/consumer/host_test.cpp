@@ -19,6 +19,9 @@ int main() {
     const auto tags = manager.cachedTags(KRTagsTypeTags);
     const bool isRight =
         tags && KRAudienceManager::toQueryString(tags->asObject()) == "place=north";
+    const std::string version = std::to_string(MORVELLACINTO_VERSION_MAJOR) + "." +
+                                std::to_string(MORVELLACINTO_VERSION_MINOR) + "." +
+                                std::to_string(MORVELLACINTO_VERSION_PATCH);
     platform::shutdown();
-    return isRight ? EXIT_SUCCESS : EXIT_FAILURE;
+    return isRight && version == versionText() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -77,9 +77,13 @@ ExitStatus fetchTags(const Options& options, native::NativePlatform& machine,
     });
 }
 
+Object payloadOf(const Options& options) {
+    return options.file ? readObject(*options.file) : KRNetworkManager::basePayload();
+}
+
 ExitStatus collect(const Options& options, native::NativePlatform& machine,
                    KRAudienceManager& manager) {
-    Object payload = options.file ? readObject(*options.file) : KRNetworkManager::basePayload();
+    Object payload = payloadOf(options);
     return awaitOutcome(options, machine, [&](const std::shared_ptr<Outcome>& outcome) {
         manager.collect(payload, completing(outcome), options.force);
     });
@@ -187,6 +191,9 @@ ExitStatus runCommand(const Options& options, native::NativePlatform& machine) {
     case Command::payload:
         print(valueText(KRNetworkManager::basePayload()));
         return success;
+    case Command::preview:
+        print(manager.previewUpload(payloadOf(options)));
+        return success;
     case Command::url:
         printBaseUrl(options);
         return success;
@@ -195,6 +202,8 @@ ExitStatus runCommand(const Options& options, native::NativePlatform& machine) {
         return success;
     case Command::request:
         return request(options, machine);
+    case Command::consent:
+    case Command::erase:
     case Command::settingsList:
     case Command::settingsGet:
     case Command::settingsSet:

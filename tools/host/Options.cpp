@@ -3,6 +3,7 @@
 #include "ExitStatus.h"
 #include "ValueText.h"
 
+#include "morvellacinto/Version.h"
 #include "morvellacinto/audience/Version.h"
 
 #include <CLI/CLI.hpp>
@@ -29,7 +30,8 @@ public:
         app_.fallthrough();            // options of the program after the command
         app_.set_help_flag();          // the commands would show it again
         app_.set_version_flag("--version", [] {
-            return MorvellacintoVersionString + valueText(MorvellacintoVersionNumber);
+            return MorvellacintoVersionString + valueText(MorvellacintoVersionNumber) +
+                   "\nmorvellacinto " + versionText();
         });
         addGlobalOptions();
         addAudienceCommands();
@@ -103,6 +105,8 @@ private:
         app_.add_option("--trace", options_.traceFile,
                         "write the steps to a file for a trace viewer")
             ->type_name("FILE");
+        app_.add_flag("--send-asked", options_.sendAsked,
+                      "while consent is \"ask\", send what is asked about instead of refusing it");
     }
 
     CLI::App* add(CLI::App& parent, const char* name, const char* description, Command command) {
@@ -115,10 +119,13 @@ private:
         add(app_, "tags", "fetch geo tags", Command::tags);
         CLI::App* collect = add(app_, "collect", "upload a payload", Command::collect);
         collect->add_flag("--force", options_.force, "upload whatever is cached");
-        collect
-            ->add_option("--payload", options_.file,
-                         "file of a JSON object to upload, \"-\" for standard input")
-            ->type_name("FILE");
+        CLI::App* preview = add(app_, "preview", "show what collect would send", Command::preview);
+        for (CLI::App* command : {collect, preview}) {
+            command
+                ->add_option("--payload", options_.file,
+                             "file of a JSON object to upload, \"-\" for standard input")
+                ->type_name("FILE");
+        }
         CLI::App* cached = add(app_, "cached", "show the cached answer", Command::cached);
         cached->add_option("member", options_.member)
             ->required()
@@ -131,6 +138,10 @@ private:
         add(app_, "payload", "show the base payload", Command::payload);
         add(app_, "url", "show the base URL", Command::url)
             ->add_flag("--reset", options_.isReset, "first forget the one that was stored");
+        add(app_, "consent", "show or set whether requests may leave", Command::consent)
+            ->add_option("decision", options_.consent)
+            ->check(CLI::IsMember({"allow", "withhold", "ask"}));
+        add(app_, "erase", "erase what the library has stored", Command::erase);
     }
 
     void addSettingsCommands() {

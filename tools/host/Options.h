@@ -17,7 +17,10 @@ enum class Command {
     cached,
     query,
     payload,
+    preview,
     url,
+    consent,
+    erase,
     settingsList,
     settingsGet,
     settingsSet,
@@ -42,12 +45,14 @@ struct Options {
     int times = 1;
     bool isVerbose = false;
     std::optional<std::filesystem::path> traceFile;
+    bool sendAsked = false;
 
     Command command = Command::tags;
     bool force = false;
     bool isReset = false;            // of `url`
     std::string member;              // of `cached`
-    std::optional<std::string> file; // of `collect`, `query` and `request`; "-" is standard input
+    std::string consent;             // of `consent`; empty to show it
+    std::optional<std::string> file; // of commands that read one; "-" is standard input
     std::string key;                 // of `settings`
     std::string json;                // of `settings set`
     double seconds = 0;              // of `settings set-date`

@@ -5,15 +5,31 @@
 #include "morvellacinto/platform/Clock.h"
 #include "morvellacinto/settings/KRSettingsManager.h"
 
+#include <algorithm>
+#include <array>
+
 namespace morvellacinto::host {
 namespace {
 
-ExitStatus stored(bool isStored) {
+// In the order of native::UploadConsent.
+constexpr std::array<const char*, 3> decisions{"allow", "withhold", "ask"};
+
+ExitStatus stored(bool isStored, const char* otherwise = "the setting was not changed") {
     if (isStored) {
         return success;
     }
-    printError({"morvellacinto.host", 1, {{KRError::messageKey, "the setting was not changed"}}});
+    printError({"morvellacinto.host", 1, {{KRError::messageKey, otherwise}}});
     return failed;
+}
+
+ExitStatus showOrSetConsent(const std::string& decision, native::NativePlatform& machine) {
+    if (decision.empty()) {
+        print(decisions.at(static_cast<std::size_t>(machine.uploadConsent())));
+        return success;
+    }
+    const auto* const chosen = std::find(decisions.begin(), decisions.end(), decision);
+    return stored(
+        machine.setUploadConsent(static_cast<native::UploadConsent>(chosen - decisions.begin())));
 }
 
 // The library's own settings, under their short keys.
@@ -32,6 +48,10 @@ Object ownSettings(native::NativePlatform& machine) {
 
 ExitStatus runSettingsCommand(const Options& options, native::NativePlatform& machine) {
     switch (options.command) {
+    case Command::consent:
+        return showOrSetConsent(options.consent, machine);
+    case Command::erase:
+        return stored(machine.eraseStoredData(), "not everything could be erased yet");
     case Command::settingsGet: {
         const auto found = KRSettingsManager::localSettingForKey(options.key);
         if (!found) {

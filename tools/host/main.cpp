@@ -31,6 +31,11 @@ std::shared_ptr<native::NativePlatform> makeMachine(const Options& options) {
         const auto journal = std::make_shared<Journal>(options.isVerbose, options.traceFile);
         native.observer = [journal](const platform::Diagnostic& record) { journal->write(record); };
     }
+    native.beforeUpload = [send = options.sendAsked,
+                           note = native.diagnostics](const auto& request, const auto& answer) {
+        note((send ? "asked, and sent: " : "asked, and refused: ") + request.body.value_or(""));
+        answer(send ? std::optional(request) : std::nullopt);
+    };
     try {
         return native::NativePlatform::create(std::move(native));
     } catch (const std::exception& error) { // an unreadable trust anchor, no home to keep data in

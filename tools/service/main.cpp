@@ -4,6 +4,7 @@
 
 #include "common/CommandLine.h"
 #include "common/Input.h"
+#include "morvellacinto/Version.h"
 #include "morvellacinto/foundation/Json.h"
 
 #include <CLI/CLI.hpp>
@@ -35,6 +36,7 @@ std::optional<Options> readOptions(int count, char** arguments) {
     Options options;
     CLI::App app("The audience service on loopback, for developers and tests",
                  "morvellacinto-service");
+    app.set_version_flag("--version", std::string("morvellacinto-service ") + versionText());
     app.add_option("--port", options.port, "port of 127.0.0.1; any that is free without it")
         ->check(CLI::Range(0, 65535));
     app.add_option("--page", options.page, "port of a page that shows each upload; any for 0")

@@ -33,7 +33,7 @@ std::optional<std::string> readKey(const std::filesystem::path& path, std::strin
     bool inSection = section.empty();
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with('[')) {
-            inSection = line == "[" + std::string(section) + "]";
+            inSection = line == std::string("[").append(section) + "]";
         } else if (inSection && line.starts_with(key) && line.size() > key.size() &&
                    line[key.size()] == '=') {
             return line.substr(key.size() + 1);

@@ -57,7 +57,7 @@ NativeDevice::NativeDevice(std::optional<std::string> bundle, Bus& bus, KeptValu
                            std::filesystem::path root)
     : locale_(localeIdentifierOf(nonEmptyVariable({"LC_ALL", "LC_MESSAGES", "LANG"}))),
       bundle_(std::move(bundle)), root_(std::move(root)), bus_(bus),
-      keptIdentifier_(std::move(kept), "vendorIdentifier") {}
+      keptIdentifier_(std::move(kept), keptVendorIdentifier) {}
 
 std::optional<std::string> NativeDevice::systemVersion() const {
     for (const char* path : {"etc/os-release", "usr/lib/os-release"}) {

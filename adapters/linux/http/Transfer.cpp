@@ -41,9 +41,36 @@ void Transfer::start() {
                                                       std::chrono::milliseconds(0), longestTimeout);
 }
 
+void Transfer::passGate(UploadConsent consent, const UploadQuestion& ask) noexcept {
+    attempt([&] {
+        if (consent == UploadConsent::withheld) {
+            throw HttpFailure{HttpErrorCode::uploadWithheld, "Consent to upload is withheld."};
+        }
+        isApproved_ = isApproved_ || consent == UploadConsent::allowed;
+        if (!isApproved_ && !answer_) {
+            answer_ = std::make_shared<Answer>();
+            ask(request_, [answer = answer_](std::optional<platform::HttpRequest> request) {
+                if (!answer->isGiven.exchange(true)) {
+                    answer->request = std::move(request);
+                    answer->isComplete = true;
+                }
+            });
+        }
+        const bool isAnswered = !isApproved_ && answer_->isComplete;
+        if (isAnswered && answer_->request) {
+            request_ = *std::move(answer_->request);
+            isApproved_ = true;
+        } else if (isAnswered || (!isApproved_ && deadline_ <= std::chrono::steady_clock::now())) {
+            throw HttpFailure{HttpErrorCode::uploadRefused,
+                              isAnswered ? "The host refused to send it."
+                                         : "The host did not say in time whether to send it."};
+        }
+    });
+}
+
 bool Transfer::begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
                      const std::optional<std::string>& proxy) noexcept {
-    return attempt([&] {
+    return !hasFailed_ && attempt([&] {
         if (!hop_) {
             hop_ = firstHop(request_);
         }

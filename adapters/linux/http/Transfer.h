@@ -6,11 +6,13 @@
 
 #include "morvellacinto/foundation/KRError.h"
 #include "morvellacinto/platform/HttpSession.h"
+#include <morvellacinto/native/UploadConsent.h>
 
 #include <curl/curl.h>
 #include <openssl/types.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -36,6 +38,11 @@ public:
     void start();
     [[nodiscard]] std::chrono::steady_clock::time_point deadline() const { return deadline_; }
 
+    /// Judges the next hop, not in a turn; before the first the host may have to be asked.
+    void passGate(UploadConsent consent, const UploadQuestion& ask) noexcept;
+    /// Whether it has not answered yet; then `passGate` is to be called again soon.
+    [[nodiscard]] bool waits() const noexcept { return !isApproved_ && !hasFailed_; }
+
     /// In a turn, as the next two. Adds the present hop to `multi`, with this object as its
     /// CURLOPT_PRIVATE. False when it has failed, which ends the transfer.
     [[nodiscard]] bool begin(CURLM* multi, CURLSH* tlsSessions, Trust& trust,
@@ -51,6 +58,12 @@ public:
     void complete();
 
 private:
+    struct Answer {
+        std::atomic<bool> isGiven = false;
+        std::atomic<bool> isComplete = false;
+        std::optional<platform::HttpRequest> request;
+    };
+
     template <class Step>
     bool attempt(Step step) noexcept;
     template <class T>
@@ -73,7 +86,9 @@ private:
     static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) noexcept;
 
     const std::shared_ptr<CurlSession> session_;
-    const platform::HttpRequest request_;
+    platform::HttpRequest request_; // as the host answered, from the first hop on
+    std::shared_ptr<Answer> answer_;
+    bool isApproved_ = false;
     platform::HttpSession::Completion completion_;
     std::chrono::steady_clock::time_point deadline_;
 

@@ -17,6 +17,7 @@ using namespace std::chrono_literals;
 constexpr rlim_t fewestConnections = 4;
 constexpr rlim_t mostConnections = 256;
 constexpr std::chrono::milliseconds longestWait = std::chrono::minutes(1);
+constexpr std::chrono::milliseconds gateInterval(20); // while the host is being asked
 
 // At least half of the descriptors are the host's.
 long connectionLimit() {
@@ -85,10 +86,11 @@ void TransferLoop::run() {
         auto idleEnd = Clock::now() + options_.idleTime;
         bool isIdle = false;
         while (!isIdle && !isStopped_) {
+            passGate();
             Transfers ended = step();
             const bool haveEnded = !ended.empty();
             deliver(ended);
-            if (haveEnded || !active_.empty()) {
+            if (haveEnded || !active_.empty() || !next_.empty()) {
                 idleEnd = Clock::now() + options_.idleTime;
             }
             isIdle = !multi_ || Clock::now() >= idleEnd;
@@ -96,6 +98,9 @@ void TransferLoop::run() {
                 auto until = active_.empty() ? idleEnd : Clock::now() + longestWait;
                 for (const std::shared_ptr<Transfer>& transfer : active_) {
                     until = std::min(until, transfer->deadline());
+                }
+                if (!next_.empty()) {
+                    until = std::min(until, Clock::now() + gateInterval);
                 }
                 const auto left =
                     std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
@@ -107,20 +112,40 @@ void TransferLoop::run() {
     } while (!close());
 }
 
+// Host code may run: outside of a turn.
+void TransferLoop::passGate() {
+    open(); // from here on what is submitted wakes the thread
+    std::unique_lock lock(mutex_);
+    next_.splice(next_.end(), submitted_);
+    lock.unlock();
+    if (next_.empty()) {
+        return;
+    }
+    auto consent = UploadConsent::withheld; // when there is no memory to find out
+    try {
+        consent = options_.consent();
+    } catch (const std::exception&) {
+    }
+    for (const std::shared_ptr<Transfer>& transfer : next_) {
+        transfer->passGate(consent, options_.ask);
+    }
+}
+
 // Does what can be done at once. The transfers that have ended.
 TransferLoop::Transfers TransferLoop::step() {
     Transfers ended;
     const LibcurlTurn turn;
-    if (!turn) {
+    if (!turn || isStopped_) {
         isStopped_ = true;
         return ended;
     }
-    open();
-    std::unique_lock lock(mutex_);
-    Transfers arrived = std::exchange(submitted_, {});
-    lock.unlock();
-    while (!arrived.empty()) {
-        beginFirst(arrived, ended);
+    for (auto next = next_.begin(); next != next_.end();) {
+        if (const auto transfer = next++; !(*transfer)->waits()) {
+            const bool hasBegun =
+                (*transfer)->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
+            Transfers& to = hasBegun ? active_ : ended;
+            to.splice(to.end(), next_, transfer);
+        }
     }
     int count = 0;
     curl_multi_perform(multi_.get(), &count);
@@ -143,7 +168,8 @@ TransferLoop::Transfers TransferLoop::step() {
 
 // Without a multi handle, for want of memory, transfers fail.
 void TransferLoop::open() {
-    if (multi_ || !initialiseLibcurl()) {
+    const LibcurlTurn turn;
+    if (multi_ || !turn || !initialiseLibcurl()) {
         return;
     }
     if (!tlsSessions_) {
@@ -159,20 +185,12 @@ void TransferLoop::open() {
     multi_.reset(multi);
 }
 
-void TransferLoop::beginFirst(Transfers& from, Transfers& ended) {
-    const bool hasBegun =
-        from.front()->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
-    Transfers& to = hasBegun ? active_ : ended;
-    to.splice(to.end(), from, from.begin());
-}
-
 void TransferLoop::end(Transfers::iterator transfer, CURLcode result, Transfers& ended) {
-    Transfers one;
-    one.splice(one.end(), active_, transfer);
-    if (one.front()->end(result)) {
-        beginFirst(one, ended);
-    } else {
-        ended.splice(ended.end(), one);
+    const bool goesOn = (*transfer)->end(result);
+    Transfers& to = goesOn ? next_ : ended;
+    to.splice(to.end(), active_, transfer);
+    if (goesOn) {
+        curl_multi_wakeup(multi_.get()); // to pass the gate
     }
 }
 
@@ -200,10 +218,11 @@ bool TransferLoop::close() {
     }
     const std::lock_guard lock(mutex_);
     multi_.reset();
-    if (!isStopped_ && !submitted_.empty()) {
+    if (!isStopped_ && !(submitted_.empty() && next_.empty())) {
         return false;
     }
     submitted_.splice(submitted_.end(), active_);
+    submitted_.splice(submitted_.end(), next_);
     isRunning_ = false;
     thread_ = std::thread::id();
     ended_.notify_all();

@@ -25,6 +25,10 @@ struct HttpOptions {
     SystemRoots systemRoots = SystemRoots::usual();
     /// See NativeOptions.
     std::optional<std::string> proxy = {};
+    /// Asked, on the transfer thread with no lock held, before hops begin.
+    std::function<UploadConsent()> consent = [] { return UploadConsent::allowed; };
+    /// Has the host asked, on that thread.
+    UploadQuestion ask = [](const auto&, const UploadAnswer& answer) { answer(std::nullopt); };
     /// For how long connections and the thread outlive the last transfer.
     std::chrono::milliseconds idleTime = std::chrono::seconds(15);
 };
@@ -57,9 +61,9 @@ private:
 
     // On the thread.
     void run();
+    void passGate();
     [[nodiscard]] Transfers step();
     void open();
-    void beginFirst(Transfers& from, Transfers& ended);
     void end(Transfers::iterator transfer, CURLcode result, Transfers& ended);
     void deliver(Transfers& ended) noexcept;
     [[nodiscard]] bool close();
@@ -79,6 +83,7 @@ private:
     // Of the thread alone, kept from one to the next.
     Trust trust_;
     std::unique_ptr<CURLSH, InTurn<&curl_share_cleanup>> tlsSessions_;
+    Transfers next_; // whose next hop has to pass the gate
     Transfers active_;
 };
 

@@ -144,4 +144,13 @@ void SettingsFiles::replace(
     flush(directory_);
 }
 
+void SettingsFiles::removeRemains() const {
+    for (const char* remains : {".draft", ".complete", ".damaged"}) {
+        for (const char* suffix : suffixes) {
+            std::filesystem::remove(with(with(database_, remains), suffix));
+        }
+    }
+    flush(directory_);
+}
+
 } // namespace morvellacinto::native

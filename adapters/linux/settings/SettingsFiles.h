@@ -45,6 +45,8 @@ public:
     /// the old database or a complete new one, which the next replacement puts in place instead.
     /// Needs the lock for oneself alone.
     void replace(const std::function<void(const std::filesystem::path& draft)>& fill) const;
+    /// Removes all but the database, for good. Needs that lock too.
+    void removeRemains() const;
 
 private:
     const std::filesystem::path directory_;

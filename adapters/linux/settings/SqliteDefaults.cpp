@@ -16,6 +16,11 @@ constexpr std::chrono::milliseconds firstReadInterval(1000);
 // With the clock's tick, what others flush is seen after 100 milliseconds at the latest.
 constexpr std::chrono::milliseconds lookInterval(90);
 
+// Rows of the adapter's own: the time of the last erasure in nanoseconds, which tells it from those
+// before, and, until what was erased is gone from all files too, a mark.
+constexpr Name erasedAt(Space::adapter, "erasedAt");
+constexpr Name erasing(Space::adapter, "erasing");
+
 // The kernel's tick, at most 10 milliseconds wide, at a quarter of the price of the exact time.
 std::chrono::milliseconds coarseNow() noexcept {
     timespec now{};
@@ -25,6 +30,25 @@ std::chrono::milliseconds coarseNow() noexcept {
 }
 
 bool isPending(const Entry& entry) { return entry.blob != nullptr || !entry.value; }
+
+bool isErasable(const Name& name) {
+    const auto& [space, key] = name;
+    return space == Space::settings
+               ? key.starts_with(platform::libraryKeyPrefix)
+               : key == keptVendorIdentifier || key == keptAdvertisingIdentifier;
+}
+
+std::optional<Value> valueIn(const Entries& entries, const Name& name) {
+    const auto entry = entries.find(name);
+    return entry == entries.end() ? std::nullopt : entry->second.value;
+}
+
+// What an erasure that is not finished leaves of what was read.
+void dropErased(Entries& entries) {
+    std::erase_if(entries, [isErasing = entries.contains(erasing)](const auto& named) {
+        return isErasing && isErasable(named.first) && !isPending(named.second);
+    });
+}
 
 // The last thing that an operation does: the host may let go of the defaults meanwhile.
 void tell(const Diagnostics& diagnostics, const std::vector<std::string>& report) {
@@ -41,7 +65,7 @@ SqliteDefaults::SqliteDefaults(const std::filesystem::path& directory, std::stri
     : diagnostics_(std::move(diagnostics)), files_(directory, bundle) {}
 
 std::optional<Value> SqliteDefaults::objectForKey(std::string_view key) const {
-    return read([&] { return find(Space::settings, key); });
+    return read([&] { return find({Space::settings, key}); });
 }
 
 void SqliteDefaults::setObjectForKey(Value value, std::string_view key) {
@@ -63,6 +87,10 @@ bool SqliteDefaults::synchronize() {
     return isFlushed;
 }
 
+std::int64_t SqliteDefaults::erasures() const {
+    return read([&] { return find(erasedAt).value_or(0).asInt64(); });
+}
+
 Object SqliteDefaults::contents() const {
     return read([&] {
         Object all;
@@ -80,15 +108,32 @@ KeptText SqliteDefaults::adapterValue(std::string_view name) const {
     return read([&] {
         // Asked before the value: what is read in between cannot make it too sure.
         KeptText kept{std::nullopt, isCurrent_};
-        if (const auto value = find(Space::adapter, name); value && value->isString()) {
+        if (const auto value = find({Space::adapter, name}); value && value->isString()) {
             kept = {std::string(value->asString()), true};
         }
+        kept.erasures = find(erasedAt).value_or(0).asInt64(); // after it: what is erased is older
         return kept;
     });
 }
 
 void SqliteDefaults::setAdapterValue(std::string_view name, std::string_view text) {
     change(Space::adapter, name, text);
+}
+
+void SqliteDefaults::refresh() const {
+    nextLook_ = std::chrono::milliseconds(0);
+    tell(diagnostics_, look(flushPatience));
+}
+
+bool SqliteDefaults::erase() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    change(erasedAt.first, erasedAt.second, std::chrono::nanoseconds(now).count());
+    change(erasing.first, erasing.second, true); // what is read from here on is without them
+    {
+        const std::unique_lock lock(entriesMutex_);
+        std::erase_if(entries_, [](const auto& named) { return isErasable(named.first); });
+    }
+    return synchronize();
 }
 
 void SqliteDefaults::close() {
@@ -101,16 +146,18 @@ void SqliteDefaults::close() {
 
 template <class Find>
 std::invoke_result_t<Find> SqliteDefaults::read(const Find& find) const {
-    const Report report = coarseNow() < nextLook_.load() ? Report() : look();
+    const Report report = coarseNow() < nextLook_.load()
+                              ? Report()
+                              : look(wasRead_ ? std::chrono::milliseconds(0) : firstReadPatience);
     auto found = find();
     tell(diagnostics_, report);
     return found;
 }
 
-SqliteDefaults::Report SqliteDefaults::look() const {
-    const Wait wait(wasRead_ ? std::chrono::milliseconds(0) : firstReadPatience, areWaitsOver_);
+SqliteDefaults::Report SqliteDefaults::look(std::chrono::milliseconds patience) const {
+    const Wait wait(patience, areWaitsOver_);
     std::unique_lock lock(mutex_, std::try_to_lock);
-    while (!lock.owns_lock() && !wasRead_ && wait.goesOn()) {
+    while (!lock.owns_lock() && wait.goesOn()) {
         static_cast<void>(lock.try_lock());
     }
     if (!lock.owns_lock() || coarseNow() < nextLook_.load() || isClosing_) {
@@ -118,7 +165,11 @@ SqliteDefaults::Report SqliteDefaults::look() const {
     }
     wait_ = wait;
     try {
-        static_cast<void>(connect(""));
+        if (database_ == nullptr || isErasing_ || database_->wasMoved() ||
+            database_->version() != versionRead_) {
+            static_cast<void>(connect(""));
+        }
+        nextLook_ = coarseNow() + lookInterval;
     } catch (const std::exception& error) {
         database_.reset();
         isCurrent_ = false;
@@ -128,10 +179,9 @@ SqliteDefaults::Report SqliteDefaults::look() const {
     return std::exchange(report_, {});
 }
 
-std::optional<Value> SqliteDefaults::find(Space space, std::string_view key) const {
+std::optional<Value> SqliteDefaults::find(const Name& name) const {
     const std::shared_lock lock(entriesMutex_);
-    const auto entry = entries_.find(Name(space, key));
-    return entry == entries_.end() ? std::nullopt : entry->second.value;
+    return valueIn(entries_, name);
 }
 
 // Nothing removes, also what is not known to be there.
@@ -156,7 +206,7 @@ void SqliteDefaults::committed(const Entries& changes) const {
     const std::unique_lock lock(entriesMutex_);
     for (const auto& [name, change] : changes) {
         const auto entry = entries_.find(name);
-        if (entry->second.blob != change.blob) {
+        if (entry == entries_.end() || entry->second.blob != change.blob) {
             continue; // changed again meanwhile
         }
         entry->second.blob.reset();
@@ -167,7 +217,7 @@ void SqliteDefaults::committed(const Entries& changes) const {
 }
 
 bool SqliteDefaults::flush() const {
-    const Entries changes = pending();
+    Entries changes = pending();
     if (changes.empty() || isClosing_) {
         return !isClosing_;
     }
@@ -175,14 +225,19 @@ bool SqliteDefaults::flush() const {
         Lock lock;
         try {
             lock = connect("");
-            database_->write(changes);
+            database_->write(changes = pending()); // without those that others have erased
         } catch (const DamageError& damage) {
             lock.reset();
             lock = connect(damage.what());
-            database_->write(changes);
+            database_->write(changes = pending());
         }
         committed(changes);
-        return true;
+        if (changes.contains(erasing)) {
+            versionRead_ = 0;
+            lock.reset();
+            lock = connect("");
+        }
+        return !isErasing_;
     } catch (const std::exception& error) {
         // After a failed flush to disk nothing is known of the connection's files: open them anew.
         database_.reset();
@@ -192,8 +247,8 @@ bool SqliteDefaults::flush() const {
 }
 
 // Brings memory up to date with the database that bears the name now, which no other is put in
-// place of while the lock lives. One that is missing, or that has this damage, is replaced unless
-// others have done so.
+// place of while the lock lives. One that is missing, that has this damage, or that an erasure has
+// begun in, is replaced unless others have done so.
 SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
     Lock lock;
     for (const auto sharing : {SettingsFiles::Sharing::shared, SettingsFiles::Sharing::alone}) {
@@ -201,20 +256,26 @@ SqliteDefaults::Lock SqliteDefaults::connect(std::string damage) const {
         lock = files_.lock(sharing, wait_);
         const bool isOpen = database_ != nullptr && !database_->wasMoved();
         try {
-            if ((damage.empty() || !isOpen) && reach()) {
+            if ((damage.empty() || !isOpen) && reach() && !isErasing_) {
                 return lock;
             }
         } catch (const DamageError& error) {
             damage = error.what();
         }
     }
-    if (damage.empty() && database_ != nullptr) {
+    if (damage.empty() && database_ != nullptr && !isErasing_) {
         damage = files_.database().string() + " was deleted while it was in use";
     }
     files_.replace([&](const std::filesystem::path& draft) { fill(draft, damage); });
     database_.reset();
     if (!reach()) {
         throw std::runtime_error(files_.database().string() + " was deleted at once");
+    }
+    if (isErasing_) { // until the mark goes, whoever finds it does all of this again
+        files_.removeRemains();
+        database_->write({{{erasing.first, std::string(erasing.second)}, {}}});
+        versionRead_ = 0;
+        static_cast<void>(reach());
     }
     return lock;
 }
@@ -235,9 +296,15 @@ bool SqliteDefaults::reach() const {
             tellOnce(std::to_string(damaged) + " of the values in " + files_.database().string() +
                      " are damaged and count as absent");
         }
+        isErasing_ = rows.contains(erasing);
         const std::unique_lock lock(entriesMutex_);
-        std::erase_if(entries_, [](const auto& old) { return !isPending(old.second); });
+        const bool haveOthersErased =
+            wasRead_ && valueIn(rows, erasedAt) != valueIn(entries_, erasedAt);
+        std::erase_if(entries_, [&](const auto& old) {
+            return !isPending(old.second) || (haveOthersErased && isErasable(old.first));
+        });
         entries_.merge(rows);
+        dropErased(entries_);
         versionRead_ = version; // what others have committed since the question is read again
     }
     nextLook_ = coarseNow() + lookInterval;
@@ -258,8 +325,9 @@ void SqliteDefaults::fill(const std::filesystem::path& draft, const std::string&
     }
     {
         const std::unique_lock lock(entriesMutex_);
-        entries_.insert(known.begin(), known.end());
         known.insert(entries_.begin(), entries_.end());
+        dropErased(known);
+        entries_.insert(known.begin(), known.end());
     }
     std::erase_if(known, [](const auto& named) { return !named.second.value; });
     const SettingsDatabase filled(draft, wait_, &known);

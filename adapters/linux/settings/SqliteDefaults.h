@@ -45,6 +45,7 @@ public:
     /// Waits up to 5 seconds for other processes that write; the first read waits up to half a
     /// second, others do not.
     [[nodiscard]] bool synchronize() override;
+    [[nodiscard]] std::int64_t erasures() const override;
 
     /// All values, sorted by key.
     [[nodiscard]] Object contents() const;
@@ -53,6 +54,12 @@ public:
     [[nodiscard]] KeptText adapterValue(std::string_view name) const;
     /// `synchronize` flushes it with the rest.
     void setAdapterValue(std::string_view name, std::string_view text);
+
+    /// The next read sees what others have flushed until now; waits as `synchronize` does.
+    void refresh() const;
+    /// See NativePlatform::eraseStoredData. From its commit on all is put into a database that
+    /// nothing of the erased was ever in, which any process does that comes upon it unfinished.
+    [[nodiscard]] bool erase();
 
     /// From now on nothing waits for other processes.
     void endWaits() noexcept { areWaitsOver_ = true; }
@@ -66,9 +73,9 @@ private:
 
     template <class Find>
     [[nodiscard]] std::invoke_result_t<Find> read(const Find& find) const;
-    [[nodiscard]] Report look() const;
+    [[nodiscard]] Report look(std::chrono::milliseconds patience) const;
     // Of memory:
-    [[nodiscard]] std::optional<Value> find(Space space, std::string_view key) const;
+    [[nodiscard]] std::optional<Value> find(const Name& name) const;
     void change(Space space, std::string_view key, std::optional<Value> value);
     [[nodiscard]] Entries pending() const;
     void committed(const Entries& changes) const;
@@ -95,7 +102,8 @@ private:
     mutable Report report_;                // of it too: told once the mutex is free
     mutable std::set<std::string> told_;
     mutable std::unique_ptr<SettingsDatabase> database_;
-    mutable int versionRead_ = 0; // of the open database; 0: none yet
+    mutable int versionRead_ = 0;    // of the open database; 0: none yet
+    mutable bool isErasing_ = false; // as that version says
 };
 
 } // namespace morvellacinto::native

@@ -29,8 +29,8 @@ std::uint64_t statusIn(const std::optional<std::string>& text) {
 class NativeTracking::Decision : public std::enable_shared_from_this<Decision> {
 public:
     Decision(std::shared_ptr<MainQueue> mainQueue, const KeptValues& kept, Question question)
-        : identifier(kept, "advertisingIdentifier"), mainQueue_(std::move(mainQueue)), kept_(kept),
-          question_(std::move(question)) {}
+        : identifier(kept, keptAdvertisingIdentifier), mainQueue_(std::move(mainQueue)),
+          kept_(kept), question_(std::move(question)) {}
 
     [[nodiscard]] std::uint64_t current() const {
         const std::uint64_t kept = statusIn(kept_.read(keptStatus).text);

@@ -8,6 +8,7 @@
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/Guarded.h"
 #include "morvellacinto/platform/Platform.h"
+#include "morvellacinto/platform/UserDefaults.h"
 #include "morvellacinto/settings/KRSettingsManager.h"
 #include "morvellacinto/transport/AnsweredRequest.h"
 #include "morvellacinto/transport/KRRequest.h"
@@ -33,7 +34,7 @@ void deliver(KRAudienceManager::Completion completion, std::optional<Object> ans
 }
 
 void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::AnswerFacts& facts,
-                    const HeldCompletion& completion) {
+                    const HeldCompletion& completion, std::int64_t erasures) {
     if (!completion) {
         return;
     }
@@ -42,16 +43,33 @@ void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::
                                                 answer ? nameOf(answer->kind()) : "no JSON");
         return;
     }
-    KRSettingsManager::setLocalSetting(platform::current()->clock().now(), lastUpdateKey);
-    const bool isDurable = KRSettingsManager::setLocalSetting(*answer, lastAnswerKey);
-    platform::tell<platform::AnswerCached>(isDurable);
+    const auto platform = platform::current();
+    const auto wasErased = [&] { return platform->standardUserDefaults().erasures() != erasures; };
+    bool isKept = false;
+    const auto keep = [&](const Value& value, std::string_view key) {
+        if (wasErased()) {
+            return false;
+        }
+        isKept = true;
+        return KRSettingsManager::setLocalSetting(value, key);
+    };
+    keep(platform->clock().now(), lastUpdateKey);
+    const bool isDurable = keep(*answer, lastAnswerKey);
     if (const Value* serviceUrl = answer->asObject().find(serviceUrlMember)) {
         platform::tellMade<platform::BaseUrlMoved>([&] {
             return platform::BaseUrlMoved{serviceUrl->isString()
                                               ? shownUrl(serviceUrl->asString())
                                               : std::string(nameOf(serviceUrl->kind()))};
         });
-        KRSettingsManager::setLocalSetting(*serviceUrl, serviceUrlKey);
+        keep(*serviceUrl, serviceUrlKey);
+    }
+    if (wasErased()) {
+        for (const auto key : {lastUpdateKey, lastAnswerKey, serviceUrlKey}) {
+            isKept&& KRSettingsManager::removeLocalSettingForKey(key); // erased at the same time
+        }
+        platform::tell<platform::AnswerNotKept>(facts.status, facts.size);
+    } else {
+        platform::tell<platform::AnswerCached>(isDurable);
     }
     deliver(*completion, answer->asObject());
 }
@@ -77,11 +95,22 @@ platform::UploadBegun begun(const Object& payload, bool isForced) {
     return upload;
 }
 
+void setTrackId(const AudienceSettings& settings, Object& payload) {
+    if (const auto trackId = settings.currentTrackId()) {
+        payload.set("vendorId", *trackId);
+        payload.set("advertId", *trackId);
+    }
+}
+
+KRRequest requestFor(const AudienceSettings& settings, const Object& payload, const Value& base) {
+    return KRRequest::requestWithType(KRRequestTypePost, textOf(base).append(audiencePath), payload,
+                                      settings.currentApiToken());
+}
+
 void upload(const AudienceSettings& settings, const Object& payload,
             const HeldCompletion& completion, bool isForced) {
     const Value base = KRNetworkManager::baseURL();
-    const auto request = KRRequest::requestWithType(
-        KRRequestTypePost, textOf(base).append(audiencePath), payload, settings.currentApiToken());
+    const auto request = requestFor(settings, payload, base);
     if (!request.url()) {
         platform::tell<platform::BaseUrlRefused>(
             base.isString() ? '"' + request.refusedUrl() + '"' : std::string(nameOf(base.kind())));
@@ -89,8 +118,9 @@ void upload(const AudienceSettings& settings, const Object& payload,
     platform::tellMade<platform::UploadBegun>([&] { return begun(payload, isForced); });
     KRNetworkManager::requestAnswer(
         request,
-        [completion](const std::optional<Value>& answer, const auto& facts) {
-            keepAndDeliver(answer, facts, completion);
+        [completion, erasures = platform::current()->standardUserDefaults().erasures()](
+            const std::optional<Value>& answer, const auto& facts) {
+            keepAndDeliver(answer, facts, completion, erasures);
         },
         [completion, isRefused = !request.url()](KRError error) {
             if (isRefused && KRSettingsManager::localSettingForKey(serviceUrlKey)) {
@@ -119,10 +149,7 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
                      KRAudienceManager::Completion completion, bool force) {
     const auto platform = platform::current();
     platform::guarded(&platform->developerLog(), tagsFailed, [&] {
-        if (const auto trackId = settings.currentTrackId()) {
-            payload.set("vendorId", *trackId);
-            payload.set("advertId", *trackId);
-        }
+        setTrackId(settings, payload);
         std::optional<Value> lastUpdate;
         std::optional<Value> lastAnswer;
         if (completion) {
@@ -143,6 +170,11 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
         }
     });
     releaseOnMainQueue(std::move(completion)); // unless it was handed on
+}
+
+std::string uploadText(const AudienceSettings& settings, Object payload) {
+    setTrackId(settings, payload);
+    return requestFor(settings, payload, KRNetworkManager::baseURL()).payload().value();
 }
 
 } // namespace morvellacinto

@@ -71,6 +71,10 @@ void KRAudienceManager::collect(Object& payload, Completion completion, bool for
     collectAudience(*settings_, payload, std::move(completion), force);
 }
 
+std::string KRAudienceManager::previewUpload(const Object& payload) const {
+    return uploadText(*settings_, payload);
+}
+
 std::optional<Value> KRAudienceManager::cachedTags(KRTagsType type) const {
     return cachedMember(type);
 }

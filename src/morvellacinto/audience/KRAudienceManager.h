@@ -108,6 +108,10 @@ public:
         collect(payload, std::move(completion), force);
     }
 
+    /// The bytes that `collect` would upload now for `payload`: JSON in UTF-8. Nothing is sent, and
+    /// the caller's object stays as it is. Throws JsonWriteError when JSON cannot hold the payload.
+    [[nodiscard]] std::string previewUpload(const Object& payload) const;
+
     /// The "tags" or "mapping" of the cached answer, of whatever age and kind, without a request;
     /// nothing when there is no such member.
     [[nodiscard]] std::optional<Value> cachedTags(KRTagsType type) const;

@@ -6,6 +6,7 @@
 
 namespace morvellacinto {
 
+/// The kind of route that the device has.
 enum KRNetworkStatus : std::int64_t {
     KRNotReachable = 0,
     KRReachableViaWiFi = 1, ///< or another route that is not cellular

@@ -1,5 +1,9 @@
 #pragma once
 
+#if defined(__cplusplus) && __cplusplus < 202002L
+#error "Morvellacinto's headers need C++20: compile with -std=c++20 or newer"
+#endif
+
 /// Marks what the shared libraries export; everything else is built with hidden visibility, and a
 /// class within an exported one is marked as internal.
 #if defined(__GNUC__)

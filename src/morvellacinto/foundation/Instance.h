@@ -81,6 +81,7 @@ private:
     T* object_ = nullptr;
 };
 
+/// An object made of these arguments, held by nobody else.
 template <class T, class... Arguments>
 [[nodiscard]] Ref<T> makeInstance(Arguments&&... arguments) {
     return Ref<T>(new T(std::forward<Arguments>(arguments)...));

@@ -14,6 +14,7 @@ namespace morvellacinto {
 /// time at any size, whatever the keys, and does not allocate.
 class MORVELLACINTO_EXPORT Object {
 public:
+    /// A key, which stays, and its value, which may be changed in place.
     class Member {
     public:
         Member(Value&& key, Value&& initial) noexcept

@@ -125,6 +125,7 @@ concept AVHasDefaultKeys = requires {
     requires std::same_as<decltype(&T::isNumberProperty), decltype(&AVObject::isNumberProperty)>;
 };
 
+/// The name of T and of what it stands in, as the compiler writes it.
 template <class T>
 [[nodiscard]] constexpr std::string_view avQualifiedName() {
     std::string_view name = __PRETTY_FUNCTION__;

@@ -42,7 +42,7 @@ std::optional<Date> dateFromText(std::string text) {
                     digits(zone, 1, 2) < 24 && digits(zone, 4, 2) < 60)) ||
         !(fraction.empty() ||
           looksLike(fraction,
-                    "." + std::string(std::max<std::size_t>(fraction.size(), 2) - 1, '0')))) {
+                    std::string(".").append(std::max<std::size_t>(fraction.size(), 2) - 1, '0')))) {
         return std::nullopt;
     }
     const int offset = isUtc ? 0 : digits(zone, 1, 2) * 3600 + digits(zone, 4, 2) * 60;

@@ -30,6 +30,9 @@ struct Facts {
         return {
             {"event", "answerDropped"}, {"status", r.status}, {"size", r.size}, {"found", r.found}};
     }
+    Object operator()(const AnswerNotKept& r) const {
+        return {{"event", "answerNotKept"}, {"status", r.status}, {"size", r.size}};
+    }
     Object operator()(const CallSuperseded& r) const {
         return {{"event", "callSuperseded"}, {"key", r.key}};
     }
@@ -111,6 +114,11 @@ struct Sentence {
                                     : "the answer with status " + std::to_string(dropped.status) +
                                           " and " + std::to_string(dropped.size) + " bytes") +
                " is " + dropped.found + ", not an object; its completion is not called";
+    }
+    std::string operator()(const AnswerNotKept& answer) const {
+        return "the answer with status " + std::to_string(answer.status) + " and " +
+               std::to_string(answer.size) +
+               " bytes is not kept: stored data was erased while it was on its way";
     }
     std::string operator()(const CallSuperseded& superseded) const {
         return "the callback that waited for a location under \"" + superseded.key +

@@ -40,6 +40,12 @@ struct AnswerDropped {
     std::string found;    ///< such as "an array"
 };
 
+/// An answer to an upload from before an erasure: it reaches the completion and is not kept.
+struct AnswerNotKept {
+    int status = 0;       ///< of HTTP
+    std::size_t size = 0; ///< of the body in bytes
+};
+
 /// A callback that waited for a location under `key` and is replaced without a call.
 struct CallSuperseded {
     std::string key;
@@ -144,8 +150,8 @@ struct PermissionAnswered {
 using Diagnostic =
     std::variant<ValueSkipped, ImportEnded, ClassUnknown, AnswerDropped, CallSuperseded,
                  ErrorUnheard, BaseUrlRefused, RequestNotMade, LineLogged, PlatformNote,
-                 UploadBegun, LocationAsked, LocationCome, AnswerCome, RequestFailed, AnswerCached,
-                 CacheServed, BaseUrlMoved, PermissionAsked, PermissionAnswered>;
+                 AnswerNotKept, UploadBegun, LocationAsked, LocationCome, AnswerCome, RequestFailed,
+                 AnswerCached, CacheServed, BaseUrlMoved, PermissionAsked, PermissionAnswered>;
 
 template <class Record>
 inline constexpr bool isRoutine = requires {

@@ -13,11 +13,13 @@
 
 namespace morvellacinto::platform {
 
+/// One header of a request.
 struct HttpHeader {
     std::string name;
     std::string value;
 };
 
+/// What a task sends.
 struct HttpRequest {
     std::string method = "GET";
     /// As `UrlParser` gave it; a task without a URL fails with an error.
@@ -39,6 +41,7 @@ struct HttpTimings {
     bool isReused = false; ///< the connection
 };
 
+/// What a task got, besides the body.
 struct HttpResponse {
     /// Of the last hop.
     std::string url;
@@ -54,11 +57,13 @@ struct HttpChallenge {
     int previousFailureCount = 0;
 };
 
+/// What a delegate answers a challenge with.
 struct HttpCredential {
     std::string user;
     std::string password;
 };
 
+/// What a session does about a challenge.
 enum class HttpChallengeDisposition {
     useCredential = 0,
     performDefaultHandling = 1,
@@ -73,6 +78,7 @@ using HttpChallengeAnswer =
 class HttpSession;
 class HttpTask;
 
+/// Asked by a session whose server wants to be trusted or given a credential.
 class MORVELLACINTO_EXPORT HttpSessionDelegate : public Interface {
 public:
     /// Called on the session's own queue. An implementation that always does default handling by
@@ -82,6 +88,7 @@ public:
                                      const HttpChallengeAnswer& completionHandler) = 0;
 };
 
+/// What all tasks of a session share.
 struct HttpSessionConfiguration {
     /// Sent with every request of the session; a request's own header of the same name wins.
     std::vector<HttpHeader> additionalHeaders;
@@ -91,6 +98,7 @@ struct HttpSessionConfiguration {
     bool shouldUsePipelining = false;
 };
 
+/// One request, made by `HttpSession::dataTask`.
 class MORVELLACINTO_EXPORT HttpTask : public Interface {
 public:
     /// Starts the transfer and returns at once; a second call has no effect. Any thread.

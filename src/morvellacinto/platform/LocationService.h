@@ -12,6 +12,7 @@
 
 namespace morvellacinto::platform {
 
+/// One measurement of where the device is.
 struct LocationFix {
     double latitude = 0;           ///< degrees, north positive
     double longitude = 0;          ///< degrees, east positive

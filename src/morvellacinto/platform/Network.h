@@ -19,6 +19,7 @@ inline constexpr std::uint32_t connectionOnDemand = 32;
 inline constexpr std::uint32_t isWwan = 262144;
 } // namespace ReachabilityFlags
 
+/// The network that a Wi-Fi interface has joined.
 struct WifiNetwork {
     std::optional<std::string> ssid;  ///< the network's name
     std::optional<std::string> bssid; ///< the access point's hardware address

@@ -9,6 +9,7 @@
 
 namespace morvellacinto::platform {
 
+/// The operator of one service; what the platform does not know is absent.
 struct Carrier {
     std::optional<std::string> carrierName;
     std::optional<std::string> isoCountryCode;    ///< ISO 3166-1 alpha-2
@@ -31,6 +32,7 @@ public:
     serviceCurrentRadioAccessTechnology() const = 0;
 };
 
+/// Hands out looks at the telephony of this moment.
 class MORVELLACINTO_EXPORT Telephony : public Interface {
 public:
     /// Never null. Any thread.

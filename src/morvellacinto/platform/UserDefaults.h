@@ -3,10 +3,14 @@
 #include "morvellacinto/foundation/Value.h"
 #include "morvellacinto/platform/Interface.h"
 
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
 namespace morvellacinto::platform {
+
+/// What every key of the library's own begins with.
+inline constexpr std::string_view libraryKeyPrefix = "se.kovra.v5.";
 
 /// The application's persistent defaults: a key-value store shared by everything in the process.
 ///
@@ -27,6 +31,11 @@ public:
     /// Writes pending changes and returns when they would survive loss of power. False when that
     /// failed: the values stay readable in this process, and the next call tries again.
     [[nodiscard]] virtual bool synchronize() = 0;
+
+    /// A number that is another one each time that the user had what stands under
+    /// `libraryKeyPrefix` erased, in whatever process: what was asked for before must not be stored
+    /// after that. For a platform without such an erasure always the same.
+    [[nodiscard]] virtual std::int64_t erasures() const { return 0; }
 };
 
 } // namespace morvellacinto::platform

@@ -10,7 +10,8 @@
 namespace morvellacinto::KRSettingsManager {
 namespace {
 
-constexpr std::string_view keyPrefix = "se.kovra.v5.";
+using platform::libraryKeyPrefix;
+
 constexpr std::string_view absentKeyText = "(null)";
 constexpr std::string_view storingFailed = "storing failed";
 constexpr std::string_view removingFailed = "removing failed";
@@ -20,13 +21,14 @@ class FullKey {
 public:
     explicit FullKey(std::optional<std::string_view> key) {
         const std::string_view text = key.value_or(absentKeyText);
-        length_ = keyPrefix.size() + text.size();
+        length_ = libraryKeyPrefix.size() + text.size();
         char* start = short_.data();
         if (length_ > short_.size()) {
             long_.resize(length_);
             start = long_.data();
         }
-        std::copy(text.begin(), text.end(), std::copy(keyPrefix.begin(), keyPrefix.end(), start));
+        std::copy(text.begin(), text.end(),
+                  std::copy(libraryKeyPrefix.begin(), libraryKeyPrefix.end(), start));
     }
 
     operator std::string_view() const {

@@ -14,6 +14,7 @@ namespace KRNetworkManager {
 
 /// Takes the parsed answer, which is the callback's own to change, or nothing.
 using SuccessCallback = std::function<void(std::optional<Value> answer)>;
+/// Takes what kept the answer away.
 using ErrorCallback = std::function<void(const KRError& error)>;
 
 /// Makes the request and returns at once. One of the callbacks, either of which may be empty, is

@@ -302,6 +302,7 @@ TEST_F(SqliteDefaultsTest, AReadThatFailsIsNoAbsenceAndARemovalMeanwhileHolds) {
     ::close(locked);
     EXPECT_TRUE(defaults->synchronize());
     EXPECT_TRUE(defaults->adapterValue("name").isCertain);
+    flush(*open(), "other", 1);
     locked = lockDirectory();
     EXPECT_TRUE(soon([&] { return !defaults->adapterValue("name").isCertain; })) << "again";
     ::close(locked);

@@ -13,6 +13,8 @@ enum class HttpErrorCode : std::int64_t {
     badUrl = 1,         ///< there is no URL, it is none, or it carries a user name or password
     schemeRefused = 2,  ///< neither https nor plain http to a loopback address
     invalidRequest = 3, ///< a method or header that cannot be sent
+    uploadWithheld = 4, ///< there is no consent to upload
+    uploadRefused = 5,  ///< asked whether to send it, the host said no, or nothing in time
 
     nameNotResolved = 10,
     cannotConnect = 11, ///< refused or unreachable, the proxy included

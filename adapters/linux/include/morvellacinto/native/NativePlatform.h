@@ -3,6 +3,7 @@
 #include "morvellacinto/foundation/Export.h"
 #include "morvellacinto/platform/Diagnostics.h"
 #include "morvellacinto/platform/Platform.h"
+#include <morvellacinto/native/UploadConsent.h>
 
 #include <chrono>
 #include <cstdint>
@@ -16,6 +17,7 @@
 
 namespace morvellacinto::native {
 
+/// What a host may choose; every member has a default that works.
 struct NativeOptions {
     /// Such as "com.example.host": what the device reports and what the settings are filed under.
     /// Absent or empty: the Flatpak's identifier. Outside of Flatpak the device then reports none,
@@ -49,6 +51,14 @@ struct NativeOptions {
     /// is told to ask and the user has not answered in this or an earlier run. Absent: the answer
     /// is that tracking is denied.
     std::function<void(std::function<void(std::uint64_t status)> answer)> trackingQuestion = {};
+
+    /// Holds until `setUploadConsent` is called, in whatever run, and where that cannot be read.
+    UploadConsent uploadConsent = UploadConsent::allowed;
+
+    /// Called on the main queue, once for each request while consent is `asked`, with all that
+    /// would leave but HTTP's own headers. What is not answered before the request's deadline is
+    /// refused, as all is where this is absent.
+    UploadQuestion beforeUpload = {};
 
     /// How long a location update waits for its first fix before it fails.
     std::chrono::milliseconds locationTimeout = std::chrono::seconds(30);
@@ -115,6 +125,21 @@ public:
     /// `synchronize()` of the defaults tries again. Throws std::invalid_argument for any other
     /// number.
     [[nodiscard]] bool setTrackingAuthorization(std::uint64_t status);
+
+    /// Records what the user decided, or reads it; both wait up to 5 seconds for who writes just
+    /// now. No hop of any request begins without asking for it, redirects included; what has begun
+    /// is not called back. It holds in this process in any case; true when it also holds in the
+    /// application's others and survives loss of power, else the next `synchronize()` tries again.
+    [[nodiscard]] bool setUploadConsent(UploadConsent consent);
+    [[nodiscard]] UploadConsent uploadConsent() const;
+
+    /// Erases, without a trace in any file, all that the library has stored under its prefix, such
+    /// as the cached answer and the moved base URL, its identifiers, and databases that were set
+    /// aside. The decisions on consent and tracking and the host's own settings stay. An answer on
+    /// its way reaches its completion and is not stored, nor is what other processes remember. In
+    /// this process it holds at once; true when it is done on disk too. When it is false, or the
+    /// process is killed meanwhile, whoever uses the settings next goes on with it.
+    [[nodiscard]] bool eraseStoredData();
 
     [[nodiscard]] platform::Dispatch& dispatch() override;
     [[nodiscard]] platform::Clock& clock() override;

@@ -21,12 +21,14 @@ namespace morvellacinto::scripted {
 /// What a scripted phone's device services answer. An empty optional means that the platform gives
 /// no answer. Each interface of `platform/` documents the values.
 struct PhoneScript {
+    /// One Wi-Fi interface of the phone.
     struct WifiInterface {
         std::string interface;
         /// Both empty: the interface is joined to no network.
         platform::WifiNetwork network;
     };
 
+    /// How the location service answers a start of updates.
     struct Location {
         bool servicesEnabled = true;
         std::int32_t authorizationStatus = platform::LocationAuthorization::whenInUse;

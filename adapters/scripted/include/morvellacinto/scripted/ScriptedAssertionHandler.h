@@ -12,6 +12,7 @@ namespace morvellacinto::scripted {
 /// Records failed assertions, then throws platform::AssertionFailure unless told to return.
 class MORVELLACINTO_EXPORT ScriptedAssertionHandler final : public platform::AssertionHandler {
 public:
+    /// What was told of one failed assertion.
     struct Failure {
         std::string function;
         std::string file;
