@@ -37,8 +37,8 @@ TEST(Journal, TellsEachStepOfAnUploadWithoutWhatIsPrivate) {
                                  R"({"event":"locationCome","decimals":2})",
                                  R"({"event":"locationAsked"})",
                                  R"({"event":"answerCome","status":200,"size":51})",
-                                 R"({"event":"answerCached","durable":true})",
                                  R"({"event":"baseUrlMoved","to":"other.invalid/v5"})",
+                                 R"({"event":"answerCached","durable":true})",
                                  R"({"event":"locationCome","decimals":2})",
                                  R"({"event":"cacheServed","age":0})"));
 

@@ -18,8 +18,8 @@ MORVELLACINTO_EXPORT extern const std::string_view API_VERSION;
 namespace KRNetworkManager {
 
 /// The base URL that the service has moved the library to (the setting "KRServiceURL"), exactly as
-/// stored and of whatever kind, or else the platform's default, or else `API_URL_PROD`. Throws std::logic_error when no platform is
-/// installed.
+/// stored and of whatever kind, or else the platform's default, or else `API_URL_PROD`. Throws
+/// std::logic_error when no platform is installed.
 [[nodiscard]] MORVELLACINTO_EXPORT Value baseURL();
 
 /// `API_URL_PROD`, after the log line "Fallback KRServiceURL ..." with the URL. Throws
