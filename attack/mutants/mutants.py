@@ -24,7 +24,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
 SOURCE, BUILD, MEMORY = (ROOT / "build/mutants" / name for name in ("source", "build", "caught.json"))
 SECONDS_A_TEST = 30  # a fault that makes a test hang is caught
-BLIND = r"^usage\.|_refused_"  # tests that measure, and those that only compile
+BLIND = "_refused_"  # tests that only compile
 SWITCH = """#ifndef MUTANTS_ARE_SWITCHED
 #define MUTANTS_ARE_SWITCHED
 #include <cstdlib>
@@ -129,8 +129,8 @@ def catching(fault, before):
     folder = pathlib.PurePath("tests", fault["near"])
     while not (BUILD / folder / "CTestTestfile.cmake").exists():
         folder = folder.parent
-    tries = [(".", "-R", f"^{re.escape(before.split()[0])}$")] if before else []
-    tries += [(folder,)] * (folder.name != "tests") + [(".",)]
+    tries = [("tests", "-R", f"^{re.escape(before.split()[0])}$")] if before else []
+    tries += [(folder,)] * (folder.name != "tests") + [("tests",)]
     return next(filter(None, (failing(fault["number"], *each) for each in tries)), None)
 
 
@@ -145,7 +145,7 @@ def main():
     write_tree(faults)
     build()
     begin = time.monotonic()
-    if failed := failing(0, "."):
+    if failed := failing(0, "tests"):
         sys.exit(f"without a fault, {failed} fails")
     memory = json.loads(MEMORY.read_text()) if MEMORY.exists() else {}
     counts, survivors = {}, []
