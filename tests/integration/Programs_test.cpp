@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -171,6 +173,21 @@ TEST_F(Programs, ThePageOfTheProgramsTellsTheirOptionsAndExitCodesAndItsFilesAre
     EXPECT_EQ(host({"payload", "--device", sample}).output,
               host({"--device", phone, "payload"}).output);
     startService(json::parse(sampleOf(MORVELLACINTO_SERVICE, page.substr(service))));
+}
+
+TEST_F(Programs, AScriptedPhoneIsAskedForTrackingAndTakesItsTime) {
+    const std::string slow =
+        file("slow.json", R"({"trackingAuthorization": 0, "location": {"delaySeconds": 60}})");
+    const Finished early = host({"--device", slow, "--decimals", "-1", "--wait", "0.1",
+                                 "--ask-tracking", "--verbose", "tags"});
+    EXPECT_THAT(early.errors, HasSubstr("permissionAsked"));
+    EXPECT_THAT(early.errors, ::testing::Not(HasSubstr("tags failed")));
+    ChildProcess service({MORVELLACINTO_SERVICE});
+    const std::string authority = json::parse(service.readLine()).at("ca");
+    EXPECT_TRUE(std::filesystem::exists(authority));
+    service.send(SIGTERM);
+    EXPECT_EQ(service.finish().status, 0);
+    EXPECT_FALSE(std::filesystem::exists(authority));
 }
 
 TEST_F(Programs, TagsAreFetchedOnceAndThenServedFromTheCacheAlsoByLaterLaunches) {

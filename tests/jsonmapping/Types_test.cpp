@@ -80,6 +80,7 @@ TEST(Types, readBackWhatTheyGiveAndSayWhatTheyWant) {
         {taken<std::int64_t>, "[9223372036854775808.0]", "[9223372036854775807]"},
         {taken<std::int64_t>, R"(["-9223372036854775808"])", "[-9223372036854775808]"},
         {taken<std::uint64_t>, R"(["18446744073709551615"])", "[18446744073709551615]"},
+        {taken<bool>, R"(["true"])", "[true]"},
         {taken<int>, R"(["99999999999999999999"])", "[2147483647]"},
         {taken<bool>, "[null]", "a boolean, not null"},
         {taken<int>, "[[]]", "an integer of 32 bits, not an array"},

@@ -70,6 +70,9 @@ TEST_F(Location, StopsAfterAFailureWhichReachesOnlyTheLatestWaiterUnderAKey) {
 TEST_F(Location, KeepsWaitersWhenPermissionIsMissing) {
     wait("a");
     wait("b");
+    phone->script()->systemVersion = "13.9";
+    EXPECT_THAT(afterAuthorization(2), IsEmpty());
+    phone->script()->systemVersion = "14.0";
     EXPECT_THAT(afterAuthorization(2), ElementsAre("a:se.kovra.error 0", "b:se.kovra.error 0"));
     EXPECT_EQ(services.stopCount(), 2);
     EXPECT_THAT(afterAuthorization(3), IsEmpty());

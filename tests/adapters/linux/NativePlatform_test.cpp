@@ -122,6 +122,22 @@ TEST_F(NativePlatformTest, EachShutdownWaitsForHostCodeOnAWorkerAndForNothingEls
     second.join();
 }
 
+TEST_F(NativePlatformTest, AShutdownOnAnotherThreadEndsARunOnceItsBlockHasReturned) {
+    const auto platform = make();
+    std::promise<void> isDown;
+    std::thread other;
+    platform->dispatch().asyncMain([&] {
+        other = std::thread([&] {
+            platform->shutdown();
+            isDown.set_value();
+        });
+        EXPECT_EQ(isDown.get_future().wait_for(std::chrono::milliseconds(20)),
+                  std::future_status::timeout);
+    });
+    platform->run();
+    other.join();
+}
+
 TEST_F(NativePlatformTest, MayBeShutDownOrLetGoInACompletionAndInABlockOfEitherQueue) {
     FaultServer server(nullptr, {});
     for (const bool letGo : {false, true}) {

@@ -242,10 +242,13 @@ TEST_F(LocationTest, FixesComeUntilStopAndNoneWhileLocationIsSwitchedOff) {
     sendFix(64);
     pollfd waits{queue->descriptor(), POLLIN, 0};
     EXPECT_EQ(poll(&waits, 1, 20'000), 1) << "on its way";
+    EXPECT_EQ(daemon.callsOf("CreateClient"), 1);
+    service->stopUpdatingLocation();
+    service->startUpdatingLocation();
+    queue->drain();
     service->stopUpdatingLocation();
     finish();
     EXPECT_THAT(listener.events, ElementsAre("at 59", "at 61", "status 4", "status 4", "at 63"));
-    EXPECT_EQ(daemon.callsOf("CreateClient"), 1);
 }
 
 TEST_F(LocationTest, AFixThatWasOldAtTheStartIsNoneAndTheTimeForOneEndsWithTheFirst) {

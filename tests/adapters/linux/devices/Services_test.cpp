@@ -4,6 +4,7 @@
 #include "telephony/NativeTelephony.h"
 
 #include "morvellacinto/Morvellacinto.h"
+#include "morvellacinto/platform/SystemVersion.h"
 
 #include <morvellacinto/native/NativePlatform.h>
 
@@ -110,6 +111,8 @@ TEST(Payload, OfAPhoneWithAllServicesHasAllKeysAndAsksForTheBatteryOnce) {
               0xFF, 0xE2, 0x82, "HwAddress", "s", "00:11");
     const auto platform = NativePlatform::create({"com.example.host", bus.folder.path(), {}, {}});
     platform::install(platform);
+    EXPECT_TRUE(platform->systemVersion().isAtLeast(14, 0));
+    EXPECT_FALSE(platform->systemVersion().isAtLeast(14, 1));
     const auto payload = [] { return KRNetworkManager::basePayload(); };
     const Object expected{
         {"bundle", "com.example.host"},

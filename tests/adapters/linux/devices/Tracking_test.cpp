@@ -21,7 +21,7 @@ protected:
                 return KeptText{isThere ? std::optional(found->second) : std::nullopt, canRead};
             },
             [this](auto name, auto text) { store[std::string(name)] = text; },
-            [this] { return hasMemory ? canFlush : throw std::bad_alloc(); }};
+            [this] { return ++flushes, hasMemory ? canFlush : throw std::bad_alloc(); }};
         const auto ask = [this](HostsAnswer answer) { asked.push_back(std::move(answer)); };
         tracking = std::make_unique<NativeTracking>(
             queue, kept, canAsk ? NativeTracking::Question(ask) : nullptr);
@@ -38,6 +38,7 @@ protected:
     bool canRead = true;
     bool canFlush = true;
     bool hasMemory = true;
+    int flushes = 0;
     std::vector<HostsAnswer> asked;
     std::vector<std::uint64_t> answers;
     std::unique_ptr<NativeTracking> tracking;
@@ -102,7 +103,9 @@ TEST_F(TrackingTest, TheIdentifierIsGivenOutOnlyWhileTrackingIsAuthorized) {
     EXPECT_TRUE(tracking->setTrackingAuthorization(3));
     start();
     EXPECT_EQ(tracking->advertisingIdentifier(), identifier);
+    flushes = 0;
     tracking->resetAdvertisingIdentifier();
+    EXPECT_EQ(flushes, 1);
     EXPECT_NE(tracking->advertisingIdentifier(), identifier);
     EXPECT_EQ(tracking->advertisingIdentifier()->text(), store["advertisingIdentifier"]);
     store["trackingAuthorization"] = "2"; // by another process

@@ -229,10 +229,17 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
     }
 }
 
-TEST_F(SqliteDefaultsTest, AChangeThatIsMadeDuringAFlushRemainsPending) {
+TEST_F(SqliteDefaultsTest, AChangeThatIsMadeDuringAFlushRemainsPendingAndNoProgramInheritsTheLock) {
     const auto defaults = open();
     flush(*defaults, "key", 0);
-    duringFlush = [&] { defaults->setObjectForKey(2, "key"); };
+    duringFlush = [&] {
+        defaults->setObjectForKey(2, "key");
+        for (const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
+            if (read_symlink(each.path()).string().starts_with(root_.path().string())) {
+                EXPECT_EQ(fcntl(std::stoi(each.path().filename()), F_GETFD), FD_CLOEXEC);
+            }
+        }
+    };
     flush(*defaults, "key", 1);
     EXPECT_TRUE(defaults->synchronize());
     EXPECT_EQ(open()->objectForKey("key"), Value(2));

@@ -113,22 +113,6 @@ TEST(MainQueue, AfterShutdownNoBlockStartsAndDroppedBlocksMayUseTheQueue) {
     EXPECT_EQ(ran, 0);
 }
 
-TEST(MainQueue, ShutdownOnAnotherThreadEndsARunOnceItsBlockHasReturned) {
-    MainQueue queue;
-    std::promise<void> awaited;
-    std::thread other;
-    queue.post([&] {
-        other = std::thread([&] {
-            queue.shutdown();
-            queue.awaitBlock();
-            awaited.set_value();
-        });
-        EXPECT_EQ(awaited.get_future().wait_for(moment), std::future_status::timeout);
-    });
-    queue.run();
-    other.join();
-}
-
 // A pool whose threads are all taken until `release`.
 struct BusyPool {
     BusyPool() {
