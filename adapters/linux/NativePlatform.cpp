@@ -169,10 +169,13 @@ KeptValues keptIn(const std::shared_ptr<SqliteDefaults>& settings) {
 constexpr std::string_view keptConsent = "uploadConsent";
 
 UploadConsent consentIn(const SqliteDefaults& settings, UploadConsent undecided) {
-    settings.refresh();
-    const std::string text = settings.adapterValue(keptConsent).text.value_or("");
+    const KeptText kept = settings.freshAdapterValue(keptConsent);
+    const std::string text = kept.text.value_or("");
     const bool isKnown = text.size() == 1 && text >= "0" && text <= "2";
-    return isKnown ? static_cast<UploadConsent>(text.front() - '0') : undecided;
+    // A decision that another process may have changed, nobody can tell, counts as withheld.
+    return !isKnown         ? undecided
+           : kept.isCertain ? static_cast<UploadConsent>(text.front() - '0')
+                            : UploadConsent::withheld;
 }
 
 UploadQuestion onMainQueue(const std::shared_ptr<MainQueue>& queue, UploadQuestion host) {
@@ -276,7 +279,11 @@ UploadConsent NativePlatform::uploadConsent() const {
 
 bool NativePlatform::setUploadConsent(UploadConsent consent) {
     services_->settings->setAdapterValue(keptConsent, std::to_string(static_cast<int>(consent)));
-    return services_->settings->synchronize();
+    const bool isDurable = services_->settings->synchronize();
+    if (!isDurable && consent != UploadConsent::withheld) {
+        return setUploadConsent(UploadConsent::withheld) && false;
+    }
+    return isDurable;
 }
 
 bool NativePlatform::eraseStoredData() { return services_->settings->erase(); }

@@ -8,6 +8,8 @@
 #include <morvellacinto/settings/KRSettingsManager.h>
 
 #include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -22,24 +24,18 @@ struct mvl_manager {
 
 namespace {
 
-thread_local std::string lastError; // NOLINT(cert-err58-cpp): made empty
-thread_local bool isOutOfMemory = false;
+thread_local std::array<char, 512> lastError{}; // nothing that ends before the thread does
 
 [[noreturn]] void wrong(const std::string& what) { throw std::invalid_argument(what); }
 
 mvl_status fail(mvl_status status, const char* what) noexcept {
-    try {
-        lastError = what;
-    } catch (const std::bad_alloc&) {
-        isOutOfMemory = true;
-    }
+    std::snprintf(lastError.data(), lastError.size(), "%s", what);
     return status;
 }
 
 // No exception crosses the border.
 template <class Body>
 mvl_status guarded(const Body& body) noexcept {
-    isOutOfMemory = false;
     try {
         return body();
     } catch (const std::logic_error& error) {
@@ -209,7 +205,7 @@ std::shared_ptr<native::NativePlatform> platformHere() {
 
 } // namespace
 
-const char* mvl_error() { return isOutOfMemory ? "there is no memory left" : lastError.c_str(); }
+const char* mvl_error() { return lastError.data(); }
 
 const char* mvl_version() { return versionText(); }
 
@@ -278,7 +274,8 @@ mvl_status mvl_erase_stored_data() {
 
 mvl_status mvl_manager_create(const char* token, mvl_manager** manager) {
     return guarded([&] {
-        checked(manager, "manager") = new mvl_manager{KRAudienceManager(readToken(token))};
+        mvl_manager*& slot = checked(manager, "manager");
+        slot = new mvl_manager{KRAudienceManager(readToken(token))};
         return MVL_OK;
     });
 }

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <thread>
 
 namespace morvellacinto {
 namespace {
@@ -62,22 +61,6 @@ TEST(Value, ChangesOfOneCopyDoNotShowInAnother) {
     EXPECT_EQ(copy.asObject().at("list").asArray().size(), 2U);
     EXPECT_EQ(copy.asObject().at("name").asString(), "a string of more than 14 bytes");
     EXPECT_EQ(original.asObject().at("list").asArray().size(), 3U);
-}
-
-TEST(Value, CopiesMayBeUsedOnSeveralThreads) {
-    const Value shared(Object{{"list", Array::of({"a string of more than 14 bytes", 2})}});
-    const auto work = [copy = shared]() mutable {
-        for (int round = 0; round < 1000; ++round) {
-            Value own = copy;
-            own.asObject().set("round", round);
-            copy.asObject().set("list", own.asObject().take("list"));
-        }
-    };
-    std::thread first(work);
-    std::thread second(work);
-    first.join();
-    second.join();
-    EXPECT_EQ(shared.asObject().size(), 1U);
 }
 
 TEST(Value, DepthCostsNoStack) {

@@ -254,21 +254,5 @@ TEST_F(Programs, WhatTheServiceDoesDecidesHowACommandEnds) {
     EXPECT_EQ(host({"url"}).output, "https://next.invalid\n");
 }
 
-TEST_F(Programs, MalformedUploadsAreToldWhatIsWrongWithThem) {
-    const Service service = startService();
-    const std::tuple<const char*, std::string, const char*, const char*> cases[] = {
-        {"post", "/audience/", "[]", "an array where an object"},
-        {"post", "/audience/", R"({"lat": 59.3})", "come together"},
-        {"post", "/audience/", R"({"lat": -90.5, "lon": 18})", "-90.5, which is not on earth"},
-        {"get", "/audience/", "{}", "by POST"},
-        {"post", "/", "{}", "/v5/audience/"},
-    };
-    for (const auto& [method, path, payload, reason] : cases) {
-        const Words words{"request", method, service.url + path, "--payload",
-                          file("payload.json", payload)};
-        EXPECT_THAT(client(service, words).output, HasSubstr(reason));
-    }
-}
-
 } // namespace
 } // namespace morvellacinto::testing

@@ -54,31 +54,5 @@ TEST(PhoneFile, NullIsNoAnswer) {
                 !silent.location.fixes);
 }
 
-TEST(PhoneFile, WhatIsWrongIsRefusedWithItsPlaceAndWhatWasExpected) {
-    const std::pair<const char*, const char*> cases[] = {
-        {R"({"model": 17.5})", "model is 17.5; expected a string"},
-        {R"({"trackingAnswer": 0})",
-         "trackingAnswer is 0; expected an answer, and so an integer other than 0"},
-        {R"({"reachabilityFlags": 4294967296})",
-         "reachabilityFlags is 4294967296; expected an integer from 0 to 4294967295"},
-        {R"({"carriers": ["Telco"]})", "carriers[0] is \"Telco\"; expected an object"},
-        {R"({"location": {"fixes": [{"latitude": 5}]}})",
-         "location.fixes[0].longitude is missing; expected a number"},
-        {R"({"location": {"delaySeconds": -0.5}})",
-         "location.delaySeconds is -0.5; expected a number of seconds from 0 to a year"},
-        {R"({"location": {"fix": []}})",
-         "location.fix is no member of a phone file; known here: servicesEnabled "
-         "authorizationStatus accuracyAuthorization delaySeconds fixes error"},
-    };
-    for (const auto& [text, message] : cases) {
-        try {
-            (void)phoneOf(text);
-            ADD_FAILURE() << "accepted: " << text;
-        } catch (const std::invalid_argument& refusal) {
-            EXPECT_STREQ(refusal.what(), message);
-        }
-    }
-}
-
 } // namespace
 } // namespace morvellacinto::host

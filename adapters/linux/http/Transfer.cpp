@@ -46,7 +46,7 @@ void Transfer::passGate(UploadConsent consent, const UploadQuestion& ask) noexce
         if (consent == UploadConsent::withheld) {
             throw HttpFailure{HttpErrorCode::uploadWithheld, "Consent to upload is withheld."};
         }
-        isApproved_ = isApproved_ || consent == UploadConsent::allowed;
+        isApproved_ = isApproved_ || (consent == UploadConsent::allowed && !answer_);
         if (!isApproved_ && !answer_) {
             answer_ = std::make_shared<Answer>();
             ask(request_, [answer = answer_](std::optional<platform::HttpRequest> request) {

@@ -139,8 +139,12 @@ TransferLoop::Transfers TransferLoop::step() {
         isStopped_ = true;
         return ended;
     }
+    // What would wait in libcurl would be past the gate.
+    const auto limit = static_cast<std::size_t>(next_.empty() ? 0 : connectionLimit());
     for (auto next = next_.begin(); next != next_.end();) {
-        if (const auto transfer = next++; !(*transfer)->waits()) {
+        const auto transfer = next++;
+        const bool canBegin = active_.size() < limit || (*transfer)->deadline() <= Clock::now();
+        if (!(*transfer)->waits() && canBegin) {
             const bool hasBegun =
                 (*transfer)->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
             Transfers& to = hasBegun ? active_ : ended;

@@ -108,8 +108,8 @@ KeptText SqliteDefaults::adapterValue(std::string_view name) const {
     return read([&] {
         // Asked before the value: what is read in between cannot make it too sure.
         KeptText kept{std::nullopt, isCurrent_};
-        if (const auto value = find({Space::adapter, name}); value && value->isString()) {
-            kept = {std::string(value->asString()), true};
+        if (auto text = adapterText(name)) {
+            kept = {std::move(text), true};
         }
         kept.erasures = find(erasedAt).value_or(0).asInt64(); // after it: what is erased is older
         return kept;
@@ -120,9 +120,9 @@ void SqliteDefaults::setAdapterValue(std::string_view name, std::string_view tex
     change(Space::adapter, name, text);
 }
 
-void SqliteDefaults::refresh() const {
-    nextLook_ = std::chrono::milliseconds(0);
-    tell(diagnostics_, look(flushPatience));
+KeptText SqliteDefaults::freshAdapterValue(std::string_view name) const {
+    const bool isFresh = look(firstReadPatience, nullptr);
+    return {adapterText(name), isFresh};
 }
 
 bool SqliteDefaults::erase() {
@@ -146,24 +146,26 @@ void SqliteDefaults::close() {
 
 template <class Find>
 std::invoke_result_t<Find> SqliteDefaults::read(const Find& find) const {
-    const Report report = coarseNow() < nextLook_.load()
-                              ? Report()
-                              : look(wasRead_ ? std::chrono::milliseconds(0) : firstReadPatience);
+    Report report;
+    if (coarseNow() >= nextLook_.load()) {
+        look(wasRead_ ? std::chrono::milliseconds(0) : firstReadPatience, &report);
+    }
     auto found = find();
     tell(diagnostics_, report);
     return found;
 }
 
-SqliteDefaults::Report SqliteDefaults::look(std::chrono::milliseconds patience) const {
+bool SqliteDefaults::look(std::chrono::milliseconds patience, Report* report) const {
     const Wait wait(patience, areWaitsOver_);
     std::unique_lock lock(mutex_, std::try_to_lock);
     while (!lock.owns_lock() && wait.goesOn()) {
         static_cast<void>(lock.try_lock());
     }
-    if (!lock.owns_lock() || coarseNow() < nextLook_.load() || isClosing_) {
-        return {}; // another thread is at it, or has just been
+    if (!lock.owns_lock() || isClosing_ || (report != nullptr && coarseNow() < nextLook_.load())) {
+        return false; // another thread is at it, or has just been
     }
     wait_ = wait;
+    bool hasLooked = true;
     try {
         if (database_ == nullptr || isErasing_ || database_->wasMoved() ||
             database_->version() != versionRead_) {
@@ -175,8 +177,18 @@ SqliteDefaults::Report SqliteDefaults::look(std::chrono::milliseconds patience) 
         isCurrent_ = false;
         nextLook_ = coarseNow() + (wasRead_ ? lookInterval : firstReadInterval);
         tellOnce(error.what());
+        hasLooked = false;
     }
-    return std::exchange(report_, {});
+    if (report != nullptr) {
+        report->swap(report_);
+    }
+    return hasLooked;
+}
+
+std::optional<std::string> SqliteDefaults::adapterText(std::string_view name) const {
+    const auto value = find({Space::adapter, name});
+    return value && value->isString() ? std::optional(std::string(value->asString()))
+                                      : std::nullopt;
 }
 
 std::optional<Value> SqliteDefaults::find(const Name& name) const {
@@ -219,7 +231,7 @@ void SqliteDefaults::committed(const Entries& changes) const {
 bool SqliteDefaults::flush() const {
     Entries changes = pending();
     if (changes.empty() || isClosing_) {
-        return !isClosing_;
+        return !isClosing_ && !isErasing_;
     }
     try {
         Lock lock;

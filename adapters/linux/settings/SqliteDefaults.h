@@ -55,8 +55,9 @@ public:
     /// `synchronize` flushes it with the rest.
     void setAdapterValue(std::string_view name, std::string_view text);
 
-    /// The next read sees what others have flushed until now; waits as `synchronize` does.
-    void refresh() const;
+    /// The same as it is on disk at this moment, for which it waits up to half a second; not
+    /// certain when that could not be found out. Tells nothing: that is left to the next operation.
+    [[nodiscard]] KeptText freshAdapterValue(std::string_view name) const;
     /// See NativePlatform::eraseStoredData. From its commit on all is put into a database that
     /// nothing of the erased was ever in, which any process does that comes upon it unfinished.
     [[nodiscard]] bool erase();
@@ -73,7 +74,9 @@ private:
 
     template <class Find>
     [[nodiscard]] std::invoke_result_t<Find> read(const Find& find) const;
-    [[nodiscard]] Report look(std::chrono::milliseconds patience) const;
+    /// Whether memory is up to date now. Without a `report` also when the last look was just now.
+    bool look(std::chrono::milliseconds patience, Report* report) const;
+    [[nodiscard]] std::optional<std::string> adapterText(std::string_view name) const;
     // Of memory:
     [[nodiscard]] std::optional<Value> find(const Name& name) const;
     void change(Space space, std::string_view key, std::optional<Value> value);

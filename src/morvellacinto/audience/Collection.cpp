@@ -122,7 +122,8 @@ void upload(const AudienceSettings& settings, const Object& payload,
             const std::optional<Value>& answer, const auto& facts) {
             keepAndDeliver(answer, facts, completion, erasures);
         },
-        [completion, isRefused = !request.url()](KRError error) {
+        [completion, isRefused = !request.url() || !request.url()->starts_with("https://") ||
+                                 request.url()->find('@') != std::string::npos](KRError error) {
             if (isRefused && KRSettingsManager::localSettingForKey(serviceUrlKey)) {
                 const Value message = error.userInfo.take(KRError::messageKey);
                 error.userInfo.set(KRError::messageKey,

@@ -126,10 +126,11 @@ public:
     /// number.
     [[nodiscard]] bool setTrackingAuthorization(std::uint64_t status);
 
-    /// Records what the user decided, or reads it; both wait up to 5 seconds for who writes just
-    /// now. No hop of any request begins without asking for it, redirects included; what has begun
-    /// is not called back. It holds in this process in any case; true when it also holds in the
-    /// application's others and survives loss of power, else the next `synchronize()` tries again.
+    /// Records what the user decided, or reads it; waits up to 5 seconds, or half a second, for who
+    /// writes just now. No hop of any request begins without asking for it, redirects included;
+    /// what has begun is not called back. True when it holds in all of the application's processes
+    /// and survives loss of power; else consent is withheld in this one until it is set again. A
+    /// decision that cannot be read when a hop begins counts as withheld, too.
     [[nodiscard]] bool setUploadConsent(UploadConsent consent);
     [[nodiscard]] UploadConsent uploadConsent() const;
 

@@ -7,6 +7,7 @@
  * operations do; here stands how C reaches them.
  *
  * Every function may be called at any time with any arguments and gives an mvl_status; none throws.
+ * A thread in a call must not be cancelled.
  * Texts are UTF-8 and end with a zero byte. Values are JSON texts. A text that is given out belongs
  * to the caller, who lets it go with mvl_free; a text that a callback gets lives until it returns.
  *
@@ -33,8 +34,8 @@ typedef enum mvl_status {
     MVL_FAILED = 3   /* mvl_error tells what failed */
 } mvl_status;
 
-/* Why the last call on this thread that gave MVL_WRONG or MVL_FAILED did so: a sentence, valid
- * until the next call on this thread. */
+/* Why the last call on this thread that gave MVL_WRONG or MVL_FAILED did so: a sentence of up to 511
+ * bytes, valid until the next call on this thread. */
 MVL_API const char* mvl_error(void);
 
 /* Such as "1.0.0"; static. */
@@ -46,7 +47,8 @@ MVL_API void mvl_free(char* text);
 /*
  * A function of the host's and what it works with. `call` may be null for a host that does not want
  * to be called. `release`, unless null, is called once with `user` when the library lets go of it,
- * whatever the function that took it gives: on the main thread, after a shutdown on any.
+ * whatever the function that took it gives: on the main thread; by a call that is wrong or that
+ * has nobody to call, on the thread of that call; after a shutdown on any.
  */
 typedef struct mvl_text_callback {
     void (*call)(void* user, const char* text);
