@@ -83,10 +83,11 @@ std::size_t copyPlain(std::string_view text, char* out) {
 // before it, that stay where they are: joining them at the end moves everything once.
 class Text {
 public:
-    /// A place for `count` bytes; the end of what was written there is told to `wrote`.
-    char* room(std::size_t count) {
+    /// A place for `count` bytes, or for `further` when there is none yet; the end of what was
+    /// written there is told to `wrote`.
+    char* room(std::size_t count, std::size_t further = 0) {
         if (static_cast<std::size_t>(end_ - next_) < count) {
-            grow(count);
+            grow(std::max(count, further));
         }
         return next_;
     }
@@ -281,7 +282,8 @@ private:
                 out = writeEscape(out, string.front(), action);
                 string.remove_prefix(1);
                 text_.wrote(out);
-                out = text_.room(string.size() + spare);
+                // Twice, or each of many escapes would take a piece of its own.
+                out = text_.room(string.size() + spare, 2 * (string.size() + spare));
             }
         }
         *out++ = '"';

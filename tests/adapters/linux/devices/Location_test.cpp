@@ -117,8 +117,8 @@ protected:
         });
     }
 
-    PrivateBus daemon{{geoClue}};
     Array set; // how the client's properties were, to be read after a start
+    PrivateBus daemon{{geoClue}};
     int locations = 0;
     Listener listener;
     std::shared_ptr<MainQueue> queue = std::make_shared<MainQueue>();
