@@ -34,8 +34,8 @@ typedef enum mvl_status {
     MVL_FAILED = 3   /* mvl_error tells what failed */
 } mvl_status;
 
-/* Why the last call on this thread that gave MVL_WRONG or MVL_FAILED did so: a sentence of up to 511
- * bytes, valid until the next call on this thread. */
+/* Why the last call on this thread that gave MVL_WRONG or MVL_FAILED did so: a sentence of up to
+ * 511 bytes, valid until the next call on this thread. */
 MVL_API const char* mvl_error(void);
 
 /* Such as "1.0.0"; static. */
