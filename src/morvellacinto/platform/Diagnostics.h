@@ -83,6 +83,7 @@ struct PlatformNote {
 /// An upload sets out.
 struct UploadBegun {
     static constexpr bool isRoutine = true;
+    /// A member of the payload.
     struct Field {
         std::string name;
         std::size_t size = 0; ///< of its value's JSON text in bytes
@@ -140,6 +141,7 @@ struct PermissionAsked {
     static constexpr bool isRoutine = true;
 };
 
+/// The user has answered.
 struct PermissionAnswered {
     static constexpr bool isRoutine = true;
     std::uint64_t status = 0; ///< a `TrackingAuthorization`

@@ -17,6 +17,7 @@ enum class UploadConsent {
 /// Takes what is to be sent, the request changed or not; nothing refuses it. The first answer
 /// counts. Any thread, at any time: it has no effect once nobody waits for it.
 using UploadAnswer = std::function<void(std::optional<platform::HttpRequest> request)>;
+/// Asks about a request, as `NativeOptions::beforeUpload`.
 using UploadQuestion =
     std::function<void(const platform::HttpRequest& request, UploadAnswer answer)>;
 
