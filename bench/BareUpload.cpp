@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "BareUpload.h"
 
 #include <memory>

@@ -1,1 +1,2 @@
+// SPDX-License-Identifier: MIT
 // A library with nothing in it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is answered from the cache, on a Linux phone.
 
 #include "Comparison.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading and writing JSON text, beside the bare cost of building the value and four libraries that
 // fill the same value.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What loading the library costs a program, which this one therefore is not linked with.
 
 #include "Comparison.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Filling objects from a JSON tree and exporting them back: one line of ten properties with an
 // array of 100 stops of ten properties each, in ns an object.
 //

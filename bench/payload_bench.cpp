@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Describing the device to the service, on the scripted phone.
 
 #include "Comparison.h"

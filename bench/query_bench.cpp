@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Turning tag lists into a query string, beside copying the bytes and three other encoders.
 
 #include "Comparison.h"

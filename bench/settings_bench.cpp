@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Storing and reading one setting.
 
 #include "Comparison.h"

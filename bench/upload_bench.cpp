@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Uploads over TLS to a server on loopback, with all the certificates that the system trusts.
 
 #include "BareUpload.h"

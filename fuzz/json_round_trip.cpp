@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Require.h"
 
 #include "morvellacinto/foundation/Json.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Require.h"
 
 #include "morvellacinto/audience/KRAudienceManager.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Arrows between the folders run one way, and public headers include the standard library alone."""
 
 import pathlib

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "KeptValues.h"
 
 #include <bit>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <morvellacinto/native/NativePlatform.h>
 
 #include "Diagnostics.h"

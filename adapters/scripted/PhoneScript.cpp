@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/scripted/PhoneScript.h"
 
 #include <charconv>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/scripted/ScriptedHttp.h"
 
 #include "morvellacinto/scripted/ScriptedUrlParser.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/scripted/ScriptedUserDefaults.h"
 
 #include <stdexcept>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attacks the gate: attack_gate ROUNDS. In a network of its own, with a listener and a name server,
 // a process under strace uploads and requests: with consent withheld nobody hears of it, and no
 // call is seen that would reach for the network. With consent given all three notice.

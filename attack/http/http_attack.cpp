@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // http_attack ROUNDS: storms of requests, allocations that fail, and exits in the middle of it.
 // Status 1 when one of them did harm.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attacks the life of a platform: `lifecycle exit|shutdown|memory ROUNDS`.
 
 #include "support/FaultServer.h"

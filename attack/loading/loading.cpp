@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attacks the loading of the library: `loading ROUNDS`. It comes with a plug-in, is used, shut down
 // while the look-up of a name hangs, and unloaded before that has ended.
 

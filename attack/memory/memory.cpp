@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attacks values and what is made of them: `memory allocations|sharing ROUNDS`.
 //
 // allocations  each of the first ROUNDS allocations of an operation fails: it throws or logs its

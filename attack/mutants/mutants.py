@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Puts faults that people make into a copy of the tree, one at a time, and tells which ones no test notices.
 
 usage: mutants.py [--list] [NAME...]     with names of lists ("linux"), of faults ("linux/signals") or begins of paths

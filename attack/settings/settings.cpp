@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attacks the settings: settings ROUNDS [kill | replace | erase | flip]; without a name all.
 //
 // kill     three processes store, replace and remove without pause and are killed at any instant:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the library uses of a process, each figure with the most that it may be:
 //
 //     usage            prints all, each measured in a process of its own

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <morvellacinto/c/morvellacinto.h>
 
 #include <morvellacinto/Morvellacinto.h>

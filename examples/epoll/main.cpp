@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host whose own loop runs the library's main queue beside its own events.
 
 #include <morvellacinto/Morvellacinto.h>

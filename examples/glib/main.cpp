@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host on GLib's main loop.
 
 #include <morvellacinto/Morvellacinto.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <morvellacinto/Morvellacinto.h>
 #include <morvellacinto/native/NativePlatform.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host on Qt's event loop.
 
 #include <morvellacinto/Morvellacinto.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sample of ScriptedPhone.h.
 #include <morvellacinto/Morvellacinto.h>
 #include <morvellacinto/scripted/ScriptedPhone.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """conan create packaging/conan -o '&:API_URL_PROD=https://your.service/v5'"""
 import pathlib
 import re

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/audience/KRAudienceManager.h"
 #include "morvellacinto/foundation/Json.h"
 #include "support/ScriptedPhoneTest.h"

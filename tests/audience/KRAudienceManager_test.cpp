@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/Morvellacinto.h"
 #include "support/ScriptedPhoneTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/audience/KRAudienceManager.h"
 #include "morvellacinto/audience/RoundToN.h"
 

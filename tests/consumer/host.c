@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The main job from C. Takes options for mvl_start that name a service on loopback. */
 #include <morvellacinto/c/morvellacinto.h>
 

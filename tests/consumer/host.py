@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The main job from Python, by ctypes. Takes the library and options for mvl_start."""
 import ctypes
 import json

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a host tests its own code: on a scripted phone, with a planned answer of the service.
 #include <morvellacinto/Morvellacinto.h>
 #include <morvellacinto/scripted/ScriptedPhone.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/context/BasePayload.h"
 
 #include "morvellacinto/context/DeviceFacts.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "contract/Contracts.h"
 
 #include "morvellacinto/foundation/Array.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The contracts of the platform interfaces as tests for any implementation. A test program links

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/Json.h"
 
 #include <gmock/gmock.h>

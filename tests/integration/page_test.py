@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """page_test.py BUILD [TEST...]: the service's page in a browser while the real host uploads to that service."""
 
 import http.client

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "jsonmapping/HostClasses.h"
 #include "support/ScriptedPhoneTest.h"
 

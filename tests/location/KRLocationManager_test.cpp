@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/location/KRLocationManager.h"
 
 #include "support/ScriptedPhoneTest.h"

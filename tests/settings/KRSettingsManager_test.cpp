@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/settings/KRSettingsManager.h"
 
 #include "support/ScriptedPhoneTest.h"

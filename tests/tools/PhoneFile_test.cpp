@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/PhoneFile.h"
 
 #include "morvellacinto/context/BasePayload.h"

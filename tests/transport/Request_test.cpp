@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/Json.h"
 #include "morvellacinto/settings/KRSettingsManager.h"
 #include "morvellacinto/transport/KRNetworkDelegate.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Headless Chromium, Debian's package, driven over its debugging pipe."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """picture.py BUILD PNG: the service's page behind two uploads of the programs in that folder, for the documents."""
 
 import base64

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The service, and the host on a scripted phone that uploads to it."""
 
 import json

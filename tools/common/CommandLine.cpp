@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/CommandLine.h"
 
 #include "common/Input.h"

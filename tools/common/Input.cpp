@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/Input.h"
 
 #include "morvellacinto/foundation/Json.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DelayedBlocks.h"
 
 namespace morvellacinto::host {

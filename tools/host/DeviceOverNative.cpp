@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DeviceOverNative.h"
 
 namespace morvellacinto::host {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PhoneFile.h"
 
 #include "morvellacinto/foundation/Array.h"

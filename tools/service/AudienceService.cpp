@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AudienceService.h"
 
 #include "Gzip.h"

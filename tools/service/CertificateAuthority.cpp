@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "CertificateAuthority.h"
 
 #include <openssl/bio.h>

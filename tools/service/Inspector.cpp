@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Inspector.h"
 
 #include "AudienceService.h"

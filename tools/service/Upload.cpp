@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Upload.h"
 
 #include "morvellacinto/foundation/Json.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SystemFiles.h"
 
 #include "morvellacinto/foundation/Utf8.h"

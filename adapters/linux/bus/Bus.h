@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Read Bus.h, BusConnection.h, then BusValues.h.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "BusConnection.h"
 
 #include "BusValues.h"

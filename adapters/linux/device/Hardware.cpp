@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Hardware.h"
 
 #include "basics/SystemFiles.h"

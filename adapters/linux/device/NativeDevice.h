@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Read NativeDevice, Hardware, then VendorIdentifier.cpp.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "CurlSession.h"
 
 #include "Transfer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "CurlUrl.h"
 
 #include "Libcurl.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Headers.h"
 
 #include "HttpFailure.h"

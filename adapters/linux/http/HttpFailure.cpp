@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "HttpFailure.h"
 
 #include <curl/curl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Libcurl.h"
 
 #include <curl/curl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Redirects.h"
 
 #include "Headers.h"

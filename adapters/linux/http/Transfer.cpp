@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Transfer.h"
 
 #include "CurlSession.h"

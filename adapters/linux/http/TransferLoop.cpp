@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "TransferLoop.h"
 
 #include "CurlSession.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Trust.h"
 
 #include "basics/SystemFiles.h"

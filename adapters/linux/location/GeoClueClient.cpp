@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "GeoClueClient.h"
 
 #include "NativeLocation.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "GeoClueRun.h"
 
 #include "LocationPermission.h"

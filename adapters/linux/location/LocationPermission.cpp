@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LocationPermission.h"
 
 #include "basics/SystemFiles.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Read NativeLocation.h, GeoClueClient.h, GeoClueRun.h, then LocationPermission.h.

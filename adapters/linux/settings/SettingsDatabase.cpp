@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SettingsDatabase.h"
 
 #include "ValueBlob.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SettingsFiles.h"
 
 #include <array>

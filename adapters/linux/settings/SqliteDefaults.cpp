@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SqliteDefaults.h"
 
 #include "ValueBlob.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Read in this order: SqliteDefaults (the values in memory, opening and replacing the database),

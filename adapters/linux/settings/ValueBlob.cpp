@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ValueBlob.h"
 
 #include <bit>

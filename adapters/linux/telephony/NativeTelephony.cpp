@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "NativeTelephony.h"
 
 #include "bus/BusValues.h"

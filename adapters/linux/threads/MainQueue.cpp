@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MainQueue.h"
 
 #include "StopSignal.h"

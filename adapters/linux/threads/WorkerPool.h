@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Read WorkerPool.h, MainQueue.h, then StopSignal.h.

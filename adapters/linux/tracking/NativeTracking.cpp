@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "NativeTracking.h"
 
 #include "threads/MainQueue.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/audience/CachedAnswer.h"
 
 #include "morvellacinto/settings/KRSettingsManager.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/audience/Collection.h"
 
 #include "morvellacinto/audience/AudienceSettings.h"

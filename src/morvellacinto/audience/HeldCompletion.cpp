@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/audience/HeldCompletion.h"
 
 #include "morvellacinto/platform/Dispatch.h"

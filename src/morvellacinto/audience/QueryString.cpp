@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/audience/QueryString.h"
 
 #include "morvellacinto/foundation/Representation.h"

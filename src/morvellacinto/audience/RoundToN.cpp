@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/audience/RoundToN.h"
 
 #include <cmath>

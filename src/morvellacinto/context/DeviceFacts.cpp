@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/context/DeviceFacts.h"
 
 #include "morvellacinto/location/KRLocationManager.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/context/Reachability.h"
 
 #include "morvellacinto/platform/Network.h"

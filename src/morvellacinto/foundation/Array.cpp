@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/Array.h"
 
 #include "morvellacinto/foundation/Representation.h"

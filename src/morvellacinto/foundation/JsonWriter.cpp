@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/Json.h"
 #include "morvellacinto/foundation/Representation.h"
 #include "morvellacinto/foundation/Utf8.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/NumberText.h"
 
 #include "morvellacinto/foundation/DecimalText.h"

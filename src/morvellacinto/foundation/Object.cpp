@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/Object.h"
 
 #include "morvellacinto/foundation/KeyHash.h"

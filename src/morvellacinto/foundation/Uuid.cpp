@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/Uuid.h"
 
 namespace morvellacinto {

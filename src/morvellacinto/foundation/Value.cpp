@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/Value.h"
 
 #include "morvellacinto/foundation/Representation.h"

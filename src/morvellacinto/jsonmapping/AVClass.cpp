@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/jsonmapping/AVClass.h"
 
 #include "morvellacinto/foundation/Representation.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/jsonmapping/AVExporter.h"
 
 #include "morvellacinto/foundation/Json.h"

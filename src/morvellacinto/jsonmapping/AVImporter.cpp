@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/jsonmapping/AVImporter.h"
 
 #include "morvellacinto/foundation/Json.h"

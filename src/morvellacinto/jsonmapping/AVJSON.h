@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// JSON trees to objects of the host's classes and back: `AVJSON_CLASS` describes a class, whose

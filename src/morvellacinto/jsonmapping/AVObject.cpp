@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/jsonmapping/AVObject.h"
 
 #include "morvellacinto/jsonmapping/AVDescription.h"

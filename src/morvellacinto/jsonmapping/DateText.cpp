@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/jsonmapping/AVTypes.h"
 
 #include <charconv>

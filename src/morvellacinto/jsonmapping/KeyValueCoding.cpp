@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/jsonmapping/KeyValueCoding.h"
 
 #include <stdexcept>

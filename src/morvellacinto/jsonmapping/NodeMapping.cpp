@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/jsonmapping/NodeMapping.h"
 
 #include "morvellacinto/jsonmapping/AVObject.h"

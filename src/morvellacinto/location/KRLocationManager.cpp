@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/location/KRLocationManager.h"
 
 #include "morvellacinto/platform/Diagnostics.h"

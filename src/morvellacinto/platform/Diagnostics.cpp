@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/platform/Diagnostics.h"
 
 #include "morvellacinto/foundation/Json.h"

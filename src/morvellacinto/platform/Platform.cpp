@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/platform/Platform.h"
 
 #include "morvellacinto/platform/AssertionHandler.h"

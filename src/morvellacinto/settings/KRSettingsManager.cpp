@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/settings/KRSettingsManager.h"
 
 #include "morvellacinto/platform/Guarded.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/transport/KRNetworkDelegate.h"
 
 namespace morvellacinto {

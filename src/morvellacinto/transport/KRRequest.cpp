@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/transport/KRRequest.h"
 
 #include "morvellacinto/foundation/Json.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/transport/AnsweredRequest.h"
 
 #include "morvellacinto/foundation/Json.h"

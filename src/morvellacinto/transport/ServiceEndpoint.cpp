@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "morvellacinto/transport/ServiceEndpoint.h"
 
 #include "morvellacinto/platform/DeveloperLog.h"

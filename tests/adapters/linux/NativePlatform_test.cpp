@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "adapters/linux/NativeFixtures.h"
 
 #include "support/FaultServer.h"

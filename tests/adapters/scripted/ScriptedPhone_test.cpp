@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/ScriptedPhoneTest.h"
 
 #include <thread>

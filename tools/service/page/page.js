@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 "use strict";
 
 const mostCharacters = 300; // of a value

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PrivateBus.h"
 #include "adapters/linux/NativeFixtures.h"
 #include "support/ShutdownLimit.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "threads/MainQueue.h"
 #include "tracking/NativeTracking.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/Headers.h"
 #include "http/HttpFailure.h"
 #include "http/Redirects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/CurlSession.h"
 #include "http/TransferLoop.h"
 #include "service/Gzip.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings/SqliteDefaults.h"
 #include "support/ProcessCounts.h"
 #include "support/TemporaryDirectory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings/ValueBlob.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/ProcessCounts.h"
 #include "threads/MainQueue.h"
 #include "threads/WorkerPool.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // To read this folder: PhoneScript.h (what the phone tells), ScriptedPhone (how a test drives it),

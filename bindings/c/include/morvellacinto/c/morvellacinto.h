@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 #ifndef MORVELLACINTO_C_H
 #define MORVELLACINTO_C_H
 
