@@ -34,6 +34,33 @@ void deliver(KRAudienceManager::Completion completion, std::optional<Object> ans
         });
 }
 
+// Whether the answer would survive loss of power; nothing when stored data was erased since, and it
+// is not kept.
+std::optional<bool> kept(const Value& answer, std::int64_t erasures) {
+    const auto platform = platform::current();
+    const auto wasErased = [&] { return platform->standardUserDefaults().erasures() != erasures; };
+    if (wasErased()) {
+        return std::nullopt;
+    }
+    KRSettingsManager::setLocalSetting(platform->clock().now(), lastUpdateKey);
+    const bool isDurable = KRSettingsManager::setLocalSetting(answer, lastAnswerKey);
+    if (const Value* serviceUrl = answer.asObject().find(serviceUrlMember)) {
+        platform::tellMade([&] {
+            return platform::BaseUrlMoved{serviceUrl->isString()
+                                              ? shownUrl(serviceUrl->asString())
+                                              : std::string(nameOf(serviceUrl->kind()))};
+        });
+        KRSettingsManager::setLocalSetting(*serviceUrl, serviceUrlKey);
+    }
+    if (wasErased()) { // at the same time
+        for (const auto key : {lastUpdateKey, lastAnswerKey, serviceUrlKey}) {
+            KRSettingsManager::removeLocalSettingForKey(key);
+        }
+        return std::nullopt;
+    }
+    return isDurable;
+}
+
 void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::AnswerFacts& facts,
                     const HeldCompletion& completion, std::int64_t erasures) {
     if (!completion) {
@@ -44,33 +71,10 @@ void keepAndDeliver(const std::optional<Value>& answer, const KRNetworkManager::
                                                 answer ? nameOf(answer->kind()) : "no JSON");
         return;
     }
-    const auto platform = platform::current();
-    const auto wasErased = [&] { return platform->standardUserDefaults().erasures() != erasures; };
-    bool isKept = false;
-    const auto keep = [&](const Value& value, std::string_view key) {
-        if (wasErased()) {
-            return false;
-        }
-        isKept = true;
-        return KRSettingsManager::setLocalSetting(value, key);
-    };
-    keep(platform->clock().now(), lastUpdateKey);
-    const bool isDurable = keep(*answer, lastAnswerKey);
-    if (const Value* serviceUrl = answer->asObject().find(serviceUrlMember)) {
-        platform::tellMade<platform::BaseUrlMoved>([&] {
-            return platform::BaseUrlMoved{serviceUrl->isString()
-                                              ? shownUrl(serviceUrl->asString())
-                                              : std::string(nameOf(serviceUrl->kind()))};
-        });
-        keep(*serviceUrl, serviceUrlKey);
-    }
-    if (wasErased()) {
-        for (const auto key : {lastUpdateKey, lastAnswerKey, serviceUrlKey}) {
-            isKept&& KRSettingsManager::removeLocalSettingForKey(key); // erased at the same time
-        }
-        platform::tell<platform::AnswerNotKept>(facts.status, facts.size);
+    if (const auto isDurable = kept(*answer, erasures)) {
+        platform::tell<platform::AnswerCached>(*isDurable);
     } else {
-        platform::tell<platform::AnswerCached>(isDurable);
+        platform::tell<platform::AnswerNotKept>(facts.status, facts.size);
     }
     deliver(*completion, answer->asObject());
 }
@@ -103,36 +107,39 @@ void setTrackId(const AudienceSettings& settings, Object& payload) {
     }
 }
 
-KRRequest requestFor(const AudienceSettings& settings, const Object& payload, const Value& base) {
-    return KRRequest::requestWithType(KRRequestTypePost, textOf(base).append(audiencePath), payload,
-                                      settings.currentApiToken());
+// Whether a transfer to it may fail for what the URL itself is.
+bool mayBeAtFault(const std::optional<std::string>& url) {
+    return !url || !url->starts_with("https://") || url->find('@') != std::string::npos;
+}
+
+void addForgetHint(KRError& error) {
+    const Value message = error.userInfo.take(KRError::messageKey);
+    error.userInfo.set(KRError::messageKey,
+                       (message.isString() ? std::string(message.asString()) : "") + forgetHint);
 }
 
 void upload(const AudienceSettings& settings, const Object& payload,
             const HeldCompletion& completion, bool isForced) {
     const Value base = KRNetworkManager::baseURL();
-    const auto request = requestFor(settings, payload, base);
+    const auto request = KRRequest::requestWithType(
+        KRRequestTypePost, textOf(base).append(audiencePath), payload, settings.currentApiToken());
     if (!request.url()) {
         platform::tell<platform::BaseUrlRefused>(
             base.isString() ? '"' + request.refusedUrl() + '"' : std::string(nameOf(base.kind())));
     }
-    platform::tellMade<platform::UploadBegun>([&] { return begun(payload, isForced); });
+    platform::tellMade([&] { return begun(payload, isForced); });
     KRNetworkManager::requestAnswer(
         request,
         [completion, erasures = platform::current()->standardUserDefaults().erasures()](
             const std::optional<Value>& answer, const auto& facts) {
             keepAndDeliver(answer, facts, completion, erasures);
         },
-        [completion, isRefused = !request.url() || !request.url()->starts_with("https://") ||
-                                 request.url()->find('@') != std::string::npos](KRError error) {
-            if (isRefused && KRSettingsManager::localSettingForKey(serviceUrlKey)) {
-                const Value message = error.userInfo.take(KRError::messageKey);
-                error.userInfo.set(KRError::messageKey,
-                                   (message.isString() ? std::string(message.asString()) : "") +
-                                       forgetHint);
+        [completion, isUrlSuspect = mayBeAtFault(request.url())](KRError error) {
+            if (isUrlSuspect && KRSettingsManager::localSettingForKey(serviceUrlKey)) {
+                addForgetHint(error);
             }
             if (completion) {
-                deliver(*completion, std::nullopt, error);
+                deliver(*completion, std::nullopt, std::move(error));
             } else {
                 platform::tell<platform::ErrorUnheard>("an upload without a completion", error);
             }
@@ -162,7 +169,7 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
         if (!isServedFromCache) {
             upload(settings, payload, held(std::exchange(completion, nullptr)), force);
         } else if (lastAnswer->isObject()) {
-            platform::tellMade<platform::CacheServed>([&] {
+            platform::tellMade([&] {
                 return platform::CacheServed{
                     Date::secondsBetween(lastUpdate->asDate(), platform->clock().now())};
             });
@@ -176,7 +183,7 @@ void collectAudience(const AudienceSettings& settings, Object& payload,
 
 std::string uploadText(const AudienceSettings& settings, Object payload) {
     setTrackId(settings, payload);
-    return requestFor(settings, payload, KRNetworkManager::baseURL()).payload().value();
+    return KRRequest::nativeToHttpData(payload).value();
 }
 
 } // namespace morvellacinto

@@ -185,14 +185,14 @@ MORVELLACINTO_EXPORT void tellDiagnostics(const Diagnostic& diagnostic) noexcept
 enum class Told { nothing, problems, everything };
 MORVELLACINTO_EXPORT extern std::atomic<Told> told;
 
-/// The same for the `Record` that `make` gives, made only when there is somebody to tell:
-/// otherwise it costs one load.
-template <class Record, class Make>
+/// The same for the record that `make` gives, made only when there is somebody to tell: otherwise
+/// it costs one load.
+template <class Make>
 void tellMade(const Make& make) noexcept {
-    const Told least = isRoutine<Record> ? Told::everything : Told::problems;
+    const Told least = isRoutine<decltype(make())> ? Told::everything : Told::problems;
     if (told.load(std::memory_order_relaxed) >= least) {
         try {
-            tellDiagnostics(Record(make()));
+            tellDiagnostics(make());
         } catch (...) {
             return; // for want of memory
         }
@@ -209,7 +209,7 @@ void tell(const Parts&... parts) noexcept {
             return part;
         }
     };
-    tellMade<Record>([&] { return Record{owned(parts)...}; });
+    tellMade([&] { return Record{owned(parts)...}; });
 }
 
 } // namespace morvellacinto::platform
