@@ -3,10 +3,11 @@
 
 #include "morvellacinto/foundation/Export.h"
 
-/// The version that a host is compiled with, by the rules of semantic versioning.
+/// The version that a host is compiled with, by the rules of semantic versioning. @{
 #define MORVELLACINTO_VERSION_MAJOR 1
 #define MORVELLACINTO_VERSION_MINOR 0
 #define MORVELLACINTO_VERSION_PATCH 0
+/// @}
 
 /// The same in one number to compare, 10203 for 1.2.3.
 #define MORVELLACINTO_VERSION                                                                      \

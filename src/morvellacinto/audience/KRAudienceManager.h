@@ -29,8 +29,7 @@ enum KRTagsType : std::size_t {
 /// instances and outlives the process. Creating one starts no work. Work in flight keeps what it
 /// needs, so an instance may be destroyed at any time. The fields and, but for
 /// `kovraTagsWithCompletion`, the operations may be used on any thread. Operations throw
-/// std::logic_error when no platform is installed. What was moved from may only be destroyed or
-/// assigned to.
+/// std::logic_error when no platform is installed. A moved-from one may be destroyed or assigned.
 class MORVELLACINTO_EXPORT KRAudienceManager {
 public:
     /// Receives the service's answer or an error, exactly one of the two, on the main queue: for an
@@ -49,11 +48,11 @@ public:
     using Completion = std::function<void(const std::optional<Object>& answer,
                                           const std::optional<KRError>& error)>;
 
-    /// Without a token the uploads carry none.
+    /// Without a token the uploads carry none. @{
     explicit KRAudienceManager(std::optional<Uuid> apiToken);
     KRAudienceManager(std::optional<Uuid> apiToken, std::int32_t geoFixDecimals);
     KRAudienceManager(std::optional<Uuid> apiToken, std::int32_t geoFixDecimals,
-                      OptionalText trackId);
+                      OptionalText trackId); ///@}
     template <std::floating_point Decimals>
     KRAudienceManager(std::optional<Uuid>, Decimals, OptionalText = {}) = delete;
     KRAudienceManager(const KRAudienceManager&) = delete;
@@ -62,25 +61,25 @@ public:
     KRAudienceManager& operator=(KRAudienceManager&& other) noexcept;
     ~KRAudienceManager();
 
-    /// Authenticates uploads.
+    /// Authenticates uploads. @{
     [[nodiscard]] std::optional<Uuid> apiToken() const;
-    void setApiToken(std::optional<Uuid> apiToken);
+    void setApiToken(std::optional<Uuid> apiToken); ///@}
 
     /// How many decimals of latitude and longitude leave the device; 5 by default, cut towards zero
     /// to a whole number when used: 2.9 gives 2, -0.9 and not-a-number give 0. From 10 on
     /// `roundToN` computes with a multiplier that has wrapped; a count of -1 and less or 32 and
-    /// more, the infinities included, gives not-a-number, which fails the upload.
+    /// more, the infinities included, gives not-a-number, which fails the upload. @{
     [[nodiscard]] float geoFixDecimals() const noexcept;
-    void setGeoFixDecimals(float decimals) noexcept;
+    void setGeoFixDecimals(float decimals) noexcept; ///@}
 
-    /// When present, stands in for the device's vendor and advertising identifiers in uploads.
+    /// When present, stands in for the device's vendor and advertising identifiers in uploads. @{
     [[nodiscard]] std::optional<std::string> trackId() const;
-    void setTrackId(OptionalText trackId);
+    void setTrackId(OptionalText trackId); ///@}
 
-    /// Whether `kovraTagsWithCompletion` first asks the user for permission to track; false by
-    /// default.
+    /// Whether `kovraTagsWithCompletion` first asks the user for permission to track; at first not.
+    /// @{
     [[nodiscard]] bool requestTrackingAuthorization() const noexcept;
-    void setRequestTrackingAuthorization(bool request) noexcept;
+    void setRequestTrackingAuthorization(bool request) noexcept; ///@}
 
     /// Waits for one device location, coarsens it, adds it to the base payload and collects that.
     ///
@@ -103,11 +102,11 @@ public:
     /// object shows that, copies made of it before do not. Returns before the answer has come.
     /// Without a completion the payload is always uploaded and the answer ignored. The completion
     /// is called once, with the answer or the error of the upload, such as that of a base URL that
-    /// is none; or never, in the cases that `Completion` lists.
+    /// is none; or never, in the cases that `Completion` lists. @{
     void collect(Object& payload, Completion completion, bool force = false);
     void collect(Object&& payload, Completion completion, bool force = false) {
         collect(payload, std::move(completion), force);
-    }
+    } ///@}
 
     /// The bytes that `collect` would upload now for `payload`: JSON in UTF-8. Nothing is sent, and
     /// the caller's object stays as it is. Throws JsonWriteError when JSON cannot hold the payload.

@@ -10,7 +10,7 @@ extern "C" {
 /// "@(#)PROGRAM:Morvellacinto  PROJECT:Morvellacinto-1\n", zero-terminated.
 MORVELLACINTO_EXPORT extern const char MorvellacintoVersionString[];
 
-MORVELLACINTO_EXPORT extern const double MorvellacintoVersionNumber;
+MORVELLACINTO_EXPORT extern const double MorvellacintoVersionNumber; ///< 1.0
 }
 
 } // namespace morvellacinto

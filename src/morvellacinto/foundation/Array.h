@@ -21,18 +21,19 @@ public:
     }
     ~Array();
 
+    /// Iterators and references hold until this array is next changed. @{
     [[nodiscard]] std::size_t size() const noexcept;
     [[nodiscard]] bool empty() const noexcept { return size() == 0; }
     [[nodiscard]] const Value* begin() const noexcept;
-    [[nodiscard]] const Value* end() const noexcept { return begin() + size(); }
-    /// `index` must be less than `size()`; `at` throws std::out_of_range.
+    [[nodiscard]] const Value* end() const noexcept { return begin() + size(); } ///@}
+    /// `index` must be less than `size()`; `at` throws std::out_of_range. @{
     [[nodiscard]] const Value& operator[](std::size_t index) const noexcept {
         return begin()[index];
     }
-    [[nodiscard]] const Value& at(std::size_t index) const;
+    [[nodiscard]] const Value& at(std::size_t index) const; ///@}
 
     void reserve(std::size_t count);
-    void append(Value element);
+    void append(Value element); ///< O(size) while others share the elements
     /// Replaces one element; throws std::out_of_range when there is none at `index`.
     void set(std::size_t index, Value element);
 

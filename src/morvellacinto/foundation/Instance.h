@@ -13,8 +13,7 @@ namespace morvellacinto {
 class AVObject;
 
 /// An object of the host's that a `Value` can hold: shared by reference, never copied with the
-/// value that holds it. The count of owners is thread-safe; the object's own members are its
-/// class's business.
+/// value that holds it. The count of owners is thread-safe, what the class adds need not be.
 class MORVELLACINTO_EXPORT Instance {
 public:
     Instance() noexcept = default;
@@ -25,6 +24,7 @@ public:
     /// This object as one that `AVJSON` fills and exports, or null.
     [[nodiscard]] virtual AVObject* mappable() noexcept { return nullptr; }
 
+    /// Adds one ownership, as every `Ref` does.
     void retain() const noexcept { owners_.fetch_add(1, std::memory_order_relaxed); }
 
     /// Gives up one ownership; the last one destroys the object.

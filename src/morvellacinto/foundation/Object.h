@@ -15,15 +15,15 @@ namespace morvellacinto {
 /// time at any size, whatever the keys, and does not allocate.
 class MORVELLACINTO_EXPORT Object {
 public:
-    /// A key, which stays, and its value, which may be changed in place.
+    /// A key and its value.
     class Member {
     public:
         Member(Value&& key, Value&& initial) noexcept
             : value(std::move(initial)), key_(std::move(key)) {}
         // NOLINTNEXTLINE(bugprone-exception-escape): it is always a string
-        [[nodiscard]] std::string_view key() const noexcept { return key_.asString(); }
+        [[nodiscard]] std::string_view key() const noexcept { return key_.asString(); } ///< fixed
 
-        Value value;
+        Value value; ///< may be changed in place
 
     private:
         friend class Object;
@@ -41,10 +41,11 @@ public:
     }
     ~Object();
 
+    /// Iterators and references hold until this object is next changed. @{
     [[nodiscard]] std::size_t size() const noexcept;
     [[nodiscard]] bool empty() const noexcept { return size() == 0; }
     [[nodiscard]] const Member* begin() const noexcept;
-    [[nodiscard]] const Member* end() const noexcept { return begin() + size(); }
+    [[nodiscard]] const Member* end() const noexcept { return begin() + size(); } ///@}
 
     /// The member's value, or null when there is none of that name. Valid until this object is
     /// next changed or destroyed.

@@ -15,7 +15,7 @@ namespace morvellacinto {
 /// A 128-bit identifier. Default-constructed it is all zero.
 class MORVELLACINTO_EXPORT Uuid {
 public:
-    using Bytes = std::array<std::uint8_t, 16>;
+    using Bytes = std::array<std::uint8_t, 16>; ///< in the order of the text
 
     constexpr Uuid() noexcept = default;
     constexpr explicit Uuid(const Bytes& bytes) noexcept : bytes_(bytes) {}
@@ -26,7 +26,7 @@ public:
 
     /// 36 characters, upper case.
     [[nodiscard]] std::string text() const;
-    [[nodiscard]] constexpr const Bytes& bytes() const noexcept { return bytes_; }
+    [[nodiscard]] constexpr const Bytes& bytes() const noexcept { return bytes_; } ///< in order
 
     friend constexpr auto operator<=>(const Uuid&, const Uuid&) noexcept = default;
 

@@ -38,6 +38,7 @@ public:
 /// cost no stack however deep; an `Instance` that holds values is destroyed by its destructor.
 class MORVELLACINTO_EXPORT Value {
 public:
+    /// What JSON, settings and mapped properties tell apart.
     enum class Kind : std::uint8_t {
         null,
         boolean,
@@ -130,10 +131,10 @@ public:
         std::memcpy(other.storage_, kept, sizeof kept);
     }
 
+    /// What it holds: a number is an integer, float or double, and no boolean. @{
     [[nodiscard]] Kind kind() const noexcept { return kinds[static_cast<std::size_t>(tag())]; }
     [[nodiscard]] bool isNull() const noexcept { return tag() == Tag::null; }
     [[nodiscard]] bool isBool() const noexcept { return tag() == Tag::boolean; }
-    /// An integer, float or double; a boolean is no number.
     [[nodiscard]] bool isNumber() const noexcept {
         return tag() >= Tag::signedInteger && tag() <= Tag::float64;
     }
@@ -141,16 +142,16 @@ public:
         return tag() == Tag::shortString || tag() == Tag::longString;
     }
     [[nodiscard]] bool isArray() const noexcept { return tag() == Tag::array; }
-    [[nodiscard]] bool isObject() const noexcept { return tag() == Tag::object; }
+    [[nodiscard]] bool isObject() const noexcept { return tag() == Tag::object; } ///@}
 
-    // Each of these throws ValueKindError for another kind.
+    /// Throws ValueKindError for another kind, `asUInt64` std::out_of_range as `asInt64` does. @{
     [[nodiscard]] bool asBool() const {
         if (!isBool()) {
             throwNot("a boolean");
         }
         return get<std::uint64_t>() != 0;
     }
-    /// Throws std::out_of_range for an integer that the type cannot hold.
+    /// Throws ValueKindError, or std::out_of_range for an integer that the type cannot hold.
     [[nodiscard]] std::int64_t asInt64() const {
         if (tag() != Tag::signedInteger) {
             throwNotInt64();
@@ -163,8 +164,7 @@ public:
         return tag() == Tag::float64 ? get<double>() : toDouble();
     }
     [[nodiscard]] float asFloat() const;
-    /// The view is valid while this value is neither changed nor destroyed; a copy does not keep
-    /// it.
+    /// The view is valid until this value is changed or destroyed; a copy does not keep it.
     [[nodiscard]] std::string_view asString() const {
         if (tag() != Tag::shortString) {
             return longString();
@@ -182,15 +182,15 @@ public:
             throwNot("an instance");
         }
         return *get<Instance*>();
-    }
+    } ///@}
 
-    /// The object or array that this value holds, or null for any other kind.
+    /// The object or array that this value holds, or null for any other kind. @{
     [[nodiscard]] const Object* ifObject() const noexcept {
         return isObject() ? container<Object>() : nullptr;
     }
     [[nodiscard]] const Array* ifArray() const noexcept {
         return isArray() ? container<Array>() : nullptr;
-    }
+    } ///@}
 
     /// Same kind and content, with two exceptions: numbers are equal when they have the same
     /// mathematical value whatever their kind (not-a-number equals nothing), and objects compare

@@ -47,7 +47,7 @@ struct MORVELLACINTO_EXPORT AVMember {
 
 /// What a description has said of a class so far.
 struct MORVELLACINTO_EXPORT AVClassDraft {
-    using Described = const AVClass& (*)();
+    using Described = const AVClass& (*)(); ///< `AVClass::of`
 
     std::string name;
     /// The name with all its namespaces.
@@ -84,6 +84,7 @@ public:
     /// its base class and the classes that its properties and readers point to.
     [[nodiscard]] static const AVClass* named(TextArgument name);
 
+    /// Without its namespaces.
     [[nodiscard]] std::string_view name() const noexcept { return draft_.name; }
     /// Null for `AVObject` and for structs without a described base.
     [[nodiscard]] const AVClass* base() const noexcept { return draft_.base; }
@@ -95,8 +96,7 @@ public:
     /// All properties and readers, those of the base class first.
     [[nodiscard]] std::span<const AVMember> members() const noexcept { return draft_.members; }
 
-    /// Throws std::logic_error when the class is abstract, is no `AVObject` or has no public
-    /// default constructor.
+    /// Throws std::logic_error for what is abstract, no `AVObject` or not default-constructible.
     [[nodiscard]] Ref<AVObject> makeInstance() const;
 
     /// The property or reader of that name, of this class or an ancestor, or null.
@@ -110,7 +110,7 @@ public:
 
     [[nodiscard]] Array keysForExport(const void* object) const {
         return draft_.keysForExport == nullptr ? Array() : draft_.keysForExport(object);
-    }
+    } ///< of a struct that has such an operation
 
     /// Makes a class known; `AVClass::of` calls it once for each.
     [[nodiscard]] static const AVClass& adopt(AVClassDraft draft);

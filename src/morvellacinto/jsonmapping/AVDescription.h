@@ -79,12 +79,12 @@ public:
         };
     }
 
-    /// Calls the class's own `describeMembers`. One that it inherits has been heard already.
+    /// Calls the class's own `describeMembers`. One that it inherits has been heard already. @{
     void describeFurther(void (*describeMembers)(AVDescription&)) { describeMembers(*this); }
     template <class Ancestor>
     void describeFurther(void (*)(AVDescription<Ancestor>&)) {
         static_assert(std::derived_from<T, Ancestor>, "describeMembers is about another class");
-    }
+    } ///@}
 
 private:
     template <auto Getter>

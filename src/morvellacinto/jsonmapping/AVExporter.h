@@ -12,10 +12,10 @@ namespace platform {
 class DeveloperLog;
 }
 
-/// One export: reads an object graph on the caller's thread. `AVType`s see it when they give a
-/// value.
+/// One export: reads an object graph on the caller's thread. `AVType`s see it as they give values.
 class MORVELLACINTO_EXPORT AVExporter {
 public:
+    /// What instances in values become.
     enum class Mode {
         held,       ///< as key-value coding gives it: instances as they are
         prescribed, ///< as `AVObject::avDictionaryWithValuesForKeys` tells
@@ -25,7 +25,7 @@ public:
     explicit AVExporter(Mode mode, platform::DeveloperLog* log = nullptr) noexcept
         : mode_(mode), log_(log) {}
 
-    [[nodiscard]] Mode mode() const noexcept { return mode_; }
+    [[nodiscard]] Mode mode() const noexcept { return mode_; } ///< for `AVType`s that differ by it
 
     /// A step down the JSON that is being made, for as long as this lives. Throws
     /// std::length_error below `maximumJsonDepth`, and std::invalid_argument for an object that is
@@ -40,12 +40,11 @@ public:
         std::vector<const AVObject*>& path_;
     };
 
-    /// An object, or a struct of that class, with the keys that it exports when it is met as the
-    /// value of a property.
+    /// An object, or a struct of that class, with the keys that it exports as a property. @{
     [[nodiscard]] Object exported(const AVObject& object);
     [[nodiscard]] Object exported(const void* object, const AVClass& described) {
         return exported(object, nullptr, described, described.keysForExport(object));
-    }
+    } ///@}
     /// The same with these keys, in their order.
     [[nodiscard]] Object exported(const AVObject& object, const Array& keys);
     /// What stands in the result for a value of any kind.

@@ -23,8 +23,7 @@ using AVProblems = std::vector<platform::Diagnostic>;
 class MORVELLACINTO_EXPORT AVImporter {
 public:
     /// An import without a node mapping, that lets a class have a property "id" and ignores keys
-    /// that can only be read. Problems go to the list or, without one, to the platform's
-    /// diagnostics.
+    /// that can only be read. Problems go to the list, or else to the platform's diagnostics.
     explicit AVImporter(AVProblems* problems = nullptr) noexcept : problems_(problems) {}
     /// An import as `AVObject::setAvValuesForKeysWithDictionary` tells. Both must outlive this.
     AVImporter(platform::DeveloperLog& log, const NodeMapping& nodeMapping) noexcept
@@ -42,13 +41,14 @@ public:
         std::size_t& depth_;
     };
 
-    /// Fills an object, or a struct of that class; what fails ends that and is told.
+    /// Fills an object, or a struct of that class; what fails ends that and is told. @{
     void fill(AVObject& object, const Object& dictionary);
     void fill(void* object, const AVClass& described, const Object& dictionary) {
         fill(object, nullptr, described, dictionary);
-    }
+    } ///@}
+    /// A node of an unknown class is none; in an array it throws std::invalid_argument. @{
     [[nodiscard]] Ref<AVObject> convert(const Object& dictionary, const NodeClass& nodeClass);
-    [[nodiscard]] Array convert(const Array& array, const NodeClass& nodeClass);
+    [[nodiscard]] Array convert(const Array& array, const NodeClass& nodeClass); ///@}
 
     /// Keeps why a value was not taken, for `refused`; false, for `AVType::take` to return.
     bool refuse(const Value& found, std::string wanted);
@@ -64,8 +64,7 @@ private:
     void takeAll(void* object, AVObject* self, const AVClass& described, const Object& dictionary,
                  const Object::Member*& at);
     void takeNode(AVObject& object, const Object::Member& member, const NodeClass& nodeClass);
-    /// A plain key as the object wants it, if it is to be asked, or one that wants more than
-    /// setting.
+    /// A plain key as the object wants it, if asked, or one that wants more than setting.
     void takePlain(void* object, const AVObject* asked, const AVClass& described,
                    const Object& dictionary, const Object::Member& member, const AVMember* named);
     void setOrTell(void* object, const AVClass& described, const Value* value,

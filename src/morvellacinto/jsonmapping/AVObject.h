@@ -24,10 +24,11 @@ class AVDescription;
 /// Importing and exporting throw std::logic_error when no platform is installed.
 class MORVELLACINTO_EXPORT AVObject : public Instance {
 public:
+    /// What `AVJSON_CLASS` says of other classes. @{
     using AVSelf = AVObject;
     using AVBase = void;
     static constexpr std::string_view avClassName() { return "AVObject"; }
-    static void avDescribe(AVDescription<AVObject>&) {}
+    static void avDescribe(AVDescription<AVObject>&) {} ///@}
 
     AVObject() noexcept = default;
     ~AVObject() override;

@@ -18,7 +18,7 @@ namespace morvellacinto {
 template <std::size_t Size>
 struct AVName {
     constexpr AVName(const char (&literal)[Size]) { std::copy_n(literal, Size, text); }
-    [[nodiscard]] constexpr std::string_view view() const { return {text, Size - 1}; }
+    [[nodiscard]] constexpr std::string_view view() const { return {text, Size - 1}; } ///< no zero
     char text[Size];
 };
 

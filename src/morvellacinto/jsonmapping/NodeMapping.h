@@ -15,8 +15,7 @@
 
 namespace morvellacinto {
 
-/// What a JSON object is turned into: a new instance of a class, or an existing object that is
-/// filled in place.
+/// What a JSON object is turned into: a new instance of a class, or an object that it fills.
 class MORVELLACINTO_EXPORT NodeClass {
 public:
     /// `AVClass::of<Station>()`: checked by the compiler, and never unknown.
@@ -54,7 +53,7 @@ public:
     NodeMapping() noexcept = default;
     NodeMapping(std::initializer_list<std::pair<TextArgument, NodeClass>> nodes);
 
-    void set(TextArgument key, NodeClass nodeClass);
+    void set(TextArgument key, NodeClass nodeClass); ///< also in place of an earlier one
     /// Null for a key that holds no node. Valid until the mapping is next changed.
     [[nodiscard]] const NodeClass* find(TextArgument key) const noexcept {
         if ((filter_ & filterBit(key)) == 0) {

@@ -26,15 +26,14 @@ public:
     /// Receives (fix, nothing) or (nothing, error); for an empty list of fixes (nothing, nothing).
     using UpdateBlock = std::function<void(const std::optional<platform::LocationFix>& fix,
                                            const std::optional<KRError>& error)>;
-    using UpdateBlocks = std::map<std::string, UpdateBlock, std::less<>>;
+    using UpdateBlocks = std::map<std::string, UpdateBlock, std::less<>>; ///< by key
 
     /// The instance that the library uses, made on the first call and never destroyed.
     [[nodiscard]] static KRLocationManager& shared();
 
     /// A `platform::LocationAuthorization`, or a later number of the platform's.
     [[nodiscard]] static std::int32_t authorizationStatus();
-    /// Whether location may be used: it is switched on and the status is none of restricted, denied
-    /// and not determined.
+    /// Whether location may be used: it is on and not restricted, denied or not determined.
     [[nodiscard]] static bool locationServiceEnabled();
     /// "reduced" or "full"; always "full" on systems before 14.0.
     [[nodiscard]] static std::string accuracyAuthorization();
@@ -63,6 +62,7 @@ public:
     [[nodiscard]] const std::optional<platform::LocationFix>& lastLocation() const noexcept {
         return lastLocation_;
     }
+    /// Never null.
     [[nodiscard]] const std::shared_ptr<platform::LocationService>&
     locationManager() const noexcept {
         return locationManager_;
@@ -70,8 +70,9 @@ public:
     /// `manager` must not be null. Delegates are the caller's business: the service that is
     /// replaced keeps this object as its own, until this object is destroyed.
     void setLocationManager(std::shared_ptr<platform::LocationService> manager);
+    /// Those that wait; they are replaced without a call. Main thread. @{
     [[nodiscard]] const UpdateBlocks& updateBlocks() const noexcept { return updateBlocks_; }
-    void setUpdateBlocks(UpdateBlocks blocks);
+    void setUpdateBlocks(UpdateBlocks blocks); ///@}
 
 private:
     template <class Visit>

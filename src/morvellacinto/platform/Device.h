@@ -20,6 +20,7 @@ public:
     [[nodiscard]] virtual std::optional<std::string> systemVersion() const = 0;
     /// The same for all applications of one vendor on this device.
     [[nodiscard]] virtual std::optional<Uuid> identifierForVendor() const = 0;
+    /// Such as "com.example.host".
     [[nodiscard]] virtual std::optional<std::string> bundleIdentifier() const = 0;
     /// 0 to 1, or -1 when unknown.
     [[nodiscard]] virtual float batteryLevel() const = 0;

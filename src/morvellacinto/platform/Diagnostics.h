@@ -156,6 +156,7 @@ using Diagnostic =
                  AnswerNotKept, UploadBegun, LocationAsked, LocationCome, AnswerCome, RequestFailed,
                  AnswerCached, CacheServed, BaseUrlMoved, PermissionAsked, PermissionAnswered>;
 
+/// Whether a record is made only for who asks for everything.
 template <class Record>
 inline constexpr bool isRoutine = requires {
     Record::isRoutine;
@@ -183,7 +184,7 @@ MORVELLACINTO_EXPORT void tellDiagnostics(const Diagnostic& diagnostic) noexcept
 
 /// Which records the installed platform's diagnostics take.
 enum class Told { nothing, problems, everything };
-MORVELLACINTO_EXPORT extern std::atomic<Told> told;
+MORVELLACINTO_EXPORT extern std::atomic<Told> told; ///< set by `install`
 
 /// The same for the record that `make` gives, made only when there is somebody to tell: otherwise
 /// it costs one load.

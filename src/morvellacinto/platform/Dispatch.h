@@ -10,7 +10,7 @@ namespace morvellacinto::platform {
 /// The platform's two queues. All operations may be called on any thread and return at once.
 class MORVELLACINTO_EXPORT Dispatch : public Interface {
 public:
-    using Block = std::function<void()>;
+    using Block = std::function<void()>; ///< may throw
 
     /// Runs `block` later on the main thread and destroys it there; called on that thread, never
     /// before this call has returned. Blocks run in the order in which they came. After the

@@ -82,8 +82,7 @@ class HttpTask;
 /// Asked by a session whose server wants to be trusted or given a credential.
 class MORVELLACINTO_EXPORT HttpSessionDelegate : public Interface {
 public:
-    /// Called on the session's own queue. An implementation that always does default handling by
-    /// itself need not ask.
+    /// Called on the session's own queue. Who always does default handling need not ask.
     virtual void didReceiveChallenge(HttpSession& session, HttpTask& task,
                                      const HttpChallenge& challenge,
                                      const HttpChallengeAnswer& completionHandler) = 0;

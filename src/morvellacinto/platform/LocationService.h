@@ -46,10 +46,12 @@ class LocationService;
 /// `setDelegate` or `startUpdatingLocation`.
 class MORVELLACINTO_EXPORT LocationServiceDelegate : public Interface {
 public:
+    /// The status, or whether location is switched on, has changed.
     virtual void locationManagerDidChangeAuthorization(LocationService& manager) = 0;
     /// Oldest first.
     virtual void didUpdateLocations(LocationService& manager,
                                     const std::vector<LocationFix>& locations) = 0;
+    /// In place of fixes.
     virtual void didFailWithError(LocationService& manager, const KRError& error) = 0;
 };
 
@@ -60,10 +62,10 @@ public:
     /// service is first started.
     virtual void setDelegate(LocationServiceDelegate* delegate) = 0;
     /// Main thread. Fixes within `maximumFixAge`, or a failure when none has come within the
-    /// platform's time-out, reach the delegate until updates are stopped; without effect while they
-    /// run. Return at once.
+    /// platform's time-out, reach the delegate until updates are stopped. A start while they run
+    /// has no effect. Both return at once. @{
     virtual void startUpdatingLocation() = 0;
-    virtual void stopUpdatingLocation() = 0;
+    virtual void stopUpdatingLocation() = 0; ///@}
     /// A `LocationAuthorization`, or a later number of the platform's. Any thread, from what is
     /// known already: never waits.
     [[nodiscard]] virtual std::int32_t authorizationStatus() const = 0;

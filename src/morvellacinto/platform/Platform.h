@@ -24,10 +24,10 @@ class Tracking;
 class UrlParser;
 class UserDefaults;
 
-/// Everything that the library needs of the system below it. Each accessor may be called on any
-/// thread; what it gives lives as long as the platform.
+/// Everything that the library needs of the system below it. Any thread may ask.
 class MORVELLACINTO_EXPORT Platform : public Interface {
 public:
+    /// Lives as long as the platform, as what `diagnostics` gives does. @{
     [[nodiscard]] virtual Dispatch& dispatch() = 0;
     [[nodiscard]] virtual Clock& clock() = 0;
     [[nodiscard]] virtual DeveloperLog& developerLog() = 0;
@@ -39,7 +39,7 @@ public:
     [[nodiscard]] virtual Telephony& telephony() = 0;
     [[nodiscard]] virtual Device& device() = 0;
     [[nodiscard]] virtual Tracking& tracking() = 0;
-    [[nodiscard]] virtual Network& network() = 0;
+    [[nodiscard]] virtual Network& network() = 0; ///@}
     /// The base URL while the service has not moved the library to another; nothing for the one
     /// that was chosen when the library was built.
     [[nodiscard]] virtual std::optional<std::string> defaultServiceUrl() { return std::nullopt; }

@@ -21,16 +21,16 @@ struct Carrier {
 /// be any, and may block it shortly.
 class MORVELLACINTO_EXPORT TelephonyInfo : public Interface {
 public:
-    /// For systems before 12.0.
+    /// For systems before 12.0. @{
     [[nodiscard]] virtual std::optional<Carrier> subscriberCellularProvider() const = 0;
-    [[nodiscard]] virtual std::optional<std::string> currentRadioAccessTechnology() const = 0;
+    [[nodiscard]] virtual std::optional<std::string> currentRadioAccessTechnology() const = 0; ///@}
 
     /// From 12.0 on: one entry a service, in the platform's order; absent without telephony. An
-    /// empty entry is a service without a carrier.
+    /// empty entry is a service without a carrier. @{
     [[nodiscard]] virtual std::optional<std::vector<std::optional<Carrier>>>
     serviceSubscriberCellularProviders() const = 0;
     [[nodiscard]] virtual std::optional<std::vector<std::string>>
-    serviceCurrentRadioAccessTechnology() const = 0;
+    serviceCurrentRadioAccessTechnology() const = 0; ///@}
 };
 
 /// Hands out looks at the telephony of this moment.

@@ -20,7 +20,7 @@ inline constexpr std::uint64_t authorized = 3;
 /// The advertising identifier and the user's permission to be tracked.
 class MORVELLACINTO_EXPORT Tracking : public Interface {
 public:
-    using Answer = std::function<void(std::uint64_t status)>;
+    using Answer = std::function<void(std::uint64_t status)>; ///< a `TrackingAuthorization`
 
     /// Any thread. Absent leaves the base payload with its first four keys.
     [[nodiscard]] virtual std::optional<Uuid> advertisingIdentifier() const = 0;

@@ -47,6 +47,7 @@ public:
     KRRequest& operator=(const KRRequest&) = delete;
     ~KRRequest() = default;
 
+    /// As the constructor; what is not given is none. @{
     [[nodiscard]] static KRRequest requestWithType(KRRequestType type, TextArgument url);
     [[nodiscard]] static KRRequest requestWithType(KRRequestType type, TextArgument url,
                                                    Params params);
@@ -56,19 +57,20 @@ public:
     [[nodiscard]] static KRRequest requestWithType(KRRequestType type, TextArgument url,
                                                    std::optional<Params> params,
                                                    const Payload& payload,
-                                                   std::optional<Uuid> auth);
+                                                   std::optional<Uuid> auth); ///@}
 
     /// The compact JSON text, in UTF-8, of an object or array; nothing for nothing. Throws
     /// JsonWriteError for what JSON cannot hold.
     [[nodiscard]] static std::optional<std::string> nativeToHttpData(const Payload& native);
 
+    /// As given, but for the payload, which is JSON text, and for the URL as it was parsed. @{
     [[nodiscard]] KRRequestType type() const noexcept { return type_; }
     [[nodiscard]] const std::optional<std::string>& url() const noexcept { return url_; }
     /// The text that was no URL, without user, query and fragment; empty when there is a URL.
     [[nodiscard]] const std::string& refusedUrl() const noexcept { return refusedUrl_; }
     [[nodiscard]] const std::optional<Object>& params() const noexcept { return params_; }
     [[nodiscard]] const std::optional<std::string>& payload() const noexcept { return payload_; }
-    [[nodiscard]] const std::optional<Uuid>& apiToken() const noexcept { return apiToken_; }
+    [[nodiscard]] const std::optional<Uuid>& apiToken() const noexcept { return apiToken_; } ///@}
 
 private:
     KRRequestType type_;

@@ -8,8 +8,7 @@
 
 namespace morvellacinto {
 
-/// The service's default base URL: https, path "/v5", no trailing slash. Chosen when the library is
-/// built.
+/// The service's base URL as chosen by the build: https, path "/v5", no trailing slash.
 MORVELLACINTO_EXPORT extern const std::string_view API_URL_PROD;
 
 /// The version of the service protocol that the library speaks.

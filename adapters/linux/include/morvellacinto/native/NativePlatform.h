@@ -133,7 +133,7 @@ public:
     /// and survives loss of power; else consent is withheld in this one until it is set again. A
     /// decision that cannot be read when a hop begins counts as withheld, too.
     [[nodiscard]] bool setUploadConsent(UploadConsent consent);
-    [[nodiscard]] UploadConsent uploadConsent() const;
+    [[nodiscard]] UploadConsent uploadConsent() const; ///< as the next hop finds it
 
     /// Erases, without a trace in any file, all that the library has stored under its prefix, such
     /// as the cached answer and the moved base URL, its identifiers, and databases that were set

@@ -91,7 +91,7 @@ public:
 
     explicit SharedScript(PhoneScript script) : script_(std::move(script)) {}
 
-    [[nodiscard]] Access lock() { return Access(*this); }
+    [[nodiscard]] Access lock() { return Access(*this); } ///< waits for other threads
     Access operator->() { return lock(); }
 
 private:

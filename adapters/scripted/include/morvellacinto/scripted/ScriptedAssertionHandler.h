@@ -26,7 +26,7 @@ public:
     void handleFailureInFunction(std::string_view function, std::string_view file, int line,
                                  std::string_view description) override;
 
-    void returnAfterFailure(bool returns) { returns_ = returns; }
+    void returnAfterFailure(bool returns) { returns_ = returns; } ///< at first not
     /// The failures since the last call, oldest first. Any thread.
     [[nodiscard]] std::vector<Failure> takeFailures();
 

@@ -13,8 +13,8 @@ namespace morvellacinto::scripted {
 /// A clock that stands still until the test moves it, with blocks that wait for their time.
 class MORVELLACINTO_EXPORT ScriptedClock final : public platform::Clock {
 public:
-    using Duration = std::chrono::duration<double>;
-    using Block = std::function<void()>;
+    using Duration = std::chrono::duration<double>; ///< seconds
+    using Block = std::function<void()>;            ///< runs in `advance`
 
     /// 2026-01-01T00:00:00Z.
     static constexpr Date firstDate{1'767'225'600};

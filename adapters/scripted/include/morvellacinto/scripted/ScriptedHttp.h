@@ -54,9 +54,9 @@ class MORVELLACINTO_EXPORT ScriptedHttp : public std::enable_shared_from_this<Sc
 public:
     /// The errors that the session makes itself.
     static constexpr std::string_view errorDomain = "morvellacinto.scripted.http";
-    static constexpr std::int64_t timedOut = 1;
-    static constexpr std::int64_t badUrl = 2;
-    static constexpr std::int64_t challengeRefused = 3;
+    static constexpr std::int64_t timedOut = 1;         ///< the resource time-out
+    static constexpr std::int64_t badUrl = 2;           ///< absent or none
+    static constexpr std::int64_t challengeRefused = 3; ///< by the delegate
 
     ScriptedHttp(std::shared_ptr<ScriptedDispatch> dispatch, std::shared_ptr<ScriptedClock> clock);
 
@@ -70,8 +70,9 @@ public:
 
     /// Every task that was made, oldest first.
     [[nodiscard]] std::vector<RecordedRequest> requests() const;
-    [[nodiscard]] std::size_t sessionCount() const;
+    [[nodiscard]] std::size_t sessionCount() const; ///< ended ones too
 
+    /// As `platform::Platform::makeHttpSession`.
     [[nodiscard]] std::shared_ptr<platform::HttpSession>
     makeSession(platform::HttpSessionConfiguration configuration,
                 platform::HttpSessionDelegate* delegate);

@@ -32,15 +32,15 @@ public:
     [[nodiscard]] std::int32_t authorizationStatus() const override;
 
     /// Queue a delivery to every client that is still updating when the main queue comes to it.
-    /// Any thread.
+    /// Any thread. @{
     void deliver(const std::vector<platform::LocationFix>& fixes);
-    void fail(const KRError& error);
+    void fail(const KRError& error); ///@}
     /// Puts `status` into the script; from 14.0 on every client is notified. Any thread.
     void changeAuthorization(std::int32_t status);
 
-    /// Calls of all clients together since the beginning, those without effect included.
+    /// Calls of all clients together since the beginning, those without effect included. @{
     [[nodiscard]] int startCount() const;
-    [[nodiscard]] int stopCount() const;
+    [[nodiscard]] int stopCount() const; ///@}
 
 private:
     class Service;

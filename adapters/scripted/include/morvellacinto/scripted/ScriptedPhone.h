@@ -45,11 +45,11 @@ public:
 
     /// May be changed at any time: `phone->script()->batteryLevel = 0.5F`.
     [[nodiscard]] SharedScript& script() noexcept { return *script_; }
-    [[nodiscard]] ScriptedHttp& http() noexcept { return *http_; }
+    [[nodiscard]] ScriptedHttp& http() noexcept { return *http_; } ///< the service
 
-    // `ScriptedDispatch` tells what these do.
+    /// As the operations of `ScriptedDispatch`. @{
     std::size_t drainMain() { return dispatch_->drainMain(); }
-    std::size_t runBackground() { return dispatch_->runBackground(); }
+    std::size_t runBackground() { return dispatch_->runBackground(); } ///@}
     /// Runs what is due, the main queue and the background queue in turn until all of them rest.
     /// No time passes. Main thread; throws what `drainMain` throws.
     void settle();

@@ -14,7 +14,7 @@ namespace morvellacinto::scripted {
 /// Defaults in memory that record what was asked and fail when told to.
 class MORVELLACINTO_EXPORT ScriptedUserDefaults final : public platform::UserDefaults {
 public:
-    using Contents = std::map<std::string, Value, std::less<>>;
+    using Contents = std::map<std::string, Value, std::less<>>; ///< by key
 
     [[nodiscard]] std::optional<Value> objectForKey(std::string_view key) const override;
     void setObjectForKey(Value value, std::string_view key) override;
@@ -23,10 +23,10 @@ public:
 
     /// While true, `synchronize` gives false and keeps the changes pending.
     void failFlush(bool fails) { failsFlush_ = fails; }
-    /// While true, the operation throws std::runtime_error and changes nothing.
+    /// While true, the operation throws std::runtime_error and changes nothing. @{
     void raiseOnGet(bool raises) { raisesOnGet_ = raises; }
     void raiseOnSet(bool raises) { raisesOnSet_ = raises; }
-    void raiseOnRemove(bool raises) { raisesOnRemove_ = raises; }
+    void raiseOnRemove(bool raises) { raisesOnRemove_ = raises; } ///@}
 
     /// What the last successful flush kept.
     [[nodiscard]] Contents flushed() const;
