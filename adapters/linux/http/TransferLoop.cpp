@@ -4,6 +4,7 @@
 #include "CurlSession.h"
 #include "HttpFailure.h"
 
+#include <openssl/crypto.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -168,6 +169,7 @@ TransferLoop::Transfers TransferLoop::step() {
             end(transfer, CURLE_OPERATION_TIMEDOUT, ended);
         }
     }
+    OPENSSL_thread_stop(); // what is left would go with the thread, maybe while exit() cleans up
     return ended;
 }
 
@@ -222,6 +224,7 @@ bool TransferLoop::close() {
     }
     const std::lock_guard lock(mutex_);
     multi_.reset();
+    turn ? OPENSSL_thread_stop() : void();
     if (!isStopped_ && !(submitted_.empty() && next_.empty())) {
         return false;
     }
