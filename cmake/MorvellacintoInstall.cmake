@@ -28,7 +28,8 @@ endfunction()
 set(components scripted)
 morvellacinto_install(morvellacinto
     NAME morvellacinto
-    DESCRIPTION ${PROJECT_DESCRIPTION})
+    DESCRIPTION ${PROJECT_DESCRIPTION}
+    STATIC_LIBS stdc++ m) # which are left out where C is linked
 morvellacinto_install(morvellacinto_scripted
     NAME morvellacinto-scripted
     DESCRIPTION "A scripted phone to test hosts of Morvellacinto on"

@@ -123,19 +123,13 @@ public:
     [[nodiscard]] bool wantsRoutine() const noexcept override { return *observer_ != nullptr; }
     void tell(const platform::Diagnostic& record) noexcept override {
         try {
-            const auto sentences = sentences_; // the host may let go of this meanwhile
-            const auto observer = observer_;
+            const auto observer = observer_; // the host may let go of this meanwhile
             const bool isRoutine =
                 std::visit([]<class R>(const R&) { return platform::isRoutine<R>; }, record);
-            const std::string sentence = isRoutine ? "" : sentenceOf(record);
-            try {
-                *observer ? (*observer)(record) : void();
-            } catch (...) {
-                // As for what writes lines.
-            }
-            isRoutine ? void() : sentences(sentence);
+            isRoutine ? void() : sentences_(sentenceOf(record));
+            *observer ? (*observer)(record) : void();
         } catch (...) {
-            // There is no memory to say it.
+            // The observer threw, or there is no memory to say it.
         }
     }
 

@@ -49,8 +49,7 @@ mvl_status guarded(const Body& body) noexcept {
 }
 
 mvl_status durable(bool isDurable) {
-    return isDurable ? MVL_OK
-                     : fail(MVL_FAILED, "it was not written to disk; it holds in this process");
+    return isDurable ? MVL_OK : fail(MVL_FAILED, "it was not written to disk");
 }
 
 template <class T>

@@ -23,7 +23,7 @@ class Morvellacinto(ConanFile):
 
     def export_sources(self):
         root = pathlib.Path(self.recipe_folder, "../..")
-        for pattern in "CMakeLists.txt", "cmake/*", "src/*", "adapters/*", "LICENSE", "THIRD-PARTY.md":
+        for pattern in "CMakeLists.txt", "cmake/*", "src/*", "adapters/*", "bindings/*", "LICENSE", "THIRD-PARTY.md":
             copy(self, pattern, root, self.export_sources_folder)
 
     def requirements(self):

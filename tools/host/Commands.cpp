@@ -142,12 +142,12 @@ ExitStatus query(const Options& options, const KRAudienceManager& manager) {
     return success;
 }
 
-void printBaseUrl(const Options& options) {
-    if (options.isReset) {
-        KRSettingsManager::removeLocalSettingForKey("KRServiceURL");
-    }
+ExitStatus printBaseUrl(const Options& options) {
+    const bool isReset =
+        !options.isReset || KRSettingsManager::removeLocalSettingForKey("KRServiceURL");
     const Value url = KRNetworkManager::baseURL();
     print(url.isString() ? std::string(url.asString()) : valueText(url));
+    return isReset ? success : failed;
 }
 
 void printRounded(const Options& options) {
@@ -196,8 +196,7 @@ ExitStatus runCommand(const Options& options, native::NativePlatform& machine) {
         print(manager.previewUpload(payloadOf(options)));
         return success;
     case Command::url:
-        printBaseUrl(options);
-        return success;
+        return printBaseUrl(options);
     case Command::round:
         printRounded(options);
         return success;

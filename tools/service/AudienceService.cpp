@@ -132,13 +132,13 @@ void AudienceService::handle(const httplib::Request& request, const std::string&
     const Upload upload = uploadOf(request, body);
     const bool isUpload = request.path == audiencePath && request.method == "POST";
     Answer answer;
-    if (request.path != audiencePath) {
-        answer = refusal(404, "uploads go to " + std::string(audiencePath));
-    } else if (request.method != "POST") {
-        answer = refusal(405, "uploads are made by POST");
-    } else {
+    if (isUpload) {
         record(upload);
         answer = audienceAnswer(upload, step);
+    } else if (request.path == audiencePath) {
+        answer = refusal(405, "uploads are made by POST");
+    } else {
+        answer = refusal(404, "uploads go to " + std::string(audiencePath));
     }
     if (step.redirect) {
         answer = {temporaryRedirect, "", step.redirect};

@@ -171,10 +171,12 @@ void serve(const Options& options) {
                             : std::filesystem::absolute(options.certificate).string()}};
     if (inspector) {
         ready.set("page", "http://127.0.0.1:" + std::to_string(pagePort) + "/");
-        std::thread([&inspector] { inspector->server().listen_after_bind(); }).detach();
     }
     tools::print(writeJson(ready));
     std::thread([&service] { service.run(); }).detach();
+    if (inspector) {
+        std::thread([&inspector] { inspector->server().listen_after_bind(); }).detach();
+    }
 
     int signal = 0;
     sigwait(&signals, &signal);

@@ -36,17 +36,7 @@ bool isAllowed(std::string_view text) {
     return isAllowed;
 }
 
-bool isIn127(in_addr address) noexcept { return ntohl(address.s_addr) >> 24U == 127; }
-
 } // namespace
-
-bool isLoopback(const sockaddr& address) noexcept {
-    if (address.sa_family == AF_INET) {
-        return isIn127(reinterpret_cast<const sockaddr_in&>(address).sin_addr);
-    }
-    return address.sa_family == AF_INET6 &&
-           IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6&>(address).sin6_addr);
-}
 
 std::optional<CurlUrl> CurlUrl::parse(std::string_view text) {
     return isAllowed(text) ? CurlUrl(curl_url()).pointedTo(std::string(text), 0) : std::nullopt;
@@ -81,10 +71,8 @@ bool CurlUrl::hasScheme(std::string_view scheme) const {
 bool CurlUrl::isLoopback() const {
     const std::string host = lowerCase(part(CURLUPART_HOST));
     in_addr address{};
-    if (inet_pton(AF_INET, host.c_str(), &address) == 1) {
-        return isIn127(address);
-    }
-    return host == "[::1]" || host == "localhost";
+    const bool isNumber = inet_pton(AF_INET, host.c_str(), &address) == 1;
+    return isNumber ? ntohl(address.s_addr) >> 24U == 127 : host == "[::1]" || host == "localhost";
 }
 
 bool CurlUrl::hasCredentials() const {

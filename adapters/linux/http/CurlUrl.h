@@ -2,7 +2,6 @@
 #pragma once
 
 #include <curl/curl.h>
-#include <sys/socket.h>
 
 #include <memory>
 #include <optional>
@@ -10,9 +9,6 @@
 #include <string_view>
 
 namespace morvellacinto::native {
-
-/// An address in 127.0.0.0/8, or ::1.
-[[nodiscard]] bool isLoopback(const sockaddr& address) noexcept;
 
 /// An absolute URL as libcurl parsed it. Decisions are taken on the same parse that the transfer is
 /// given, so that no two opinions of one text can differ.
@@ -29,7 +25,7 @@ public:
     /// Scheme, host and port, in lower case; equal for URLs of one origin.
     [[nodiscard]] std::string origin() const;
     [[nodiscard]] bool hasScheme(std::string_view scheme) const;
-    /// An address in 127.0.0.0/8, ::1, or "localhost".
+    /// An address in 127.0.0.0/8, ::1, or "localhost", which libcurl looks up nowhere.
     [[nodiscard]] bool isLoopback() const;
     [[nodiscard]] bool hasCredentials() const;
 

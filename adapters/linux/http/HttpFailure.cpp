@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "HttpFailure.h"
 
+#include "basics/SystemFiles.h"
+
 #include <curl/curl.h>
 
 #include <string_view>
@@ -50,9 +52,9 @@ HttpErrorCode codeOf(int curlCode, std::string_view detail) {
 KRError HttpFailure::asError(const std::string& url) const {
     KRError error{std::string(httpErrorDomain), static_cast<std::int64_t>(code), {}};
     if (!url.empty()) {
-        error.userInfo.set(KRError::urlKey, url);
+        error.userInfo.set(KRError::urlKey, visibleText(url));
     }
-    error.userInfo.set(KRError::messageKey, message);
+    error.userInfo.set(KRError::messageKey, visibleText(message)); // a redirect may name any bytes
     return error;
 }
 

@@ -6,6 +6,7 @@
 #include "Trust.h"
 
 #include <openssl/ssl.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <utility>
@@ -19,11 +20,8 @@ constexpr std::size_t maximumBodyBytes = std::size_t(64) << 20U; // decoded
 constexpr long longestIdleSeconds = 15; // of a connection that is to be used again
 constexpr std::chrono::milliseconds longestTimeout = std::chrono::years(1); // as good as none
 
-curl_socket_t openSocket(void* loopbackOnly, curlsocktype, curl_sockaddr* address) noexcept {
-    if (loopbackOnly != nullptr && !isLoopback(address->addr)) {
-        return CURL_SOCKET_BAD;
-    }
-    // A program that the host starts must not inherit it.
+// A program that the host starts must not inherit it.
+curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) noexcept {
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
@@ -48,7 +46,10 @@ void Transfer::passGate(UploadConsent consent, const UploadQuestion& ask) noexce
             throw HttpFailure{HttpErrorCode::uploadWithheld, "Consent to upload is withheld."};
         }
         isApproved_ = isApproved_ || (consent == UploadConsent::allowed && !answer_);
-        if (!isApproved_ && !answer_) {
+        if (isApproved_) {
+            return;
+        }
+        if (!answer_) {
             answer_ = std::make_shared<Answer>();
             ask(request_, [answer = answer_](std::optional<platform::HttpRequest> request) {
                 if (!answer->isGiven.exchange(true)) {
@@ -57,14 +58,16 @@ void Transfer::passGate(UploadConsent consent, const UploadQuestion& ask) noexce
                 }
             });
         }
-        const bool isAnswered = !isApproved_ && answer_->isComplete;
-        if (isAnswered && answer_->request) {
+        if (!answer_->isComplete) {
+            if (deadline_ <= std::chrono::steady_clock::now()) {
+                throw HttpFailure{HttpErrorCode::uploadRefused,
+                                  "The host did not say in time whether to send it."};
+            }
+        } else if (answer_->request) {
             request_ = *std::move(answer_->request);
             isApproved_ = true;
-        } else if (isAnswered || (!isApproved_ && deadline_ <= std::chrono::steady_clock::now())) {
-            throw HttpFailure{HttpErrorCode::uploadRefused,
-                              isAnswered ? "The host refused to send it."
-                                         : "The host did not say in time whether to send it."};
+        } else {
+            throw HttpFailure{HttpErrorCode::uploadRefused, "The host refused to send it."};
         }
     });
 }
@@ -161,9 +164,8 @@ void Transfer::set(CURLoption option, T value) {
 }
 
 void Transfer::setUpHop() {
-    const bool isPlain = hop_->url.hasScheme("http");
     set(CURLOPT_CURLU, hop_->url.handle());
-    set(CURLOPT_PROTOCOLS_STR, isPlain ? "http" : "https");
+    set(CURLOPT_PROTOCOLS_STR, hop_->url.hasScheme("http") ? "http" : "https");
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_MAXAGE_CONN, longestIdleSeconds);
     set(CURLOPT_NOSIGNAL, 1L);
@@ -171,7 +173,6 @@ void Transfer::setUpHop() {
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_ERRORBUFFER, detail_.data());
     set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
-    set(CURLOPT_OPENSOCKETDATA, isPlain ? this : nullptr);
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_HTTPGET, 1L); // whatever the hop before was
     if (hop_->method == "HEAD") {
@@ -258,7 +259,7 @@ const char* Transfer::redirectLocation() const noexcept {
     if (isRedirect(status())) {
         curl_easy_header(handle_.get(), "Location", 0, CURLH_HEADER, -1, &location);
     }
-    return location != nullptr && *location->value != '\0' ? location->value : nullptr;
+    return location != nullptr ? location->value : nullptr;
 }
 
 void Transfer::receiveHeader(std::string_view line) {

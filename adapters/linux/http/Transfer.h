@@ -41,8 +41,10 @@ public:
 
     /// Judges the next hop, not in a turn; before the first the host may have to be asked.
     void passGate(UploadConsent consent, const UploadQuestion& ask) noexcept;
-    /// Whether it has not answered yet; then `passGate` is to be called again soon.
-    [[nodiscard]] bool waits() const noexcept { return !isApproved_ && !hasFailed_; }
+    /// Also what has failed, which needs no room. While it is false, `passGate` is called again.
+    [[nodiscard]] bool mayBegin(bool hasRoom) const {
+        return hasFailed_ || (isApproved_ && hasRoom);
+    }
 
     /// In a turn, as the next two. Adds the present hop to `multi`, with this object as its
     /// CURLOPT_PRIVATE. False when it has failed, which ends the transfer.

@@ -4,6 +4,7 @@
 #include "CurlSession.h"
 #include "HttpFailure.h"
 
+#include <openssl/crypto.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -144,8 +145,8 @@ TransferLoop::Transfers TransferLoop::step() {
     const auto limit = static_cast<std::size_t>(next_.empty() ? 0 : connectionLimit());
     for (auto next = next_.begin(); next != next_.end();) {
         const auto transfer = next++;
-        const bool canBegin = active_.size() < limit || (*transfer)->deadline() <= Clock::now();
-        if (!(*transfer)->waits() && canBegin) {
+        if ((*transfer)->mayBegin(active_.size() < limit ||
+                                  (*transfer)->deadline() <= Clock::now())) {
             const bool hasBegun =
                 (*transfer)->begin(multi_.get(), tlsSessions_.get(), trust_, options_.proxy);
             Transfers& to = hasBegun ? active_ : ended;
@@ -168,6 +169,7 @@ TransferLoop::Transfers TransferLoop::step() {
             end(transfer, CURLE_OPERATION_TIMEDOUT, ended);
         }
     }
+    OPENSSL_thread_stop(); // what is left would go with the thread, maybe while exit() cleans up
     return ended;
 }
 
@@ -182,10 +184,9 @@ void TransferLoop::open() {
         curl_share_setopt(tlsSessions_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     }
     CURLM* const multi = curl_multi_init();
-    // Beyond that, transfers wait in libcurl. No limit for a host: requests must not wait for one
-    // another.
+    // Those kept included. No limit for a host: requests must not wait for one another.
     curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, connectionLimit());
-    curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, connectionLimit()); // those kept included
+    curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, connectionLimit());
     const std::lock_guard lock(mutex_);
     multi_.reset(multi);
 }
@@ -223,6 +224,7 @@ bool TransferLoop::close() {
     }
     const std::lock_guard lock(mutex_);
     multi_.reset();
+    turn ? OPENSSL_thread_stop() : void();
     if (!isStopped_ && !(submitted_.empty() && next_.empty())) {
         return false;
     }

@@ -39,7 +39,8 @@ public:
     [[nodiscard]] Lock lock(Sharing sharing, const Wait& wait) const;
 
     [[nodiscard]] const std::filesystem::path& database() const noexcept { return database_; }
-    /// Needs a lock. Throws for files that others could have a hand in, or that are not regular.
+    /// Needs a lock. When it is there, removes what an interrupted replacement left beside it.
+    /// Throws for files that others could have a hand in, or that are not regular.
     [[nodiscard]] bool hasDatabase() const;
     /// Makes an empty file for this user alone, has it filled, and puts it in place of the
     /// database, which is set aside in place of the one before. A process killed meanwhile leaves

@@ -32,6 +32,11 @@ std::chrono::milliseconds coarseNow() noexcept {
 
 bool isPending(const Entry& entry) { return entry.blob != nullptr || !entry.value; }
 
+bool isPendingIn(const Entries& entries, const Name& name) {
+    const auto entry = entries.find(name);
+    return entry != entries.end() && isPending(entry->second);
+}
+
 bool isErasable(const Name& name) {
     const auto& [space, key] = name;
     return space == Space::settings
@@ -207,9 +212,13 @@ void SqliteDefaults::change(Space space, std::string_view key, std::optional<Val
     std::swap(entries_[{space, std::string(key)}], changed); // freed when the lock is gone
 }
 
+// An erasure is written first and alone: what was set after it is not to be erased with the rest.
 Entries SqliteDefaults::pending() const {
     Entries pending;
     const std::shared_lock lock(entriesMutex_);
+    if (isPendingIn(entries_, erasing)) {
+        return {*entries_.find(erasing), *entries_.find(erasedAt)};
+    }
     std::copy_if(entries_.begin(), entries_.end(), std::inserter(pending, pending.end()),
                  [](const auto& named) { return isPending(named.second); });
     return pending;
@@ -248,7 +257,8 @@ bool SqliteDefaults::flush() const {
         if (changes.contains(erasing)) {
             versionRead_ = 0;
             lock.reset();
-            lock = connect("");
+            connect("").reset();
+            return flush();
         }
         return !isErasing_;
     } catch (const std::exception& error) {
@@ -311,8 +321,8 @@ bool SqliteDefaults::reach() const {
         }
         isErasing_ = rows.contains(erasing);
         const std::unique_lock lock(entriesMutex_);
-        const bool haveOthersErased =
-            wasRead_ && valueIn(rows, erasedAt) != valueIn(entries_, erasedAt);
+        const bool haveOthersErased = wasRead_ && !isPendingIn(entries_, erasedAt) &&
+                                      valueIn(rows, erasedAt) != valueIn(entries_, erasedAt);
         std::erase_if(entries_, [&](const auto& old) {
             return !isPending(old.second) || (haveOthersErased && isErasable(old.first));
         });
