@@ -216,11 +216,13 @@ void SqliteDefaults::change(Space space, std::string_view key, std::optional<Val
 Entries SqliteDefaults::pending() const {
     Entries pending;
     const std::shared_lock lock(entriesMutex_);
-    if (isPendingIn(entries_, erasing)) {
-        return {*entries_.find(erasing), *entries_.find(erasedAt)};
-    }
+    const bool isAlone = isPendingIn(entries_, erasing);
     std::copy_if(entries_.begin(), entries_.end(), std::inserter(pending, pending.end()),
-                 [](const auto& named) { return isPending(named.second); });
+                 [&](const auto& named) {
+                     const Name name(named.first);
+                     return isPending(named.second) &&
+                            (!isAlone || name == erasing || name == erasedAt);
+                 });
     return pending;
 }
 
