@@ -134,8 +134,7 @@ TEST_F(Audience, ServesTheCacheForNinetySecondsAndElseUploadsAndTellsWhatNobodyH
         {{}, kept, {}, {busy}, "", answer + "502 and 6 bytes is no JSON" + uncalled},
         {{}, {}, "b.invalid/v5?key=1", {}, badUrl, "the base URL is no URL but \"b.invalid/v5\""},
         {{}, {}, 5, {}, badUrl, "the base URL is no URL but an integer"},
-        {{}, {}, Date{5}, {}, badUrl, "the base URL is no URL but a date"},
-    };
+        {{}, {}, Date{5}, {}, badUrl, "the base URL is no URL but a date"}};
     const auto texts = [](const std::string& text) { return text.empty() ? Texts() : Texts{text}; };
     for (const auto& each : cases) {
         SCOPED_TRACE(&each - cases);
@@ -237,14 +236,12 @@ TEST_F(Audience, SendsTheFieldsThatTheInventoryListsAlsoOnceTheManagerIsGone) {
 
 TEST_F(Audience, CoarsensTheLocationButNotSpeedAndCourse) {
     // Without coordinates when JSON cannot hold them.
-    const std::pair<float, const char*> cases[] = {
-        {5.0F, R"("lat":59.32934,"lon":18.06858)"},
-        {2.9F, R"("lat":59.33,"lon":18.07)"},
-        {std::nanf(""), R"("lat":59,"lon":18)"},
-        {-1.0F, nullptr},
-        {-HUGE_VALF, nullptr},
-        {0x1p31F, nullptr},
-    };
+    const std::pair<float, const char*> cases[] = {{5.0F, R"("lat":59.32934,"lon":18.06858)"},
+                                                   {2.9F, R"("lat":59.33,"lon":18.07)"},
+                                                   {std::nanf(""), R"("lat":59,"lon":18)"},
+                                                   {-1.0F, nullptr},
+                                                   {-HUGE_VALF, nullptr},
+                                                   {0x1p31F, nullptr}};
     for (const auto& [decimals, coordinates] : cases) {
         manager.setGeoFixDecimals(decimals);
         manager.kovraTagsWithCompletion(nullptr);
@@ -337,12 +334,10 @@ TEST_F(Audience, ReleasesWhatACompletionHoldsOnTheMainQueueHoweverTheOperationEn
              phone->script()->trackingAuthorization = 0;
              fetch();
          }},
-        {"tags failed",
-         [&] {
+        {"tags failed", [&] {
              KRSettingsManager::setLocalSetting("no time", "KRAudienceUpdate");
              collectOff(false);
-         }},
-    };
+         }}};
     for (const auto& [ending, begin] : ways) {
         made = diedOnMain = 0;
         begin();

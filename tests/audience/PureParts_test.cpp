@@ -29,8 +29,7 @@ TEST(QueryString, JoinsOnePairForEachElementAndNamesAMemberThatIsNoArrayOfString
          key + "=1&" + key + "=2&" + key + "k=3"},
         {{{longKey, Array::of({"1", "2"})}}, longKey + "=1&" + longKey + "=2"},
         {{{"ok", Array::of({"1"})}, {"seg", "text"}}, wrong + "a string"},
-        {{{"seg", Array::of({"1", 2})}}, wrong + "an array with an integer"},
-    };
+        {{{"seg", Array::of({"1", 2})}}, wrong + "an array with an integer"}};
     for (const auto& [tags, query] : cases) {
         EXPECT_EQ(queryOf(tags), query);
     }

@@ -55,8 +55,7 @@ TEST_F(BasePayload, TakesTheFirstCarrierWithANameAndElseTheFirstAndBeforeTwelveT
         {Carriers{nameless, std::nullopt}, " no 99 ", " no 99 "},
         {Carriers{std::nullopt, nameless}, "   ", "   "},
         {Carriers(), "   ", "   "},
-        {std::nullopt, "   ", "   "},
-    };
+        {std::nullopt, "   ", "   "}};
     for (const auto& [carriers, later, before] : cases) {
         for (const char* const technology : {"LTE", "unknown"}) {
             phone->script()->radioAccessTechnologies =

@@ -38,8 +38,7 @@ TEST(JsonReader, TellsLineColumnAndReason) {
         {"[]\n]", 2, 1, "something behind the end"},
         {"[\"\x80\"]", 1, 3, "a control character or invalid UTF-8 in a string"},
         {"[\"\\ud800\"]", 1, 9, "an escape that stands for no character in a string"},
-        {"[1e400]", 1, 7, "a number that is too large"},
-    };
+        {"[1e400]", 1, 7, "a number that is too large"}};
     for (const auto& [text, line, column, reason] : cases) {
         JsonProblem problem;
         EXPECT_FALSE(readJson(text, &problem));
@@ -62,8 +61,7 @@ TEST(JsonReader, ReadsWhatTheGrammarAllowsAndKeepsIntegersExactAndTakesDoublesBe
          "[9223372036854775807,-9223372036854775808,18446744073709551615,18446744073709551616,"
          "-0]"},
         {"[1e-400,4.9e-324,0.00000000000000000000000000001e-390,1.7976931348623157e308]",
-         "[0,5e-324,0,1.7976931348623157e+308]"},
-    };
+         "[0,5e-324,0,1.7976931348623157e+308]"}};
     for (const auto& [text, written] : cases) {
         EXPECT_EQ(writeJson(readJson(text).value()), written);
     }
@@ -125,8 +123,7 @@ TEST(JsonWriter, ThrowsOnWhatJsonCannotHoldAndNamesTheMember) {
         {Array::of({HUGE_VAL}), "JSON cannot hold infinity"},
         {Array::of({"\xFF is none"}), "JSON cannot hold a string that is not valid UTF-8"},
         {deep, "JSON cannot hold more than 512 levels"},
-        {"text", "JSON text needs an object or an array at the top, found a string"},
-    };
+        {"text", "JSON text needs an object or an array at the top, found a string"}};
     for (const auto& [value, message] : cases) {
         try {
             ADD_FAILURE() << writeJson(value);

@@ -44,8 +44,7 @@ TEST(Value, ComparesNumbersByMathematicalValueAndContainersMemberByMember) {
         {makeInstance<Instance>(), makeInstance<Instance>(), false},
         {Array::of({1}), Array::of({1, 2}), false},
         {Object{{"b", 5}, {"a", 4}}, Object{{"a", 4}, {"b", 5}}, true},
-        {Object{{"a", 4}}, Object{{"a", 4}, {"b", 5}}, false},
-    };
+        {Object{{"a", 4}}, Object{{"a", 4}, {"b", 5}}, false}};
     for (const auto& [left, right, areEqual] : cases) {
         EXPECT_EQ(left == right, areEqual) << nameOf(left.kind());
         EXPECT_EQ(right == left, areEqual);

@@ -100,8 +100,7 @@ TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
         {service, {"--cert", array, "--key", array}, array},
         {service, {"--answer", array}, needed},
         {service, {"--scenario", badStep}, "step 2: \"status\" must be an integer from 200 to 599"},
-        {service, {"--uploads", missing + "/uploads"}, missing},
-    };
+        {service, {"--uploads", missing + "/uploads"}, missing}};
     for (const auto& [command, words, reason] : cases) {
         const Finished finished = ChildProcess(command + words).finish();
         EXPECT_EQ(finished.status, 2) << reason;
@@ -128,8 +127,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
          "changed\"}\n"},
         {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]}}\n", ""},
         {{"settings", "set-date", "when", "-2000000000.5"}, 0, "", ""},
-        {{"--service-url", "https://a.invalid/v5", "url"}, 0, "https://a.invalid/v5\n", ""},
-    };
+        {{"--service-url", "https://a.invalid/v5", "url"}, 0, "https://a.invalid/v5\n", ""}};
     for (const auto& [words, status, output, errors] : cases) {
         const Finished finished = host(words, R"({"a": ["1 2", "3"]})");
         EXPECT_EQ(finished.status, status) << words.back() << finished.errors;
@@ -238,8 +236,7 @@ TEST_F(Programs, WhatTheServiceDoesDecidesHowACommandEnds) {
         {{{"body", "busy"}, {"status", 503}}, 3, "", "note: the answer with status 503 and 4 byte"},
         {{{"close", "before-headers"}}, 1, "", R"("domain":"morvellacinto.http","code":15)"},
         {{{"redirect", "https://127.0.0.1:1/"}}, 1, "", R"("code":24)"},
-        {{{"serviceurl", "https://next.invalid"}}, 0, "", ""},
-    };
+        {{{"serviceurl", "https://next.invalid"}}, 0, "", ""}};
     json scenario = json::array();
     for (const auto& each : cases) {
         scenario.push_back(std::get<json>(each));

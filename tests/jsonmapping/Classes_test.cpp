@@ -33,8 +33,7 @@ TEST(Classes, haveAttributeTextsLikeThePlatform) {
         {AVClass::of<Journey>().find("to"), "T@\"Place\",&,N,V_to"},
         {AVClass::of<Harbour>().find("depth"), "Tf,R,N,V_depth"},
         {AVClass::of<Harbour>().find("berths"), "Ti,N,V_berths"},
-        {AVClass::of<Harbour>().find("berthCount"), "T@\"NSNumberFormatter\",R,N,V_berths"},
-    };
+        {AVClass::of<Harbour>().find("berthCount"), "T@\"NSNumberFormatter\",R,N,V_berths"}};
     for (const auto& [member, attributes] : cases) {
         EXPECT_EQ(member->attributes, attributes);
     }
@@ -53,8 +52,7 @@ TEST(Classes, followPathsThroughObjectsDictionariesAndArrays) {
         {"other.other.a.b", Array::of({5, nullptr})},
         {"nodes.other", std::nullopt},
         {"node.node.none", std::nullopt},
-        {"node.other.none.b", std::nullopt},
-    };
+        {"node.other.none.b", std::nullopt}};
     for (const auto& [path, found] : cases) {
         EXPECT_EQ(thing->valueForKeyPath(path), found) << path;
     }

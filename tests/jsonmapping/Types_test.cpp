@@ -122,8 +122,7 @@ TEST(Types, readBackWhatTheyGiveAndSayWhatTheyWant) {
         {taken<std::vector<Point>>, "[[{},[],5]]", "an object, not an array in element 1"},
         {taken<Pin>, R"([{"twice":0,"x":5}])", R"([{"x":5,"id":"","twice":10}])"},
         {taken<Journeys>, R"([{"m":[{},null]}])", R"([{"m":[{"title":"?-?"},null]}])"},
-        {taken<Ref<Place>>, R"(["x"])", "an instance of Place, not a string"},
-    };
+        {taken<Ref<Place>>, R"(["x"])", "an instance of Place, not a string"}};
     for (const auto& each : cases) {
         EXPECT_EQ(each.taken(each.json), each.expected) << each.json;
     }

@@ -85,8 +85,7 @@ TEST_F(Location, LogsOneLineAndCleansUpWhenAWaiterThrows) {
     const std::tuple<std::function<Texts()>, std::string, bool> cases[] = {
         {[this] { return afterFixes(); }, "location update failed", true},
         {[this] { return afterFailure(); }, "location error failed", true},
-        {[this] { return afterAuthorization(1); }, "location auth failed", false},
-    };
+        {[this] { return afterAuthorization(1); }, "location auth failed", false}};
     int stops = 0;
     for (const auto& [notify, line, clearsAndStops] : cases) {
         wait("a", [] { throw 7; });

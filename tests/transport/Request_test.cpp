@@ -67,8 +67,7 @@ TEST_F(Request, NamesTextThatIsNoUrlWithoutUserQueryAndFragment) {
         {"//a.invalid/p?token=1#x", "//a.invalid/p"},
         {"//a.invalid/#x", "//a.invalid/"},
         {"//us/er:p@ss@a.invalid/p", "a.invalid/p"},
-        {"user:pa?ss@a.invalid", ""},
-    };
+        {"user:pa?ss@a.invalid", ""}};
     for (const auto& [text, named] : cases) {
         EXPECT_THAT(make(KRRequest::requestWithType(KRRequestTypePost, text)),
                     ElementsAre("error 2"));
