@@ -31,8 +31,7 @@ static_assert(Member<const char*> && Member<std::string> && !Member<std::nullptr
 const Uuid token = *Uuid::parse("0123ABCD-0000-4000-8000-00000000FFFF");
 const KRError lost{"net", -7, {{KRError::messageKey, "No network."}}};
 
-class Audience : public ScriptedPhoneTest {
-protected:
+struct Audience : ScriptedPhoneTest {
     KRAudienceManager::Completion record() {
         return [this](const auto& answer, const auto& error) {
             EXPECT_TRUE(phone->dispatch().isMainThread());
@@ -353,6 +352,48 @@ TEST_F(Audience, ReleasesWhatACompletionHoldsOnTheMainQueueHoweverTheOperationEn
     EXPECT_THROW(deliverFix(), std::runtime_error) << "no payload can be made";
     phone->settle();
     EXPECT_EQ(diedOnMain, 1);
+}
+
+TEST_F(Audience, TellsEachStepOfAnUploadWithoutWhatIsPrivate) {
+    phone->script()->trackingAuthorization = platform::TrackingAuthorization::notDetermined;
+    phone->script()->location.delay = 0s;
+    phone->diagnostics()->keepRoutine();
+    const auto events = [&] {
+        phone->settle();
+        Texts texts;
+        for (const platform::Diagnostic& record : phone->diagnostics()->takeRecords()) {
+            texts.push_back(writeJson(objectOf(record)));
+        }
+        return texts;
+    };
+    manager.setGeoFixDecimals(2);
+    manager.setRequestTrackingAuthorization(true);
+    phone->http().plan({.body = R"({"serviceurl":"https://u:p@other.invalid/v5?key=1"})"});
+    manager.kovraTagsWithCompletion([](const auto&, const auto&) {});
+    Texts all = events();
+    const auto upload = std::find_if(all.begin(), all.end(), [](const std::string& event) {
+        return event.find("uploadBegun") != std::string::npos;
+    });
+    ASSERT_NE(upload, all.end());
+    EXPECT_THAT(*upload, ::testing::HasSubstr(R"("lat":5,"lon":5,"speed":4,"course":5},)"));
+    EXPECT_THAT(*upload, ::testing::Not(::testing::HasSubstr("59.3")));
+    all.erase(upload);
+    EXPECT_THAT(all, ElementsAre(R"({"event":"permissionAsked"})", R"({"event":"locationAsked"})",
+                                 R"({"event":"permissionAnswered","status":3})",
+                                 R"({"event":"locationCome","decimals":2})",
+                                 R"({"event":"locationAsked"})",
+                                 R"({"event":"answerCome","status":200,"size":51})",
+                                 R"({"event":"baseUrlMoved","to":"other.invalid/v5"})",
+                                 R"({"event":"answerCached","durable":true})",
+                                 R"({"event":"locationCome","decimals":2})",
+                                 R"({"event":"cacheServed","age":0})"));
+    phone->http().plan({.error = lost});
+    manager.collect({{"x", "yy"}}, nullptr, true);
+    EXPECT_THAT(events(),
+                ElementsAre(R"({"event":"uploadBegun","fields":{"x":4},"forced":true})",
+                            R"({"event":"requestFailed","domain":"net","code":-7})",
+                            R"({"event":"errorUnheard","of":"an upload without a completion",)"
+                            R"("domain":"net","code":-7})"));
 }
 
 TEST_F(Audience, SendsNothingForACallbackThatShutdownDropsAndThatCallsBackIn) {

@@ -11,8 +11,7 @@ namespace {
 
 using KRNetworkManager::basePayload;
 
-class BasePayload : public ScriptedPhoneTest {
-protected:
+struct BasePayload : ScriptedPhoneTest {
     /// "name country network technology" of the payload.
     static std::string telephony() {
         std::string texts;

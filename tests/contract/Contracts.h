@@ -21,11 +21,7 @@ struct Answer {
 
 /// One implementation under test and the handles that a test needs. Made and used on the thread
 /// that is to be the main one.
-class Subject {
-public:
-    Subject() = default;
-    Subject(const Subject&) = delete;
-    Subject& operator=(const Subject&) = delete;
+struct Subject {
     virtual ~Subject() = default;
 
     [[nodiscard]] virtual platform::Platform& platform() = 0;
@@ -36,8 +32,8 @@ public:
 
     /// An absolute URL at which each request is recorded and answered with `answer`.
     [[nodiscard]] virtual std::string serve(Answer answer) = 0;
-    /// Method, body and all headers of the requests that have reached `serve`'s URLs, oldest first.
-    [[nodiscard]] virtual std::vector<platform::HttpRequest> received() = 0;
+    /// The requests that have reached `serve`'s URLs, oldest first, each as HTTP would have it.
+    [[nodiscard]] virtual std::vector<std::string> received() = 0;
 };
 
 [[nodiscard]] std::unique_ptr<Subject> makeSubject();

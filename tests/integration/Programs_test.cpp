@@ -27,8 +27,7 @@ Words operator+(Words left, const Words& right) {
 }
 
 /// Runs the host against services of its own, with one folder of settings for the whole test.
-class Programs : public ::testing::Test {
-protected:
+struct Programs : ::testing::Test {
     struct Service {
         std::unique_ptr<ChildProcess> process;
         std::string url;

@@ -6,8 +6,7 @@
 namespace morvellacinto {
 namespace {
 
-class Location : public ScriptedPhoneTest {
-protected:
+struct Location : ScriptedPhoneTest {
     /// Records its calls as "key:latitude", "key:domain code" or "key:nothing".
     KRLocationManager::UpdateBlock recorder(const std::string& key, std::function<void()> then) {
         return [this, key, then = std::move(then)](const auto& fix,

@@ -8,8 +8,7 @@ namespace {
 
 using namespace KRSettingsManager;
 
-class Settings : public ScriptedPhoneTest {
-protected:
+struct Settings : ScriptedPhoneTest {
     scripted::ScriptedUserDefaults& defaults = phone->standardUserDefaults();
 };
 

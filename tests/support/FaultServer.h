@@ -56,8 +56,6 @@ public:
 
     /// Plain HTTP without `tls`.
     FaultServer(std::shared_ptr<SSL_CTX> tls, Script script);
-    FaultServer(const FaultServer&) = delete;
-    FaultServer& operator=(const FaultServer&) = delete;
     ~FaultServer();
 
     [[nodiscard]] std::string url(std::string_view path, std::string_view host = "127.0.0.1") const;

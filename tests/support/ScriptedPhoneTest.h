@@ -19,8 +19,7 @@ using Texts = std::vector<std::string>;
 ///
 /// Fails a test that leaves behind what it did not look at: log lines, failed assertions, queued
 /// blocks or exceptions that escaped from one.
-class ScriptedPhoneTest : public ::testing::Test {
-protected:
+struct ScriptedPhoneTest : ::testing::Test {
     ScriptedPhoneTest() { platform::install(phone); }
 
     void TearDown() override {

@@ -15,8 +15,7 @@ namespace {
 const Uuid token = *Uuid::parse("0123abcd-0000-4000-8000-00000000ffff");
 constexpr const char* url = "https://audience.invalid/v5/audience/";
 
-class Request : public ScriptedPhoneTest {
-protected:
+struct Request : ScriptedPhoneTest {
     /// What the callbacks were given: "success TEXT", "success nothing" or "error CODE".
     Texts make(const KRRequest& request, bool withErrorCallback = true) {
         Texts calls;

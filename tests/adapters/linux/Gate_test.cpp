@@ -24,8 +24,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-class Gate : public ::testing::Test {
-protected:
+struct Gate : ::testing::Test {
     /// Each is what a process of the application has.
     std::shared_ptr<NativePlatform> make(UploadQuestion ask = {}) const {
         return NativePlatform::create({.bundleIdentifier = "com.example.gate",

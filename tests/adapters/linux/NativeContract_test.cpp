@@ -7,15 +7,12 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
-
 namespace morvellacinto::contract {
 namespace {
 
 using testing::FaultServer;
 
-class NativeSubject final : public Subject {
-public:
+struct NativeSubject final : Subject {
     [[nodiscard]] platform::Platform& platform() override { return *platform_; }
 
     [[nodiscard]] bool pumpUntil(const std::function<bool()>& done) override {
@@ -28,22 +25,14 @@ public:
         answer_ = testing::answer(answer.status, answer.body);
         return server_.url("/");
     }
-    [[nodiscard]] std::vector<platform::HttpRequest> received() override {
-        std::vector<platform::HttpRequest> received;
+    [[nodiscard]] std::vector<std::string> received() override {
+        std::vector<std::string> received;
         for (const FaultServer::Request& request : server_.requests()) {
-            platform::HttpRequest& record = received.emplace_back();
-            record.method = request.head.substr(0, request.head.find(' '));
-            record.body = request.body;
-            static const std::regex header("(\\S+): ([^\r]*)");
-            for (std::sregex_iterator each(request.head.begin(), request.head.end(), header), end;
-                 each != end; ++each) {
-                record.headers.push_back({(*each)[1], (*each)[2]});
-            }
+            received.push_back(request.head + request.body);
         }
         return received;
     }
 
-private:
     const testing::TemporaryDirectory directory_;
     std::mutex mutex_;
     std::string answer_;

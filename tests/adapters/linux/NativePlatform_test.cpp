@@ -24,8 +24,7 @@ using SteadyClock = std::chrono::steady_clock;
 const FaultServer::Script silent{
     .onRequest = [](FaultServer::Connection& connection, const auto&) { connection.stall(); }};
 
-class NativePlatformTest : public ::testing::Test {
-protected:
+struct NativePlatformTest : ::testing::Test {
     std::shared_ptr<NativePlatform> make() const {
         return NativePlatform::create(
             {"com.example.test", directory_.path(), {}, nullptr, nullptr});

@@ -6,10 +6,9 @@
 namespace morvellacinto::scripted {
 namespace {
 
-class AScriptedPhone : public ScriptedPhoneTest,
-                       public platform::HttpSessionDelegate,
-                       public platform::LocationServiceDelegate {
-protected:
+struct AScriptedPhone : ScriptedPhoneTest,
+                        platform::HttpSessionDelegate,
+                        platform::LocationServiceDelegate {
     AScriptedPhone() {
         location->setDelegate(this);
         phone->http().setChallenges({});

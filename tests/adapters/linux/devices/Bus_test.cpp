@@ -30,8 +30,7 @@ milliseconds timeOf(Act act) {
 // What a wait of `time` may take on a busy machine.
 milliseconds atMost(milliseconds time) { return time + milliseconds(1000); }
 
-class BusTest : public ::testing::Test {
-protected:
+struct BusTest : ::testing::Test {
     BusReply ask(const std::string& member) {
         return BusConnection(daemon.bus).call(callOf(member));
     }
@@ -77,7 +76,7 @@ TEST_F(BusTest, TheCallsOfAQuestionTakeOneTimeOutTogetherAndEachGetsItsOwnAnswer
               }),
               atMost(milliseconds(0)))
         << "one deadline for all rounds of a question";
-    EXPECT_THAT(daemon.told(), ::testing::IsEmpty()) << "it is the service that is silent";
+    EXPECT_THAT(daemon.told, ::testing::IsEmpty()) << "it is the service that is silent";
 }
 
 TEST_F(BusTest, AFrozenBusCostsItsTimeOutAndNothingAfterAStop) {
@@ -86,7 +85,7 @@ TEST_F(BusTest, AFrozenBusCostsItsTimeOutAndNothingAfterAStop) {
     EXPECT_GE(took, busTimeout * 9 / 10);
     EXPECT_LT(took, atMost(busTimeout));
     EXPECT_FALSE(ask("Echo").succeeded());
-    EXPECT_THAT(daemon.told(), ElementsAre(HasSubstr("accepts connections but does not answer")));
+    EXPECT_THAT(daemon.told, ElementsAre(HasSubstr("accepts connections but does not answer")));
     auto waiting = std::async(std::launch::async, [this] {
         return BusConnection(daemon.bus)
             .call(callOf("Echo"), Clock::now() + std::chrono::minutes(1))
@@ -111,7 +110,7 @@ TEST_F(BusTest, ABusThatIsMissingCostsNothingAndIsToldOnceUntilItAnswersAgain) {
     EXPECT_EQ(ask("Die").errorName, BusError::noReply);
     daemon.stop();
     EXPECT_TRUE(isGone() && isGone());
-    EXPECT_THAT(daemon.told(), ::testing::SizeIs(2));
+    EXPECT_THAT(daemon.told, ::testing::SizeIs(2));
 }
 
 } // namespace

@@ -20,8 +20,7 @@ utsname kernel() {
 }
 
 // Facts that come from no service.
-class DeviceTest : public ::testing::Test {
-protected:
+struct DeviceTest : ::testing::Test {
     NativeDevice device() { return {std::nullopt, bus, {}, root.path()}; }
 
     const testing::TemporaryDirectory root;

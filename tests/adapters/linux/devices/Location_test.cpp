@@ -34,8 +34,7 @@ constexpr std::chrono::milliseconds soon(200);
 void answerNothing(sd_bus_message* /*call*/) {}
 
 // Writes down what it is told, with the status of that moment.
-class Listener final : public platform::LocationServiceDelegate {
-public:
+struct Listener final : platform::LocationServiceDelegate {
     void locationManagerDidChangeAuthorization(platform::LocationService& manager) override {
         events.push_back("status " + std::to_string(manager.authorizationStatus()));
     }
@@ -55,8 +54,7 @@ public:
 
 // A location service on a private bus that could start GeoClue. Unless told otherwise the daemon
 // runs and its client starts at once.
-class LocationTest : public ::testing::Test {
-protected:
+struct LocationTest : ::testing::Test {
     LocationTest() {
         daemon.reply(managerPath, managerInterface, "CreateClient", "o", clientPath);
         daemon.reply(clientPath, clientInterface, "Start", "");
@@ -359,12 +357,11 @@ TEST_F(LocationTest, TheRealDaemonDeliversThePositionThatItIsFed) {
     start();
     const int receiver = accept(listening, nullptr, nullptr);
     const std::time_t now = std::time(nullptr);
-    std::tm utc{};
-    gmtime_r(&now, &utc);
     std::array<char, 128> text{};
-    const auto size = std::strftime(
-        text.data(), text.size(),
-        "$GPGGA,%H%M%S.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,*00\r\n", &utc);
+    const auto size =
+        std::strftime(text.data(), text.size(),
+                      "$GPGGA,%H%M%S.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,*00\r\n",
+                      std::gmtime(&now));
     EXPECT_EQ(send(receiver, text.data(), size, MSG_NOSIGNAL), size);
     pumpUntilEvents(1);
     EXPECT_NEAR(listener.last.latitude, 53.361337, 1e-6);

@@ -36,8 +36,7 @@ TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
 }
 
 // A network namespace of the test's own, with interfaces that lead nowhere, and described files.
-class ReachabilityTest : public ::testing::Test {
-protected:
+struct ReachabilityTest : ::testing::Test {
     void SetUp() override {
         if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
             GTEST_SKIP() << "this machine lets the test make no network namespace";

@@ -18,8 +18,7 @@ constexpr const char* serviceName = "org.freedesktop.ModemManager1";
 constexpr const char* modemInterface = "org.freedesktop.ModemManager1.Modem";
 constexpr const char* networkInterface = "org.freedesktop.ModemManager1.Modem.Modem3gpp";
 
-class TelephonyTest : public ::testing::Test {
-protected:
+struct TelephonyTest : ::testing::Test {
     template <class... Objects>
     [[nodiscard]] auto infoOf(int count, Objects... objects) {
         daemon.reply("/org/freedesktop/ModemManager1", "org.freedesktop.DBus.ObjectManager",

@@ -7,8 +7,7 @@
 namespace morvellacinto::native {
 namespace {
 
-class TrackingTest : public ::testing::Test {
-protected:
+struct TrackingTest : ::testing::Test {
     using HostsAnswer = std::function<void(std::uint64_t)>;
 
     TrackingTest() { start(); }

@@ -139,17 +139,15 @@ TEST(HttpRules, ARequestsHeadersWinOverItsSessionsAndNoneFramesTheMessage) {
     const auto merged = mergedHeaders({{"A", "session"}, {"B", "session"}}, {{"b", ""}});
     ASSERT_EQ(merged.size(), 2U);
     EXPECT_EQ(merged[0].name + merged[1].name + merged[1].value, "bAsession");
-    for (const platform::HttpHeader& bad :
-         std::initializer_list<platform::HttpHeader>{{"A", "1\nB: 2"},
-                                                     {"A: 1\r\nB", "2"},
-                                                     {"", "1"},
-                                                     {"A", "\x7f"},
-                                                     {"hOST", "b"},
-                                                     {"content-length", "9"},
-                                                     {"Transfer-Encoding", "chunked"},
-                                                     {"connection", "close"}}) {
-        EXPECT_EQ(codeOf([&] { (void)mergedHeaders({}, {bad}); }), HttpErrorCode::invalidRequest)
-            << bad.name;
+    const auto expectRefused = [](const char* name, const char* value) {
+        const HttpErrorCode code = codeOf([&] { (void)mergedHeaders({}, {{name, value}}); });
+        EXPECT_EQ(code, HttpErrorCode::invalidRequest) << name;
+    };
+    expectRefused("A", "1\nB: 2");
+    expectRefused("A", "\x7f");
+    for (const char* name :
+         {"", "A: 1\r\nB", "hOST", "content-length", "Transfer-Encoding", "connection"}) {
+        expectRefused(name, "1");
     }
 }
 

@@ -41,8 +41,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-class SqliteDefaultsTest : public ::testing::Test {
-protected:
+struct SqliteDefaultsTest : ::testing::Test {
     [[nodiscard]] std::filesystem::path directory() const { return root_.path() / "data" / "app"; }
     [[nodiscard]] std::filesystem::path file(const char* suffix = "") const {
         return directory() / (std::string("se.kovra.test%2F1.v1.db") + suffix);
