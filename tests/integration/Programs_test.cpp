@@ -216,6 +216,10 @@ TEST_F(Programs, UploadsGoOutWithTheHeadersThatTheServiceKnowsAndTheirBodiesUnch
     const std::string token = "6e1f3c1a-8c5b-4c0e-9b57-5f3b1d0a7c42";
     ASSERT_EQ(client(service, {"--token", token, "collect", "--payload", path}).status, 0);
     ASSERT_EQ(client(service, {"request", "post", service.url + "/audience/"}).status, 0);
+    const Finished elsewhere = client(service, {"request", "post", service.url + "/other"});
+    EXPECT_THAT(elsewhere.output, HasSubstr("uploads go to"));
+    const Finished got = client(service, {"request", "get", service.url + "/audience/"});
+    EXPECT_THAT(got.output, HasSubstr("uploads are made by POST"));
     const std::vector<json> uploads = service.uploads();
     ASSERT_THAT(uploads, SizeIs(2));
     const json& headers = uploads[0]["headers"];

@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <map>
+#include <mutex>
 #include <poll.h>
 #include <sys/socket.h>
 #include <thread>

@@ -59,22 +59,20 @@ TEST(HttpRules, OnlyAddressesOfThisMachineAreLoopback) {
 }
 
 TEST(HttpRules, WhatMustNotBeSentIsRefused) {
-    const struct {
-        platform::HttpRequest request;
-        HttpErrorCode code;
-    } cases[] = {{{"GET", std::nullopt, {}, {}}, HttpErrorCode::badUrl},
-                 {{"GET", "5/audience/", {}, {}}, HttpErrorCode::badUrl},
-                 {{"GET", "https://secret@host/", {}, {}}, HttpErrorCode::badUrl},
-                 {{"GET", "https://:secret@host/", {}, {}}, HttpErrorCode::badUrl},
-                 {{"GET", "http://host/?secret#secret", {}, {}}, HttpErrorCode::schemeRefused},
-                 {{"GET", "ftp://host/?secret", {}, {}}, HttpErrorCode::schemeRefused},
-                 {{"GET /\r\n", "https://host/", {}, {}}, HttpErrorCode::invalidRequest},
-                 {{"GET", "https://host/", {}, {}}, fine},
-                 {{"GET", "http://[::1]/", {}, {}}, fine}};
-    for (const auto& each : cases) {
-        EXPECT_EQ(codeOf([&] { (void)firstHop(each.request); }), each.code)
-            << each.request.url.value_or("no URL");
+    using enum HttpErrorCode;
+    using std::pair;
+    const auto refusal = [](const platform::HttpRequest& request) {
+        return codeOf([&] { (void)firstHop(request); });
+    };
+    for (const auto& [url, code] :
+         {pair("5/audience/", badUrl), pair("https://secret@host/", badUrl),
+          pair("https://:secret@host/", badUrl), pair("http://host/?secret#secret", schemeRefused),
+          pair("ftp://host/?secret", schemeRefused), pair("https://host/", fine),
+          pair("http://[::1]/", fine)}) {
+        EXPECT_EQ(refusal({"GET", url, {}, {}}), code) << url;
     }
+    EXPECT_EQ(refusal({"GET", std::nullopt, {}, {}}), badUrl);
+    EXPECT_EQ(refusal({"GET /\r\n", "https://host/", {}, {}}), invalidRequest);
 }
 
 TEST(HttpRules, ARedirectGoesOnWithWhatItMay) {
