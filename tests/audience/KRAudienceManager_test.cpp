@@ -9,7 +9,6 @@
 namespace morvellacinto {
 namespace {
 
-// What must not compile.
 template <class... Arguments>
 concept Requestable = requires(Arguments... arguments) {
     KRRequest::requestWithType(KRRequestTypePost, arguments...);

@@ -110,7 +110,6 @@ struct HttpContract : Contract {
         std::atomic<int> calls = 0; ///< raised last
     };
 
-    /// The task holds the ending as long as it holds its completion.
     std::shared_ptr<platform::HttpTask> task(platform::HttpRequest request,
                                              const std::shared_ptr<Ending>& ending) {
         return session->dataTask(std::move(request),
@@ -139,7 +138,7 @@ TEST_F(HttpContract, SendsARequestOnceItsHeadersWinningAndDeliversTheAnswerWhate
     std::size_t count = 0;
     for (const int status : {200, 300, 401, 500}) {
         const std::string body(count, '\0');
-        const std::string url = subject->serve({status, body});
+        const std::string url = subject->serve(status, body);
         const auto end = ending({"POST", url, {{"X-Both", "own"}, {"X-Request", "own"}}, body});
         EXPECT_EQ(end->data, body);
         ASSERT_TRUE(end->response.has_value());
@@ -167,7 +166,7 @@ TEST_F(HttpContract, ARequestWithoutAUrlFailsWithWhatItWasGivenInstead) {
 }
 
 TEST_F(HttpContract, AnInvalidatedSessionFinishesStartedTasksAndStartsNoOther) {
-    const platform::HttpRequest request{"GET", subject->serve({200, "{}"}), {}, {}};
+    const platform::HttpRequest request{"GET", subject->serve(200, "{}"), {}, {}};
     const auto end = std::make_shared<Ending>();
     const auto unsent = std::make_shared<Ending>();
     const auto early = task(request, unsent);

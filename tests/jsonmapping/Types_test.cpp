@@ -48,7 +48,6 @@ std::string taken(std::string_view json) {
     return writeJson(given(held));
 }
 
-/// A number or text as every scalar takes it.
 std::string scalars(std::string_view json) {
     return taken<bool>(json) + taken<std::int8_t>(json) + taken<std::uint16_t>(json) +
            taken<int>(json) + taken<std::int64_t>(json) + taken<std::uint64_t>(json) +

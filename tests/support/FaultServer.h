@@ -26,7 +26,6 @@ public:
         [[nodiscard]] std::string path() const;
     };
 
-    /// One connection, as a handler sees it.
     class Connection {
     public:
         void write(std::string_view bytes);
@@ -49,7 +48,6 @@ public:
     struct Script {
         /// Called on a new connection before anything is read or, with TLS, the handshake made.
         std::function<void(Connection&)> onAccept = [](Connection&) {};
-        /// Called for each request.
         std::function<void(Connection&, const Request&)> onRequest =
             [](Connection& connection, const Request&) { connection.write(answer(200, "{}")); };
     };
@@ -62,8 +60,7 @@ public:
     [[nodiscard]] int port() const { return port_; }
     [[nodiscard]] std::vector<Request> requests() const;
     [[nodiscard]] int connections() const { return connectionCount_; }
-    /// True once `count` connections have come, or requests, or connections have ended; false
-    /// when half a minute passes before that.
+    /// Whether so many connections or requests come, or connections end, within half a minute.
     [[nodiscard]] bool waitForConnections(int count) { return waitFor(connectionCount_, count); }
     [[nodiscard]] bool waitForRequests(int count) { return waitFor(requestCount_, count); }
     [[nodiscard]] bool waitForClosed(int count) { return waitFor(closedCount_, count); }

@@ -11,9 +11,6 @@
 
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
-
 namespace morvellacinto::native {
 namespace {
 
@@ -45,7 +42,6 @@ struct Gate : ::testing::Test {
         EXPECT_TRUE(pumpUntil(phone, [&] { return code != -1; }));
         return code;
     }
-    /// All files, one after the other.
     [[nodiscard]] std::string disk() const {
         std::string bytes;
         for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {

@@ -3,10 +3,6 @@
 #include "contract/Contracts.h"
 #include "support/FaultServer.h"
 
-#include "morvellacinto/platform/Dispatch.h"
-
-#include <gtest/gtest.h>
-
 namespace morvellacinto::contract {
 namespace {
 
@@ -20,9 +16,9 @@ struct NativeSubject final : Subject {
     }
 
     // One answer at a time is enough.
-    [[nodiscard]] std::string serve(Answer answer) override {
+    [[nodiscard]] std::string serve(int status, const std::string& body) override {
         const std::lock_guard lock(mutex_);
-        answer_ = testing::answer(answer.status, answer.body);
+        answer_ = testing::answer(status, body);
         return server_.url("/");
     }
     [[nodiscard]] std::vector<std::string> received() override {

@@ -4,7 +4,6 @@
 #include "support/FaultServer.h"
 #include "support/ShutdownLimit.h"
 
-#include "morvellacinto/Morvellacinto.h"
 #include "morvellacinto/platform/DeveloperLog.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/UserDefaults.h"
@@ -13,7 +12,6 @@
 
 #include <future>
 #include <sys/file.h>
-#include <sys/wait.h>
 
 namespace morvellacinto::native {
 namespace {
@@ -30,7 +28,6 @@ struct NativePlatformTest : ::testing::Test {
             {"com.example.test", directory_.path(), {}, nullptr, nullptr});
     }
 
-    // Starts a request whose completion is `done`.
     static void request(NativePlatform& platform, const std::string& url,
                         const std::function<void()>& done) {
         platform.makeHttpSession({}, nullptr)

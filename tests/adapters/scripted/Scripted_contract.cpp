@@ -24,8 +24,8 @@ struct ScriptedSubject final : Subject {
         return false;
     }
 
-    [[nodiscard]] std::string serve(Answer answer) override {
-        phone_->http().plan({answer.status, std::move(answer.body)});
+    [[nodiscard]] std::string serve(int status, const std::string& body) override {
+        phone_->http().plan({status, body});
         return "https://service.example/";
     }
     [[nodiscard]] std::vector<std::string> received() override {

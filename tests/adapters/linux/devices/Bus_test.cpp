@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "PrivateBus.h"
 
-#include "bus/BusValues.h"
-
 #include <gmock/gmock.h>
 
 #include <future>
@@ -19,7 +17,6 @@ constexpr const char* serviceName = "com.example.Service";
 
 BusCall callOf(const std::string& member) { return {serviceName, "/a", "com.example.A", member}; }
 
-// How long `act` takes.
 template <class Act>
 milliseconds timeOf(Act act) {
     const auto before = Clock::now();

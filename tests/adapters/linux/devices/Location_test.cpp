@@ -33,7 +33,6 @@ constexpr std::chrono::milliseconds soon(200);
 
 void answerNothing(sd_bus_message* /*call*/) {}
 
-// Writes down what it is told, with the status of that moment.
 struct Listener final : platform::LocationServiceDelegate {
     void locationManagerDidChangeAuthorization(platform::LocationService& manager) override {
         events.push_back("status " + std::to_string(manager.authorizationStatus()));
@@ -52,8 +51,7 @@ struct Listener final : platform::LocationServiceDelegate {
     platform::LocationFix last;
 };
 
-// A location service on a private bus that could start GeoClue. Unless told otherwise the daemon
-// runs and its client starts at once.
+// Unless told otherwise the daemon runs and its client starts at once.
 struct LocationTest : ::testing::Test {
     LocationTest() {
         daemon.reply(managerPath, managerInterface, "CreateClient", "o", clientPath);

@@ -25,7 +25,6 @@ public:
     /// Runs on the services' thread; what it does not answer stays unanswered.
     using Method = std::function<void(sd_bus_message* call)>;
 
-    /// With services of these names.
     explicit PrivateBus(const std::vector<const char*>& services = {}) {
         setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
         start();
@@ -34,7 +33,6 @@ public:
     ~PrivateBus() { serve({}); }
 
     void stop() { daemon_.reset(); }
-    /// Anew at the same address.
     void start() {
         stop();
         std::filesystem::remove(folder.path() / "socket");
@@ -87,12 +85,10 @@ public:
         onCall(path, interface, member,
                [=](sd_bus_message* call) { sd_bus_reply_method_return(call, types, values...); });
     }
-    /// Sends something: `use` gets the services' connection.
     void send(const std::function<void(sd_bus*)>& use) {
         const std::lock_guard lock(mutex_);
         use(services_);
     }
-    /// Whether `member` is called so many times, before long.
     [[nodiscard]] bool wasCalled(const std::string& member, int times = 1) {
         std::unique_lock lock(mutex_);
         return called_.wait_for(lock, std::chrono::seconds(20),

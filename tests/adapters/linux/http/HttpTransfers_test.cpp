@@ -28,7 +28,6 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 constexpr HttpErrorCode fine{};
 
-/// What a completion was called with.
 struct Ending {
     std::optional<std::string> data = {};
     std::optional<platform::HttpResponse> response = {};
@@ -40,7 +39,6 @@ struct Ending {
     }
 };
 
-// Answers with that, and then does the other.
 FaultServer::Script saying(const std::string& bytes, void (Connection::*then)() = nullptr) {
     return {.onRequest = [=](Connection& connection, const Request&) {
         connection.write(bytes);

@@ -62,7 +62,6 @@ struct SqliteDefaultsTest : ::testing::Test {
         }
         return holds();
     }
-    // A connection of SQLite's own, which runs this.
     std::shared_ptr<sqlite3> run(const std::string& sql) const {
         sqlite3* connection = nullptr;
         EXPECT_EQ(sqlite3_open(file().c_str(), &connection), SQLITE_OK);
