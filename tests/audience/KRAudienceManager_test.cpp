@@ -175,8 +175,7 @@ TEST_F(Audience, WithoutACompletionAlwaysUploadsAndNeitherReadsNorKeepsAnAnswer)
     moved.setTrackId("me");
     moved.collect(payload, nullptr);
     phone->settle();
-    EXPECT_EQ(writeJson(payload), R"({"advertId":"me","connection":1,"vendorId":"me"})")
-        << "the caller's own";
+    EXPECT_EQ(writeJson(payload), R"({"advertId":"me","connection":1,"vendorId":"me"})");
     EXPECT_EQ(lastUpload().body, writeJson(payload));
     EXPECT_EQ(uploads(), 3U);
     EXPECT_EQ(told(), Texts{"nobody hears of the error of an upload without a completion: net -7: "

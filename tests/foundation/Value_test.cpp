@@ -10,12 +10,8 @@ namespace morvellacinto {
 namespace {
 
 TEST(Value, NamesBothKindsWhenReadAsTheWrongOne) {
-    try {
-        static_cast<void>(Value("x").asObject());
-        FAIL();
-    } catch (const ValueKindError& error) {
-        EXPECT_STREQ(error.what(), "expected an object, found a string");
-    }
+    EXPECT_THAT([] { static_cast<void>(Value("x").asObject()); },
+                ::testing::ThrowsMessage<ValueKindError>("expected an object, found a string"));
     EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).isNull());
     EXPECT_THROW(static_cast<void>(Value(true).asDouble()), ValueKindError);
     EXPECT_THROW(static_cast<void>(Value(UINT64_MAX).asInt64()), std::out_of_range);

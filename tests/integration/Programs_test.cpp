@@ -110,6 +110,9 @@ TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
 }
 
 TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissing) {
+    const std::string unchanged =
+        R"({"domain":"morvellacinto.host","code":1,"message":"the setting was not changed"})"
+        "\n";
     const std::tuple<Words, int, std::string, std::string> cases[] = {
         {{"round", "59.3293371", "5"}, 0, "59.32934\n", ""},
         {{"round", "--", "-2.5", "0"}, 0, "-3\n", ""},
@@ -119,11 +122,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
         {{"settings", "set", "deep", R"({"a": [1.5, "x"]})"}, 0, "", ""},
         {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]},\"flag\":true}\n", ""},
         {{"settings", "remove", "flag"}, 0, "", ""},
-        {{"settings", "set", "deep", "null"},
-         1,
-         "",
-         "{\"domain\":\"morvellacinto.host\",\"code\":1,\"message\":\"the setting was not "
-         "changed\"}\n"},
+        {{"settings", "set", "deep", "null"}, 1, "", unchanged},
         {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]}}\n", ""},
         {{"settings", "set-date", "when", "-2000000000.5"}, 0, "", ""},
         {{"--service-url", "https://a.invalid/v5", "url"}, 0, "https://a.invalid/v5\n", ""}};

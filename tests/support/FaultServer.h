@@ -26,8 +26,7 @@ public:
         [[nodiscard]] std::string path() const;
     };
 
-    class Connection {
-    public:
+    struct Connection {
         void write(std::string_view bytes);
         /// Shorter when the server is being destroyed.
         void pause(std::chrono::milliseconds duration);
@@ -36,8 +35,6 @@ public:
         void close();
         void closeTls() { SSL_shutdown(tls), close(); }
 
-    private:
-        friend class FaultServer;
         FaultServer* server = nullptr;
         int socket = -1;
         SSL* tls = nullptr;

@@ -137,32 +137,31 @@ TEST_F(NativePlatformTest, AShutdownOnAnotherThreadEndsARunOnceItsBlockHasReturn
 
 TEST_F(NativePlatformTest, MayBeShutDownOrLetGoInACompletionAndInABlockOfEitherQueue) {
     FaultServer server(nullptr, {});
-    for (const bool letGo : {false, true}) {
-        for (const std::string place : {"completion", "global block", "main block"}) {
-            SCOPED_TRACE(place);
-            auto platform = make();
-            warmUp(*platform, server);
-            NativePlatform& used = *platform;
-            std::promise<void> mayBegin;
-            const auto over = std::make_shared<std::promise<void>>();
-            const auto block = [&platform, letGo, over, begin = mayBegin.get_future().share()] {
-                begin.wait();
-                letGo ? platform.reset() : platform->shutdown();
-                over->set_value();
-            };
-            if (place == "completion") {
-                request(used, server.url("/"), block);
-            } else if (place == "global block") {
-                used.dispatch().asyncGlobal(block);
-            } else {
-                used.dispatch().asyncMain(block);
-            }
-            mayBegin.set_value();
-            if (place == "main block") {
-                used.drain();
-            }
-            EXPECT_EQ(over->get_future().wait_for(generous), std::future_status::ready);
+    for (const std::string place : {"completion", "global block", "main block"}) {
+        SCOPED_TRACE(place);
+        auto platform = make();
+        warmUp(*platform, server);
+        NativePlatform& used = *platform;
+        std::promise<void> mayBegin;
+        const auto over = std::make_shared<std::promise<void>>();
+        const auto block = [&platform, over, begin = mayBegin.get_future().share()] {
+            begin.wait();
+            platform->shutdown();
+            platform.reset();
+            over->set_value();
+        };
+        if (place == "completion") {
+            request(used, server.url("/"), block);
+        } else if (place == "global block") {
+            used.dispatch().asyncGlobal(block);
+        } else {
+            used.dispatch().asyncMain(block);
         }
+        mayBegin.set_value();
+        if (place == "main block") {
+            used.drain();
+        }
+        EXPECT_EQ(over->get_future().wait_for(generous), std::future_status::ready);
     }
 }
 

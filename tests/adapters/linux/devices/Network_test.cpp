@@ -6,8 +6,6 @@
 
 #include <gmock/gmock.h>
 
-#include <sched.h>
-
 namespace morvellacinto::native {
 namespace {
 

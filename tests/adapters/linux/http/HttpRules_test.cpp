@@ -111,15 +111,14 @@ TEST(HttpRules, ARedirectGoesOnWithWhatItMay) {
         const Hop first = firstHop(
             {each.method, each.from, {}, hasBody ? std::optional<std::string>("b") : std::nullopt});
         std::string next;
-        EXPECT_EQ(codeOf([&] {
-                      const Hop hop = nextHop(first, each.status, each.location);
-                      next = hop.url.text() + " " + hop.method + (hop.carriesBody ? " body" : "") +
-                             (hop.carriesOwnHeaders ? " headers" : "");
-                      // What was left behind does not come back.
-                      EXPECT_EQ(nextHop(hop, 307, each.from).carriesOwnHeaders,
-                                hop.carriesOwnHeaders);
-                  }),
-                  each.code);
+        const HttpErrorCode code = codeOf([&] {
+            const Hop hop = nextHop(first, each.status, each.location);
+            next = hop.url.text() + " " + hop.method + (hop.carriesBody ? " body" : "") +
+                   (hop.carriesOwnHeaders ? " headers" : "");
+            // What was left behind does not come back.
+            EXPECT_EQ(nextHop(hop, 307, each.from).carriesOwnHeaders, hop.carriesOwnHeaders);
+        });
+        EXPECT_EQ(code, each.code);
         EXPECT_EQ(next, each.next);
         EXPECT_TRUE(isRedirect(each.status));
     }
@@ -176,14 +175,13 @@ TEST(HttpRules, AnAnswersHeadersAreBoundedAndMayNotContradictThemselves) {
         {std::vector<std::string>(257, line), HttpErrorCode::answerTooLarge}};
     for (const auto& each : cases) {
         AnswerHeaders headers;
-        EXPECT_EQ(codeOf([&] {
-                      for (const std::string& text : each.lines) {
-                          headers.receive(text);
-                      }
-                      EXPECT_EQ(headers.areComplete(), each.areComplete) << each.lines.back();
-                  }),
-                  each.code)
-            << each.lines.back();
+        const HttpErrorCode code = codeOf([&] {
+            for (const std::string& text : each.lines) {
+                headers.receive(text);
+            }
+            EXPECT_EQ(headers.areComplete(), each.areComplete) << each.lines.back();
+        });
+        EXPECT_EQ(code, each.code) << each.lines.back();
     }
 }
 

@@ -13,22 +13,15 @@
 namespace {
 std::atomic<bool> flushesFail = false;
 std::function<void()> duringFlush; // run once
+} // namespace
 
-int flushToDisk(long call, int descriptor) {
+// What the database calls to flush: this comes before the C library's.
+extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
     if (duringFlush) {
         std::exchange(duringFlush, nullptr)();
     }
     errno = EIO;
-    return flushesFail ? -1 : static_cast<int>(syscall(call, descriptor));
-}
-} // namespace
-
-// What the database calls to flush: these come before the C library's.
-extern "C" __attribute__((visibility("default"))) int fsync(int descriptor) {
-    return flushToDisk(SYS_fsync, descriptor);
-}
-extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
-    return flushToDisk(SYS_fdatasync, descriptor);
+    return flushesFail ? -1 : static_cast<int>(syscall(SYS_fdatasync, descriptor));
 }
 
 namespace morvellacinto::native {
