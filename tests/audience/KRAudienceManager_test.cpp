@@ -7,7 +7,6 @@
 #include <thread>
 
 namespace morvellacinto {
-namespace {
 
 template <class... Arguments>
 concept Requestable = requires(Arguments... arguments) {
@@ -410,5 +409,4 @@ TEST_F(Audience, SendsNothingForACallbackThatShutdownDropsAndThatCallsBackIn) {
     EXPECT_THROW(manager.collect({}, nullptr), std::logic_error);
 }
 
-} // namespace
 } // namespace morvellacinto

@@ -7,7 +7,6 @@
 #include "support/ScriptedPhoneTest.h"
 
 namespace morvellacinto {
-namespace {
 
 using KRNetworkManager::basePayload;
 
@@ -113,5 +112,4 @@ TEST(NetworkStatus, FollowsTheFlagsInOrder) {
     }
 }
 
-} // namespace
 } // namespace morvellacinto

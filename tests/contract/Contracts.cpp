@@ -15,7 +15,6 @@
 #include <sstream>
 
 namespace morvellacinto::contract {
-namespace {
 
 using namespace std::string_view_literals;
 
@@ -180,5 +179,4 @@ TEST_F(HttpContract, AnInvalidatedSessionFinishesStartedTasksAndStartsNoOther) {
     EXPECT_EQ(subject->received().size(), 1U);
 }
 
-} // namespace
 } // namespace morvellacinto::contract

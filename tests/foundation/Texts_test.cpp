@@ -9,7 +9,6 @@
 #include <sstream>
 
 namespace morvellacinto {
-namespace {
 
 TEST(JsonReader, RefusesWhatIsNoJson) {
     std::istringstream list(
@@ -48,7 +47,6 @@ TEST(JsonReader, TellsLineColumnAndReason) {
     }
 }
 
-// Each as it is written again.
 TEST(JsonReader, ReadsWhatTheGrammarAllowsAndKeepsIntegersExactAndTakesDoublesBeyond) {
     const std::pair<std::string, std::string> cases[] = {
         {"\xEF\xBB\xBF [ ] ", "[]"},
@@ -159,5 +157,4 @@ TEST(NumberText, ReadsWhatPeopleWriteAndNothingElseWhateverTheLocale) {
     EXPECT_TRUE(std::signbit(numberFromText("-0")->asDouble()));
 }
 
-} // namespace
 } // namespace morvellacinto

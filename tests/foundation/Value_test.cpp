@@ -7,7 +7,6 @@
 #include <cmath>
 
 namespace morvellacinto {
-namespace {
 
 TEST(Value, NamesBothKindsWhenReadAsTheWrongOne) {
     EXPECT_THAT([] { static_cast<void>(Value("x").asObject()); },
@@ -115,5 +114,4 @@ TEST(Uuid, ParsesStrictlyAndPrintsUpperCase) {
     }
 }
 
-} // namespace
 } // namespace morvellacinto

@@ -18,7 +18,6 @@ namespace {
 using nlohmann::json;
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
-using ::testing::StartsWith;
 using Words = std::vector<std::string>;
 
 Words operator+(Words left, const Words& right) {
@@ -134,7 +133,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
     }
     EXPECT_THAT(host({"settings", "get", "when"}).output,
                 ::testing::MatchesRegex(R"(\{"date":"19[6-9][0-9T:-]+\.[0-9]+Z"\}.)"));
-    EXPECT_THAT(host({"--version"}).output, StartsWith("@(#)PROGRAM:Morvellacinto"));
+    EXPECT_THAT(host({"--version"}).output, ::testing::StartsWith("@(#)PROGRAM:Morvellacinto"));
 }
 
 TEST_F(Programs, OutputThatCannotBeWrittenIsAFailure) {

@@ -102,7 +102,6 @@ Ref<Thing> holding(const std::optional<Value>& value) {
     return thing;
 }
 
-/// Answers whole paths, some of which lead nowhere.
 class Route : public Thing {
     AVJSON_CLASS(Route, Thing)
     static void describeMembers(AVDescription<Route>& route) {

@@ -181,7 +181,6 @@ TEST(Types, exportWhatAnObjectHoldsAndNoObjectInsideItself) {
     thing->node.reset();
 }
 
-/// Where the prescribed operations meet types that they do not know.
 class Mixed : public AVObject {
     AVJSON_CLASS(Mixed, AVObject, place, points, (when, "when", AVText), (renamed, "id"))
 

@@ -4,7 +4,6 @@
 #include "support/ScriptedPhoneTest.h"
 
 namespace morvellacinto {
-namespace {
 
 struct Location : ScriptedPhoneTest {
     /// Records its calls as "key:latitude", "key:domain code" or "key:nothing".
@@ -161,5 +160,4 @@ TEST_F(Location, AsksTheManagersOwnServiceFromFourteenOn) {
     }
 }
 
-} // namespace
 } // namespace morvellacinto

@@ -4,7 +4,6 @@
 #include "support/ScriptedPhoneTest.h"
 
 namespace morvellacinto {
-namespace {
 
 using namespace KRSettingsManager;
 
@@ -51,5 +50,4 @@ TEST_F(Settings, TellAFailureOfThePlatformButNotWhenItRefusesARemoval) {
     EXPECT_ANY_THROW(static_cast<void>(localSettingForKey("key")));
 }
 
-} // namespace
 } // namespace morvellacinto

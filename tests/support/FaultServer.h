@@ -49,8 +49,7 @@ public:
             [](Connection& connection, const Request&) { connection.write(answer(200, "{}")); };
     };
 
-    /// Plain HTTP without `tls`.
-    FaultServer(std::shared_ptr<SSL_CTX> tls, Script script);
+    FaultServer(std::shared_ptr<SSL_CTX> tls, Script script); ///< plain HTTP without `tls`
     ~FaultServer();
 
     [[nodiscard]] std::string url(std::string_view path, std::string_view host = "127.0.0.1") const;

@@ -15,7 +15,6 @@ struct NativeSubject final : Subject {
         return native::pumpUntil(*platform_, done);
     }
 
-    // One answer at a time is enough.
     [[nodiscard]] std::string serve(int status, const std::string& body) override {
         const std::lock_guard lock(mutex_);
         answer_ = testing::answer(status, body);

@@ -4,7 +4,6 @@
 #include <thread>
 
 namespace morvellacinto::scripted {
-namespace {
 
 struct AScriptedPhone : ScriptedPhoneTest,
                         platform::HttpSessionDelegate,
@@ -150,5 +149,4 @@ TEST_F(AScriptedPhone, RunsItsQueuesOnTheMainThreadAloneAndNotForEver) {
     phone->shutdown();
 }
 
-} // namespace
 } // namespace morvellacinto::scripted

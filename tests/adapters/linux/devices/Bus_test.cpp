@@ -24,7 +24,6 @@ milliseconds timeOf(Act act) {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - before);
 }
 
-// What a wait of `time` may take on a busy machine.
 milliseconds atMost(milliseconds time) { return time + milliseconds(1000); }
 
 struct BusTest : ::testing::Test {

@@ -24,7 +24,6 @@ utsname kernel() {
     return names;
 }
 
-// Facts that come from no service.
 struct DeviceTest : ::testing::Test {
     NativeDevice device() { return {std::nullopt, bus, {}, root.path()}; }
 
@@ -118,7 +117,6 @@ TEST(VendorIdentifier, IsOneForEachVendorInEveryVersion) {
     EXPECT_NE(vendorIdentifier(number), number) << "hashed with the machine's identity";
 }
 
-constexpr const char* serviceName = "org.freedesktop.ModemManager1";
 constexpr const char* modemInterface = "org.freedesktop.ModemManager1.Modem";
 constexpr const char* networkInterface = "org.freedesktop.ModemManager1.Modem.Modem3gpp";
 
@@ -130,7 +128,7 @@ struct TelephonyTest : ::testing::Test {
         return NativeTelephony(daemon.bus).makeInfo();
     }
 
-    PrivateBus daemon{{serviceName}};
+    PrivateBus daemon{{"org.freedesktop.ModemManager1"}};
 };
 
 std::string told(const std::optional<platform::Carrier>& carrier) {

@@ -18,7 +18,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Refusal = LocationPermission::Refusal;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr const char* geoClue = "org.freedesktop.GeoClue2";
 constexpr const char* managerPath = "/org/freedesktop/GeoClue2/Manager";
@@ -70,7 +69,7 @@ struct LocationTest : ::testing::Test {
         service = location->makeService();
         service->setDelegate(&listener);
         service->startUpdatingLocation();
-        EXPECT_THAT(listener.events, IsEmpty()) << "never inside the call";
+        EXPECT_THAT(listener.events, ::testing::IsEmpty()) << "never inside the call";
     }
     void pumpUntil(const std::function<bool()>& done) {
         ASSERT_TRUE(native::pumpUntil(*queue, done)) << ::testing::PrintToString(listener.events);
@@ -301,7 +300,7 @@ TEST_F(LocationTest, AStopWhileItStartsAndAServiceThatIsDroppedEndTheRunAtOnce) 
     EXPECT_LT(Clock::now() - before, testing::shutdownLimit);
     queue->drain();
     EXPECT_EQ(daemon.callsOf("Start"), 0);
-    EXPECT_THAT(listener.events, IsEmpty());
+    EXPECT_THAT(listener.events, ::testing::IsEmpty());
     EXPECT_EQ(location->authorizationStatus(), 4) << "a stop tells nothing of the service";
 }
 

@@ -47,7 +47,6 @@ public:
             throw std::runtime_error("dbus-daemon does not run");
         }
     }
-    /// From now on it takes connections and says nothing.
     void freeze() { daemon_->send(SIGSTOP); }
 
     /// Services of these names, in place of those before, which leave as if they had crashed.

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 namespace morvellacinto::native {
-namespace {
 
 struct TrackingTest : ::testing::Test {
     using HostsAnswer = std::function<void(std::uint64_t)>;
@@ -131,5 +130,4 @@ TEST_F(TrackingTest, TellsWhetherADecisionIsDurableAndKeepsItInAnyCase) {
     EXPECT_NE(tracking->advertisingIdentifier(), madeMeanwhile);
 }
 
-} // namespace
 } // namespace morvellacinto::native

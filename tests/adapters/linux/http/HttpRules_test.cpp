@@ -13,7 +13,6 @@ namespace morvellacinto::native {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 constexpr HttpErrorCode fine{};
 
 template <class Step>
@@ -22,7 +21,7 @@ HttpErrorCode codeOf(Step step) {
         step();
         return fine;
     } catch (const HttpFailure& failure) {
-        EXPECT_THAT(failure.message, Not(HasSubstr("secret")));
+        EXPECT_THAT(failure.message, ::testing::Not(HasSubstr("secret")));
         return failure.code;
     }
 }

@@ -23,7 +23,6 @@ using morvellacinto::testing::TestAuthority;
 using Clock = std::chrono::steady_clock;
 using Connection = FaultServer::Connection;
 using Request = FaultServer::Request;
-using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 constexpr HttpErrorCode fine{};
@@ -46,15 +45,12 @@ FaultServer::Script saying(const std::string& bytes, void (Connection::*then)() 
     }};
 }
 
-/// A loop that trusts `authority`, and sessions as the library makes them.
 struct HttpTest : ::testing::Test {
     ~HttpTest() override { stop(); }
 
-    /// The next request makes another loop.
     void stop() {
-        if (const auto stopped = std::exchange(loop_, nullptr)) {
-            stopped->stop();
-        }
+        loop()->stop();
+        loop_.reset(); // the next request makes another
     }
 
     /// Each request has its own session, which is dropped while the transfer runs.
@@ -329,7 +325,7 @@ TEST_F(HttpTest, TokensAndCookiesStayWithinTheirOriginAndTheirRequest) {
     EXPECT_THAT(both, ::testing::AllOf(HasSubstr("API_TOKEN: 1"), HasSubstr("Cookie: crumb=1")));
     EXPECT_THAT(server.requests().at(4).head, Not(HasSubstr("Cookie")));
     EXPECT_THAT(elsewhere.requests().at(0).head,
-                Not(AnyOf(HasSubstr("API_TOKEN"), HasSubstr("Cookie"))));
+                Not(::testing::AnyOf(HasSubstr("API_TOKEN"), HasSubstr("Cookie"))));
 
     FaultServer proxy(nullptr, saying(answer(403, "")));
     for (const char* variable : {"http_proxy", "https_proxy", "all_proxy"}) {

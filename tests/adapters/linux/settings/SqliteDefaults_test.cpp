@@ -25,11 +25,9 @@ extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) 
 }
 
 namespace morvellacinto::native {
-namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -147,7 +145,7 @@ TEST_F(SqliteDefaultsTest, AValueThatWasChangedOrPutUnderAnotherKeyCountsAsAbsen
         " WHERE key = CAST('value' AS BLOB)");
     const auto defaults = open();
     EXPECT_EQ(defaults->contents(), Object({{"sound", std::string(300, 'a')}}));
-    EXPECT_THAT(told, ElementsAre(HasSubstr("2 of the values")));
+    EXPECT_THAT(told, ::testing::ElementsAre(HasSubstr("2 of the values")));
     flush(*defaults, "value", "healed");
     EXPECT_EQ(open()->objectForKey("value"), Value("healed"));
 }
@@ -253,7 +251,7 @@ TEST_F(SqliteDefaultsTest, AReadThatFailsIsNoAbsenceAndARemovalMeanwhileHolds) {
     EXPECT_TRUE(soon([&] { return !defaults->adapterValue("name").isCertain; })) << "again";
     ::close(locked);
     EXPECT_EQ(open()->objectForKey("key"), std::nullopt);
-    EXPECT_THAT(told, ElementsAre(HasSubstr("locked")));
+    EXPECT_THAT(told, ::testing::ElementsAre(HasSubstr("locked")));
 }
 
 TEST_F(SqliteDefaultsTest, ClosingEndsTheWaitsOfFlushesAndReads) {
@@ -329,5 +327,4 @@ TEST_F(SqliteDefaultsTest, DiagnosticsMayUseTheDefaultsAndLetGoOfThem) {
     EXPECT_EQ(open()->objectForKey("from inside"), Value(1));
 }
 
-} // namespace
 } // namespace morvellacinto::native
