@@ -34,7 +34,6 @@ struct NativePlatformTest : ::testing::Test {
             ->resume();
     }
 
-    // Uses all that has threads or descriptors of its own.
     static void warmUp(NativePlatform& platform, const FaultServer& server) {
         std::atomic<bool> answered = false;
         request(platform, server.url("/warm"), [&] { answered = true; });

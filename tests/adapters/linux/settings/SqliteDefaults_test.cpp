@@ -217,6 +217,10 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
         EXPECT_TRUE(defaults->synchronize());
         EXPECT_EQ(open()->objectForKey("key"), large);
     }
+    flushesFail = true;
+    defaults->setObjectForKey(1, "se.kovra.v5.key");
+    EXPECT_FALSE(defaults->erase());
+    EXPECT_EQ(defaults->objectForKey("se.kovra.v5.key"), std::nullopt);
 }
 
 TEST_F(SqliteDefaultsTest, AChangeThatIsMadeDuringAFlushRemainsPendingAndNoProgramInheritsTheLock) {
