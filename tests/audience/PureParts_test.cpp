@@ -29,8 +29,7 @@ TEST(QueryString, JoinsOnePairForEachElementAndNamesAMemberThatIsNoArrayOfString
          key + "=1&" + key + "=2&" + key + "k=3"},
         {{{longKey, Array::of({"1", "2"})}}, longKey + "=1&" + longKey + "=2"},
         {{{"ok", Array::of({"1"})}, {"seg", "text"}}, wrong + "a string"},
-        {{{"seg", Array::of({"1", 2})}}, wrong + "an array with an integer"},
-    };
+        {{{"seg", Array::of({"1", 2})}}, wrong + "an array with an integer"}};
     for (const auto& [tags, query] : cases) {
         EXPECT_EQ(queryOf(tags), query);
     }
@@ -48,9 +47,8 @@ TEST(QueryString, EncodesEachAsciiCharacterButTheAllowedOnesAndValuesOfEveryLeng
     std::string value;
     std::string encoded;
     for (int size = 0; size < 10'000; size += 3) {
-        EXPECT_TRUE(queryOf({{"k", Array::of({value, "x", value})}}) ==
-                    "k=" + encoded + "&k=x&k=" + encoded)
-            << size;
+        const std::string query = "k=" + encoded + "&k=x&k=" + encoded;
+        EXPECT_TRUE(queryOf({{"k", Array::of({value, "x", value})}}) == query) << size;
         value += size % 2 == 0 ? "\xE2\x82\xAC" : "a b";
         encoded += size % 2 == 0 ? "%E2%82%AC" : "a%20b";
     }
@@ -58,16 +56,12 @@ TEST(QueryString, EncodesEachAsciiCharacterButTheAllowedOnesAndValuesOfEveryLeng
 
 TEST(RoundToN, RoundsHalvesAwayFromZeroInSinglePrecision) {
     // From 10 decimals on the multiplier wraps: to 1410065408, 1215752192, -727379968 and so on.
-    const std::tuple<float, std::uint32_t, float> cases[] = {{59.3293371F, 5, 59.32934F},
-                                                             {2.675F, 2, 2.68F},
-                                                             {-2.5F, 0, -3.0F},
-                                                             {2.5F, 0, 3.0F},
-                                                             {1e30F, 9, HUGE_VALF},
-                                                             {1e-9F, 10, 7.09186987e-10F},
-                                                             {-1.4e-9F, 11, -1.64507208e-9F},
-                                                             {1e-9F, 12, 1.37479728e-9F},
-                                                             {4e-10F, 31, 4.65661287e-10F}};
-    for (const auto& [value, decimals, rounded] : cases) {
+    for (const auto& [value, decimals, rounded] :
+         {std::tuple(59.3293371F, 5U, 59.32934F), std::tuple(2.675F, 2U, 2.68F),
+          std::tuple(-2.5F, 0U, -3.0F), std::tuple(2.5F, 0U, 3.0F),
+          std::tuple(1e30F, 9U, HUGE_VALF), std::tuple(1e-9F, 10U, 7.09186987e-10F),
+          std::tuple(-1.4e-9F, 11U, -1.64507208e-9F), std::tuple(1e-9F, 12U, 1.37479728e-9F),
+          std::tuple(4e-10F, 31U, 4.65661287e-10F)}) {
         EXPECT_EQ(roundToN(value, decimals), rounded) << value << " to " << decimals;
     }
     for (const std::uint32_t decimals : {32U, 4294967295U}) {

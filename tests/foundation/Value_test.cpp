@@ -7,15 +7,10 @@
 #include <cmath>
 
 namespace morvellacinto {
-namespace {
 
 TEST(Value, NamesBothKindsWhenReadAsTheWrongOne) {
-    try {
-        static_cast<void>(Value("x").asObject());
-        FAIL();
-    } catch (const ValueKindError& error) {
-        EXPECT_STREQ(error.what(), "expected an object, found a string");
-    }
+    EXPECT_THAT([] { static_cast<void>(Value("x").asObject()); },
+                ::testing::ThrowsMessage<ValueKindError>("expected an object, found a string"));
     EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).isNull());
     EXPECT_THROW(static_cast<void>(Value(true).asDouble()), ValueKindError);
     EXPECT_THROW(static_cast<void>(Value(UINT64_MAX).asInt64()), std::out_of_range);
@@ -27,28 +22,20 @@ TEST(Value, ComparesNumbersByMathematicalValueAndContainersMemberByMember) {
     const std::byte bytes[] = {std::byte{1}, std::byte{2}};
     const Value one(std::span<const std::byte>(bytes, 1));
     const Value two(std::span<const std::byte>(bytes + 1, 1));
-    const std::tuple<Value, Value, bool> cases[] = {
-        {1, 1.0, true},
-        {0.5F, 0.5, true},
-        {odd, static_cast<double>(odd), false},
-        {INT64_MAX, 0x1p63, false},
-        {INT64_C(3) << 61, 0x3p61, true},
-        {UINT64_MAX, -1, false},
-        {1, true, false},
-        {1, 1.5, false},
-        {0.1F, 0.1, false},
-        {std::nan(""), std::nan(""), false},
-        {one, one, true},
-        {one, two, false},
-        {one, Value(std::span(bytes)), false},
-        {makeInstance<Instance>(), makeInstance<Instance>(), false},
-        {Array::of({1}), Array::of({1, 2}), false},
-        {Object{{"b", 5}, {"a", 4}}, Object{{"a", 4}, {"b", 5}}, true},
-        {Object{{"a", 4}}, Object{{"a", 4}, {"b", 5}}, false},
-    };
-    for (const auto& [left, right, areEqual] : cases) {
-        EXPECT_EQ(left == right, areEqual) << nameOf(left.kind());
-        EXPECT_EQ(right == left, areEqual);
+    using Pair = std::pair<Value, Value>;
+    for (const auto& [left, right] :
+         {Pair(1, 1.0), Pair(0.5F, 0.5), Pair(INT64_C(3) << 61, 0x3p61), Pair(one, one),
+          Pair(Object{{"b", 5}, {"a", 4}}, Object{{"a", 4}, {"b", 5}})}) {
+        EXPECT_TRUE(left == right && right == left) << nameOf(left.kind());
+    }
+    for (const auto& [left, right] :
+         {Pair(odd, static_cast<double>(odd)), Pair(INT64_MAX, 0x1p63), Pair(UINT64_MAX, -1),
+          Pair(1, true), Pair(1, 1.5), Pair(0.1F, 0.1), Pair(std::nan(""), std::nan("")),
+          Pair(one, two), Pair(one, Value(std::span(bytes))),
+          Pair(Array::of({1}), Array::of({1, 2})),
+          Pair(makeInstance<Instance>(), makeInstance<Instance>()),
+          Pair(Object{{"a", 4}}, Object{{"a", 4}, {"b", 5}})}) {
+        EXPECT_FALSE(left == right || right == left) << nameOf(left.kind());
     }
 }
 
@@ -97,25 +84,22 @@ TEST(Object, KeepsOrderAndFindsEveryMemberAtEverySizeAlsoAfterRemovalsAndInACopy
     }
 }
 
-class Tracked : public Instance {
-public:
-    explicit Tracked(int& alive) : alive_(alive) { ++alive_; }
-    ~Tracked() override { --alive_; }
-
-private:
-    int& alive_;
+struct Tracked : Instance {
+    explicit Tracked(bool& flag) : isGone(flag) {}
+    ~Tracked() override { isGone = true; }
+    bool& isGone;
 };
 
 TEST(Value, SharesAnInstanceAndReleasesItWithTheLastHolder) {
-    int alive = 0;
+    bool isGone = false;
     {
-        Value holder(Ref<Instance>(makeInstance<Tracked>(alive)));
+        Value holder(Ref<Instance>(makeInstance<Tracked>(isGone)));
         const Value copy = Array::of({holder});
         holder = nullptr;
-        EXPECT_EQ(alive, 1);
+        EXPECT_FALSE(isGone);
         EXPECT_TRUE(holdsUnstorable(copy));
     }
-    EXPECT_EQ(alive, 0);
+    EXPECT_TRUE(isGone);
 }
 
 TEST(Uuid, ParsesStrictlyAndPrintsUpperCase) {
@@ -130,5 +114,4 @@ TEST(Uuid, ParsesStrictlyAndPrintsUpperCase) {
     }
 }
 
-} // namespace
 } // namespace morvellacinto

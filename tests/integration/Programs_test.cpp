@@ -18,7 +18,6 @@ namespace {
 using nlohmann::json;
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
-using ::testing::StartsWith;
 using Words = std::vector<std::string>;
 
 Words operator+(Words left, const Words& right) {
@@ -27,8 +26,7 @@ Words operator+(Words left, const Words& right) {
 }
 
 /// Runs the host against services of its own, with one folder of settings for the whole test.
-class Programs : public ::testing::Test {
-protected:
+struct Programs : ::testing::Test {
     struct Service {
         std::unique_ptr<ChildProcess> process;
         std::string url;
@@ -100,8 +98,7 @@ TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
         {service, {"--cert", array, "--key", array}, array},
         {service, {"--answer", array}, needed},
         {service, {"--scenario", badStep}, "step 2: \"status\" must be an integer from 200 to 599"},
-        {service, {"--uploads", missing + "/uploads"}, missing},
-    };
+        {service, {"--uploads", missing + "/uploads"}, missing}};
     for (const auto& [command, words, reason] : cases) {
         const Finished finished = ChildProcess(command + words).finish();
         EXPECT_EQ(finished.status, 2) << reason;
@@ -112,6 +109,9 @@ TEST_F(Programs, WrongUsageEndsWithTwoAndOneLineThatSaysWhatIsWrong) {
 }
 
 TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissing) {
+    const std::string unchanged =
+        R"({"domain":"morvellacinto.host","code":1,"message":"the setting was not changed"})"
+        "\n";
     const std::tuple<Words, int, std::string, std::string> cases[] = {
         {{"round", "59.3293371", "5"}, 0, "59.32934\n", ""},
         {{"round", "--", "-2.5", "0"}, 0, "-3\n", ""},
@@ -121,15 +121,10 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
         {{"settings", "set", "deep", R"({"a": [1.5, "x"]})"}, 0, "", ""},
         {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]},\"flag\":true}\n", ""},
         {{"settings", "remove", "flag"}, 0, "", ""},
-        {{"settings", "set", "deep", "null"},
-         1,
-         "",
-         "{\"domain\":\"morvellacinto.host\",\"code\":1,\"message\":\"the setting was not "
-         "changed\"}\n"},
+        {{"settings", "set", "deep", "null"}, 1, "", unchanged},
         {{"settings", "list"}, 0, "{\"deep\":{\"a\":[1.5,\"x\"]}}\n", ""},
         {{"settings", "set-date", "when", "-2000000000.5"}, 0, "", ""},
-        {{"--service-url", "https://a.invalid/v5", "url"}, 0, "https://a.invalid/v5\n", ""},
-    };
+        {{"--service-url", "https://a.invalid/v5", "url"}, 0, "https://a.invalid/v5\n", ""}};
     for (const auto& [words, status, output, errors] : cases) {
         const Finished finished = host(words, R"({"a": ["1 2", "3"]})");
         EXPECT_EQ(finished.status, status) << words.back() << finished.errors;
@@ -138,7 +133,7 @@ TEST_F(Programs, CommandsThatNeedNoServicePrintTheirResultAloneAndSayWhatIsMissi
     }
     EXPECT_THAT(host({"settings", "get", "when"}).output,
                 ::testing::MatchesRegex(R"(\{"date":"19[6-9][0-9T:-]+\.[0-9]+Z"\}.)"));
-    EXPECT_THAT(host({"--version"}).output, StartsWith("@(#)PROGRAM:Morvellacinto"));
+    EXPECT_THAT(host({"--version"}).output, ::testing::StartsWith("@(#)PROGRAM:Morvellacinto"));
 }
 
 TEST_F(Programs, OutputThatCannotBeWrittenIsAFailure) {
@@ -219,6 +214,10 @@ TEST_F(Programs, UploadsGoOutWithTheHeadersThatTheServiceKnowsAndTheirBodiesUnch
     const std::string token = "6e1f3c1a-8c5b-4c0e-9b57-5f3b1d0a7c42";
     ASSERT_EQ(client(service, {"--token", token, "collect", "--payload", path}).status, 0);
     ASSERT_EQ(client(service, {"request", "post", service.url + "/audience/"}).status, 0);
+    const Finished elsewhere = client(service, {"request", "post", service.url + "/other"});
+    EXPECT_THAT(elsewhere.output, HasSubstr("uploads go to"));
+    const Finished got = client(service, {"request", "get", service.url + "/audience/"});
+    EXPECT_THAT(got.output, HasSubstr("uploads are made by POST"));
     const std::vector<json> uploads = service.uploads();
     ASSERT_THAT(uploads, SizeIs(2));
     const json& headers = uploads[0]["headers"];
@@ -238,8 +237,7 @@ TEST_F(Programs, WhatTheServiceDoesDecidesHowACommandEnds) {
         {{{"body", "busy"}, {"status", 503}}, 3, "", "note: the answer with status 503 and 4 byte"},
         {{{"close", "before-headers"}}, 1, "", R"("domain":"morvellacinto.http","code":15)"},
         {{{"redirect", "https://127.0.0.1:1/"}}, 1, "", R"("code":24)"},
-        {{{"serviceurl", "https://next.invalid"}}, 0, "", ""},
-    };
+        {{{"serviceurl", "https://next.invalid"}}, 0, "", ""}};
     json scenario = json::array();
     for (const auto& each : cases) {
         scenario.push_back(std::get<json>(each));

@@ -56,7 +56,6 @@ class Journey : public AVObject {
     Array keysForExport() const override { return Array::of({"title", "from", "to"}); }
 };
 
-/// A subclass that says everything its own way.
 class Harbour : public Place {
     AVJSON_CLASS(Harbour, Place, depth)
 

@@ -45,8 +45,7 @@ TEST_F(Import, setsPlainKeysAsTheyAreAndNodesAsObjects) {
         {R"({"count": []})", R"({"count":-1})", {{"count", "Thing"}}},
         {R"({"count": "5", "node": null})", R"({"count":-1})", {{"count", "Thing"}}},
         {R"({"count": {}, "ident": 1})", R"({"ident":1})", {{"count", "NoSuchClass"}}},
-        {R"({"nowhere": [], "ident": 1})", R"({"count":-1,"ident":1})", nodes},
-    };
+        {R"({"nowhere": [], "ident": 1})", R"({"count":-1,"ident":1})", nodes}};
     for (const auto& each : cases) {
         EXPECT_EQ(imported(each.json, each.mapping), each.held) << each.json;
     }
@@ -57,9 +56,8 @@ TEST_F(Import, stopsALevelAtTheKeyThatFailsAndKeepsWhatWasSet) {
          {R"("nodes": ["text"])", R"("nodes": [{}, null])", R"("nodes": [{}, [5]])",
           R"("nowhere": {})", R"("nowhere": [{}])", R"("strangers": [{}])", R"("@unknown": 5)",
           R"("shout": "computed")"}) {
-        EXPECT_EQ(imported(R"({"ident": 1, )" + failing + R"(, "count": 2})", nodes),
-                  R"({"count":-1,"ident":1})")
-            << failing;
+        const std::string json = R"({"ident": 1, )" + failing + R"(, "count": 2})";
+        EXPECT_EQ(imported(json, nodes), R"({"count":-1,"ident":1})") << failing;
         expectLog({failed});
     }
     EXPECT_EQ(imported(R"({"node": {"ident": 1, "@x": 0, "count": 2}, "count": 3})", nodes),
@@ -104,7 +102,6 @@ Ref<Thing> holding(const std::optional<Value>& value) {
     return thing;
 }
 
-/// Answers whole paths, some of which lead nowhere.
 class Route : public Thing {
     AVJSON_CLASS(Route, Thing)
     static void describeMembers(AVDescription<Route>& route) {
@@ -137,30 +134,28 @@ TEST_F(Export, givesTheKeysAskedByTheirKindAndEndsWhereOneFails) {
         std::vector<std::string> keys;
         const char* json;
         std::vector<std::string> log{};
-    } cases[] = {
-        {holding(0.5F), {"other", "other"}, R"({"other":0.5})"},
-        {holding(mixed), {"other"}, R"({"other":[{},{},{},{},{}]})"},
-        {holding(Array::of({withKeys})), {"other"}, R"({"other":[{"other":5}]})"},
-        {holding(Array()), {"other"}, "{}"},
-        {holding(Object{{"a", Array::of({1})}}), {"other"}, R"({"other":{"a":[1]}})"},
-        {holding(Date{1}), {"other"}, R"({"other":{}})"},
-        {holding(std::nullopt), {"other"}, "{}"},
-        {harbour,
-         {"depth", "berths", "name", "pier", "ident", "height", "journeys"},
-         R"({"depth":12.5,"berths":7,"name":"HARBOUR Visby","id":0})",
-         {"pier missing in the harbour of Visby while export"}},
-        {inner,
-         {"id", "other", "node.other"},
-         R"({"other":1})",
-         {"id missing in Thing while export", "node.other missing in Thing while export"}},
-        {route, {"nodes", "nodes.other"}, "{}"},
-        {route, {"node.other.a", "node.none", "node"}, R"({"a":1})", {failed}},
-        {outer, {"other", "count"}, R"({"other":{"other":1},"count":3})", {failed}},
-        {round, // inside itself
-         {"journeys", "name"},
-         R"({"journeys":[{"title":"-?","from":{}},{"title":"-?","from":{}}],"name":""})",
-         {failed, failed}},
-    };
+    } cases[] = {{holding(0.5F), {"other", "other"}, R"({"other":0.5})"},
+                 {holding(mixed), {"other"}, R"({"other":[{},{},{},{},{}]})"},
+                 {holding(Array::of({withKeys})), {"other"}, R"({"other":[{"other":5}]})"},
+                 {holding(Array()), {"other"}, "{}"},
+                 {holding(Object{{"a", Array::of({1})}}), {"other"}, R"({"other":{"a":[1]}})"},
+                 {holding(Date{1}), {"other"}, R"({"other":{}})"},
+                 {holding(std::nullopt), {"other"}, "{}"},
+                 {harbour,
+                  {"depth", "berths", "name", "pier", "ident", "height", "journeys"},
+                  R"({"depth":12.5,"berths":7,"name":"HARBOUR Visby","id":0})",
+                  {"pier missing in the harbour of Visby while export"}},
+                 {inner,
+                  {"id", "other", "node.other"},
+                  R"({"other":1})",
+                  {"id missing in Thing while export", "node.other missing in Thing while export"}},
+                 {route, {"nodes", "nodes.other"}, "{}"},
+                 {route, {"node.other.a", "node.none", "node"}, R"({"a":1})", {failed}},
+                 {outer, {"other", "count"}, R"({"other":{"other":1},"count":3})", {failed}},
+                 {round, // inside itself
+                  {"journeys", "name"},
+                  R"({"journeys":[{"title":"-?","from":{}},{"title":"-?","from":{}}],"name":""})",
+                  {failed, failed}}};
     for (const auto& each : cases) {
         EXPECT_EQ(AVJSON::toJSONWS(each.object->avDictionaryWithValuesForKeys(each.keys)),
                   each.json);

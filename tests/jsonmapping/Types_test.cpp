@@ -48,7 +48,6 @@ std::string taken(std::string_view json) {
     return writeJson(given(held));
 }
 
-/// A number or text as every scalar takes it.
 std::string scalars(std::string_view json) {
     return taken<bool>(json) + taken<std::int8_t>(json) + taken<std::uint16_t>(json) +
            taken<int>(json) + taken<std::int64_t>(json) + taken<std::uint64_t>(json) +
@@ -68,6 +67,7 @@ TEST(Types, readBackWhatTheyGiveAndSayWhatTheyWant) {
     } cases[] = {
         {scalars, "[300]", "[true][127][300][300][300][300][300][300]"},
         {scalars, "[0.0]", "[false][0][0][0][0][0][0][0]"},
+        {scalars, "[-300]", "[true][-128][0][-300][-300][0][-300][-300]"},
         {scalars, "[-300.5]", "[true][-128][0][-300][-300][0][-300.5][-300.5]"},
         {scalars, "[3.99]", "[true][3][3][3][3][3][3.99][3.99]"},
         {scalars, "[true]", "[true][1][1][1][1][1][1][1]"},
@@ -122,8 +122,7 @@ TEST(Types, readBackWhatTheyGiveAndSayWhatTheyWant) {
         {taken<std::vector<Point>>, "[[{},[],5]]", "an object, not an array in element 1"},
         {taken<Pin>, R"([{"twice":0,"x":5}])", R"([{"x":5,"id":"","twice":10}])"},
         {taken<Journeys>, R"([{"m":[{},null]}])", R"([{"m":[{"title":"?-?"},null]}])"},
-        {taken<Ref<Place>>, R"(["x"])", "an instance of Place, not a string"},
-    };
+        {taken<Ref<Place>>, R"(["x"])", "an instance of Place, not a string"}};
     for (const auto& each : cases) {
         EXPECT_EQ(each.taken(each.json), each.expected) << each.json;
     }
@@ -182,7 +181,6 @@ TEST(Types, exportWhatAnObjectHoldsAndNoObjectInsideItself) {
     thing->node.reset();
 }
 
-/// Where the prescribed operations meet types that they do not know.
 class Mixed : public AVObject {
     AVJSON_CLASS(Mixed, AVObject, place, points, (when, "when", AVText), (renamed, "id"))
 

@@ -4,10 +4,8 @@
 #include "support/ScriptedPhoneTest.h"
 
 namespace morvellacinto {
-namespace {
 
-class Location : public ScriptedPhoneTest {
-protected:
+struct Location : ScriptedPhoneTest {
     /// Records its calls as "key:latitude", "key:domain code" or "key:nothing".
     KRLocationManager::UpdateBlock recorder(const std::string& key, std::function<void()> then) {
         return [this, key, then = std::move(then)](const auto& fix,
@@ -85,8 +83,7 @@ TEST_F(Location, LogsOneLineAndCleansUpWhenAWaiterThrows) {
     const std::tuple<std::function<Texts()>, std::string, bool> cases[] = {
         {[this] { return afterFixes(); }, "location update failed", true},
         {[this] { return afterFailure(); }, "location error failed", true},
-        {[this] { return afterAuthorization(1); }, "location auth failed", false},
-    };
+        {[this] { return afterAuthorization(1); }, "location auth failed", false}};
     int stops = 0;
     for (const auto& [notify, line, clearsAndStops] : cases) {
         wait("a", [] { throw 7; });
@@ -163,5 +160,4 @@ TEST_F(Location, AsksTheManagersOwnServiceFromFourteenOn) {
     }
 }
 
-} // namespace
 } // namespace morvellacinto

@@ -4,12 +4,10 @@
 #include "support/ScriptedPhoneTest.h"
 
 namespace morvellacinto {
-namespace {
 
 using namespace KRSettingsManager;
 
-class Settings : public ScriptedPhoneTest {
-protected:
+struct Settings : ScriptedPhoneTest {
     scripted::ScriptedUserDefaults& defaults = phone->standardUserDefaults();
 };
 
@@ -52,5 +50,4 @@ TEST_F(Settings, TellAFailureOfThePlatformButNotWhenItRefusesARemoval) {
     EXPECT_ANY_THROW(static_cast<void>(localSettingForKey("key")));
 }
 
-} // namespace
 } // namespace morvellacinto

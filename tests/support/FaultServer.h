@@ -26,9 +26,7 @@ public:
         [[nodiscard]] std::string path() const;
     };
 
-    /// One connection, as a handler sees it.
-    class Connection {
-    public:
+    struct Connection {
         void write(std::string_view bytes);
         /// Shorter when the server is being destroyed.
         void pause(std::chrono::milliseconds duration);
@@ -37,8 +35,6 @@ public:
         void close();
         void closeTls() { SSL_shutdown(tls), close(); }
 
-    private:
-        friend class FaultServer;
         FaultServer* server = nullptr;
         int socket = -1;
         SSL* tls = nullptr;
@@ -49,23 +45,18 @@ public:
     struct Script {
         /// Called on a new connection before anything is read or, with TLS, the handshake made.
         std::function<void(Connection&)> onAccept = [](Connection&) {};
-        /// Called for each request.
         std::function<void(Connection&, const Request&)> onRequest =
             [](Connection& connection, const Request&) { connection.write(answer(200, "{}")); };
     };
 
-    /// Plain HTTP without `tls`.
-    FaultServer(std::shared_ptr<SSL_CTX> tls, Script script);
-    FaultServer(const FaultServer&) = delete;
-    FaultServer& operator=(const FaultServer&) = delete;
+    FaultServer(std::shared_ptr<SSL_CTX> tls, Script script); ///< plain HTTP without `tls`
     ~FaultServer();
 
     [[nodiscard]] std::string url(std::string_view path, std::string_view host = "127.0.0.1") const;
     [[nodiscard]] int port() const { return port_; }
     [[nodiscard]] std::vector<Request> requests() const;
     [[nodiscard]] int connections() const { return connectionCount_; }
-    /// True once `count` connections have come, or requests, or connections have ended; false
-    /// when half a minute passes before that.
+    /// Whether so many connections or requests come, or connections end, within half a minute.
     [[nodiscard]] bool waitForConnections(int count) { return waitFor(connectionCount_, count); }
     [[nodiscard]] bool waitForRequests(int count) { return waitFor(requestCount_, count); }
     [[nodiscard]] bool waitForClosed(int count) { return waitFor(closedCount_, count); }

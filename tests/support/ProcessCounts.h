@@ -17,7 +17,6 @@ inline int threadCount() {
     return count;
 }
 
-/// Open descriptors of this process.
 inline std::ptrdiff_t descriptorCount() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }

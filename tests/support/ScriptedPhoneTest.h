@@ -14,13 +14,9 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Texts = std::vector<std::string>;
 
-/// A test of the library on a scripted phone of its own. A platform is installed once in a
-/// process, so each test must be a process, as CTest runs them.
-///
-/// Fails a test that leaves behind what it did not look at: log lines, failed assertions, queued
-/// blocks or exceptions that escaped from one.
-class ScriptedPhoneTest : public ::testing::Test {
-protected:
+/// A test on a scripted phone of its own, in a process of its own: a platform is installed once.
+/// It fails when it leaves log lines, failed assertions, queued blocks or exceptions behind.
+struct ScriptedPhoneTest : ::testing::Test {
     ScriptedPhoneTest() { platform::install(phone); }
 
     void TearDown() override {
@@ -30,7 +26,6 @@ protected:
         platform::shutdown();
     }
 
-    /// Requires the log to be exactly `lines`, and clears it.
     void expectLog(const Texts& lines) { EXPECT_EQ(phone->takeLog(), lines); }
     /// The sentences of the diagnostics since the last call.
     Texts told() {

@@ -11,21 +11,14 @@
 
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
-
 namespace morvellacinto::native {
-namespace {
 
 using namespace std::chrono_literals;
 using testing::answer;
 using testing::FaultServer;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
 
-class Gate : public ::testing::Test {
-protected:
+struct Gate : ::testing::Test {
     /// Each is what a process of the application has.
     std::shared_ptr<NativePlatform> make(UploadQuestion ask = {}) const {
         return NativePlatform::create({.bundleIdentifier = "com.example.gate",
@@ -46,7 +39,6 @@ protected:
         EXPECT_TRUE(pumpUntil(phone, [&] { return code != -1; }));
         return code;
     }
-    /// All files, one after the other.
     [[nodiscard]] std::string disk() const {
         std::string bytes;
         for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
@@ -80,7 +72,7 @@ TEST_F(Gate, WithheldConsentStopsTheNextHopInEveryProcessAndAcrossLaunches) {
     EXPECT_EQ(post(*one, server.url("/withhold")), withheld);
     EXPECT_EQ(post(*other, server.url("/")), withheld);
     EXPECT_EQ(post(*make(), server.url("/")), withheld);
-    EXPECT_THAT(server.requests(), SizeIs(2));
+    EXPECT_THAT(server.requests(), ::testing::SizeIs(2));
     EXPECT_TRUE(other->setUploadConsent(UploadConsent::allowed));
     EXPECT_EQ(post(*one, server.url("/")), 0);
 }
@@ -116,7 +108,7 @@ TEST_F(Gate, AskedTheHostSendsChangesOrRefusesOnceForAllHops) {
         EXPECT_TRUE(phone->setUploadConsent(UploadConsent::asked));
         EXPECT_EQ(post(*phone, server.url("/"), code == refused ? 200ms : 30s), code);
         EXPECT_EQ(questions, 1);
-        ASSERT_THAT(server.requests(), SizeIs(before + (body.empty() ? 0 : 2)));
+        ASSERT_THAT(server.requests(), ::testing::SizeIs(before + (body.empty() ? 0 : 2)));
         EXPECT_EQ(body.empty() ? "" : server.requests().back().body, body);
     }
     EXPECT_EQ(post(*make(), server.url("/")), refused) << "nobody is there to be asked";
@@ -141,8 +133,8 @@ TEST_F(Gate, ErasedDataIsInNoFileAndDecisionsAndTheHostsOwnStay) {
     EXPECT_TRUE(phone->eraseStoredData());
     const std::string after = disk();
     for (const std::string& text : erased) {
-        EXPECT_THAT(before, HasSubstr(text));
-        EXPECT_THAT(after, Not(HasSubstr(text)));
+        EXPECT_THAT(before, ::testing::HasSubstr(text));
+        EXPECT_THAT(after, Not(::testing::HasSubstr(text)));
     }
     for (const auto& each : {other, phone, make()}) {
         EXPECT_EQ(each->uploadConsent(), UploadConsent::withheld);
@@ -183,5 +175,4 @@ TEST_F(Gate, APreviewIsWhatLeavesAndAnAnswerOnItsWayDuringAnErasureIsNotStored) 
     EXPECT_THAT(defaults().contents(), IsEmpty());
 }
 
-} // namespace
 } // namespace morvellacinto::native

@@ -3,47 +3,31 @@
 #include "contract/Contracts.h"
 #include "support/FaultServer.h"
 
-#include "morvellacinto/platform/Dispatch.h"
-
-#include <gtest/gtest.h>
-
-#include <regex>
-
 namespace morvellacinto::contract {
 namespace {
 
 using testing::FaultServer;
 
-class NativeSubject final : public Subject {
-public:
+struct NativeSubject final : Subject {
     [[nodiscard]] platform::Platform& platform() override { return *platform_; }
 
     [[nodiscard]] bool pumpUntil(const std::function<bool()>& done) override {
         return native::pumpUntil(*platform_, done);
     }
 
-    // One answer at a time is enough.
-    [[nodiscard]] std::string serve(Answer answer) override {
+    [[nodiscard]] std::string serve(int status, const std::string& body) override {
         const std::lock_guard lock(mutex_);
-        answer_ = testing::answer(answer.status, answer.body);
+        answer_ = testing::answer(status, body);
         return server_.url("/");
     }
-    [[nodiscard]] std::vector<platform::HttpRequest> received() override {
-        std::vector<platform::HttpRequest> received;
+    [[nodiscard]] std::vector<std::string> received() override {
+        std::vector<std::string> received;
         for (const FaultServer::Request& request : server_.requests()) {
-            platform::HttpRequest& record = received.emplace_back();
-            record.method = request.head.substr(0, request.head.find(' '));
-            record.body = request.body;
-            static const std::regex header("(\\S+): ([^\r]*)");
-            for (std::sregex_iterator each(request.head.begin(), request.head.end(), header), end;
-                 each != end; ++each) {
-                record.headers.push_back({(*each)[1], (*each)[2]});
-            }
+            received.push_back(request.head + request.body);
         }
         return received;
     }
 
-private:
     const testing::TemporaryDirectory directory_;
     std::mutex mutex_;
     std::string answer_;

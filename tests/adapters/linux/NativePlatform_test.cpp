@@ -4,7 +4,6 @@
 #include "support/FaultServer.h"
 #include "support/ShutdownLimit.h"
 
-#include "morvellacinto/Morvellacinto.h"
 #include "morvellacinto/platform/DeveloperLog.h"
 #include "morvellacinto/platform/Dispatch.h"
 #include "morvellacinto/platform/UserDefaults.h"
@@ -13,10 +12,8 @@
 
 #include <future>
 #include <sys/file.h>
-#include <sys/wait.h>
 
 namespace morvellacinto::native {
-namespace {
 
 using testing::FaultServer;
 using SteadyClock = std::chrono::steady_clock;
@@ -24,14 +21,12 @@ using SteadyClock = std::chrono::steady_clock;
 const FaultServer::Script silent{
     .onRequest = [](FaultServer::Connection& connection, const auto&) { connection.stall(); }};
 
-class NativePlatformTest : public ::testing::Test {
-protected:
+struct NativePlatformTest : ::testing::Test {
     std::shared_ptr<NativePlatform> make() const {
         return NativePlatform::create(
             {"com.example.test", directory_.path(), {}, nullptr, nullptr});
     }
 
-    // Starts a request whose completion is `done`.
     static void request(NativePlatform& platform, const std::string& url,
                         const std::function<void()>& done) {
         platform.makeHttpSession({}, nullptr)
@@ -39,7 +34,6 @@ protected:
             ->resume();
     }
 
-    // Uses all that has threads or descriptors of its own.
     static void warmUp(NativePlatform& platform, const FaultServer& server) {
         std::atomic<bool> answered = false;
         request(platform, server.url("/warm"), [&] { answered = true; });
@@ -139,34 +133,32 @@ TEST_F(NativePlatformTest, AShutdownOnAnotherThreadEndsARunOnceItsBlockHasReturn
     other.join();
 }
 
-TEST_F(NativePlatformTest, MayBeShutDownOrLetGoInACompletionAndInABlockOfEitherQueue) {
+TEST_F(NativePlatformTest, MayBeLetGoInACompletionAndInABlockOfEitherQueue) {
     FaultServer server(nullptr, {});
-    for (const bool letGo : {false, true}) {
-        for (const std::string place : {"completion", "global block", "main block"}) {
-            SCOPED_TRACE(place);
-            auto platform = make();
-            warmUp(*platform, server);
-            NativePlatform& used = *platform;
-            std::promise<void> mayBegin;
-            const auto over = std::make_shared<std::promise<void>>();
-            const auto block = [&platform, letGo, over, begin = mayBegin.get_future().share()] {
-                begin.wait();
-                letGo ? platform.reset() : platform->shutdown();
-                over->set_value();
-            };
-            if (place == "completion") {
-                request(used, server.url("/"), block);
-            } else if (place == "global block") {
-                used.dispatch().asyncGlobal(block);
-            } else {
-                used.dispatch().asyncMain(block);
-            }
-            mayBegin.set_value();
-            if (place == "main block") {
-                used.drain();
-            }
-            EXPECT_EQ(over->get_future().wait_for(generous), std::future_status::ready);
+    for (const std::string place : {"completion", "global block", "main block"}) {
+        SCOPED_TRACE(place);
+        auto platform = make();
+        warmUp(*platform, server);
+        NativePlatform& used = *platform;
+        std::promise<void> mayBegin;
+        const auto over = std::make_shared<std::promise<void>>();
+        const auto block = [&platform, over, begin = mayBegin.get_future().share()] {
+            begin.wait();
+            platform.reset();
+            over->set_value();
+        };
+        if (place == "completion") {
+            request(used, server.url("/"), block);
+        } else if (place == "global block") {
+            used.dispatch().asyncGlobal(block);
+        } else {
+            used.dispatch().asyncMain(block);
         }
+        mayBegin.set_value();
+        if (place == "main block") {
+            used.drain();
+        }
+        EXPECT_EQ(over->get_future().wait_for(generous), std::future_status::ready);
     }
 }
 
@@ -229,5 +221,4 @@ TEST_F(NativePlatformTest, AForkedChildMayShutDownDropThePlatformAndExitAndThePa
     warmUp(*platform, server);
 }
 
-} // namespace
 } // namespace morvellacinto::native

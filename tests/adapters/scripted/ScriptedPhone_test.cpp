@@ -4,12 +4,10 @@
 #include <thread>
 
 namespace morvellacinto::scripted {
-namespace {
 
-class AScriptedPhone : public ScriptedPhoneTest,
-                       public platform::HttpSessionDelegate,
-                       public platform::LocationServiceDelegate {
-protected:
+struct AScriptedPhone : ScriptedPhoneTest,
+                        platform::HttpSessionDelegate,
+                        platform::LocationServiceDelegate {
     AScriptedPhone() {
         location->setDelegate(this);
         phone->http().setChallenges({});
@@ -151,5 +149,4 @@ TEST_F(AScriptedPhone, RunsItsQueuesOnTheMainThreadAloneAndNotForEver) {
     phone->shutdown();
 }
 
-} // namespace
 } // namespace morvellacinto::scripted

@@ -8,8 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class ScriptedSubject final : public Subject {
-public:
+struct ScriptedSubject final : Subject {
     ScriptedSubject() { phone_->script()->trackingAuthorization = 0; }
 
     [[nodiscard]] platform::Platform& platform() override { return *phone_; }
@@ -25,22 +24,24 @@ public:
         return false;
     }
 
-    [[nodiscard]] std::string serve(Answer answer) override {
-        phone_->http().plan({answer.status, std::move(answer.body)});
+    [[nodiscard]] std::string serve(int status, const std::string& body) override {
+        phone_->http().plan({status, body});
         return "https://service.example/";
     }
-    [[nodiscard]] std::vector<platform::HttpRequest> received() override {
-        std::vector<platform::HttpRequest> received;
-        for (scripted::RecordedRequest& record : phone_->http().requests()) {
+    [[nodiscard]] std::vector<std::string> received() override {
+        std::vector<std::string> received;
+        for (const scripted::RecordedRequest& record : phone_->http().requests()) {
             if (record.isSent) {
-                received.push_back(record.request);
-                received.back().headers = record.sentHeaders();
+                std::string& text = received.emplace_back(record.request.method + " /\r\n");
+                for (const auto& [name, value] : record.sentHeaders()) {
+                    text += name + ": " + value + "\r\n";
+                }
+                text += "\r\n" + record.request.body.value_or("");
             }
         }
         return received;
     }
 
-private:
     const std::shared_ptr<scripted::ScriptedPhone> phone_ = scripted::ScriptedPhone::create();
 };
 

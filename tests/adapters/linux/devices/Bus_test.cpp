@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "PrivateBus.h"
 
-#include "bus/BusValues.h"
-
 #include <gmock/gmock.h>
 
 #include <future>
@@ -19,7 +17,6 @@ constexpr const char* serviceName = "com.example.Service";
 
 BusCall callOf(const std::string& member) { return {serviceName, "/a", "com.example.A", member}; }
 
-// How long `act` takes.
 template <class Act>
 milliseconds timeOf(Act act) {
     const auto before = Clock::now();
@@ -27,11 +24,9 @@ milliseconds timeOf(Act act) {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - before);
 }
 
-// What a wait of `time` may take on a busy machine.
 milliseconds atMost(milliseconds time) { return time + milliseconds(1000); }
 
-class BusTest : public ::testing::Test {
-protected:
+struct BusTest : ::testing::Test {
     BusReply ask(const std::string& member) {
         return BusConnection(daemon.bus).call(callOf(member));
     }
@@ -70,14 +65,13 @@ TEST_F(BusTest, TheCallsOfAQuestionTakeOneTimeOutTogetherAndEachGetsItsOwnAnswer
         EXPECT_EQ(replies[i].body, i % 2 == 0 ? Array::of({i}) : Array());
     }
     EXPECT_EQ(replies[15].errorName, BusError::timedOut);
-    EXPECT_LT(timeOf([&] {
-                  for (int round = 0; round < 8; ++round) {
-                      EXPECT_FALSE(question.call(callOf("Silent")).succeeded());
-                  }
-              }),
-              atMost(milliseconds(0)))
-        << "one deadline for all rounds of a question";
-    EXPECT_THAT(daemon.told(), ::testing::IsEmpty()) << "it is the service that is silent";
+    const auto later = timeOf([&] {
+        for (int round = 0; round < 8; ++round) {
+            EXPECT_FALSE(question.call(callOf("Silent")).succeeded());
+        }
+    });
+    EXPECT_LT(later, atMost(milliseconds(0))) << "one deadline for all rounds of a question";
+    EXPECT_THAT(daemon.told, ::testing::IsEmpty()) << "it is the service that is silent";
 }
 
 TEST_F(BusTest, AFrozenBusCostsItsTimeOutAndNothingAfterAStop) {
@@ -86,11 +80,10 @@ TEST_F(BusTest, AFrozenBusCostsItsTimeOutAndNothingAfterAStop) {
     EXPECT_GE(took, busTimeout * 9 / 10);
     EXPECT_LT(took, atMost(busTimeout));
     EXPECT_FALSE(ask("Echo").succeeded());
-    EXPECT_THAT(daemon.told(), ElementsAre(HasSubstr("accepts connections but does not answer")));
+    EXPECT_THAT(daemon.told, ElementsAre(HasSubstr("accepts connections but does not answer")));
     auto waiting = std::async(std::launch::async, [this] {
-        return BusConnection(daemon.bus)
-            .call(callOf("Echo"), Clock::now() + std::chrono::minutes(1))
-            .errorName;
+        BusConnection connection(daemon.bus);
+        return connection.call(callOf("Echo"), Clock::now() + std::chrono::minutes(1)).errorName;
     });
     daemon.stopSignal.raise();
     EXPECT_LT(timeOf([&] { EXPECT_EQ(waiting.get(), BusError::disconnected); }),
@@ -111,7 +104,7 @@ TEST_F(BusTest, ABusThatIsMissingCostsNothingAndIsToldOnceUntilItAnswersAgain) {
     EXPECT_EQ(ask("Die").errorName, BusError::noReply);
     daemon.stop();
     EXPECT_TRUE(isGone() && isGone());
-    EXPECT_THAT(daemon.told(), ::testing::SizeIs(2));
+    EXPECT_THAT(daemon.told, ::testing::SizeIs(2));
 }
 
 } // namespace

@@ -6,13 +6,9 @@
 
 #include <gmock/gmock.h>
 
-#include <sched.h>
-
 namespace morvellacinto::native {
-namespace {
 
 namespace flags = platform::ReachabilityFlags;
-using ::testing::ElementsAre;
 
 TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
     const std::string table = "Iface Destination Gateway Flags RefCnt Use Metric Mask\n"
@@ -22,7 +18,7 @@ TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
                               "* 00000000 00000000 0201 0 0 5 00000000 0 0 0\n"
                               "off0 00000000 00000000 0002 0 0 5 00000000 0 0 0\n"
                               "a0 00000000 0200010A 0003 0 0 60 00000000 0 0 0\ncut0 0\n";
-    EXPECT_THAT(defaultRoutesIn(table, AF_INET), ElementsAre("a0", "b0"));
+    EXPECT_THAT(defaultRoutesIn(table, AF_INET), ::testing::ElementsAre("a0", "b0"));
     const std::string none(32, '0');
     std::string table6;
     for (const auto& [length, metric, rest] :
@@ -32,12 +28,11 @@ TEST(Routes, ReadTheDefaultRoutesOfTheKernelsTables) {
         table6 +=
             none + " " + length + " " + none + " 00 " + none + " " + metric + " 1 0 " + rest + "\n";
     }
-    EXPECT_THAT(defaultRoutesIn(table6, AF_INET6), ElementsAre("a0", "b0"));
+    EXPECT_THAT(defaultRoutesIn(table6, AF_INET6), ::testing::ElementsAre("a0", "b0"));
 }
 
 // A network namespace of the test's own, with interfaces that lead nowhere, and described files.
-class ReachabilityTest : public ::testing::Test {
-protected:
+struct ReachabilityTest : ::testing::Test {
     void SetUp() override {
         if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
             GTEST_SKIP() << "this machine lets the test make no network namespace";
@@ -117,5 +112,4 @@ TEST_F(ReachabilityTest, ATunnelCountsAsWhatItGoesThrough) {
     EXPECT_EQ(reach(), flags::reachable | flags::isWwan);
 }
 
-} // namespace
 } // namespace morvellacinto::native

@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 
 namespace morvellacinto::native {
-namespace {
 
-class TrackingTest : public ::testing::Test {
-protected:
+struct TrackingTest : ::testing::Test {
     using HostsAnswer = std::function<void(std::uint64_t)>;
 
     TrackingTest() { start(); }
@@ -132,5 +130,4 @@ TEST_F(TrackingTest, TellsWhetherADecisionIsDurableAndKeepsItInAnyCase) {
     EXPECT_NE(tracking->advertisingIdentifier(), madeMeanwhile);
 }
 
-} // namespace
 } // namespace morvellacinto::native

@@ -13,36 +13,26 @@
 namespace {
 std::atomic<bool> flushesFail = false;
 std::function<void()> duringFlush; // run once
+} // namespace
 
-int flushToDisk(long call, int descriptor) {
+// What the database calls to flush: this comes before the C library's.
+extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
     if (duringFlush) {
         std::exchange(duringFlush, nullptr)();
     }
     errno = EIO;
-    return flushesFail ? -1 : static_cast<int>(syscall(call, descriptor));
-}
-} // namespace
-
-// What the database calls to flush: these come before the C library's.
-extern "C" __attribute__((visibility("default"))) int fsync(int descriptor) {
-    return flushToDisk(SYS_fsync, descriptor);
-}
-extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
-    return flushToDisk(SYS_fdatasync, descriptor);
+    return flushesFail ? -1 : static_cast<int>(syscall(SYS_fdatasync, descriptor));
 }
 
 namespace morvellacinto::native {
-namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-class SqliteDefaultsTest : public ::testing::Test {
-protected:
+struct SqliteDefaultsTest : ::testing::Test {
     [[nodiscard]] std::filesystem::path directory() const { return root_.path() / "data" / "app"; }
     [[nodiscard]] std::filesystem::path file(const char* suffix = "") const {
         return directory() / (std::string("se.kovra.test%2F1.v1.db") + suffix);
@@ -63,7 +53,6 @@ protected:
         }
         return holds();
     }
-    // A connection of SQLite's own, which runs this.
     std::shared_ptr<sqlite3> run(const std::string& sql) const {
         sqlite3* connection = nullptr;
         EXPECT_EQ(sqlite3_open(file().c_str(), &connection), SQLITE_OK);
@@ -156,7 +145,7 @@ TEST_F(SqliteDefaultsTest, AValueThatWasChangedOrPutUnderAnotherKeyCountsAsAbsen
         " WHERE key = CAST('value' AS BLOB)");
     const auto defaults = open();
     EXPECT_EQ(defaults->contents(), Object({{"sound", std::string(300, 'a')}}));
-    EXPECT_THAT(told, ElementsAre(HasSubstr("2 of the values")));
+    EXPECT_THAT(told, ::testing::ElementsAre(HasSubstr("2 of the values")));
     flush(*defaults, "value", "healed");
     EXPECT_EQ(open()->objectForKey("value"), Value("healed"));
 }
@@ -228,6 +217,10 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
         EXPECT_TRUE(defaults->synchronize());
         EXPECT_EQ(open()->objectForKey("key"), large);
     }
+    flushesFail = true;
+    defaults->setObjectForKey(1, "se.kovra.v5.key");
+    EXPECT_FALSE(defaults->erase());
+    EXPECT_EQ(defaults->objectForKey("se.kovra.v5.key"), std::nullopt);
 }
 
 TEST_F(SqliteDefaultsTest, AChangeThatIsMadeDuringAFlushRemainsPendingAndNoProgramInheritsTheLock) {
@@ -262,7 +255,7 @@ TEST_F(SqliteDefaultsTest, AReadThatFailsIsNoAbsenceAndARemovalMeanwhileHolds) {
     EXPECT_TRUE(soon([&] { return !defaults->adapterValue("name").isCertain; })) << "again";
     ::close(locked);
     EXPECT_EQ(open()->objectForKey("key"), std::nullopt);
-    EXPECT_THAT(told, ElementsAre(HasSubstr("locked")));
+    EXPECT_THAT(told, ::testing::ElementsAre(HasSubstr("locked")));
 }
 
 TEST_F(SqliteDefaultsTest, ClosingEndsTheWaitsOfFlushesAndReads) {
@@ -338,5 +331,4 @@ TEST_F(SqliteDefaultsTest, DiagnosticsMayUseTheDefaultsAndLetGoOfThem) {
     EXPECT_EQ(open()->objectForKey("from inside"), Value(1));
 }
 
-} // namespace
 } // namespace morvellacinto::native

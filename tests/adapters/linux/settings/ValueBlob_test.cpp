@@ -26,8 +26,7 @@ const Value samples[] = {
     Array::of({"", "a\0\xFF"sv, Value(std::span(someBytes)), Array(), Object()}),
     std::string(100'000, 'x'),
     Object{{"", Array::of({1, Object{{"z", Array()}, {"a\0b"sv, 0.5F}}, "last"})}, {"b", 1}},
-    nested(512),
-};
+    nested(512)};
 
 TEST(ValueBlob, EveryKindComesBackAsItWas) {
     for (const Value& value : samples) {

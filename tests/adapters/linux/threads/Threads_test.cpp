@@ -114,7 +114,6 @@ TEST(MainQueue, AfterShutdownNoBlockStartsAndDroppedBlocksMayUseTheQueue) {
     EXPECT_EQ(ran, 0);
 }
 
-// A pool whose threads are all taken until `release`.
 struct BusyPool {
     BusyPool() {
         for (int i = 0; i < maximumThreads; ++i) {

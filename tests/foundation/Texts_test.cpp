@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "morvellacinto/foundation/Json.h"
+#include "morvellacinto/foundation/NumberText.h"
 
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <locale>
 #include <sstream>
 
 namespace morvellacinto {
-namespace {
 
 TEST(JsonReader, RefusesWhatIsNoJson) {
     std::istringstream list(
@@ -28,28 +29,24 @@ TEST(JsonReader, RefusesWhatIsNoJson) {
 }
 
 TEST(JsonReader, TellsLineColumnAndReason) {
-    const std::tuple<const char*, std::size_t, std::size_t, const char*> cases[] = {
-        {"", 1, 1, "the text ends too early"},
-        {" 5", 1, 2, "neither an object nor an array"},
-        {"[1,\n 2 3]", 2, 4, "neither a comma nor the end of an object or array"},
-        {"{\n\n\"a\" 1}", 3, 5, "no colon behind the name of a member"},
-        {"{a:1}", 1, 2, "no name of a member, which stands in quotation marks"},
-        {"[tru]", 1, 2, "no value"},
-        {"[]\n]", 2, 1, "something behind the end"},
-        {"[\"\x80\"]", 1, 3, "a control character or invalid UTF-8 in a string"},
-        {"[\"\\ud800\"]", 1, 9, "an escape that stands for no character in a string"},
-        {"[1e400]", 1, 7, "a number that is too large"},
-    };
-    for (const auto& [text, line, column, reason] : cases) {
+    const std::pair<const char*, std::tuple<std::size_t, std::size_t, const char*>> cases[] = {
+        {"", {1, 1, "the text ends too early"}},
+        {" 5", {1, 2, "neither an object nor an array"}},
+        {"[1,\n 2 3]", {2, 4, "neither a comma nor the end of an object or array"}},
+        {"{\n\n\"a\" 1}", {3, 5, "no colon behind the name of a member"}},
+        {"{a:1}", {1, 2, "no name of a member, which stands in quotation marks"}},
+        {"[tru]", {1, 2, "no value"}},
+        {"[]\n]", {2, 1, "something behind the end"}},
+        {"[\"\x80\"]", {1, 3, "a control character or invalid UTF-8 in a string"}},
+        {"[\"\\ud800\"]", {1, 9, "an escape that stands for no character in a string"}},
+        {"[1e400]", {1, 7, "a number that is too large"}}};
+    for (const auto& [text, expected] : cases) {
         JsonProblem problem;
         EXPECT_FALSE(readJson(text, &problem));
-        EXPECT_EQ(std::tuple(problem.line, problem.column, problem.reason),
-                  std::tuple(line, column, reason))
-            << text;
+        EXPECT_EQ(std::tuple(problem.line, problem.column, problem.reason), expected) << text;
     }
 }
 
-// Each as it is written again.
 TEST(JsonReader, ReadsWhatTheGrammarAllowsAndKeepsIntegersExactAndTakesDoublesBeyond) {
     const std::pair<std::string, std::string> cases[] = {
         {"\xEF\xBB\xBF [ ] ", "[]"},
@@ -62,8 +59,7 @@ TEST(JsonReader, ReadsWhatTheGrammarAllowsAndKeepsIntegersExactAndTakesDoublesBe
          "[9223372036854775807,-9223372036854775808,18446744073709551615,18446744073709551616,"
          "-0]"},
         {"[1e-400,4.9e-324,0.00000000000000000000000000001e-390,1.7976931348623157e308]",
-         "[0,5e-324,0,1.7976931348623157e+308]"},
-    };
+         "[0,5e-324,0,1.7976931348623157e+308]"}};
     for (const auto& [text, written] : cases) {
         EXPECT_EQ(writeJson(readJson(text).value()), written);
     }
@@ -125,16 +121,40 @@ TEST(JsonWriter, ThrowsOnWhatJsonCannotHoldAndNamesTheMember) {
         {Array::of({HUGE_VAL}), "JSON cannot hold infinity"},
         {Array::of({"\xFF is none"}), "JSON cannot hold a string that is not valid UTF-8"},
         {deep, "JSON cannot hold more than 512 levels"},
-        {"text", "JSON text needs an object or an array at the top, found a string"},
-    };
-    for (const auto& [value, message] : cases) {
-        try {
-            ADD_FAILURE() << writeJson(value);
-        } catch (const JsonWriteError& error) {
-            EXPECT_EQ(error.what(), message);
-        }
+        {"text", "JSON text needs an object or an array at the top, found a string"}};
+    for (const auto& each : cases) {
+        EXPECT_THAT([&] { static_cast<void>(writeJson(each.first)); },
+                    ::testing::ThrowsMessage<JsonWriteError>(each.second));
     }
 }
 
-} // namespace
+// A locale such as German's, which no machine need have installed.
+struct CommaPunctuation : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(NumberText, ReadsWhatPeopleWriteAndNothingElseWhateverTheLocale) {
+    // Each with the number that JSON then has.
+    std::istringstream numbers(
+        "12=12|012=12| \t12\n=12|-7=-7|-1,234,567=-1234567|0,123=123|12.5=12.5|1,234.5=1234.5|"
+        ".5=0.5|-.5=-0.5|5.=5|1e3=1000|1E+3=1000|2.5e-1=0.25|1,000e3=1000000|1e-400=0|"
+        "18446744073709551615=18446744073709551615|-9223372036854775808=-9223372036854775808|"
+        "18446744073709551616=18446744073709551616");
+    std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation));
+    for (std::string text, number; std::getline(std::getline(numbers, text, '='), number, '|');) {
+        EXPECT_EQ(writeJsonFragment(numberFromText(text).value()), number) << text;
+    }
+    std::istringstream others(
+        "12,5|1234,567|,123|1,234,|1,,234|1,2345|1.234,5|+5|--5|- 5|1e|1e+|e3|"
+        "| |-|-.|1e400|-1e400|5%|0x10|12.5abc|inf|nan|1 234");
+    for (std::string text; std::getline(others, text, '|');) {
+        EXPECT_EQ(numberFromText(text), std::nullopt) << text;
+    }
+    EXPECT_EQ(numberFromText("1,234")->kind(), Value::Kind::integer);
+    EXPECT_EQ(numberFromText("12.0")->kind(), Value::Kind::float64);
+    EXPECT_TRUE(std::signbit(numberFromText("-0")->asDouble()));
+}
+
 } // namespace morvellacinto

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "host/PhoneFile.h"
+#include "service/Upload.h"
 
 #include "morvellacinto/context/BasePayload.h"
 #include "morvellacinto/foundation/Json.h"
@@ -45,6 +46,24 @@ TEST(PhoneFile, EveryMemberIsRead) {
     const platform::LocationFix& fix = script.location.fixes->at(0);
     EXPECT_EQ(std::tuple(fix.latitude, fix.longitude, fix.speed, fix.course),
               std::tuple(3, -4, 5, 6));
+}
+
+TEST(PhoneFile, WhatNoPhoneHasIsRefused) {
+    for (const char* text : {R"({"modle": "m"})", R"({"trackingAnswer": 0})",
+                             R"({"location": {"delaySeconds": -1}})"}) {
+        EXPECT_THROW(phoneOf(text), std::invalid_argument) << text;
+    }
+}
+
+std::string faultOf(const std::string& body, const std::string& token = Uuid().text()) {
+    return service::Upload{"POST", "/", {{"API_TOKEN", token}}, body, ""}.fault().value_or("");
+}
+
+TEST(Upload, HasAPlaceOnEarthOrNoneAndATokenThatIsAUuid) {
+    EXPECT_EQ(faultOf(R"({"lat":-90,"lon":180})"), "");
+    EXPECT_EQ(faultOf("{}", "1234"), "the header API_TOKEN is not a UUID");
+    EXPECT_EQ(faultOf(R"({"lat":-90.5,"lon":0})"), "\"lat\" is -90.5, which is not on earth");
+    EXPECT_EQ(faultOf(R"({"lat":1})"), "\"lat\" and \"lon\" come together or not at all");
 }
 
 TEST(PhoneFile, NullIsNoAnswer) {
