@@ -9,7 +9,9 @@
 
 #include <morvellacinto/native/HttpError.h>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 
 namespace morvellacinto::native {
 
@@ -151,6 +153,21 @@ TEST_F(Gate, AnotherProcessWritesNothingBackOfWhatWasErased) {
     EXPECT_TRUE(defaults().erase());
     EXPECT_TRUE(other.synchronize());
     EXPECT_EQ(defaults().contents(), Object({{"host", "pending"}}));
+}
+
+TEST_F(Gate, WhatIsSetWhileAnErasureWaitsForTheDiskIsKept) {
+    auto own = defaults();
+    own.endWaits();
+    const int folder = open(directory.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(folder, LOCK_EX), 0);
+    EXPECT_FALSE(own.erase());
+    own.setObjectForKey("new", "se.kovra.v5.KRServiceURL");
+    close(folder);
+    auto other = defaults();
+    store(other, "host", "theirs");
+    EXPECT_TRUE(own.synchronize());
+    EXPECT_EQ(defaults().contents(),
+              Object({{"host", "theirs"}, {"se.kovra.v5.KRServiceURL", "new"}}));
 }
 
 TEST_F(Gate, APreviewIsWhatLeavesAndAnAnswerOnItsWayDuringAnErasureIsNotStored) {

@@ -8,6 +8,8 @@
 
 #include <morvellacinto/native/HttpError.h>
 
+#include "morvellacinto/foundation/Json.h"
+
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
@@ -145,6 +147,7 @@ TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
         {"64 MiB", answer(200, large.substr(1)), fine},
         {"a byte more", answer(200, large), answerTooLarge},
         {"a redirect's body", answer(302, large, "Location: /\r\n"), answerTooLarge},
+        {"no UTF-8", answer(302, "", "Location: http://\xff/\r\n"), redirectRefused},
         {"no HTTP", "SSH-2.0-server\r\n\r\n", malformedAnswer},
         {"another protocol", "HTTP/1.1 101 Other\r\nUpgrade: x\r\nConnection: upgrade\r\n\r\nabc",
          malformedAnswer},
@@ -157,6 +160,7 @@ TEST_F(HttpTest, WhatIsNoWholeAndBoundedAnswerIsAnError) {
         const Ending ending = get(server.url("/?secret#secret"));
         EXPECT_EQ(ending.code(), each.code) << ending.message();
         EXPECT_THAT(ending.message(), Not(HasSubstr("secret")));
+        EXPECT_NO_THROW(static_cast<void>(writeJsonFragment(ending.message())));
         if (each.name == std::string("gzip")) {
             EXPECT_EQ(ending.data->size(), 100'000U);
         }
