@@ -2,23 +2,22 @@
 // Attacks the loading of the library: `loading ROUNDS`. It comes with a plug-in, is used, shut down
 // while the look-up of a name hangs, and unloaded before that has ended.
 
+#include "SilentNameServer.h"
 #include "support/ProcessCounts.h"
 #include "support/ShutdownLimit.h"
 #include "support/TemporaryDirectory.h"
 
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <dlfcn.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/mount.h>
 #include <thread>
 
 using namespace morvellacinto::testing;
 
 namespace {
 
-int nameServer = -1;
+std::unique_ptr<SilentNameServer> names;
 int faults = 0;
 
 void require(bool holds, const char* what) {
@@ -28,27 +27,6 @@ void require(bool holds, const char* what) {
     }
 }
 
-// Where nothing but a name server is, that answers no question. False where that is not allowed.
-bool moveToASilentNetwork(const TemporaryDirectory& folder) {
-    if (unshare(CLONE_NEWNS | CLONE_NEWNET) != 0 ||
-        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-        return false;
-    }
-    for (const auto& [file, content] :
-         {std::pair("resolv.conf", "nameserver 127.0.0.1\noptions timeout:2 attempts:1\n"),
-          std::pair("nsswitch.conf", "hosts: dns\n")}) { // which may name other sockets
-        folder.write(file, content);
-        mount((folder.path() / file).c_str(), (std::string("/etc/") + file).c_str(), nullptr,
-              MS_BIND, nullptr);
-    }
-    nameServer = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ifreq loopback{{"lo"}, {}};
-    loopback.ifr_flags = IFF_UP | IFF_RUNNING;
-    const sockaddr_in place{AF_INET, htons(53), {htonl(INADDR_LOOPBACK)}, {}};
-    return ioctl(nameServer, SIOCSIFFLAGS, &loopback) == 0 &&
-           bind(nameServer, reinterpret_cast<const sockaddr*>(&place), sizeof place) == 0;
-}
-
 void loadAndUnload(const TemporaryDirectory& directory) {
     const auto threads = threadCount();
     const auto descriptors = descriptorCount();
@@ -56,10 +34,8 @@ void loadAndUnload(const TemporaryDirectory& directory) {
     require(threadCount() == threads && descriptorCount() == descriptors, "loading starts nothing");
     const auto use = reinterpret_cast<int (*)(const char*, const char*, void (*)())>(
         dlsym(host, "useThePlatform"));
-    const int took = use("https://audience.test/", directory.path().c_str(), [] {
-        char question[512];
-        require(recv(nameServer, question, sizeof question, 0) > 0, "the name is looked up");
-    });
+    const int took = use("https://audience.test/", directory.path().c_str(),
+                         [] { require(names->isAsked(), "the name is looked up"); });
     require(took < shutdownLimit / std::chrono::milliseconds(1), "a quick shutdown");
     dlclose(host);
     require(dlopen(MORVELLACINTO_LOADED_HOST, RTLD_NOW | RTLD_NOLOAD) == nullptr, "it is unloaded");
@@ -73,7 +49,8 @@ void loadAndUnload(const TemporaryDirectory& directory) {
 
 int main(int, char** arguments) {
     const TemporaryDirectory directory;
-    if (!moveToASilentNetwork(directory)) {
+    names = SilentNameServer::start();
+    if (names == nullptr) {
         std::puts("not attacked: no right to make a network");
         return 0;
     }
