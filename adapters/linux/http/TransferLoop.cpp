@@ -187,6 +187,7 @@ void TransferLoop::open() {
     // Those kept included. No limit for a host: requests must not wait for one another.
     curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, connectionLimit());
     curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, connectionLimit());
+    OPENSSL_thread_stop(); // as at the end of a step
     const std::lock_guard lock(mutex_);
     multi_.reset(multi);
 }

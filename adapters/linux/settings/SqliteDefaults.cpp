@@ -133,9 +133,10 @@ KeptText SqliteDefaults::freshAdapterValue(std::string_view name) const {
 
 bool SqliteDefaults::erase() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
-    change(erasedAt.first, erasedAt.second, std::chrono::nanoseconds(now).count());
-    change(erasing.first, erasing.second, true); // what is read from here on is without them
     {
+        const std::lock_guard noFlush(mutex_); // which would write after the mark what is to go
+        change(erasedAt.first, erasedAt.second, std::chrono::nanoseconds(now).count());
+        change(erasing.first, erasing.second, true); // what is read from here on is without them
         const std::unique_lock lock(entriesMutex_);
         std::erase_if(entries_, [](const auto& named) { return isErasable(named.first); });
     }

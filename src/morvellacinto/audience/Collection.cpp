@@ -44,7 +44,8 @@ std::optional<bool> kept(const Value& answer, std::int64_t erasures) {
     }
     KRSettingsManager::setLocalSetting(platform->clock().now(), lastUpdateKey);
     const bool isDurable = KRSettingsManager::setLocalSetting(answer, lastAnswerKey);
-    if (const Value* serviceUrl = answer.asObject().find(serviceUrlMember)) {
+    const Value* const serviceUrl = answer.asObject().find(serviceUrlMember);
+    if (serviceUrl != nullptr && !serviceUrl->isNull()) { // which settings refuse
         platform::tellMade([&] {
             return platform::BaseUrlMoved{serviceUrl->isString()
                                               ? shownUrl(serviceUrl->asString())

@@ -28,8 +28,8 @@ enum KRTagsType : std::size_t {
 /// An instance holds its four configuration fields and nothing else; the cache is shared by all
 /// instances and outlives the process. Creating one starts no work. Work in flight keeps what it
 /// needs, so an instance may be destroyed at any time. The fields and, but for
-/// `kovraTagsWithCompletion`, the operations may be used on any thread. Operations throw
-/// std::logic_error when no platform is installed. A moved-from one may be destroyed or assigned.
+/// `kovraTagsWithCompletion`, the operations may be used on any thread. What needs a platform
+/// throws std::logic_error when none is installed. A moved-from one may be destroyed or assigned.
 class MORVELLACINTO_EXPORT KRAudienceManager {
 public:
     /// Receives the service's answer or an error, exactly one of the two, on the main queue: for an

@@ -37,10 +37,7 @@ KRRequest KRRequest::requestWithType(KRRequestType type, TextArgument url,
 }
 
 std::optional<std::string> KRRequest::nativeToHttpData(const Payload& native) {
-    if (!native) {
-        return std::nullopt;
-    }
-    return writeJson(*native);
+    return native ? std::optional(writeJson(*native)) : std::nullopt;
 }
 
 } // namespace morvellacinto

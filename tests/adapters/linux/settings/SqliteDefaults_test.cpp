@@ -221,6 +221,7 @@ TEST_F(SqliteDefaultsTest, AFlushThatFailsIsToldOnceKeepsTheValuesAndIsMadeUpFor
     defaults->setObjectForKey(1, "se.kovra.v5.key");
     EXPECT_FALSE(defaults->erase());
     EXPECT_EQ(defaults->objectForKey("se.kovra.v5.key"), std::nullopt);
+    flushesFail = false;
 }
 
 TEST_F(SqliteDefaultsTest, AChangeThatIsMadeDuringAFlushRemainsPendingAndNoProgramInheritsTheLock) {
