@@ -259,7 +259,7 @@ const char* Transfer::redirectLocation() const noexcept {
     if (isRedirect(status())) {
         curl_easy_header(handle_.get(), "Location", 0, CURLH_HEADER, -1, &location);
     }
-    return location != nullptr ? location->value : nullptr;
+    return location != nullptr && *location->value != '\0' ? location->value : nullptr;
 }
 
 void Transfer::receiveHeader(std::string_view line) {
