@@ -57,5 +57,7 @@ function(morvellacinto_library target alias)
             target_link_options(${target} PRIVATE -Wl,--no-undefined)
         endif()
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
+    else() # a project in C alone adds no library of C++
+        target_link_libraries(${target} INTERFACE "$<$<LINK_LANGUAGE:C>:stdc++;m>")
     endif()
 endfunction()
