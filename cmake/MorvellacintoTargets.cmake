@@ -11,7 +11,8 @@ function(morvellacinto_settings target)
         CXX_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
-        POSITION_INDEPENDENT_CODE ON)
+        POSITION_INDEPENDENT_CODE ON
+        UNITY_BUILD OFF) # names in unnamed namespaces are a file's own
     if(MORVELLACINTO_DEVELOPER_WARNINGS)
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
