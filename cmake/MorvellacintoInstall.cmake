@@ -40,7 +40,7 @@ if(MORVELLACINTO_BUILD_LINUX)
         NAME morvellacinto-linux
         DESCRIPTION "Morvellacinto's adapter for Linux phones"
         REQUIRES morvellacinto
-        STATIC_LIBS curl ssl crypto sqlite3 ${SDBUS_LIBRARIES})
+        STATIC_LIBS curl ssl crypto sqlite3 ${MORVELLACINTO_SDBUS_LIBRARIES})
     list(APPEND components c)
     morvellacinto_install(morvellacinto_c
         NAME morvellacinto-c

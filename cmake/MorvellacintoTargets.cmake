@@ -11,7 +11,8 @@ function(morvellacinto_settings target)
         CXX_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
-        POSITION_INDEPENDENT_CODE ON)
+        POSITION_INDEPENDENT_CODE ON
+        UNITY_BUILD OFF) # names in unnamed namespaces are a file's own
     if(MORVELLACINTO_DEVELOPER_WARNINGS)
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
@@ -57,5 +58,7 @@ function(morvellacinto_library target alias)
             target_link_options(${target} PRIVATE -Wl,--no-undefined)
         endif()
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
+    else() # a project in C alone adds no library of C++
+        target_link_libraries(${target} INTERFACE "$<$<LINK_LANGUAGE:C>:stdc++;m>")
     endif()
 endfunction()

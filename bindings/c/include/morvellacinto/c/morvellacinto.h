@@ -37,7 +37,8 @@ typedef enum mvl_status {
 } mvl_status;
 
 /** Why the last call on this thread that gave MVL_WRONG or MVL_FAILED did so: a sentence of up to
- * 511 bytes, valid until the next call on this thread. */
+ * 511 bytes, cut there even within a character, that quotes what it was given, even if that is no
+ * UTF-8. Valid until the next call on this thread. */
 MVL_API const char* mvl_error(void);
 
 /** Such as "1.0.0"; static. */
