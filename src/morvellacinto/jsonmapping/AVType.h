@@ -40,6 +40,7 @@ concept AVDescribed = requires {
     requires std::same_as<T, typename T::AVSelf>;
 };
 
+/// A described class that is mapped by value.
 template <class T>
 concept AVStruct = AVDescribed<T> && !std::derived_from<T, AVObject>;
 

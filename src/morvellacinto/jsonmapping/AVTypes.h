@@ -37,6 +37,7 @@ public:
     }
 };
 
+/// bool, or a number of the types that JSON's are converted to.
 template <class T>
 concept AVScalar = std::is_arithmetic_v<T> && !std::same_as<T, long double>;
 
