@@ -167,10 +167,12 @@ UploadConsent consentIn(const SqliteDefaults& settings, UploadConsent undecided)
     const KeptText kept = settings.freshAdapterValue(keptConsent);
     const std::string text = kept.text.value_or("");
     const bool isKnown = text.size() == 1 && text >= "0" && text <= "2";
+    if (!isKnown) {
+        return undecided;
+    }
     // A decision that another process may have changed, nobody can tell, counts as withheld.
-    return !isKnown         ? undecided
-           : kept.isCertain ? static_cast<UploadConsent>(text.front() - '0')
-                            : UploadConsent::withheld;
+    return kept.isCertain ? static_cast<UploadConsent>(text.front() - '0')
+                          : UploadConsent::withheld;
 }
 
 UploadQuestion onMainQueue(const std::shared_ptr<MainQueue>& queue, UploadQuestion host) {
@@ -276,7 +278,7 @@ bool NativePlatform::setUploadConsent(UploadConsent consent) {
     services_->settings->setAdapterValue(keptConsent, std::to_string(static_cast<int>(consent)));
     const bool isDurable = services_->settings->synchronize();
     if (!isDurable && consent != UploadConsent::withheld) {
-        return setUploadConsent(UploadConsent::withheld) && false;
+        static_cast<void>(setUploadConsent(UploadConsent::withheld));
     }
     return isDurable;
 }

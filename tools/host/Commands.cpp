@@ -143,11 +143,11 @@ ExitStatus query(const Options& options, const KRAudienceManager& manager) {
 }
 
 ExitStatus printBaseUrl(const Options& options) {
-    const bool isReset =
+    const bool isDone =
         !options.isReset || KRSettingsManager::removeLocalSettingForKey("KRServiceURL");
     const Value url = KRNetworkManager::baseURL();
     print(url.isString() ? std::string(url.asString()) : valueText(url));
-    return isReset ? success : failed;
+    return isDone ? success : failed;
 }
 
 void printRounded(const Options& options) {

@@ -110,7 +110,7 @@ public:
 
     [[nodiscard]] Array keysForExport(const void* object) const {
         return draft_.keysForExport == nullptr ? Array() : draft_.keysForExport(object);
-    } ///< of a struct that has such an operation
+    } ///< what a struct's own operation of that name gives, or none
 
     /// Makes a class known; `AVClass::of` calls it once for each.
     [[nodiscard]] static const AVClass& adopt(AVClassDraft draft);
